@@ -1,0 +1,75 @@
+#pragma once
+// What the console window shows, apart from the slot list: the texts and states of
+// its controls (by control id), the status-bar panes and the title. Any thread may
+// write; the window reads a snapshot when told that something changed.
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+
+namespace quorvel::app {
+
+// Control ids of the console.
+enum ConsoleControl : int {
+    IDC_START_STOP = 1019,
+    IDC_SETTINGS = 1020,
+    IDC_HELP = 1021,
+    IDC_TOTAL = 1041,
+    IDC_FAILURES = 1042,
+    IDC_PASS_RATE = 1043,
+    IDC_TOTAL_LABEL = 1046,
+    IDC_FAILURE_LABEL = 1047,
+    IDC_PASS_RATE_LABEL = 1048,
+    IDC_OPERATION_AREA = 1049,
+    IDC_PANEL = 1056,
+    IDC_PATH_BANNER = 1108,
+};
+
+struct ControlState {
+    std::string text;
+    std::string toolTip;
+    bool enabled = true;
+    int iconIn = 0, iconOut = 0;
+};
+
+struct ConsoleSnapshot {
+    std::uint64_t version = 0;
+    std::string title;
+    std::map<int, ControlState> controls;
+    std::array<std::string, 4> panes;
+    std::string backgroundImage;  // file path, empty for none
+    bool closeRequested = false;
+    bool hidden = false;
+};
+
+class ConsoleView {
+public:
+    void SetTitle(const std::string& text);
+    void SetText(int control, const std::string& text);
+    void SetToolTip(int control, const std::string& text);
+    void SetEnabled(int control, bool enabled);
+    void SetIcons(int control, int in, int out);
+    void SetPane(int pane, const std::string& text);
+    void SetBackgroundImage(const std::string& path);
+    void RequestClose(bool hide);
+
+    std::string Text(int control) const;
+    std::string Pane(int pane) const;
+    ConsoleSnapshot Snapshot() const;
+
+    // Called after every change, on the changing thread, without the lock held.
+    void SetObserver(std::function<void()> observer);
+
+private:
+    template <class F>
+    void Change(F f);
+
+    mutable std::mutex mutex_;
+    ConsoleSnapshot state_;
+    std::function<void()> observer_;
+};
+
+}  // namespace quorvel::app

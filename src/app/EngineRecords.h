@@ -1,0 +1,90 @@
+#pragma once
+// Fixed-layout records exchanged with the vendor engines. Their layouts are fixed
+// by the engines, so each carries a compile-time size and offset check.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+namespace quorvel::app {
+
+// Copies `text` into a fixed char field, NUL-terminated, cut to fit.
+template <std::size_t N>
+void CopyField(char (&field)[N], const std::string& text) {
+    const std::size_t n = text.size() < N - 1 ? text.size() : N - 1;
+    std::memcpy(field, text.data(), n);
+    field[n] = '\0';
+}
+
+// Text of a fixed char field, up to its first NUL or its end.
+template <std::size_t N>
+std::string FieldText(const char (&field)[N]) {
+    return std::string(field, strnlen(field, N));
+}
+
+// One downstream port of a USB hub.
+struct HubPortEntry {
+    char hubId[260];
+    std::uint32_t port;  // 1-based
+};
+static_assert(sizeof(HubPortEntry) == 264);
+inline bool operator==(const HubPortEntry& a, const HubPortEntry& b) {
+    return std::strncmp(a.hubId, b.hubId, sizeof a.hubId) == 0 && a.port == b.port;
+}
+
+// The device kinds of EventKind.
+enum EventKind : std::uint32_t { EVENT_MTK = 2, EVENT_SPRD = 3, EVENT_CFG = 4 };
+
+// One plugged-in phone, handed to a worker and to the MTK engines.
+struct DeviceInfo {
+    std::uint32_t type;  // EventKind
+    char friendlyName[260];
+    char location[260];
+    char instanceId[260];
+    HubPortEntry hubPort;
+};
+static_assert(sizeof(DeviceInfo) == 1048);
+static_assert(offsetof(DeviceInfo, friendlyName) == 4);
+static_assert(offsetof(DeviceInfo, location) == 264);
+static_assert(offsetof(DeviceInfo, instanceId) == 524);
+static_assert(offsetof(DeviceInfo, hubPort) == 784);
+
+// One file of an SPRD package as the SPRD engine takes it.
+struct DlFileInfo {  // _DLFILE_INFO
+    char FileId[256];
+    char FilePath[256];
+    std::uint32_t FileSize;
+    std::uint32_t CheckFlag;
+};
+static_assert(sizeof(DlFileInfo) == 520);
+static_assert(offsetof(DlFileInfo, FileSize) == 512);
+using _DLFILE_INFO = DlFileInfo;
+
+// Efuse settings for the MTK engine's pre-load. The engine's own build gives the
+// pointer width: 24 bytes for a 32-bit engine, 32 bytes here.
+struct SpmtkEfuseInfo {  // SPMTK_EFUSE_INFO
+    std::int32_t EfuseEnabled;
+    std::int32_t DaVariant;
+    std::int32_t reserved0;
+    std::int32_t reserved1;
+    const char* DaBrFile;
+    const char* DaPlFile;
+};
+static_assert(sizeof(SpmtkEfuseInfo) == 16 + 2 * sizeof(void*));
+static_assert(offsetof(SpmtkEfuseInfo, DaBrFile) == 16);
+
+// Versions reported by the MTK engine.
+struct VersionInfo {
+    char daVersion[16];
+    char daBuild[128];
+    char module1Version[32];
+    char module1Build[128];
+    char module2Version[32];
+    char module2Build[128];
+};
+static_assert(sizeof(VersionInfo) == 464);
+static_assert(offsetof(VersionInfo, module1Version) == 144);
+static_assert(offsetof(VersionInfo, module2Build) == 336);
+
+}  // namespace quorvel::app

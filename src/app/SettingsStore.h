@@ -1,0 +1,38 @@
+#pragma once
+// CommonSetting.ini: the options, the language, the package path, the machine
+// stamp and the port binding table. Loads run on the station thread during start-up;
+// SaveBindings and LanguageSave may run on any thread and hold the settings lock.
+
+#include <functional>
+#include <mutex>
+#include <string>
+
+namespace quorvel::app {
+
+class Station;
+
+class SettingsStore {
+public:
+    using MachineStampSource = std::function<std::string()>;
+
+    // `machineStamp` gives this PC's stamp (the first adapter's MAC by default).
+    explicit SettingsStore(Station& station, MachineStampSource machineStamp = {});
+
+    std::string FilePath() const;
+
+    int LanguageLoad();
+    int SettingsLoad();
+    void LanguageSave();
+    void SaveBindings();
+    std::string MachineStamp() const;
+    void UiLog(const std::string& text) const;
+
+private:
+    bool CheckFileExists() const;
+
+    Station& station_;
+    MachineStampSource machineStamp_;
+    std::mutex settingsLock_;
+};
+
+}  // namespace quorvel::app

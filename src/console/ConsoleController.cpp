@@ -1,0 +1,119 @@
+#include "console/ConsoleController.h"
+
+#include <cstdio>
+#include <ctime>
+
+#include "app/Messages.h"
+#include "app/Texts.h"
+
+#ifndef QUORVEL_BUILD_ID
+#define QUORVEL_BUILD_ID "unknown build"
+#endif
+
+namespace quorvel::console {
+
+using namespace app;
+
+ConsoleController::ConsoleController(Station& station, platform::StationLoop& loop, int listClientWidth)
+    : station_(station), loop_(loop), listClientWidth_(listClientWidth) {}
+
+std::string ConsoleController::WindowTitle() const {
+    char part[256];
+    std::string title;
+    std::snprintf(part, sizeof part, texts::kTitleVersionFormat, texts::kTitleVersion);
+    title += part;
+    std::snprintf(part, sizeof part, texts::kTitleCompilerFormat, QUORVEL_BUILD_ID);
+    title += part;
+    title += "; ";
+    std::snprintf(part, sizeof part, texts::kTitleDateFormat, texts::kTitleDate);
+    title += part;
+    if (station_.settings.simulatedBench) title += texts::kSimulationTitleSuffix;
+    return title;
+}
+
+std::string ConsoleController::BackgroundImage(bool applyUserdataRow) const {
+    const bool userdata = applyUserdataRow && station_.package.downloadType == 8;
+    const LangText name = userdata ? LangText{"res/BRINDLE_USERDATA.bmp", "res/BRINDLE_USERDATA_E.bmp"}
+                                   : LangText{"res/BRINDLE.bmp", "res/BRINDLE_E.bmp"};
+    return station_.ExeDir() + station_.language.ChooseText(name);
+}
+
+void ConsoleController::SetUpControls() {
+    const Language& lang = station_.language;
+    ConsoleView& view = station_.view;
+    view.SetText(IDC_OPERATION_AREA, lang.ChooseText(texts::kOperationArea));
+    view.SetText(IDC_TOTAL_LABEL, lang.ChooseText(texts::kTotalLabel));
+    view.SetText(IDC_FAILURE_LABEL, lang.ChooseText(texts::kFailureLabel));
+    view.SetText(IDC_PASS_RATE_LABEL, lang.ChooseText(texts::kPassRateLabel));
+    view.SetIcons(IDC_START_STOP, 161, 162);
+    view.SetToolTip(IDC_START_STOP, lang.ChooseText(texts::kStartTip));
+    view.SetIcons(IDC_SETTINGS, 166, 167);
+    view.SetToolTip(IDC_SETTINGS, lang.ChooseText(texts::kSettingsTip));
+    view.SetIcons(IDC_HELP, 168, 169);
+    view.SetToolTip(IDC_HELP, lang.ChooseText(texts::kHelpTip));
+
+    // Fractional widths are truncated toward zero.
+    const int w = listClientWidth_ - 90;
+    const int widths[kSlotColumnCount] = {70, static_cast<int>(0.3 * w), static_cast<int>(0.5 * w),
+                                          static_cast<int>(0.1 * w), static_cast<int>(0.1 * w), 20};
+    const SlotColumnHeader::Align aligns[kSlotColumnCount] = {
+        SlotColumnHeader::LEFT,   SlotColumnHeader::LEFT,   SlotColumnHeader::CENTRE,
+        SlotColumnHeader::CENTRE, SlotColumnHeader::CENTRE, SlotColumnHeader::LEFT};
+    std::vector<SlotColumnHeader> columns;
+    for (int c = 0; c < kSlotColumnCount; ++c)
+        columns.push_back({lang.ChooseText(texts::kSlotColumns[c]), aligns[c], widths[c]});
+    station_.slotList.SetColumns(std::move(columns));
+}
+
+bool ConsoleController::OnInitDialog() {
+    if (!station_.settingsStore.LanguageLoad()) {
+        station_.ui.MessageBox(station_.language.ChooseText(texts::kConfigReadFailed));
+        station_.view.RequestClose(false);
+        return false;
+    }
+    station_.view.SetBackgroundImage(BackgroundImage(false));
+    SetUpControls();
+    loop_.SetTimer(TIMER_CLOCK, 1000);
+    ShowClock();
+    ShowDownloadTypeName();
+    buttonStatus_ = DOWNLOAD_BUTTON_STATUS_INIT;
+    if (!station_.settingsStore.SettingsLoad()) {
+        station_.ui.MessageBox(station_.language.ChooseText(texts::kConfigReadFailed));
+        station_.view.RequestClose(false);
+        return false;
+    }
+    SetButtonStatus(DOWNLOAD_BUTTON_STATUS_START);
+    station_.view.SetTitle(WindowTitle());
+    return true;
+}
+
+void ConsoleController::SetButtonStatus(int n) {
+    const Language& lang = station_.language;
+    ConsoleView& view = station_.view;
+    const bool stop = n == DOWNLOAD_BUTTON_STATUS_STOP;
+    view.SetToolTip(IDC_START_STOP, lang.ChooseText(stop ? texts::kStopTip : texts::kStartTip));
+    view.SetIcons(IDC_START_STOP, stop ? 165 : 161, stop ? 164 : 162);
+    view.SetEnabled(IDC_SETTINGS, !stop);
+    view.SetEnabled(IDC_HELP, !stop);
+}
+
+void ConsoleController::ShowDownloadTypeName() {
+    station_.view.SetPane(3, station_.language.ChooseText(DownloadTypeName(station_.package.downloadType)));
+}
+
+void ConsoleController::ShowClock() {
+    std::time_t t = static_cast<std::time_t>(station_.clock.WallSeconds());
+    std::tm local{};
+    localtime_r(&t, &local);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+    station_.view.SetPane(1, text);
+}
+
+platform::LResult ConsoleController::HandleMessage(std::uint32_t, platform::WParam, platform::LParam) { return 0; }
+
+void ConsoleController::OnTimer(int id) {
+    if (id == TIMER_CLOCK) ShowClock();
+}
+
+}  // namespace quorvel::console

@@ -1,0 +1,48 @@
+#pragma once
+// The console's logic, Qt-free, on the station thread: initialisation, the button
+// states, the status panes, the clock timer and the routing of window messages.
+// The Qt window only draws the view models and forwards the operator's input here.
+
+#include <string>
+
+#include "app/Station.h"
+#include "platform/StationLoop.h"
+
+namespace quorvel::console {
+
+enum DownloadButtonStatus : int {
+    DOWNLOAD_BUTTON_STATUS_INIT = 0,
+    DOWNLOAD_BUTTON_STATUS_START = 1,
+    DOWNLOAD_BUTTON_STATUS_STOP = 2,
+};
+
+class ConsoleController : public platform::MessageHandler {
+public:
+    // `listClientWidth`: the slot list's client width in pixels at creation.
+    ConsoleController(app::Station& station, platform::StationLoop& loop, int listClientWidth = 900);
+
+    // Station thread. False when the console closed itself (settings missing).
+    bool OnInitDialog();
+
+    void SetButtonStatus(int n);
+    void ShowDownloadTypeName();
+    int ButtonStatus() const { return buttonStatus_; }
+    // The window title: version, build identification and date.
+    std::string WindowTitle() const;
+    // The list background image for the current language and DownloadType.
+    std::string BackgroundImage(bool applyUserdataRow) const;
+
+    platform::LResult HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) override;
+    void OnTimer(int id) override;
+
+private:
+    void SetUpControls();
+    void ShowClock();
+
+    app::Station& station_;
+    platform::StationLoop& loop_;
+    int listClientWidth_;
+    int buttonStatus_ = DOWNLOAD_BUTTON_STATUS_INIT;
+};
+
+}  // namespace quorvel::console

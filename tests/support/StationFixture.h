@@ -1,0 +1,31 @@
+#pragma once
+// A station on a temporary station folder, with a recording console, virtual
+// time, a fixed system language and a fixed machine stamp.
+
+#include <memory>
+#include <string>
+
+#include "app/Station.h"
+#include "platform/Clock.h"
+#include "support/TempDir.h"
+
+namespace quorvel::test {
+
+class StationFixture {
+public:
+    explicit StationFixture(std::uint16_t systemLanguage = 1033, std::string mac = "00-11-22-33-44-55");
+
+    // Writes Config/CommonSetting.ini (creating Config/).
+    void WriteSettings(const std::string& contents) const;
+    std::string SettingsFile() const;
+    std::string ReadSettings() const;
+
+    TempDir dir;
+    platform::ManualClock clock;
+    app::HeadlessConsoleUi ui;
+    std::uint16_t systemLanguage;
+    std::string mac;
+    std::unique_ptr<app::Station> station;
+};
+
+}  // namespace quorvel::test
