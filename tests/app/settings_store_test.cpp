@@ -1,0 +1,240 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "app/Texts.h"
+#include "platform/DayLog.h"
+#include "platform/ProfileIni.h"
+#include "support/StationFixture.h"
+
+namespace quorvel::app {
+namespace {
+
+using platform::ProfileIni;
+using test::StationFixture;
+
+
+TEST(SettingsLoadTest, FileWithoutOptionsGivesTheBuiltInValues) {
+    StationFixture f;
+    f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n");
+    ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
+    const Settings& s = f.station->settings;
+    EXPECT_EQ(s.CheckVersion, 1u);
+    EXPECT_EQ(s.CheckSum, 1u);
+    EXPECT_EQ(s.Battery, 1u);
+    EXPECT_EQ(s.SleepTimeRestart, 10000u);
+    EXPECT_EQ(s.memoryTest.DataBus + s.memoryTest.AddrBus + s.memoryTest.PatternTest + s.memoryTest.IncDecTest +
+                  s.memoryTest.PatternNum,
+              5u);
+    EXPECT_EQ(s.FlashCheckSum, 0u);
+    EXPECT_EQ(s.NVDATAZIP + s.EnableDebug + s.CleanBinRegionData + s.MTK_UPGRADE_BK_NV + s.BromLog +
+                  s.ForceWatchdogReset + s.EnableAutoPulling,
+              0u);
+    EXPECT_TRUE(s.ServiceNameList.empty());
+    EXPECT_EQ(f.station->package.kind, PACKAGE_NONE);
+    EXPECT_TRUE(f.ui.Messages().empty());
+}
+
+TEST(SettingsLoadTest, ValuesAreConvertedOnlyWhenNonEmpty) {
+    StationFixture f;
+    f.WriteSettings(
+        "[COMMON]\nSleepTimeRestart=\nBattery=abc\nCheckSum= 0 \nFlashCheckSum=\nDA_BR=\"BR name\"\n"
+        "MTK_SERVICE_NAME=wdm_usb,,usbser, x\nNVDATAZIP=-1\n[MEMORYTEST]\nPatternNum=7\nDataBus=\n");
+    ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
+    const Settings& s = f.station->settings;
+    EXPECT_EQ(s.SleepTimeRestart, 10000u);
+    EXPECT_EQ(s.Battery, 0u);
+    EXPECT_EQ(s.CheckSum, 0u);
+    EXPECT_EQ(s.FlashCheckSum, 0u);
+    EXPECT_EQ(s.DA_BR, "BR name");
+    EXPECT_EQ(s.NVDATAZIP, 0xFFFFFFFFu);
+    EXPECT_EQ(s.ServiceNameList, (std::vector<std::string>{"wdm_usb", "usbser", " x"}));
+    EXPECT_EQ(s.memoryTest.PatternNum, 7u);
+    EXPECT_EQ(s.memoryTest.DataBus, 1u);
+}
+
+TEST(SettingsLoadTest, TextOptionsAreCutToSixtyThreeCharacters) {
+    StationFixture f;
+    f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\nDA_PL=" + std::string(100, 'p') + "\n");
+    f.station->settingsStore.SettingsLoad();
+    EXPECT_EQ(f.station->settings.DA_PL, std::string(63, 'p'));
+}
+
+TEST(SettingsLoadTest, MissingFileShowsThePathAndErrorCode) {
+    StationFixture f;
+    EXPECT_EQ(f.station->settingsStore.LanguageLoad(), 0);
+    EXPECT_EQ(f.station->settingsStore.SettingsLoad(), 0);
+    ASSERT_EQ(f.ui.Messages().size(), 2u);
+    EXPECT_EQ(f.ui.Messages()[0], "the config file path is " + f.SettingsFile() + ",The last error code: 2");
+}
+
+TEST(MachineStampRuleTest, MatchingStampLoadsTheBindingTable) {
+    StationFixture f;
+    f.WriteSettings(
+        "[COMMON]\nMac=00-11-22-33-44-55\nFilePath=D:\\fw\\MT6580_Android_scatter.txt\nHasScan=1\n"
+        "[USBPORTINFO]\nIndex0=hubA\\PORT1\nIndex1=NA\nIndex2=hubA\\PORT3\n"
+        "[BROMPORTINFO]\nIndex0=hubB\\PORT1\nIndex1=hubB\\PORT2\nIndex2=NA\n"
+        "[COM]\nIndex0=Diag (COM3)\n");
+    ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
+    const BindingTable& t = f.station->bindings;
+    EXPECT_EQ(t.Get(0).hs, "hubA\\PORT1");
+    EXPECT_EQ(t.Get(0).ls, "hubB\\PORT1");
+    EXPECT_EQ(t.Get(0).com, "Diag (COM3)");
+    EXPECT_EQ(t.State(0), BIND_ALL_BINDED);
+    // HS "NA": the boot-ROM location is discarded and the slot stays idle.
+    EXPECT_EQ(t.Get(1).hs, "NA");
+    EXPECT_EQ(t.Get(1).ls, "NA");
+    EXPECT_EQ(t.State(1), BIND_IDLE);
+    EXPECT_EQ(t.State(2), BIND_PRELOADER_BINDED);
+    // Both keys absent: empty locations, and an empty location counts as bound.
+    EXPECT_EQ(t.Get(5).hs, "");
+    EXPECT_EQ(t.Get(5).ls, "");
+    EXPECT_EQ(t.State(5), BIND_ALL_BINDED);
+
+    EXPECT_EQ(f.station->package.kind, PACKAGE_MTK_SCATTER);
+    EXPECT_EQ(f.station->package.firmwareFolder, "D:\\fw\\");
+    EXPECT_EQ(f.station->settings.HasScan, 1u);
+    EXPECT_EQ(f.station->view.Pane(0), "Software Path: \"D:\\fw\\MT6580_Android_scatter.txt\"");
+    EXPECT_EQ(f.station->view.Text(IDC_PATH_BANNER), "D:\\fw\\MT6580_Android_scatter.txt");
+    EXPECT_EQ(f.station->view.Text(IDC_TOTAL), "0") << "statistics were loaded";
+    EXPECT_TRUE(std::ifstream(f.dir.File("Config/TestResult.ini")).good());
+}
+
+TEST(MachineStampRuleTest, ForeignStampUnbindsEverythingAndIsRewritten) {
+    StationFixture f;
+    f.dir.Write("Config/TestResult.ini", "[total]\nNUM=40\n[fail]\nNUM=2\n");
+    f.WriteSettings(
+        "[COMMON]\nMac=AA-AA-AA-AA-AA-AA\nFilePath=/fw/a.pac\nHasScan=1\n[USBPORTINFO]\nIndex0=hubA\\PORT1\n");
+    ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
+    for (int n = 0; n < kSlotCount; ++n) {
+        const auto e = f.station->bindings.Get(n);
+        EXPECT_EQ(e.hs, "NA");
+        EXPECT_EQ(e.ls, "NA");
+        EXPECT_EQ(e.com, "NA");
+        EXPECT_EQ(e.state, BIND_IDLE);
+    }
+    EXPECT_EQ(f.station->package.kind, PACKAGE_NONE);
+    EXPECT_EQ(f.station->settings.HasScan, 0u);
+    EXPECT_EQ(f.station->view.Text(IDC_TOTAL), "0");
+    EXPECT_EQ(f.station->view.Text(IDC_PASS_RATE), "0");
+    EXPECT_EQ(f.station->statistics.Total(), 0u);
+    EXPECT_EQ(ProfileIni::ReadString(f.SettingsFile(), "COMMON", "Mac", "", 64), "00-11-22-33-44-55");
+
+    // The next start on this PC matches.
+    StationFixture again;
+    again.WriteSettings(f.ReadSettings());
+    again.station->settingsStore.SettingsLoad();
+    EXPECT_EQ(again.station->package.kind, PACKAGE_SPRD_PAC);
+}
+
+TEST(MachineStampRuleTest, NoAdapterAndEmptyStoredStampMatch) {
+    StationFixture f(1033, "");
+    f.WriteSettings("[COMMON]\nMac=\nFilePath=/fw/x.cfg\n");
+    f.station->settingsStore.SettingsLoad();
+    EXPECT_EQ(f.station->package.kind, PACKAGE_MTK_CFG);
+    EXPECT_EQ(f.station->package.cfgFolder, "/fw/");
+}
+
+TEST(FilePathClassificationTest, LaterMatchesOverrideEarlierOnes) {
+    auto kindOf = [](const std::string& path) {
+        StationFixture f;
+        f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\nFilePath=" + path + "\n");
+        f.station->settingsStore.SettingsLoad();
+        return f.station->package.kind;
+    };
+    EXPECT_EQ(kindOf(""), PACKAGE_NONE);
+    EXPECT_EQ(kindOf("/fw/Scatter.TXT"), PACKAGE_NONE) << "case-sensitive";
+    EXPECT_EQ(kindOf("/fw/x.cfg/MT_scatter.txt"), PACKAGE_MTK_CFG);
+    EXPECT_EQ(kindOf("/fw/scatter.txt.pac"), PACKAGE_SPRD_PAC);
+}
+
+TEST(SaveBindingsTest, WritesEverySlotInOrderAndThePackagePath) {
+    StationFixture f;
+    f.WriteSettings("; keep me\r\n[COMMON]\r\nMac=00-11-22-33-44-55\r\nLANGUAGE=1033\r\n");
+    Station& st = *f.station;
+    st.settingsStore.SettingsLoad();
+    st.bindings.SetHsLocation(3, "hub\\PORT4");
+    st.bindings.SetLsLocation(3, "hub2\\PORT4");
+    st.bindings.SetComName(3, "Port (COM7)");
+    st.bindings.SetState(3, BIND_BUSY);
+    st.package.kind = PACKAGE_MTK_SCATTER;
+    st.package.scatterFilePath = "/fw/MT_scatter.txt";
+    st.settings.HasScan = 1;
+    st.settingsStore.SaveBindings();
+    const std::string file = f.ReadSettings();
+    EXPECT_EQ(file.rfind("; keep me\r\n[COMMON]\r\nMac=00-11-22-33-44-55\r\nLANGUAGE=1033\r\n", 0), 0u);
+    EXPECT_NE(file.find("[USBPORTINFO]\r\nIndex0=\r\n"), std::string::npos) << "absent keys load as empty locations";
+    EXPECT_NE(file.find("Index3=hub\\PORT4\r\n"), std::string::npos);
+    EXPECT_NE(file.find("[THREADSTATUS]\r\nIndex0=ALL_BINDED\r\n"), std::string::npos);
+    EXPECT_NE(file.find("Index3=BUSY\r\n"), std::string::npos);
+    // Sections appear in the order of the first write of each: USBPORTINFO, COM, BROMPORTINFO, THREADSTATUS.
+    EXPECT_LT(file.find("[USBPORTINFO]"), file.find("[COM]"));
+    EXPECT_LT(file.find("[COM]"), file.find("[BROMPORTINFO]"));
+    EXPECT_LT(file.find("[BROMPORTINFO]"), file.find("[THREADSTATUS]"));
+    EXPECT_EQ(ProfileIni::ReadString(f.SettingsFile(), "COMMON", "FilePath", "", 260), "/fw/MT_scatter.txt");
+    EXPECT_EQ(ProfileIni::ReadString(f.SettingsFile(), "COMMON", "HasScan", "", 260), "1");
+
+    // A reload on the same PC gives the same table.
+    StationFixture again;
+    again.WriteSettings(file);
+    again.station->settingsStore.SettingsLoad();
+    EXPECT_EQ(again.station->bindings.Get(3).com, "Port (COM7)");
+    EXPECT_EQ(again.station->bindings.State(3), BIND_ALL_BINDED);
+    EXPECT_EQ(again.station->package.scatterFilePath, "/fw/MT_scatter.txt");
+}
+
+TEST(LanguageTest, LoadAndSaveKeepOnlyTheTwoValues) {
+    StationFixture f;
+    f.WriteSettings("[COMMON]\nLANGUAGE=1033\nBackupandRestore=1\n");
+    ASSERT_EQ(f.station->settingsStore.LanguageLoad(), 1);
+    EXPECT_EQ(f.station->language.LanguageId(), 1033u);
+    EXPECT_EQ(f.station->settings.BackupandRestore, 1u);
+    f.station->settingsStore.LanguageSave();
+    EXPECT_EQ(ProfileIni::ReadString(f.SettingsFile(), "COMMON", "LANGUAGE", "", 64), "1033");
+    f.station->language.SetLanguageId(1041);
+    f.station->settingsStore.LanguageSave();
+    EXPECT_EQ(ProfileIni::ReadString(f.SettingsFile(), "COMMON", "LANGUAGE", "", 64), "2052");
+}
+
+TEST(LanguageTest, ChoiceFollowsTheComparisonRuleAtEveryCall) {
+    StationFixture f(1033);
+    Language& lang = f.station->language;
+    EXPECT_EQ(lang.ChooseText(texts::kProgramRunning), "Program is running!") << "2052 on an English system";
+    lang.SetLanguageId(1033);
+    EXPECT_EQ(lang.ChooseText(texts::kProgramRunning), "程序已经启动!") << "1033 on a 1033 system";
+    f.systemLanguage = 2052;
+    EXPECT_EQ(lang.ChooseText(texts::kProgramRunning), "Program is running!") << "1033 on a Chinese system";
+    lang.SetLanguageId(2052);
+    EXPECT_EQ(lang.ChooseText(texts::kProgramRunning), "程序已经启动!");
+}
+
+TEST(UiLogTest, WritesTheDayFileInTheStationFolder) {
+    StationFixture f;
+    f.station->settingsStore.UiLog("service 2");
+    const auto name = platform::DayLogPath(f.dir.Path(), f.clock.WallSeconds());
+    EXPECT_EQ(name.rfind(f.dir.Path(), 0), 0u);
+    std::ifstream in(name);
+    std::string line;
+    std::getline(in, line);
+    EXPECT_EQ(line, "service 2\r");
+}
+
+TEST(StationStateTest, NamesAndFreshState) {
+    EXPECT_STREQ(BindStateName(999), "BUSY");
+    EXPECT_STREQ(BindStateName(4), "ALL_BINDED");
+    EXPECT_STREQ(BindStateName(5), "");
+    EXPECT_STREQ(BindStateName(-1), "");
+    StationFixture f;
+    for (int n = 0; n < kSlotCount; ++n) {
+        EXPECT_EQ(f.station->bindings.State(n), 0);
+        EXPECT_EQ(f.station->bindings.Get(n).hs, "");
+    }
+    EXPECT_EQ(f.station->package.downloadType, 1);
+    EXPECT_STREQ(DownloadTypeName(8).en, "Download Only(not format)");
+    EXPECT_STREQ(DownloadTypeName(5).zh, DownloadTypeName(0).zh);
+    EXPECT_STREQ(DownloadTypeName(12).en, "");
+    EXPECT_STREQ(DownloadTypeName(-1).zh, "");
+}
+
+}  // namespace
+}  // namespace quorvel::app

@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "platform/Clock.h"
+
+namespace quorvel::platform {
+namespace {
+
+TEST(ManualClockTest, SleepEndsOnlyWhenVirtualTimeReachesItsDeadline) {
+    ManualClock clock(1000);
+    std::atomic<bool> woke{false};
+    std::thread sleeper([&] {
+        clock.Sleep(5000);
+        woke = true;
+    });
+    ASSERT_TRUE(clock.AwaitWaiters(1));
+    clock.Advance(4999);
+    EXPECT_FALSE(woke.load());
+    clock.Advance(1);
+    sleeper.join();
+    EXPECT_TRUE(woke.load());
+    EXPECT_EQ(clock.Now(), 6000);
+}
+
+TEST(ManualClockTest, NotifiedWaitEndsBeforeItsDeadline) {
+    ManualClock clock;
+    std::mutex m;
+    std::condition_variable cv;
+    bool ready = false, result = false;
+    std::thread waiter([&] {
+        std::unique_lock lk(m);
+        result = clock.WaitFor(lk, cv, 10000, [&] { return ready; });
+    });
+    ASSERT_TRUE(clock.AwaitWaiters(1));
+    {
+        std::lock_guard g(m);
+        ready = true;
+    }
+    cv.notify_all();
+    waiter.join();
+    EXPECT_TRUE(result);
+    EXPECT_EQ(clock.Now(), 0);
+}
+
+TEST(ManualClockTest, TimedOutWaitReportsFalse) {
+    ManualClock clock;
+    std::mutex m;
+    std::condition_variable cv;
+    bool result = true;
+    std::thread waiter([&] {
+        std::unique_lock lk(m);
+        result = clock.WaitFor(lk, cv, 300, [] { return false; });
+    });
+    ASSERT_TRUE(clock.AwaitWaiters(1));
+    EXPECT_TRUE(clock.AdvanceToNextDeadline());
+    waiter.join();
+    EXPECT_FALSE(result);
+    EXPECT_FALSE(clock.AdvanceToNextDeadline());
+}
+
+TEST(ManualClockTest, ManySleepersWakeInDeadlineOrder) {
+    ManualClock clock;
+    std::mutex m;
+    std::condition_variable changed;
+    std::vector<int> order;
+    std::vector<std::thread> threads;
+    for (int i = 5; i >= 1; --i)
+        threads.emplace_back([&, i] {
+            clock.Sleep(i * 100);
+            std::lock_guard g(m);
+            order.push_back(i);
+            changed.notify_all();
+        });
+    ASSERT_TRUE(clock.AwaitWaiters(5));
+    for (int step = 1; step <= 5; ++step) {
+        clock.AdvanceTo(step * 100);
+        // Wait until that sleeper has left before moving on.
+        std::unique_lock lk(m);
+        ASSERT_TRUE(changed.wait_for(lk, std::chrono::seconds(5), [&] { return static_cast<int>(order.size()) == step; }));
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4, 5}));
+}
+
+TEST(ScaledClockTest, RunsFasterThanRealTime) {
+    ScaledClock clock(1000);
+    const auto start = std::chrono::steady_clock::now();
+    const Millis before = clock.Now();
+    clock.Sleep(5000);
+    EXPECT_GE(clock.Now() - before, 5000);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}
+
+}  // namespace
+}  // namespace quorvel::platform
