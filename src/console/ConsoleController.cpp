@@ -110,7 +110,15 @@ void ConsoleController::ShowClock() {
     station_.view.SetPane(1, text);
 }
 
-platform::LResult ConsoleController::HandleMessage(std::uint32_t, platform::WParam, platform::LParam) { return 0; }
+platform::LResult ConsoleController::HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam) {
+    if (msg == WM_COMMAND) {
+        switch (wParam) {
+            case CMD_REMOVE_STATISTICS: station_.statistics.StatisticsReset(); return 0;
+            default: return 0;
+        }
+    }
+    return 0;
+}
 
 void ConsoleController::OnTimer(int id) {
     if (id == TIMER_CLOCK) ShowClock();

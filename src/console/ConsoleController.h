@@ -32,6 +32,10 @@ public:
     // The list background image for the current language and DownloadType.
     std::string BackgroundImage(bool applyUserdataRow) const;
 
+    // The row of the last right-click on the slot list (-1: below the rows).
+    void SetSelectedRow(int row) { selectedRow_ = row; }
+    int SelectedRow() const { return selectedRow_; }
+
     platform::LResult HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) override;
     void OnTimer(int id) override;
 
@@ -43,6 +47,7 @@ private:
     platform::StationLoop& loop_;
     int listClientWidth_;
     int buttonStatus_ = DOWNLOAD_BUTTON_STATUS_INIT;
+    int selectedRow_ = -1;
 };
 
 }  // namespace quorvel::console

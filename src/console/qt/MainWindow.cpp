@@ -1,0 +1,203 @@
+#include "console/qt/MainWindow.h"
+
+#include <QCloseEvent>
+#include <QFile>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QMenu>
+#include <QStatusBar>
+#include <QStyle>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include "app/Messages.h"
+#include "app/Texts.h"
+
+namespace quorvel::console {
+
+using namespace app;
+
+namespace {
+constexpr int kRedrawIntervalMs = 40;  // at most 25 redraws a second
+const char* const kBackground = "rgb(247, 255, 252)";
+
+QString Q(const std::string& s) { return QString::fromUtf8(s.c_str()); }
+}  // namespace
+
+MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleController& controller)
+    : station_(station), loop_(loop), controller_(controller) {
+    setObjectName("console");
+    setStyleSheet(QString("QWidget#console { background: %1; }").arg(kBackground));
+    resize(1040, 640);
+    setMinimumSize(640, 360);
+
+    operationArea_ = new QGroupBox(this);
+    auto* buttons = new QHBoxLayout(operationArea_);
+    startStop_ = MakeButton(IDC_START_STOP, QStyle::SP_MediaPlay);
+    settings_ = MakeButton(IDC_SETTINGS, QStyle::SP_FileDialogDetailedView);
+    help_ = MakeButton(IDC_HELP, QStyle::SP_DialogHelpButton);
+    buttons->addWidget(startStop_);
+    buttons->addWidget(settings_);
+    buttons->addWidget(help_);
+
+    panel_ = new QLabel(this);
+    panel_->setObjectName("panel");
+    panel_->setMinimumHeight(70);
+    panel_->setWordWrap(true);
+    panel_->setStyleSheet(QString("QLabel#panel { background: %1; border: 1px solid #c8d8d0; padding: 4px; }")
+                              .arg(kBackground));
+
+    auto* counters = new QGridLayout;
+    totalLabel_ = new QLabel(this);
+    failureLabel_ = new QLabel(this);
+    passRateLabel_ = new QLabel(this);
+    for (QLineEdit** edit : {&total_, &failures_, &passRate_}) {
+        *edit = new QLineEdit(this);
+        (*edit)->setReadOnly(true);
+        (*edit)->setFixedWidth(70);
+        (*edit)->setFocusPolicy(Qt::NoFocus);
+    }
+    counters->addWidget(totalLabel_, 0, 0);
+    counters->addWidget(total_, 0, 1);
+    counters->addWidget(failureLabel_, 1, 0);
+    counters->addWidget(failures_, 1, 1);
+    counters->addWidget(passRateLabel_, 2, 0);
+    counters->addWidget(passRate_, 2, 1);
+
+    logo_ = new QLabel(QStringLiteral("Quorvel"), this);
+    logo_->setFixedSize(233, 88);
+    logo_->setAlignment(Qt::AlignCenter);
+    logo_->setStyleSheet("QLabel { font: bold 28px; color: #1f6f50; border: 1px solid #c8d8d0; }");
+
+    auto* top = new QHBoxLayout;
+    top->addWidget(operationArea_, 0, Qt::AlignTop);
+    top->addWidget(panel_, 1);
+    top->addLayout(counters);
+    top->addWidget(logo_, 0, Qt::AlignTop);
+
+    banner_ = new QLabel(this);
+    banner_->setObjectName("banner");
+    QFont bannerFont(QStringLiteral("Arial"));
+    bannerFont.setPixelSize(24);
+    // Weight 65 is below the thinnest face Arial has, so the regular face is drawn.
+    bannerFont.setWeight(QFont::Normal);
+    banner_->setFont(bannerFont);
+    banner_->setMinimumHeight(40);
+    banner_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+
+    slotList_ = new widgets::SlotListView(this);
+    connect(slotList_, &widgets::SlotListView::rowRightClicked, this, &MainWindow::ShowContextMenu);
+
+    auto* status = new QStatusBar(this);
+    const int widths[4] = {0, 150, 100, 150};
+    for (int i = 0; i < 4; ++i) {
+        panes_[i] = new QLabel(this);
+        if (widths[i]) panes_[i]->setFixedWidth(widths[i]);
+        status->addPermanentWidget(panes_[i], i == 0 ? 1 : 0);
+    }
+
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(top);
+    layout->addWidget(banner_);
+    layout->addWidget(slotList_, 1);
+    layout->addWidget(status);
+
+    // Observers run on whichever thread changed the model; they only schedule a redraw.
+    station_.view.SetObserver([this] { ScheduleRefresh(); });
+    station_.slotList.SetObserver([this] { ScheduleRefresh(); });
+    Refresh();
+}
+
+MainWindow::~MainWindow() {
+    station_.view.SetObserver({});
+    station_.slotList.SetObserver({});
+}
+
+QToolButton* MainWindow::MakeButton(int control, QStyle::StandardPixmap icon) {
+    auto* b = new QToolButton(this);
+    b->setIcon(style()->standardIcon(icon));
+    b->setIconSize(QSize(32, 32));
+    b->setAutoRaise(true);
+    connect(b, &QToolButton::clicked, this,
+            [this, control] { loop_.Post(WM_COMMAND, static_cast<platform::WParam>(control), 0); });
+    return b;
+}
+
+void MainWindow::ScheduleRefresh() {
+    if (refreshPending_.exchange(true)) return;
+    QMetaObject::invokeMethod(
+        this, [this] { QTimer::singleShot(kRedrawIntervalMs, this, [this] { Refresh(); }); }, Qt::QueuedConnection);
+}
+
+void MainWindow::Refresh() {
+    refreshPending_ = false;
+    const ConsoleSnapshot s = station_.view.Snapshot();
+    auto control = [&](int id) {
+        auto it = s.controls.find(id);
+        return it == s.controls.end() ? ControlState{} : it->second;
+    };
+    setWindowTitle(Q(s.title));
+    operationArea_->setTitle(Q(control(IDC_OPERATION_AREA).text));
+    totalLabel_->setText(Q(control(IDC_TOTAL_LABEL).text));
+    failureLabel_->setText(Q(control(IDC_FAILURE_LABEL).text));
+    passRateLabel_->setText(Q(control(IDC_PASS_RATE_LABEL).text));
+    total_->setText(Q(control(IDC_TOTAL).text));
+    failures_->setText(Q(control(IDC_FAILURES).text));
+    passRate_->setText(Q(control(IDC_PASS_RATE).text));
+    panel_->setText(Q(control(IDC_PANEL).text));
+    banner_->setText(Q(control(IDC_PATH_BANNER).text));
+    for (auto [button, id] : {std::pair{startStop_, IDC_START_STOP}, {settings_, IDC_SETTINGS}, {help_, IDC_HELP}}) {
+        const ControlState c = control(id);
+        button->setToolTip(Q(c.toolTip));
+        button->setEnabled(c.enabled);
+    }
+    // Icon 165 is the Stop button's.
+    startStop_->setIcon(style()->standardIcon(control(IDC_START_STOP).iconIn == 165 ? QStyle::SP_MediaStop
+                                                                                      : QStyle::SP_MediaPlay));
+    for (int i = 0; i < 4; ++i) panes_[i]->setText(Q(s.panes[static_cast<std::size_t>(i)]));
+    if (s.backgroundImage != shownBackground_) {
+        shownBackground_ = s.backgroundImage;
+        const bool exists = QFile::exists(Q(s.backgroundImage));
+        slotList_->viewport()->setStyleSheet(
+            exists ? QString("background-image: url(%1); background-position: bottom right; "
+                             "background-repeat: no-repeat;")
+                         .arg(Q(s.backgroundImage))
+                   : QString());
+    }
+    slotList_->Show(station_.slotList.Snapshot());
+    if (s.closeRequested) {
+        if (s.hidden) hide();
+        close();
+    }
+}
+
+void MainWindow::ShowContextMenu(int row, QPoint globalPos) {
+    loop_.PostTask([this, row] { controller_.SetSelectedRow(row); });
+    if (row < 0) return;
+    const Language& lang = station_.language;
+    const bool running = station_.stationRunning.load();
+    QMenu menu(this);
+    struct Item {
+        std::uint32_t command;
+        LangText text;
+        bool enabled;
+    };
+    for (const Item& item : {Item{CMD_REMOVE_BIND, texts::kMenuRemoveBind, !running},
+                             Item{CMD_REMOVE_ALL_BIND, texts::kMenuRemoveAllBind, !running},
+                             Item{CMD_MERGE_REPEAT_BIND, texts::kMenuMergeRepeatBind, false},
+                             Item{CMD_REMOVE_STATISTICS, texts::kMenuRemoveStatistics, true}}) {
+        QAction* action = menu.addAction(Q(lang.ChooseText(item.text)));
+        action->setEnabled(item.enabled);
+        connect(action, &QAction::triggered, this,
+                [this, command = item.command] { loop_.Post(WM_COMMAND, command, 0); });
+    }
+    menu.exec(globalPos);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    // Closing ends the console at any time, also while the station runs.
+    event->accept();
+}
+
+}  // namespace quorvel::console

@@ -1,0 +1,62 @@
+#pragma once
+// The console window. It draws the station's view models and forwards the
+// operator's clicks and menu commands to the station thread; it decides nothing.
+// GUI thread only.
+
+#include <QLabel>
+#include <QLineEdit>
+#include <QToolButton>
+#include <QWidget>
+#include <atomic>
+
+#include "app/Station.h"
+#include "console/ConsoleController.h"
+#include "platform/StationLoop.h"
+#include "widgets/SlotListView.h"
+
+class QGroupBox;
+
+namespace quorvel::console {
+
+class MainWindow : public QWidget {
+    Q_OBJECT
+public:
+    MainWindow(app::Station& station, platform::StationLoop& loop, ConsoleController& controller);
+    ~MainWindow() override;
+
+    // Redraws from the view models now (normally coalesced after changes).
+    void Refresh();
+    widgets::SlotListView& SlotList() { return *slotList_; }
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void ScheduleRefresh();
+    QToolButton* MakeButton(int control, QStyle::StandardPixmap icon);
+    void ShowContextMenu(int row, QPoint globalPos);
+
+    app::Station& station_;
+    platform::StationLoop& loop_;
+    ConsoleController& controller_;
+    std::atomic<bool> refreshPending_{false};
+
+    QGroupBox* operationArea_;
+    QToolButton* startStop_;
+    QToolButton* settings_;
+    QToolButton* help_;
+    QLabel* panel_;
+    QLabel* totalLabel_;
+    QLabel* failureLabel_;
+    QLabel* passRateLabel_;
+    QLineEdit* total_;
+    QLineEdit* failures_;
+    QLineEdit* passRate_;
+    QLabel* logo_;
+    QLabel* banner_;
+    widgets::SlotListView* slotList_;
+    QLabel* panes_[4];
+    std::string shownBackground_;
+};
+
+}  // namespace quorvel::console

@@ -1,0 +1,60 @@
+// The station program: single-instance check, folders, then the console on the
+// station thread and its window on the GUI thread until the window closes.
+
+#include <QApplication>
+
+#include "app/AppStartup.h"
+#include "app/Station.h"
+#include "console/ConsoleController.h"
+#include "console/qt/MainWindow.h"
+#include "console/qt/QtConsoleUi.h"
+#include "platform/Clock.h"
+#include "platform/ExeDir.h"
+#include "platform/StationLoop.h"
+
+using namespace quorvel;
+
+int main(int argc, char** argv) {
+    QApplication application(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Quorvel"));
+
+    platform::SystemClock clock;
+    console::QtConsoleUi ui(&application);
+    app::StationOptions options;
+    options.exeDir = platform::ExeDir();
+    app::Station station(std::move(options), clock, ui);
+
+    auto lock = app::AppStartup::CheckSingleInstance(platform::InstanceLock::DefaultPath("QuorvelTool"),
+                                                     station.language, ui);
+    if (!lock) return 0;
+    app::AppStartup::CreateFolders(station.ExeDir(), ui);
+
+    platform::StationLoop loop(clock);
+    console::ConsoleController controller(station, loop);
+    loop.SetHandler(&controller);
+    console::MainWindow window(station, loop, controller);
+    ui.SetParentWindow(&window);
+    loop.Start();
+
+    // Initialisation runs on the station thread while the GUI thread stays free to
+    // show the message boxes it may raise.
+    int exitCode = 0;
+    loop.PostTask([&] {
+        const bool ready = controller.OnInitDialog();
+        QMetaObject::invokeMethod(&application, [&, ready] {
+            if (ready) {
+                window.Refresh();
+                window.show();
+            } else {
+                exitCode = 1;
+                QApplication::exit(exitCode);
+            }
+        });
+    });
+    QApplication::exec();
+
+    // As the console's destructor does: keep the binding table.
+    loop.Call([&] { station.settingsStore.SaveBindings(); });
+    loop.Stop();
+    return exitCode;
+}
