@@ -1,0 +1,81 @@
+// The console window starts with the right title, columns and counter texts.
+#include <QHeaderView>
+#include <QLineEdit>
+#include <QStatusBar>
+#include <QtTest>
+
+#include "console/ConsoleController.h"
+#include "console/qt/MainWindow.h"
+#include "platform/StationLoop.h"
+#include "support/StationFixture.h"
+
+using namespace quorvel;
+
+class ConsoleWindowTest : public QObject {
+    Q_OBJECT
+
+    struct Console {
+        explicit Console(std::uint16_t systemLanguage) : f(systemLanguage), loop(f.clock), controller(*f.station, loop) {}
+        test::StationFixture f;
+        platform::StationLoop loop;
+        console::ConsoleController controller;
+    };
+
+    static QStringList Headers(console::MainWindow& window) {
+        QStringList headers;
+        auto* model = window.SlotList().model();
+        for (int c = 0; c < model->columnCount(); ++c)
+            headers << model->headerData(c, Qt::Horizontal, Qt::DisplayRole).toString();
+        return headers;
+    }
+
+    static QStringList CounterTexts(console::MainWindow& window) {
+        QStringList texts;
+        for (auto* edit : window.findChildren<QLineEdit*>()) texts << edit->text();
+        return texts;
+    }
+
+private Q_SLOTS:
+    void englishWindowShowsTitleColumnsAndCounters() {
+        Console c(1033);
+        c.f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n[BENCH]\nSimulated=0\n");
+        c.f.dir.Write("Config/TestResult.ini", "[total]\nNUM=8\n[fail]\nNUM=2\n");
+        QVERIFY(c.controller.OnInitDialog());
+        console::MainWindow window(*c.f.station, c.loop, c.controller);
+        window.Refresh();
+        QVERIFY(window.windowTitle().startsWith("Quorvel, Ver 3.1707.28.14; Compiler: "));
+        QVERIFY(window.windowTitle().endsWith("; Compiled Date: (2017/07/28 14:32:28)"));
+        QCOMPARE(Headers(window), QStringList({"No.", "Device Information", "Download Progress", "Timer", "Result",
+                                               "Binded"}));
+        QCOMPARE(CounterTexts(window), QStringList({"8", "2", "75.00%"}));
+        QCOMPARE(window.SlotList().model()->rowCount(), 0);
+        auto* status = window.findChild<QStatusBar*>();
+        QVERIFY(status);
+        QCOMPARE(status->findChildren<QLabel*>().size(), 4);
+    }
+
+    void chineseSystemShowsChineseTextsAndSimulationTitle() {
+        Console c(2052);
+        c.f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n[BENCH]\nSimulated=1\n");
+        QVERIFY(c.controller.OnInitDialog());
+        console::MainWindow window(*c.f.station, c.loop, c.controller);
+        window.Refresh();
+        QCOMPARE(Headers(window).first(), QString::fromUtf8("序号"));
+        QCOMPARE(Headers(window).last(), QString::fromUtf8("绑定"));
+        QVERIFY(window.windowTitle().endsWith("[SIMULATED BENCH]"));
+        QCOMPARE(CounterTexts(window), QStringList({"0", "0", "0.00%"}));
+    }
+
+    void missingSettingsEndsTheConsole() {
+        Console c(1033);
+        QVERIFY(!c.controller.OnInitDialog());
+        const auto messages = c.f.ui.Messages();
+        QCOMPARE(messages.size(), std::size_t{2});
+        QVERIFY(messages[0].rfind("the config file path is ", 0) == 0);
+        QCOMPARE(QString::fromStdString(messages[1]), QString("Failed to read configuration file!"));
+        QVERIFY(c.f.station->view.Snapshot().closeRequested);
+    }
+};
+
+QTEST_MAIN(ConsoleWindowTest)
+#include "console_window_test.moc"
