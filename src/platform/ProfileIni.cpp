@@ -116,10 +116,11 @@ std::string ProfileIni::Apply(std::string contents, std::string_view section, st
                               std::string_view value) {
     const std::string_view s(contents);
     const auto lines = SplitLines(s);
+    // New lines take the ending of the first terminated line: CR LF or LF.
     std::string eol = "\n";
     for (const auto& l : lines)
-        if (l.next > l.end) {
-            eol = std::string(s.substr(l.end, l.next - l.end));
+        if (l.next > l.end && s[l.next - 1] == '\n') {
+            eol = l.next - l.end == 2 ? "\r\n" : "\n";
             break;
         }
     section = Trim(section);

@@ -92,6 +92,8 @@ TEST(ProfileIniWrite, AddsKeyAtTheEndOfItsSectionAndSectionAtTheEnd) {
     s = ProfileIni::Apply(s, "C", "d", "4");
     EXPECT_EQ(s, "[A]\r\na=1\r\nnew=v\r\n\r\n[B]\r\nb=2\r\nc=3\r\n[C]\r\nd=4\r\n");
     EXPECT_EQ(ProfileIni::Apply("", "S", "k", "v"), "[S]\nk=v\n");
+    // A last line ending in a lone CR is no line ending to copy.
+    EXPECT_EQ(ProfileIni::Lookup(ProfileIni::Apply("x=1\r", "S", "k", "v"), "S", "k").second, "v");
 }
 
 TEST(ProfileIniWrite, DuplicatesAndBomAreLeftAlone) {
