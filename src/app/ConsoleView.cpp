@@ -4,14 +4,14 @@ namespace quorvel::app {
 
 template <class F>
 void ConsoleView::Change(F f) {
-    std::function<void()> observer;
     {
         std::lock_guard g(mutex_);
         f(state_);
         ++state_.version;
-        observer = observer_;
     }
-    if (observer) observer();
+    // Under its own lock, so that once SetObserver returns no old observer still runs.
+    std::lock_guard g(observerMutex_);
+    if (observer_) observer_();
 }
 
 void ConsoleView::SetTitle(const std::string& text) {
@@ -63,7 +63,7 @@ ConsoleSnapshot ConsoleView::Snapshot() const {
 }
 
 void ConsoleView::SetObserver(std::function<void()> observer) {
-    std::lock_guard g(mutex_);
+    std::lock_guard g(observerMutex_);
     observer_ = std::move(observer);
 }
 

@@ -60,7 +60,8 @@ public:
     std::string Pane(int pane) const;
     ConsoleSnapshot Snapshot() const;
 
-    // Called after every change, on the changing thread, without the lock held.
+    // Called after every change, on the changing thread, without the model's lock held;
+    // must not change the model. Once SetObserver returns, the old observer never runs again.
     void SetObserver(std::function<void()> observer);
 
 private:
@@ -69,6 +70,7 @@ private:
 
     mutable std::mutex mutex_;
     ConsoleSnapshot state_;
+    std::mutex observerMutex_;  // guards observer_ and its calls
     std::function<void()> observer_;
 };
 

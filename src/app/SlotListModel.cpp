@@ -10,14 +10,14 @@ bool Valid(const SlotListSnapshot& s, int row, int column = 0) {
 
 template <class F>
 void SlotListModel::Change(F f) {
-    std::function<void()> observer;
     {
         std::lock_guard g(mutex_);
         if (!f(state_)) return;
         ++state_.version;
-        observer = observer_;
     }
-    if (observer) observer();
+    // Under its own lock, so that once SetObserver returns no old observer still runs.
+    std::lock_guard g(observerMutex_);
+    if (observer_) observer_();
 }
 
 void SlotListModel::SetColumns(std::vector<SlotColumnHeader> columns) {
@@ -129,7 +129,7 @@ SlotListSnapshot SlotListModel::Snapshot() const {
 }
 
 void SlotListModel::SetObserver(std::function<void()> observer) {
-    std::lock_guard g(mutex_);
+    std::lock_guard g(observerMutex_);
     observer_ = std::move(observer);
 }
 

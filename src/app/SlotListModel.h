@@ -86,7 +86,8 @@ public:
     std::string ResultText(int row) const;
     SlotListSnapshot Snapshot() const;
 
-    // Called after every change, on the changing thread, without the lock held.
+    // Called after every change, on the changing thread, without the model's lock held;
+    // must not change the model. Once SetObserver returns, the old observer never runs again.
     void SetObserver(std::function<void()> observer);
 
 private:
@@ -95,6 +96,7 @@ private:
 
     mutable std::mutex mutex_;
     SlotListSnapshot state_;
+    std::mutex observerMutex_;  // guards observer_ and its calls
     std::function<void()> observer_;
 };
 
