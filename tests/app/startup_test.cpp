@@ -3,6 +3,7 @@
 
 #include "app/AppStartup.h"
 #include "support/TempDir.h"
+#include "support/Unprivileged.h"
 
 namespace quorvel::app {
 namespace {
@@ -34,13 +35,17 @@ TEST(StartupTest, FoldersAreCreatedOnceAndKept) {
 }
 
 TEST(StartupTest, ReadOnlyStationFolderStopsAtConfig) {
-    if (::geteuid() == 0) GTEST_SKIP() << "root can create folders anywhere";
     test::TempDir dir;
-    HeadlessConsoleUi ui;
     ::chmod(dir.Path().c_str(), 0555);
-    AppStartup::CreateFolders(dir.Path(), ui);
+    const int result = test::RunUnprivileged([&] {
+        HeadlessConsoleUi ui;
+        AppStartup::CreateFolders(dir.Path(), ui);
+        return ui.Messages() == std::vector<std::string>{"创建Config文件夹失败！"} ? 0 : 1;
+    });
     ::chmod(dir.Path().c_str(), 0755);
-    EXPECT_EQ(ui.Messages(), (std::vector<std::string>{"创建Config文件夹失败！"}));
+    EXPECT_EQ(result, 0);
+    struct stat st {};
+    EXPECT_NE(::stat(dir.File("TestLog").c_str(), &st), 0) << "TestLog is not attempted";
 }
 
 TEST(StartupTest, ConfigPathThatIsAFileFailsTestLogIsNotTried) {
