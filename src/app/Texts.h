@@ -63,6 +63,29 @@ inline constexpr LangText kMenuRemoveAllBind{"清除所有绑定", "Remove All B
 inline constexpr LangText kMenuMergeRepeatBind{"合并重复绑定", "Merge Repeat Bind"};
 inline constexpr LangText kMenuRemoveStatistics{"清除统计", "Remove Statistics"};
 
+// ---- operator dialogs ----
+inline constexpr LangText kSettingsTitle{"设置", "Settings"};
+inline constexpr LangText kSelectPathLabel{"请选择升级文件路径：", "Please select file path for upgrading!"};
+inline constexpr LangText kLoadButton{"加载", "Load"};
+inline constexpr LangText kConfirmButton{"确认", "Confirm"};
+inline constexpr LangText kCancelButton{"取消", "Cancel"};
+inline constexpr LangText kSelectFolderFirst{"请选择升级文件夹", "Please select folder for upgrading!"};
+inline constexpr const char* kFormatAllWarning = "The FormatAll mode will clear NV data";
+inline constexpr LangText kScatterOperations[4] = {
+    {"1:升级下载", "1:Firmware Upgrade"},
+    {"2:全擦下载(清除NV)", "2:FormatAll and Download"},
+    {"3:备份恢复下载", "3:Backup and Recovery Download"},
+    {"4:保留用户数据升级", "4:Download only, reserve userdata"},
+};
+inline constexpr LangText kCfgOperations[2] = {
+    {"1:升级下载", "1:Firmware Upgrade"},
+    {"3:备份恢复下载", "3:Backup and Recovery Download"},
+};
+inline constexpr LangText kLanguageGroup{"语言", "Language"};
+inline constexpr const char* kLanguageChinese = "中文";
+inline constexpr const char* kLanguageEnglish = "ENGLISH";
+inline constexpr const char* kLanguageAuto = "AUTO";
+
 // ---- engine, workers and slot display ----
 
 // ---- firmware packages ----

@@ -3,7 +3,9 @@
 #include <cstdio>
 #include <ctime>
 
+#include "app/AboutDialogLogic.h"
 #include "app/Messages.h"
+#include "app/SettingsDialogLogic.h"
 #include "app/Texts.h"
 
 #ifndef QUORVEL_BUILD_ID
@@ -97,6 +99,30 @@ void ConsoleController::SetButtonStatus(int n) {
     view.SetEnabled(IDC_HELP, !stop);
 }
 
+void ConsoleController::SettingsClick() {
+    SettingsDialogLogic dialog(station_);
+    if (!station_.ui.RunSettingsDialog(dialog)) return;
+    if (station_.package.kind == PACKAGE_MTK_SCATTER) ShowDownloadTypeName();
+    station_.view.SetBackgroundImage(BackgroundImage(true));
+}
+
+void ConsoleController::HelpClick() {
+    char line[128];
+    std::snprintf(line, sizeof line, texts::kTitleVersionFormat, texts::kTitleVersion);
+    std::string version = line;
+    std::snprintf(line, sizeof line, texts::kTitleCompilerFormat, QUORVEL_BUILD_ID);
+    std::string compiler = line;
+    std::snprintf(line, sizeof line, texts::kTitleDateFormat, texts::kTitleDate);
+    VersionInfo versions{};
+    AboutDialogLogic dialog(station_, versions, version, compiler, line);
+    station_.ui.RunAboutDialog(dialog);
+    station_.settingsStore.LanguageSave();
+    if (station_.restartRequired) {
+        station_.ui.MessageBox(texts::kRebootTool);
+        station_.view.RequestClose(true);
+    }
+}
+
 void ConsoleController::ShowDownloadTypeName() {
     station_.view.SetPane(3, station_.language.ChooseText(DownloadTypeName(station_.package.downloadType)));
 }
@@ -114,6 +140,13 @@ platform::LResult ConsoleController::HandleMessage(std::uint32_t msg, platform::
     if (msg == WM_COMMAND) {
         switch (wParam) {
             case CMD_REMOVE_STATISTICS: station_.statistics.StatisticsReset(); return 0;
+            // Both buttons are disabled while the station runs; a click queued before that is void.
+            case CMD_SETTINGS:
+                if (!station_.stationRunning) SettingsClick();
+                return 0;
+            case CMD_HELP:
+                if (!station_.stationRunning) HelpClick();
+                return 0;
             default: return 0;
         }
     }

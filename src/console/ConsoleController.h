@@ -25,6 +25,9 @@ public:
     bool OnInitDialog();
 
     void SetButtonStatus(int n);
+    // Commands of the Settings and Help buttons.
+    void SettingsClick();
+    void HelpClick();
     void ShowDownloadTypeName();
     int ButtonStatus() const { return buttonStatus_; }
     // The window title: version, build identification and date.

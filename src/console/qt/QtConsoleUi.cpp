@@ -3,6 +3,9 @@
 #include <QMessageBox>
 #include <QThread>
 
+#include "dialogs/AboutDialog.h"
+#include "dialogs/SettingsDialog.h"
+
 namespace quorvel::console {
 
 template <class F>
@@ -18,6 +21,22 @@ void QtConsoleUi::MessageBox(const std::string& text) {
         QMessageBox box(QMessageBox::NoIcon, QStringLiteral("Quorvel"), QString::fromUtf8(text.c_str()),
                         QMessageBox::Ok, parent_);
         box.exec();
+    });
+}
+
+bool QtConsoleUi::RunSettingsDialog(app::SettingsDialogLogic& dialog) {
+    bool ok = false;
+    OnGuiThread([&] {
+        dialogs::SettingsDialog window(dialog, parent_);
+        ok = window.exec() == QDialog::Accepted;
+    });
+    return ok;
+}
+
+void QtConsoleUi::RunAboutDialog(app::AboutDialogLogic& dialog) {
+    OnGuiThread([&] {
+        dialogs::AboutDialog window(dialog, parent_);
+        window.exec();
     });
 }
 

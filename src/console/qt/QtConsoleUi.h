@@ -17,6 +17,8 @@ public:
     void SetParentWindow(QWidget* window) { parent_ = window; }
 
     void MessageBox(const std::string& text) override;
+    bool RunSettingsDialog(app::SettingsDialogLogic& dialog) override;
+    void RunAboutDialog(app::AboutDialogLogic& dialog) override;
 
 private:
     template <class F>

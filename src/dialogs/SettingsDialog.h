@@ -1,0 +1,30 @@
+#pragma once
+// The settings dialog's window over SettingsDialogLogic. GUI thread only.
+
+#include <QDialog>
+
+#include "app/SettingsDialogLogic.h"
+
+class QComboBox;
+class QLineEdit;
+
+namespace quorvel::dialogs {
+
+class SettingsDialog : public QDialog {
+    Q_OBJECT
+public:
+    SettingsDialog(app::SettingsDialogLogic& logic, QWidget* parent);
+
+    void accept() override;
+    void reject() override;
+
+private:
+    void ShowList();
+    void LoadClicked();
+
+    app::SettingsDialogLogic& logic_;
+    QLineEdit* path_;
+    QComboBox* operations_;
+};
+
+}  // namespace quorvel::dialogs

@@ -1,0 +1,77 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "app/AboutDialogLogic.h"
+#include "app/Messages.h"
+#include "app/SettingsDialogLogic.h"
+#include "console/ConsoleController.h"
+#include "support/StationFixture.h"
+
+namespace quorvel::console {
+namespace {
+
+using namespace app;
+
+class ConsoleCommandsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\nLANGUAGE=2052\n");
+        ASSERT_TRUE(controller.OnInitDialog());
+        f.ui.Clear();
+    }
+    test::StationFixture f{1033};
+    platform::StationLoop loop{f.clock};
+    ConsoleController controller{*f.station, loop};
+};
+
+TEST_F(ConsoleCommandsTest, ChangingTheLanguageAsksForARestartAndSavesIt) {
+    f.ui.QueueAboutAnswer([](AboutDialogLogic& d) { d.Confirm(AboutDialogLogic::ENGLISH); });
+    controller.HandleMessage(WM_COMMAND, CMD_HELP, 0);
+    EXPECT_EQ(f.ui.Messages(), (std::vector<std::string>{"Please Reboot the Tool..."}));
+    const auto view = f.station->view.Snapshot();
+    EXPECT_TRUE(view.closeRequested);
+    EXPECT_TRUE(view.hidden);
+    EXPECT_NE(f.ReadSettings().find("LANGUAGE=1033"), std::string::npos);
+}
+
+TEST_F(ConsoleCommandsTest, KeepingTheLanguageNeedsNoRestart) {
+    f.ui.QueueAboutAnswer([](AboutDialogLogic& d) { d.Confirm(AboutDialogLogic::AUTO); });
+    controller.HandleMessage(WM_COMMAND, CMD_HELP, 0);
+    EXPECT_TRUE(f.ui.Messages().empty());
+    EXPECT_FALSE(f.station->view.Snapshot().closeRequested);
+}
+
+TEST_F(ConsoleCommandsTest, SettingsOkShowsTheNewOperationAndBackground) {
+    f.dir.Write("fw/MT_scatter.txt", "x");
+    const std::string path = f.dir.File("fw/MT_scatter.txt");
+    f.ui.QueueSettingsAnswer([&](SettingsDialogLogic& d) {
+        d.Load(path);
+        d.Select(3);
+        std::thread mover([&] {
+            f.clock.AwaitWaiters(1);
+            f.clock.AdvanceToNextDeadline();
+        });
+        const bool ok = d.Ok();
+        mover.join();
+        return ok;
+    });
+    controller.HandleMessage(WM_COMMAND, CMD_SETTINGS, 0);
+    EXPECT_EQ(f.station->package.downloadType, 8);
+    EXPECT_EQ(f.station->view.Pane(3), "Download Only(not format)");
+    EXPECT_EQ(f.station->view.Snapshot().backgroundImage, f.dir.Path() + "res/BRINDLE_USERDATA_E.bmp");
+}
+
+TEST_F(ConsoleCommandsTest, SettingsAndHelpAreVoidWhileRunningButStatisticsResetIsNot) {
+    f.station->stationRunning = true;
+    f.ui.QueueAboutAnswer([](AboutDialogLogic& d) { d.Confirm(AboutDialogLogic::ENGLISH); });
+    controller.HandleMessage(WM_COMMAND, CMD_HELP, 0);
+    EXPECT_EQ(f.station->language.LanguageId(), 2052u);
+    f.station->statistics.CountJob(true);
+    controller.HandleMessage(WM_COMMAND, CMD_REMOVE_STATISTICS, 0);
+    EXPECT_EQ(f.station->view.Text(IDC_PASS_RATE), "0.00%");
+    EXPECT_EQ(f.station->statistics.Total(), 0u);
+}
+
+}  // namespace
+}  // namespace quorvel::console
