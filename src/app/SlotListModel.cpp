@@ -51,6 +51,14 @@ int SlotListModel::InsertRow(const std::string& numberText) {
     return index;
 }
 
+void SlotListModel::DeleteRow(int row) {
+    Change([&](SlotListSnapshot& s) {
+        if (!Valid(s, row)) return false;
+        s.rows.erase(s.rows.begin() + row);
+        return true;
+    });
+}
+
 void SlotListModel::DeleteAllRows() {
     Change([&](SlotListSnapshot& s) {
         s.rows.clear();

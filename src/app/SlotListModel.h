@@ -69,6 +69,7 @@ public:
     int RowCount() const;
     // Appends a row; returns its index.
     int InsertRow(const std::string& numberText);
+    void DeleteRow(int row);  // later rows move up
     void DeleteAllRows();
 
     // Row and column out of range are ignored (or give empty results).

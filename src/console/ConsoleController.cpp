@@ -140,6 +140,16 @@ platform::LResult ConsoleController::HandleMessage(std::uint32_t msg, platform::
     if (msg == WM_COMMAND) {
         switch (wParam) {
             case CMD_REMOVE_STATISTICS: station_.statistics.StatisticsReset(); return 0;
+            // The menu greys these out while the station runs; a command queued before Start is void.
+            case CMD_REMOVE_BIND:
+                if (!station_.stationRunning) bindingCommands_.RemoveTheBind(selectedRow_);
+                return 0;
+            case CMD_REMOVE_ALL_BIND:
+                if (!station_.stationRunning) bindingCommands_.RemoveAllBind();
+                return 0;
+            case CMD_MERGE_REPEAT_BIND:
+                if (!station_.stationRunning) bindingCommands_.MergeRepeatBind();
+                return 0;
             // Both buttons are disabled while the station runs; a click queued before that is void.
             case CMD_SETTINGS:
                 if (!station_.stationRunning) SettingsClick();

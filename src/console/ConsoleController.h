@@ -6,6 +6,7 @@
 #include <string>
 
 #include "app/Station.h"
+#include "devices/BindingCommands.h"
 #include "platform/StationLoop.h"
 
 namespace quorvel::console {
@@ -51,6 +52,7 @@ private:
     int listClientWidth_;
     int buttonStatus_ = DOWNLOAD_BUTTON_STATUS_INIT;
     int selectedRow_ = -1;
+    devices::BindingCommands bindingCommands_{station_};
 };
 
 }  // namespace quorvel::console
