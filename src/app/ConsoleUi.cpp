@@ -5,6 +5,14 @@
 
 namespace quorvel::app {
 
+void ConsoleUi::RunPreparationDialog(PreparationDialog& dialog) {
+    if (!dialog.Open()) {
+        dialog.Close();
+        return;
+    }
+    dialog.WaitClosed();
+}
+
 void HeadlessConsoleUi::MessageBox(const std::string& text) {
     std::lock_guard g(mutex_);
     messages_.push_back(text);

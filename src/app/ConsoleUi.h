@@ -14,6 +14,19 @@ namespace quorvel::app {
 class AboutDialogLogic;
 class SettingsDialogLogic;
 
+// A modal window that only shows the progress of work done elsewhere (the package
+// preparation window). The work closes it when it ends; the operator may close it earlier.
+class PreparationDialog {
+public:
+    virtual ~PreparationDialog() = default;
+    // Starts the work; false when nothing was started (the window would wait for the operator).
+    virtual bool Open() = 0;
+    // The operator ended the window (Escape or Enter).
+    virtual void Close() = 0;
+    // Blocks until the window is closed, by the work or by Close.
+    virtual void WaitClosed() = 0;
+};
+
 class ConsoleUi {
 public:
     virtual ~ConsoleUi() = default;
@@ -23,6 +36,9 @@ public:
     virtual bool RunSettingsDialog(SettingsDialogLogic& dialog) = 0;
     // The about dialog, modal.
     virtual void RunAboutDialog(AboutDialogLogic& dialog) = 0;
+    // The package preparation window, modal: returns when it has closed. Without a
+    // screen: opened, and closed at once by the operator when no work was started.
+    virtual void RunPreparationDialog(PreparationDialog& dialog);
 };
 
 // Records every message box and answers dialogs from a script: each queued

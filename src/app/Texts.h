@@ -89,6 +89,47 @@ inline constexpr const char* kLanguageAuto = "AUTO";
 // ---- engine, workers and slot display ----
 
 // ---- firmware packages ----
+// PAC extraction (English only).
+inline constexpr const char* kPacCannotOpen = "Can not open file [%s]\n";
+inline constexpr const char* kPacInvalidParams = "[CBinPacket]Invalidate params";
+inline constexpr const char* kPacTooSmall = "Bin packet's size is too small,maybe it has been destructed!";
+inline constexpr const char* kPacCrcError = "CRC Error!\nPAC file may be damaged!";
+inline constexpr const char* kPacVersionNotSupported = "Bin packet version is not support!";
+inline constexpr const char* kPacSizeWrong = "Bin packet's size is not correct,maybe it has been destructed!";
+inline constexpr const char* kPacNoFiles = "There is no files in packet!";
+inline constexpr const char* kPacNoTempPath = "Can not get temp path!";
+inline constexpr const char* kPacCannotCreateFolder = "Can not create directory[%s]";
+inline constexpr const char* kPacOutOfMemory = "[CBinPaket]Out of memory!";
+inline constexpr const char* kPacReadFailed = "Read pakcet failed,maybe it has been destructed!";
+inline constexpr const char* kPacDiskFull = "Extract PAC file failed!\nThe left space of \"%s\" disk maybe not enough!";
+// Refusals of texts that do not fit their fields or names that would leave the folder.
+inline constexpr const char* kPacProductNameTooLong = "Bin packet's product name is too long or not readable!";
+inline constexpr const char* kPacFileNameRefused =
+    "Bin packet's file name [%s] of entry %d is refused: %s.\nOnly a bare file name can be extracted!";
+inline constexpr const char* kPacTextTooLong = "Bin packet's entry %d has a text longer than its field!";
+inline constexpr const char* kPacPathTooLong = "Extract path [%s] is too long!";
+// SPRD download configuration (English only).
+inline constexpr const char* kSprdNoNvChosen =
+    "Configure dangerouse: have not selected NV file to dwonload.\nPlease select right packet!";
+inline constexpr const char* kSprdNoNvBackup =
+    "Configure dangerouse: have not selected any NV item to backup.\nPlease select right packet!";
+inline constexpr const char* kSprdRepartitionMissing =
+    "Configure dangerouse: have selected repartition,\nbut not selected all files to download.\n[%s]\nPlease select "
+    "right packet!";
+inline constexpr const char* kSprdFilesMissing = "Configure dangerouse: have not selected all files to dwonload.\n[%s]";
+// Package preparation window.
+inline constexpr const char* kPrepInProgress = "正在进行中...";
+inline constexpr LangText kPrepUnzipping{"正在解压缩文件...", "Unzipping files..."};
+inline constexpr LangText kPrepValidating{"正在校验文件：", "Validating checksum:"};
+inline constexpr LangText kPrepTitleValidate{"校验文件", "Validate Checksum"};
+inline constexpr LangText kPrepTitleUnzip{"解压文件", "Unzip files"};
+inline constexpr const char* kPrepUnzipFailed = "Unzip Pac Files Failed";
+// MTK package preparation.
+inline constexpr const char* kMtkMoreThanOneEfuse = "Error: more than one efuse xml file exist!";
+inline constexpr const char* kMtkEfuseXmlUnreadable = "could not load the efuse xml file.";
+inline constexpr const char* kMtkNoChipName = "could not find key word chip-name.";
+inline constexpr LangText kMtkDaMissingStartup{"错误: DA文件未找到，请检查！", "Error: DA File Missing,please check it!!!"};
+inline constexpr const char* kMtkDaMissingSettings = "Error : DA File Missing,please check it!!!";
 
 // ---- devices and binding ----
 

@@ -1,0 +1,347 @@
+#include "packages/BinPack.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <new>
+
+#include "app/ConsoleUi.h"
+#include "app/Messages.h"
+#include "app/Texts.h"
+#include "packages/Crc16.h"
+#include "platform/Clock.h"
+#include "platform/StationLoop.h"
+
+namespace quorvel::packages {
+namespace fs = std::filesystem;
+namespace texts = app::texts;
+
+namespace {
+
+template <class... Args>
+std::string Format(const char* format, Args... args) {
+    const int n = std::snprintf(nullptr, 0, format, args...);
+    std::string out(static_cast<std::size_t>(n > 0 ? n : 0), '\0');
+    std::snprintf(out.data(), out.size() + 1, format, args...);
+    return out;
+}
+
+bool Exists(const std::string& path) {
+    struct stat st;
+    return ::lstat(path.c_str(), &st) == 0;
+}
+
+bool WriteFully(int fd, const std::uint8_t* data, std::size_t length) {
+    while (length > 0) {
+        const ssize_t n = ::write(fd, data, length);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        data += n;
+        length -= static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+}  // namespace
+
+CBinPack::CBinPack(app::ConsoleUi& ui, platform::Clock& clock, platform::MessageWindow* progressWindow)
+    : ui_(ui), clock_(clock), window_(progressWindow), tempFolder_(SystemTempFolder) {}
+
+CBinPack::~CBinPack() {
+    if (outFd_ >= 0) ::close(outFd_);
+    Close();
+}
+
+int CBinPack::Open(const std::string& path) {
+    Close();
+    packagePath_ = path;
+    fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd_ < 0) {
+        ui_.MessageBox(Format(texts::kPacCannotOpen, path.c_str()));
+        return 0;
+    }
+    ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+    return 1;
+}
+
+void CBinPack::Close() {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+}
+
+std::optional<std::string> CBinPack::SystemTempFolder() {
+    std::error_code ec;
+    const fs::path temp = fs::temp_directory_path(ec);
+    if (ec || temp.empty()) return std::nullopt;
+    std::string path = temp.string();
+    if (path.back() != '/') path += '/';
+    return path;
+}
+
+void CBinPack::Notice(std::uint64_t wParam, std::int64_t lParam) {
+    if (window_) window_->Send(app::MSG_PAC_PROGRESS, wParam, lParam);
+}
+
+void CBinPack::Fail(const std::string& message) { ui_.MessageBox(message); }
+
+std::size_t CBinPack::ReadPackage(void* buffer, std::size_t length) {
+    auto* p = static_cast<std::uint8_t*>(buffer);
+    std::size_t done = 0;
+    while (done < length) {
+        const ssize_t n = ::read(fd_, p + done, length - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        done += static_cast<std::size_t>(n);
+    }
+    position_ += done;
+    return done;
+}
+
+int CBinPack::Unpack(const char* basePath, PacHeader* header, std::vector<PacFileEntry>* entries) {
+    bool ok = false;
+    if (!entries || !header) {
+        Fail(texts::kPacInvalidParams);
+    } else if (fd_ >= 0) {
+        entries->clear();
+        ok = UnpackSteps(basePath, *header, *entries);
+    }
+    if (outFd_ >= 0) ::close(outFd_);
+    outFd_ = -1;
+    std::vector<std::uint8_t>().swap(buffer_);
+    Notice(PAC_NOTICE_END, ok ? 1 : 0);
+    return ok ? 1 : 0;
+}
+
+bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<PacFileEntry>& entries) {
+    position_ = 0;
+    dataCrc_ = 0;
+    outputFolder_.clear();
+    lastFilePath_.clear();
+    struct stat st;
+    if (::fstat(fd_, &st) != 0 || ::lseek(fd_, 0, SEEK_SET) != 0) {
+        Fail(Format(texts::kPacCannotOpen, packagePath_.c_str()));
+        return false;
+    }
+    const std::uint64_t fileSize = static_cast<std::uint64_t>(st.st_size);
+    if (fileSize < kPacHeaderSize) {
+        Fail(texts::kPacTooSmall);
+        return false;
+    }
+
+    const std::size_t headerRead = ReadPackage(&header, kPacHeaderSize);
+    crcOn_ = PacCrcOn(header);
+    if (crcOn_ && !PacHeaderCrcValid(header)) {
+        Fail(texts::kPacCrcError);
+        return false;
+    }
+    const bool nameFits = NormaliseProductName(header);
+    if (headerRead < kPacHeaderSize || !PacVersionSupported(header)) {
+        Fail(texts::kPacVersionNotSupported);
+        return false;
+    }
+    if (!nameFits) {
+        Fail(texts::kPacProductNameTooLong);
+        return false;
+    }
+    if (header.PackageSize != fileSize) {
+        Fail(texts::kPacSizeWrong);
+        return false;
+    }
+    if (header.FileCount == 0) {
+        Fail(texts::kPacNoFiles);
+        return false;
+    }
+
+    // The extraction folder, named by the tick count printed as a signed value.
+    const auto ticks = static_cast<std::int32_t>(clock_.Now());
+    std::string diskBase;
+    if (basePath && std::strlen(basePath) >= 2) {
+        std::string base = basePath;
+        while (!base.empty() && (base.back() == '/' || base.back() == '\\')) base.pop_back();
+        outputFolder_ = Format("%s/_DownloadFiles%d", base.c_str(), ticks);
+        diskBase = base.empty() ? "/" : base;
+    } else {
+        const auto temp = tempFolder_ ? tempFolder_() : std::nullopt;
+        if (!temp || temp->empty()) {
+            Fail(texts::kPacNoTempPath);
+            return false;
+        }
+        std::string tempPath = *temp;
+        if (tempPath.back() != '/') tempPath += '/';
+        outputFolder_ = Format("%s_DownloadFiles%d", tempPath.c_str(), ticks);
+        diskBase = tempPath;
+    }
+    diskMessage_ = Format(texts::kPacDiskFull, DiskOf(diskBase).c_str());
+
+    if (Exists(outputFolder_)) DeleteFolder(outputFolder_.c_str());
+    if (::mkdir(outputFolder_.c_str(), 0777) != 0 && errno != EEXIST) {
+        Fail(Format(texts::kPacCannotCreateFolder, outputFolder_.c_str()));
+        return false;
+    }
+    prefix_ = outputFolder_ + "/";
+
+    // The table. A count the package cannot hold is refused before any allocation.
+    if (header.FileCount < 0) {
+        Fail(texts::kPacOutOfMemory);
+        return false;
+    }
+    const std::uint64_t count = static_cast<std::uint64_t>(header.FileCount);
+    if (count * kPacEntrySize > fileSize - position_) {
+        Fail(texts::kPacReadFailed);
+        return false;
+    }
+    std::vector<PacFileEntry> table;
+    try {
+        table.resize(count);
+        buffer_.resize(kPacChunkSize);
+    } catch (const std::bad_alloc&) {
+        Fail(texts::kPacOutOfMemory);
+        return false;
+    }
+    const std::size_t tableBytes = count * kPacEntrySize;
+    if (ReadPackage(table.data(), tableBytes) < tableBytes) {
+        Fail(texts::kPacReadFailed);
+        return false;
+    }
+    if (crcOn_) dataCrc_ = CalcCrc16(dataCrc_, table.data(), tableBytes);
+
+    // Every name that will receive data is checked before any file is written.
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        const std::uint32_t size = table[i].FileSize;
+        if (size == 0 || size == 0xFFFFFFFFu || size >= header.PackageSize) continue;  // refused in order below
+        std::string name;
+        if (!ReadField(table[i].FileName, name)) {
+            Fail(Format(texts::kPacTextTooLong, static_cast<int>(i)));
+            return false;
+        }
+        const std::string reason = UnsafeFileNameReason(name);
+        if (!reason.empty()) {
+            Fail(Format(texts::kPacFileNameRefused, name.c_str(), static_cast<int>(i), reason.c_str()));
+            return false;
+        }
+    }
+
+    Notice(PAC_NOTICE_START, header.PackageSize);
+
+    int unnamed = 0;
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        PacFileEntry& entry = table[i];
+        if (entry.FileSize == 0xFFFFFFFFu || entry.FileSize >= header.PackageSize) {
+            Fail(texts::kPacReadFailed);
+            return false;
+        }
+        if (entry.FileSize == 0) continue;
+        const bool last = i + 1 == table.size();
+        if (!ExtractEntry(entry, last, header.PackageSize)) return false;
+        if (entry.FileId[0] == 0) ++unnamed;
+    }
+
+    // Unnamed entries are taken to stand at the end of the table.
+    header.FileCount -= unnamed;
+    table.resize(static_cast<std::size_t>(header.FileCount));
+    entries = std::move(table);
+
+    if (crcOn_ && CalcCrc16(dataCrc_, &header.DataCrc, sizeof header.DataCrc) != 0) {
+        Fail(texts::kPacCrcError);
+        return false;
+    }
+    return true;
+}
+
+bool CBinPack::ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packageSize) {
+    std::string name;
+    ReadField(entry.FileName, name);  // checked before extraction began
+    std::string path = prefix_ + name;
+    for (int n = 1; Exists(path); ++n) path = Format("%s%s(%d)", prefix_.c_str(), name.c_str(), n);
+
+    // The full path goes back into the entry, and on to the engine's 256-byte record.
+    if (path.size() > 255 || !WriteField(entry.FileName, path)) {
+        Fail(Format(texts::kPacPathTooLong, path.c_str()));
+        return false;
+    }
+    if (last) lastFilePath_ = path;
+
+    // O_EXCL: the chosen name was free a moment ago; anything planted there since is not followed.
+    outFd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC, 0666);
+    if (outFd_ < 0) {
+        Fail(diskMessage_);
+        return false;
+    }
+    ::posix_fadvise(outFd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+
+    std::uint32_t remaining = entry.FileSize;
+    while (remaining > 0) {
+        Notice(PAC_NOTICE_PERCENT, static_cast<std::int64_t>(position_ * 100 / packageSize));
+        const std::size_t chunk = remaining < kPacChunkSize ? remaining : kPacChunkSize;
+        // A package cut short fails here, with or without CRCs.
+        if (ReadPackage(buffer_.data(), chunk) < chunk) {
+            ::close(outFd_);
+            outFd_ = -1;
+            Fail(texts::kPacReadFailed);
+            return false;
+        }
+        if (crcOn_) dataCrc_ = CalcCrc16(dataCrc_, buffer_.data(), chunk);
+        std::size_t toWrite = chunk;
+        // The configuration file's terminating NUL is not part of the file.
+        if (last && remaining == chunk && buffer_[chunk - 1] == 0) --toWrite;
+        if (!WriteFully(outFd_, buffer_.data(), toWrite)) {
+            ::close(outFd_);
+            outFd_ = -1;
+            Fail(diskMessage_);
+            return false;
+        }
+        remaining -= static_cast<std::uint32_t>(chunk);
+    }
+    const int closed = ::close(outFd_);
+    outFd_ = -1;
+    if (closed != 0) {
+        Fail(diskMessage_);
+        return false;
+    }
+    return true;
+}
+
+int CBinPack::DeleteFolder(const char* path) {
+    if (!path) return 1;
+    std::error_code ec;
+    const fs::path root(path);
+    const auto status = fs::symlink_status(root, ec);
+    if (ec || !fs::exists(status)) return 1;
+    if (fs::is_symlink(status)) {
+        fs::remove(root, ec);
+        return 1;
+    }
+    if (!fs::is_directory(status)) return 1;
+    for (fs::directory_iterator it(root, ec), end; !ec && it != end; it.increment(ec)) {
+        std::error_code entryEc;
+        if (it->is_directory(entryEc) && !it->is_symlink(entryEc)) {
+            DeleteFolder(it->path().c_str());
+        } else {
+            fs::remove(it->path(), entryEc);
+        }
+    }
+    fs::remove(root, ec);
+    return 1;
+}
+
+std::string DiskOf(const std::string& path) {
+    std::error_code ec;
+    fs::path p = fs::absolute(path.empty() ? fs::path(".") : fs::path(path), ec).lexically_normal();
+    if (p.has_filename() == false && p != p.root_path()) p = p.parent_path();
+    struct stat st;
+    while (::stat(p.c_str(), &st) != 0 && p != p.root_path()) p = p.parent_path();
+    for (;;) {
+        if (p == p.root_path()) return p.string();
+        const fs::path parent = p.parent_path();
+        struct stat up;
+        if (::stat(parent.c_str(), &up) != 0 || up.st_dev != st.st_dev) return p.string();
+        p = parent;
+    }
+}
+
+}  // namespace quorvel::packages

@@ -1,0 +1,97 @@
+#pragma once
+// CBinPack: checks a PAC package and extracts every file of it into a fresh
+// extraction folder, streaming the data through one 10 MiB buffer and reading the
+// package strictly in sequence. Progress goes to the preparation window as message
+// 6029 (sent, so the window has shown each step before extraction goes on); each
+// failure shows its message through ConsoleUi and ends with notice (2, 0).
+//
+// Made per use on one thread (the preparation thread): Open, Unpack once, Close.
+// DeleteFolder may be called from any thread.
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "packages/PacFormat.h"
+
+namespace quorvel::app {
+class ConsoleUi;
+}
+namespace quorvel::platform {
+class Clock;
+class MessageWindow;
+}  // namespace quorvel::platform
+
+namespace quorvel::packages {
+
+inline constexpr std::size_t kPacChunkSize = 10 * 1024 * 1024;
+
+// wParam of the extraction notices (message 6029).
+enum PacNotice : std::uint64_t { PAC_NOTICE_START = 0, PAC_NOTICE_PERCENT = 1, PAC_NOTICE_END = 2 };
+
+class CBinPack {
+public:
+    // `progressWindow` receives the notices; null sends none. It must outlive Unpack.
+    CBinPack(app::ConsoleUi& ui, platform::Clock& clock, platform::MessageWindow* progressWindow = nullptr);
+    virtual ~CBinPack();
+    CBinPack(const CBinPack&) = delete;
+    CBinPack& operator=(const CBinPack&) = delete;
+
+    // Opens the existing package for reading; 1 on success, else 0 after a message.
+    int Open(const std::string& path);
+    void Close();
+
+    // Checks and extracts the open package into "<basePath>/_DownloadFiles<ticks>"
+    // (basePath null or shorter than 2: into the temporary folder). `header` receives
+    // the header; `entries` the file table with each extracted entry's FileName
+    // replaced by its full path, and without as many entries from the end as there
+    // were unnamed ones. 1 on success, 0 on failure; files already written stay.
+    int Unpack(const char* basePath, PacHeader* header, std::vector<PacFileEntry>* entries);
+
+    const std::string& GetOutputFolder() const { return outputFolder_; }
+    // The file extracted for the last table entry; empty when that entry has no data.
+    const std::string& GetLastFilePath() const { return lastFilePath_; }
+
+    // Deletes a folder tree; a symbolic link inside is removed, never followed.
+    // Errors are ignored; returns 1, also for a null or missing path.
+    static int DeleteFolder(const char* path);
+
+    // The system temporary folder, with a trailing '/'; replaceable for tests.
+    using TempFolderSource = std::function<std::optional<std::string>()>;
+    void SetTempFolderSource(TempFolderSource source) { tempFolder_ = std::move(source); }
+    static std::optional<std::string> SystemTempFolder();
+
+private:
+    bool UnpackSteps(const char* basePath, PacHeader& header, std::vector<PacFileEntry>& entries);
+    bool ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packageSize);
+    void Notice(std::uint64_t wParam, std::int64_t lParam);
+    void Fail(const std::string& message);
+    std::size_t ReadPackage(void* buffer, std::size_t length);
+
+    app::ConsoleUi& ui_;
+    platform::Clock& clock_;
+    platform::MessageWindow* window_;
+    TempFolderSource tempFolder_;
+
+    int fd_ = -1;
+    std::string packagePath_;
+    std::string outputFolder_;
+    std::string lastFilePath_;
+
+    // Working state of one Unpack.
+    std::uint64_t position_ = 0;  // bytes of the package read so far
+    bool crcOn_ = false;
+    std::uint16_t dataCrc_ = 0;
+    std::string prefix_;
+    std::string diskMessage_;
+    std::vector<std::uint8_t> buffer_;
+    int outFd_ = -1;
+};
+
+// The mount point of the file system that holds `path` (or its nearest existing parent):
+// the "disk" named in the out-of-space message.
+std::string DiskOf(const std::string& path);
+
+}  // namespace quorvel::packages

@@ -1,0 +1,183 @@
+#include "packages/MtkPreparation.h"
+
+#include <sys/stat.h>
+#include <tinyxml2.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "app/Station.h"
+#include "app/Texts.h"
+
+namespace quorvel::packages {
+namespace fs = std::filesystem;
+namespace texts = app::texts;
+
+namespace {
+
+bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+std::string WithoutTrailingSeparators(std::string path) {
+    while (path.size() > 1 && (path.back() == '/' || path.back() == '\\')) path.pop_back();
+    return path;
+}
+
+bool FileExists(const std::string& path) {
+    struct stat st;
+    return !path.empty() && ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+const DisplayFont kBannerFont{"Arial", 24, 65};
+
+}  // namespace
+
+std::vector<std::string> FilesWithExtension(const std::string& folder, const std::string& extension) {
+    std::vector<std::string> names;
+    std::error_code ec;
+    for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
+        std::error_code entryEc;
+        if (it->is_directory(entryEc)) continue;
+        const std::string name = it->path().filename().string();
+        if (name.size() <= extension.size()) continue;
+        const std::string ext = name.substr(name.size() - extension.size());
+        if (std::equal(ext.begin(), ext.end(), extension.begin(), extension.end(),
+                       [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) ==
+                                                   std::tolower(static_cast<unsigned char>(b)); }))
+            names.push_back(name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+int DaVariantOf(const std::string& chipName) {
+    const bool v1 = Contains(chipName, "_V1");
+    bool listed = false;
+    for (const char* chip : kDaListedChips) listed = listed || Contains(chipName, chip);
+    return (v1 ? 2 : 0) + (listed ? 1 : 0);
+}
+
+std::string DaFolderOf(const std::string& exeDir, int variant) {
+    static constexpr const char* kFolders[4] = {"Sec11", "Sec20", "Sec11_V1", "Sec20_V1"};
+    std::string base = exeDir;
+    if (!base.empty() && base.back() != '/') base += '/';
+    return base + "MTKDA_SP/" + kFolders[variant & 3];
+}
+
+MtkPreparation::MtkPreparation(app::Station& station) : station_(station), state_(*station.mtkPrep.Get()) {}
+
+int MtkPreparation::FindEfuseXml() {
+    const std::string folder = WithoutTrailingSeparators(station_.package.firmwareFolder);
+    int count = 0;
+    for (const auto& name : FilesWithExtension(folder, ".xml")) {
+        if (Contains(name, "efuse")) {
+            state_.EfuseXmlPath = folder + "/" + name;
+            ++count;
+        }
+        if (count > 1) station_.ui.MessageBox(texts::kMtkMoreThanOneEfuse);
+    }
+    return count >= 1 ? 0 : -1;
+}
+
+void MtkPreparation::LoadChipName(const std::string& xmlPath) {
+    tinyxml2::XMLDocument doc;
+    if (doc.LoadFile(xmlPath.c_str()) != tinyxml2::XML_SUCCESS) {
+        station_.ui.MessageBox(texts::kMtkEfuseXmlUnreadable);
+        return;
+    }
+    if (const tinyxml2::XMLElement* root = doc.RootElement()) {
+        for (auto* group = root->FirstChildElement(); group; group = group->NextSiblingElement()) {
+            for (auto* item = group->FirstChildElement(); item; item = item->NextSiblingElement()) {
+                if (!Contains(item->Name(), "chip-name")) continue;
+                const tinyxml2::XMLNode* first = item->FirstChild();
+                state_.ChipName = first && first->Value() ? first->Value() : "";
+                return;
+            }
+        }
+    }
+    station_.ui.MessageBox(texts::kMtkNoChipName);
+}
+
+void MtkPreparation::SelectDaVariant() { state_.DaVariant = DaVariantOf(state_.ChipName); }
+
+int MtkPreparation::FindDaFiles() {
+    const std::string folder = DaFolderOf(station_.ExeDir(), state_.DaVariant);
+    const std::string& br = station_.settings.DA_BR;
+    const std::string& pl = station_.settings.DA_PL;
+    int matches = 0;
+    for (const auto& name : FilesWithExtension(folder, ".bin")) {
+        if (Contains(name, br)) {
+            state_.DaBrPath = folder + "/" + name;
+            ++matches;
+        }
+        if (Contains(name, pl)) {
+            state_.DaPlPath = folder + "/" + name;
+            ++matches;
+        }
+    }
+    return matches > 0 ? 0 : -1;
+}
+
+void MtkPreparation::PrepareMtkPackage(bool startup) {
+    state_ = *station_.mtkPrep.Get();
+    if (FindEfuseXml() != 0) {
+        state_.EfuseEnabled = 0;
+        station_.mtkPrep.Set(state_);
+        station_.view.SetPane(2, texts::kEfuseDisable);
+        return;
+    }
+    LoadChipName(state_.EfuseXmlPath);
+    SelectDaVariant();
+    FindDaFiles();
+    if (state_.DaBrPath.empty() || state_.DaPlPath.empty())
+        station_.ui.MessageBox(startup ? station_.language.ChooseText(texts::kMtkDaMissingStartup)
+                                       : texts::kMtkDaMissingSettings);
+    state_.EfuseEnabled = 1;
+    station_.mtkPrep.Set(state_);
+    station_.view.SetPane(2, texts::kEfuseEnable);
+}
+
+void MtkPreparation::RefreshPackageDisplay(app::Station& station, PackageDisplayConsole& console) {
+    const app::PackageSelection& package = station.package;
+    const std::string label = station.language.ChooseText(texts::kSoftwarePath) + " ";
+    auto panelFont = [&console] {
+        console.SetPanelFont({"Arial", static_cast<int>(console.PanelClientHeight() * 0.7), 0});
+    };
+    switch (package.kind) {
+        case app::PACKAGE_MTK_SCATTER: {
+            if (!FileExists(package.scatterFilePath)) {
+                station.ui.MessageBox(station.language.ChooseText(texts::kSelectScatterFirst));
+                station.view.SetPane(0, "");
+                station.view.SetText(app::IDC_PATH_BANNER, "");
+                return;
+            }
+            station.view.SetPane(0, label + "\"" + package.scatterFilePath + "\"");
+            console.SetBannerFont(kBannerFont);
+            if (console.PreLoadPackage() != 0) return;
+            const std::string version = console.PackageVersionText();
+            station.view.SetText(app::IDC_PATH_BANNER, package.scatterFilePath);
+            panelFont();
+            station.view.SetText(app::IDC_PANEL, version.empty() ? "" : "SW:" + version);
+            break;
+        }
+        case app::PACKAGE_SPRD_PAC:
+            station.view.SetPane(0, label + "\"" + package.pacFilePath + "\"");
+            console.SetBannerFont(kBannerFont);
+            station.view.SetText(app::IDC_PATH_BANNER, package.pacFilePath);
+            panelFont();
+            station.view.SetText(app::IDC_PANEL, "");
+            break;
+        case app::PACKAGE_MTK_CFG:
+            station.view.SetPane(0, label + "\"" + package.cfgFilePath + "\"");
+            console.SetBannerFont(kBannerFont);
+            station.view.SetText(app::IDC_PATH_BANNER, package.cfgFilePath);
+            console.PreLoadPackage();
+            panelFont();
+            station.view.SetText(app::IDC_PANEL, "");
+            break;
+        default:
+            break;
+    }
+    console.Repaint();
+}
+
+}  // namespace quorvel::packages

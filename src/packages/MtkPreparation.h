@@ -1,0 +1,77 @@
+#pragma once
+// Preparation of an MTK scatter package before any download: the efuse XML of the
+// firmware folder, the chip name in it, and the pair of download-agent files from
+// the station's MTKDA_SP folder; then the package display. Runs on the station
+// thread while no job runs; the result is published whole into Station::mtkPrep.
+
+#include <string>
+#include <vector>
+
+#include "app/PackageState.h"
+
+namespace quorvel::app {
+class Station;
+}
+
+namespace quorvel::packages {
+
+struct DisplayFont {
+    const char* face;
+    int height;
+    int weight;  // 0: the face's normal weight
+};
+
+// What RefreshPackageDisplay needs of the console besides its texts (ConsoleView):
+// fonts, the panel's size, the MTK engine's pre-load and a repaint. Implemented by the
+// console; called on the station thread.
+class PackageDisplayConsole {
+public:
+    virtual ~PackageDisplayConsole() = default;
+    virtual void SetBannerFont(const DisplayFont& font) = 0;
+    virtual void SetPanelFont(const DisplayFont& font) = 0;
+    virtual int PanelClientHeight() const = 0;
+    // Loads the chosen package into the engine; 0 on success.
+    virtual int PreLoadPackage() = 0;
+    virtual std::string PackageVersionText() = 0;
+    // Invalidate, erase and update now.
+    virtual void Repaint() = 0;
+};
+
+inline constexpr const char* kDaListedChips[] = {"MT6750", "MT6755", "MT6757", "MT6797", "MT6799"};
+
+// The DA variant of a chip name: +2 when it contains "_V1", +1 when it contains a
+// listed chip. Case-sensitive.
+int DaVariantOf(const std::string& chipName);
+// "<station folder>MTKDA_SP/Sec11", "Sec20", "Sec11_V1" or "Sec20_V1".
+std::string DaFolderOf(const std::string& exeDir, int variant);
+
+class MtkPreparation {
+public:
+    // Works on a copy of the station's MtkPrepState, published by PrepareMtkPackage.
+    explicit MtkPreparation(app::Station& station);
+
+    // The whole preparation; `startup` picks the wording of the DA-missing message.
+    void PrepareMtkPackage(bool startup);
+
+    // The steps, on the working copy. Files are examined in name order, so the
+    // "last match wins" rules give the same result on every file system.
+    int FindEfuseXml();
+    void LoadChipName(const std::string& xmlPath);
+    void SelectDaVariant();
+    int FindDaFiles();
+
+    const app::MtkPrepState& State() const { return state_; }
+
+    // Package path, version and engine pre-load on the console, for every package kind.
+    static void RefreshPackageDisplay(app::Station& station, PackageDisplayConsole& console);
+
+private:
+    app::Station& station_;
+    app::MtkPrepState state_;
+};
+
+// The names of the regular files in `folder` whose extension is `extension`
+// (compared without case), in byte order of their names.
+std::vector<std::string> FilesWithExtension(const std::string& folder, const std::string& extension);
+
+}  // namespace quorvel::packages
