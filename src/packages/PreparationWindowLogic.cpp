@@ -143,7 +143,10 @@ platform::LResult PreparationWindowLogic::HandleMessage(std::uint32_t msg, platf
             {
                 std::lock_guard g(mutex_);
                 view_.status = station_.language.ChooseText(texts::kPrepValidating) + name + numbers;
-                barFormat_ = name + "(" + std::to_string(record->percent) + "%%)";
+                // The name is escaped for the bar's formatting pass, so it shows as it is.
+                std::string escaped;
+                for (char c : name) escaped += c == '%' ? std::string("%%") : std::string(1, c);
+                barFormat_ = escaped + "(" + std::to_string(record->percent) + "%%)";
                 view_.barPosition = record->percent;
                 view_.barText = FormatBarText(barFormat_, view_.barPosition);
             }

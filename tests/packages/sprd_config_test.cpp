@@ -1,0 +1,304 @@
+// SPRD download configuration: selection rules and checks, what a load publishes,
+// the INI record; and the preparation window's handling of 6027/6029.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "app/Messages.h"
+#include "app/Texts.h"
+#include "packages/PreparationWindowLogic.h"
+#include "packages/SprdDownloadConfig.h"
+#include "platform/ProfileIni.h"
+#include "support/PacWriter.h"
+#include "support/StationFixture.h"
+
+namespace fs = std::filesystem;
+using namespace quorvel;
+using namespace quorvel::packages;
+using quorvel::test::PacEntrySpec;
+using quorvel::test::PacSpec;
+
+namespace {
+
+// The selection of a spec's table as the station would make it.
+SprdSelection Select(const PacSpec& spec) {
+    const std::string bytes = test::BuildPac(spec);
+    PacHeader header;
+    std::memcpy(&header, bytes.data(), sizeof header);
+    std::vector<PacFileEntry> table(static_cast<std::size_t>(header.FileCount));
+    std::memcpy(table.data(), bytes.data() + sizeof header, table.size() * sizeof(PacFileEntry));
+    SprdSelection selection;
+    std::string error;
+    EXPECT_TRUE(SelectSprdFiles(header, table, selection, error)) << error;
+    return selection;
+}
+
+PacSpec Base() {
+    PacSpec spec;
+    spec.entries = {{"FDL", "fdl.bin", "f"}, {"NV", "nv.bin", "n"}, {"System", "sys.img", "s"}};
+    return spec;
+}
+
+TEST(SprdSelection, AllChosenWithNvAndBackupPassesWithoutWarning) {
+    const auto s = Select(Base());
+    EXPECT_EQ(s.verdict, SprdSelection::SELECTION_OK);
+    EXPECT_EQ(s.selectedCount, 3);
+    EXPECT_TRUE(s.message.empty());
+    ASSERT_EQ(s.files.size(), 3u);
+    EXPECT_STREQ(s.files[2].FileId, "SYSTEM");  // ids upper-cased
+    EXPECT_EQ(s.files[2].FileSize, 1u);
+}
+
+TEST(SprdSelection, OmittableAndNeedsAFileRules) {
+    PacSpec spec = Base();
+    spec.entries.push_back({"UserData", "u.img", "u", 0, 1});  // unchosen but omittable
+    auto s = Select(spec);
+    EXPECT_EQ(s.verdict, SprdSelection::SELECTION_OK);
+    EXPECT_EQ(s.missingFileList, "");
+
+    // Chosen by flag but needing a file it does not carry: never chosen, blocks, not listed.
+    spec.entries.push_back({"Boot", "", "", 1, 0, 1});
+    spec.repartitionMode = 2;
+    spec.repartitionFlag = 1;
+    s = Select(spec);
+    EXPECT_FALSE(s.chosen.back());
+    EXPECT_FALSE(s.allRequiredChosen);
+    EXPECT_EQ(s.missingFileList, "");
+    EXPECT_EQ(s.verdict, SprdSelection::SELECTION_WARN_MISSING);
+    EXPECT_EQ(s.message, "Configure dangerouse: have not selected all files to dwonload.\n[]");
+
+    // A chosen omittable entry no longer counts as left out.
+    spec.entries.back() = {"Boot", "b.img", "b", 1, 1, 1};
+    s = Select(spec);
+    EXPECT_EQ(s.omittableLeft, 1);
+    EXPECT_TRUE(s.allRequiredChosen);
+}
+
+TEST(SprdSelection, NvAndFlashFamilies) {
+    PacSpec spec = Base();
+    spec.entries[1].id = "nv_cal";  // lower case is still NV
+    EXPECT_TRUE(Select(spec).nvChosen);
+    spec.entries[1].id = "ANV";
+    auto s = Select(spec);
+    EXPECT_EQ(s.verdict, SprdSelection::SELECTION_FAIL_NO_NV);
+    EXPECT_EQ(s.message, app::texts::kSprdNoNvChosen);
+
+    spec = Base();
+    spec.entries.push_back({"FLASH_A", "flash.bin", "x", 0, 1});  // a FLASH file, not chosen
+    s = Select(spec);
+    EXPECT_EQ(s.verdict, SprdSelection::SELECTION_FAIL_FLASH);
+    EXPECT_TRUE(s.message.empty());  // fails silently
+    spec.entries.back().checkFlag = 1;
+    EXPECT_EQ(Select(spec).verdict, SprdSelection::SELECTION_OK);
+    spec.entries.back().id = "NVFLASH";  // NV first: not a FLASH file
+    spec.entries.back().checkFlag = 0;
+    EXPECT_FALSE(Select(spec).hasFlash);
+
+    spec = Base();
+    spec.nvBackupFlag = 0;
+    EXPECT_EQ(Select(spec).verdict, SprdSelection::SELECTION_FAIL_NO_NV_BACKUP);
+}
+
+TEST(SprdSelection, RepartitionModesDecideBetweenBlockAndWarning) {
+    PacSpec spec = Base();
+    spec.entries.push_back({"Cache", "c.img", "c", 0, 0});
+    spec.entries.push_back({"Misc", "m.img", "m", 0, 0});
+    spec.repartitionFlag = 1;
+    for (std::uint32_t mode : {0u, 3u}) {
+        spec.repartitionMode = mode;
+        const auto s = Select(spec);
+        EXPECT_EQ(s.verdict, SprdSelection::SELECTION_FAIL_REPARTITION) << mode;
+        EXPECT_EQ(s.message,
+                  "Configure dangerouse: have selected repartition,\nbut not selected all files to download.\n"
+                  "[CACHE,MISC]\nPlease select right packet!");
+    }
+    for (std::uint32_t mode : {1u, 2u}) {
+        spec.repartitionMode = mode;
+        EXPECT_EQ(Select(spec).verdict, SprdSelection::SELECTION_WARN_MISSING) << mode;
+    }
+    spec.repartitionFlag = 0;
+    spec.repartitionMode = 0;
+    EXPECT_EQ(Select(spec).verdict, SprdSelection::SELECTION_WARN_MISSING);
+}
+
+TEST(SprdSelection, LaterEntryOfSameIdDecidesTheRecord) {
+    PacSpec spec = Base();
+    spec.entries.push_back({"nv", "nv2.bin", "2", 0, 1});
+    const auto s = Select(spec);
+    EXPECT_EQ(s.files.size(), 4u);
+    EXPECT_EQ(s.record.at("NV"), std::make_pair(0u, std::string()));
+}
+
+class SprdLoad : public ::testing::Test {
+protected:
+    SprdLoad() {
+        fx.dir.Write("Config/CommonSetting.ini", "[COMMON]\n");
+        fs::create_directories(fx.dir.Path() + "tmp");
+    }
+    int Load(const PacSpec& spec) {
+        fx.dir.Write("pkg.pac", test::BuildPac(spec));
+        CSprdDownloadConfig config(*fx.station, nullptr);
+        config.SetTempFolderSource([this] { return std::optional<std::string>(fx.dir.Path() + "tmp/"); });
+        return config.LoadPackage(fx.dir.File("pkg.pac").c_str());
+    }
+    std::vector<std::string> Extracted() const {
+        std::vector<std::string> names;
+        for (const auto& e : fs::directory_iterator(fx.dir.Path() + "ImageFiles"))
+            names.push_back(e.path().filename().string());
+        return names;
+    }
+    test::StationFixture fx;
+};
+
+TEST_F(SprdLoad, SuccessPublishesEverythingAndRecordsOnlyIntoAnExistingIni) {
+    fx.clock.Advance(77);
+    ASSERT_EQ(Load(test::TypicalSprdPac()), 1) << ::testing::PrintToString(fx.ui.Messages());
+    EXPECT_TRUE(fx.ui.Messages().empty());
+    auto params = fx.station->sprdParams.Get();
+    EXPECT_EQ(params->ProductName, "PAC_SC9863A");
+    EXPECT_EQ(params->SelectedFileCount, 6);
+    ASSERT_EQ(params->files.size(), 6u);
+    const std::string folder = fx.dir.Path() + "ImageFiles/_DownloadFiles77";
+    EXPECT_EQ(std::string(params->files[0].FilePath), folder + "/fdl1.bin");
+    EXPECT_EQ(params->ConfigFilePath, folder + "/product.xml");
+    EXPECT_FALSE(fs::exists(fx.dir.Path() + "Config/UpgradeDownload.ini"));
+
+    // With the file present the selection is recorded, and a second load replaces the first.
+    fx.dir.Write("Config/UpgradeDownload.ini", "");
+    PacSpec second;
+    second.productName = "PAC_Other";
+    second.entries = {{"NV", "nv.bin", "n"}, {"Extra", "e.img", "e", 0, 1}};
+    fx.clock.Advance(1);
+    ASSERT_EQ(Load(second), 1);
+    params = fx.station->sprdParams.Get();
+    EXPECT_EQ(params->files.size(), 2u);
+    EXPECT_EQ(params->ProductName, "PAC_Other");
+    EXPECT_EQ(Extracted(), std::vector<std::string>{"_DownloadFiles78"});
+    const std::string ini = fx.dir.File("Config/UpgradeDownload.ini");
+    EXPECT_EQ(platform::ProfileIni::ReadString(ini, "PAC_Other", "NV", "", 512),
+              "1@" + fx.dir.Path() + "ImageFiles/_DownloadFiles78/nv.bin");
+    EXPECT_EQ(platform::ProfileIni::ReadString(ini, "PAC_Other", "EXTRA", "-", 512), "0@");
+    EXPECT_EQ(platform::ProfileIni::ReadString(ini, "Selection", "SelectProduct", "", 512), "PAC_Other");
+}
+
+TEST_F(SprdLoad, FailedChecksDeleteTheExtractionAndKeepTheProductName) {
+    ASSERT_EQ(Load(test::TypicalSprdPac()), 1);
+    PacSpec bad = Base();
+    bad.productName = "Bad";
+    bad.repartitionFlag = 1;
+    bad.repartitionMode = 0;
+    bad.entries.push_back({"Cache", "c.img", "c", 0, 0});
+    fx.clock.Advance(5);
+    EXPECT_EQ(Load(bad), 0);
+    EXPECT_EQ(fx.ui.Messages().size(), 1u);
+    auto params = fx.station->sprdParams.Get();
+    EXPECT_EQ(params->ProductName, "PAC_SC9863A");  // unchanged
+    EXPECT_EQ(params->files.size(), 4u);            // new
+    EXPECT_TRUE(Extracted().empty());
+
+    // An extraction failure replaces only the configuration path.
+    fx.ui.Clear();
+    PacSpec broken = Base();
+    broken.badDataCrc = true;
+    EXPECT_EQ(Load(broken), 0);
+    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{app::texts::kPacCrcError});
+    params = fx.station->sprdParams.Get();
+    EXPECT_EQ(params->files.size(), 4u);
+    EXPECT_EQ(params->ConfigFilePath, fx.dir.Path() + "ImageFiles/_DownloadFiles5/sys.img");
+    EXPECT_TRUE(Extracted().empty());
+}
+
+// ---- the preparation window ----
+
+TEST(PreparationWindow, FailedExtractionShowsBothMessagesAndClosesWithZero) {
+    test::StationFixture fx;
+    PacSpec spec = Base();
+    spec.version = "BP_R2.0.0";
+    fx.dir.Write("pkg.pac", test::BuildPac(spec));
+    fx.station->package.kind = app::PACKAGE_SPRD_PAC;
+    fx.station->package.pacFilePath = fx.dir.File("pkg.pac");
+    PreparationWindowLogic window(*fx.station);
+    window.SetTempFolderSource([&] { return std::optional<std::string>(fx.dir.Path()); });
+    fx.ui.RunPreparationDialog(window);
+    EXPECT_EQ(window.PreparationResult(), 0);
+    EXPECT_TRUE(window.View().closed);
+    EXPECT_EQ(window.View().title, "Unzip files");
+    window.WaitForWork();
+    EXPECT_EQ(fx.ui.Messages(),
+              (std::vector<std::string>{app::texts::kPacVersionNotSupported, app::texts::kPrepUnzipFailed}));
+}
+
+TEST(PreparationWindow, SuccessfulExtractionIsResultOneEvenWhenAConfigurationCheckFails) {
+    test::StationFixture fx;
+    PacSpec spec = Base();
+    spec.nvBackupFlag = 0;
+    fx.dir.Write("pkg.pac", test::BuildPac(spec));
+    fx.station->package.kind = app::PACKAGE_SPRD_PAC;
+    fx.station->package.pacFilePath = fx.dir.File("pkg.pac");
+    PreparationWindowLogic window(*fx.station);
+    window.SetTempFolderSource([&] { return std::optional<std::string>(fx.dir.Path()); });
+    fx.ui.RunPreparationDialog(window);
+    EXPECT_EQ(window.PreparationResult(), 1);
+    EXPECT_EQ(window.View().barPosition, 100);
+    EXPECT_EQ(window.View().barText, "100%");
+    window.WaitForWork();
+    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{app::texts::kSprdNoNvBackup});
+}
+
+TEST(PreparationWindow, ChecksumRecordsTextsMegabytesResultAndClose) {
+    test::StationFixture fx(2052);
+    fx.station->language.SetLanguageId(2052);
+    fx.station->validatedMegabytes = 99.0;
+    fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
+    std::shared_ptr<platform::MessageWindow> receiver;
+    PreparationWindowLogic window(*fx.station, [&](auto r) { receiver = r; });
+    ASSERT_TRUE(window.Open());
+    EXPECT_EQ(window.View().title, "校验文件");
+    EXPECT_EQ(window.View().status, "正在进行中...");
+    EXPECT_EQ(fx.station->validatedMegabytes.load(), 0.0);
+
+    auto send = [&](const char* path, int percent, std::uint64_t done, std::uint64_t total) {
+        app::ChecksumProgressRecord r{};
+        app::CopyField(r.path, path);
+        r.percent = static_cast<std::uint8_t>(percent);
+        r.bytesDone = done;
+        r.bytesTotal = total;
+        receiver->Send(app::MSG_CHECKSUM, 0, reinterpret_cast<platform::LParam>(&r));
+    };
+    send("C:\\fw\\system%d.img", 45, 3 * 1048576 + 524288, 10 * 1048576);
+    EXPECT_EQ(window.View().status, "正在校验文件：system%d.img(3.50/10.00M)");
+    EXPECT_EQ(window.View().barText, "system%d.img(45%)");
+    EXPECT_EQ(window.View().barPosition, 45);
+    send("/fw/a.img", 99, 1, 10 * 1048576);
+    EXPECT_EQ(fx.station->validatedMegabytes.load(), 0.0);
+    send("/fw/a.img", 100, 10 * 1048576, 10 * 1048576);
+    send("/fw/b.img", 100, 3 * 1048576 + 524288, 3 * 1048576 + 524288);
+    EXPECT_EQ(fx.station->validatedMegabytes.load(), 13.0);
+
+    const char* text = "checksum of b.img is wrong";
+    receiver->Send(app::MSG_CHECKSUM, 1, reinterpret_cast<platform::LParam>(text));
+    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{text});
+    receiver->Send(app::MSG_CHECKSUM, 2, 1);
+    EXPECT_EQ(window.PreparationResult(), 1);
+    EXPECT_FALSE(window.View().closed);
+    receiver->Send(MSG_CLOSE, 0, 0);
+    EXPECT_TRUE(window.View().closed);
+    window.WaitClosed();
+
+    // A closed window has no receiver: later messages change nothing.
+    receiver->Send(app::MSG_CHECKSUM, 2, 0);
+    EXPECT_EQ(window.PreparationResult(), 1);
+}
+
+TEST(PreparationWindow, NothingStartedClosesAtOnceWithResultZero) {
+    test::StationFixture fx;
+    fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
+    PreparationWindowLogic window(*fx.station);  // no engine holder
+    fx.ui.RunPreparationDialog(window);
+    EXPECT_TRUE(window.View().closed);
+    EXPECT_EQ(window.PreparationResult(), 0);
+    EXPECT_EQ(FormatBarText("%d%%", 7), "7%");
+    EXPECT_EQ(FormatBarText("a%sb%", 7), "a%sb%");
+}
+
+}  // namespace
