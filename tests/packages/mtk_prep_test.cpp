@@ -1,0 +1,195 @@
+// MTK preparation: efuse search, chip name, DA variant and files, the display refresh.
+#include <gtest/gtest.h>
+
+#include "app/Texts.h"
+#include "packages/MtkPreparation.h"
+#include "support/StationFixture.h"
+
+using namespace quorvel;
+using namespace quorvel::packages;
+
+namespace {
+
+TEST(DaVariant, TableOfChipNames) {
+    EXPECT_EQ(DaVariantOf("MT6755_V1"), 3);
+    EXPECT_EQ(DaVariantOf("xxMT6799yy"), 1);
+    EXPECT_EQ(DaVariantOf("MT6580_V1"), 2);
+    EXPECT_EQ(DaVariantOf("MT6580"), 0);
+    EXPECT_EQ(DaVariantOf("mt6755"), 0);  // case-sensitive
+    EXPECT_EQ(DaVariantOf("MT6755_v1"), 1);
+    EXPECT_EQ(DaFolderOf("/st/", 2), "/st/MTKDA_SP/Sec11_V1");
+}
+
+class MtkPrep : public ::testing::Test {
+protected:
+    MtkPrep() {
+        fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
+        fx.station->package.firmwareFolder = fx.dir.Path() + "fw/";
+        fx.station->package.scatterFilePath = fx.dir.Path() + "fw/MT6755_Android_scatter.txt";
+        fx.dir.Write("fw/MT6755_Android_scatter.txt", "scatter");
+        fx.station->settings.DA_BR = "BR";
+        fx.station->settings.DA_PL = "PL";
+    }
+    void Efuse(const std::string& name, const std::string& chip) {
+        fx.dir.Write("fw/" + name, "<?xml version=\"1.0\"?>\n<efuse><common><magic>1</magic><chip-name>" + chip +
+                                       "</chip-name></common></efuse>\n");
+    }
+    std::string Folder(const char* variant) const { return fx.dir.Path() + "MTKDA_SP/" + variant; }
+    test::StationFixture fx;
+};
+
+TEST_F(MtkPrep, FullPreparationPublishesEfuseChipAndDaFiles) {
+    Efuse("efuse.xml", "MT6755_V1");
+    fx.dir.Write("fw/other.xml", "<x/>");
+    fx.dir.Write("MTKDA_SP/Sec20_V1/DA_BR.bin", "b");
+    fx.dir.Write("MTKDA_SP/Sec20_V1/DA_PL.bin", "p");
+    fx.dir.Write("MTKDA_SP/Sec11/DA_BR.bin", "wrong variant");
+    MtkPreparation(*fx.station).PrepareMtkPackage(true);
+    const auto state = fx.station->mtkPrep.Get();
+    EXPECT_EQ(state->EfuseEnabled, 1);
+    EXPECT_EQ(state->EfuseXmlPath, fx.dir.Path() + "fw/efuse.xml");
+    EXPECT_EQ(state->ChipName, "MT6755_V1");
+    EXPECT_EQ(state->DaVariant, 3);
+    EXPECT_EQ(state->DaBrPath, Folder("Sec20_V1") + "/DA_BR.bin");
+    EXPECT_EQ(state->DaPlPath, Folder("Sec20_V1") + "/DA_PL.bin");
+    EXPECT_EQ(fx.station->view.Pane(2), "EFUSE Enable!");
+    EXPECT_TRUE(fx.ui.Messages().empty());
+}
+
+TEST_F(MtkPrep, NoEfuseXmlDisablesAndSearchesNothingMore) {
+    fx.dir.Write("fw/config.xml", "<x/>");
+    MtkPreparation(*fx.station).PrepareMtkPackage(true);
+    EXPECT_EQ(fx.station->mtkPrep.Get()->EfuseEnabled, 0);
+    EXPECT_EQ(fx.station->view.Pane(2), "EFUSE Disable!");
+    EXPECT_TRUE(fx.ui.Messages().empty());  // no DA message either
+}
+
+TEST_F(MtkPrep, SeveralEfuseXmlsRepeatTheMessageAndTheLastWins) {
+    Efuse("a_efuse.xml", "MT6580");
+    Efuse("b_efuse.xml", "MT6797");
+    Efuse("c_efuse.XML", "MT6757");
+    fx.dir.Write("fw/d.xml", "<x/>");
+    MtkPreparation prep(*fx.station);
+    EXPECT_EQ(prep.FindEfuseXml(), 0);
+    EXPECT_EQ(prep.State().EfuseXmlPath, fx.dir.Path() + "fw/c_efuse.XML");
+    // Once two matches exist, every further file examined repeats it.
+    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>(3, app::texts::kMtkMoreThanOneEfuse));
+    fx.ui.Clear();
+    prep.PrepareMtkPackage(false);
+    EXPECT_EQ(fx.station->mtkPrep.Get()->EfuseEnabled, 1);
+}
+
+TEST_F(MtkPrep, ChipNameRules) {
+    MtkPreparation prep(*fx.station);
+    Efuse("efuse.xml", "MT6750");
+    prep.LoadChipName(fx.dir.File("fw/efuse.xml"));
+    EXPECT_EQ(prep.State().ChipName, "MT6750");
+
+    fx.dir.Write("fw/none.xml", "<efuse><common><magic>1</magic></common></efuse>");
+    prep.LoadChipName(fx.dir.File("fw/none.xml"));
+    EXPECT_EQ(prep.State().ChipName, "MT6750");  // kept
+    fx.dir.Write("fw/broken.xml", "<efuse><common>");
+    prep.LoadChipName(fx.dir.File("fw/broken.xml"));
+    EXPECT_EQ(fx.ui.Messages(),
+              (std::vector<std::string>{app::texts::kMtkNoChipName, app::texts::kMtkEfuseXmlUnreadable}));
+
+    fx.dir.Write("fw/empty.xml", "<efuse><common><x-chip-name-y/></common></efuse>");
+    prep.LoadChipName(fx.dir.File("fw/empty.xml"));
+    EXPECT_EQ(prep.State().ChipName, "");
+}
+
+TEST_F(MtkPrep, DaSearchRulesAndMessages) {
+    fx.dir.Write("MTKDA_SP/Sec11/a_BR.bin", "");
+    fx.dir.Write("MTKDA_SP/Sec11/b.bin", "");
+    fx.dir.Write("MTKDA_SP/Sec11/z_BR.txt", "");
+    fx.station->settings.DA_BR = "";
+    fx.station->settings.DA_PL = "nothing";
+    MtkPreparation prep(*fx.station);
+    EXPECT_EQ(prep.FindDaFiles(), 0);
+    EXPECT_EQ(prep.State().DaBrPath, Folder("Sec11") + "/b.bin");  // empty setting: every file, last wins
+    EXPECT_EQ(prep.State().DaPlPath, "");
+
+    Efuse("efuse.xml", "MT6580");
+    prep.PrepareMtkPackage(true);
+    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{"Error: DA File Missing,please check it!!!"});
+    fx.ui.Clear();
+    fx.station->language.SetLanguageId(fx.systemLanguage);  // Chinese chosen
+    prep.PrepareMtkPackage(true);
+    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{"错误: DA文件未找到，请检查！"});
+    fx.ui.Clear();
+    prep.PrepareMtkPackage(false);
+    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{"Error : DA File Missing,please check it!!!"});
+}
+
+TEST_F(MtkPrep, EarlierDaPathsStayWhenTheFolderHasNoBin) {
+    Efuse("efuse.xml", "MT6580");
+    fx.dir.Write("MTKDA_SP/Sec11/DA_BR_PL.bin", "");
+    MtkPreparation(*fx.station).PrepareMtkPackage(true);
+    ASSERT_EQ(fx.station->mtkPrep.Get()->DaPlPath, Folder("Sec11") + "/DA_BR_PL.bin");
+    Efuse("efuse.xml", "MT6797");  // Sec20: empty
+    MtkPreparation(*fx.station).PrepareMtkPackage(false);
+    const auto state = fx.station->mtkPrep.Get();
+    EXPECT_EQ(state->DaVariant, 1);
+    EXPECT_EQ(state->DaBrPath, Folder("Sec11") + "/DA_BR_PL.bin");
+    EXPECT_TRUE(fx.ui.Messages().empty());
+}
+
+class FakeConsole final : public PackageDisplayConsole {
+public:
+    void SetBannerFont(const DisplayFont& f) override { calls.push_back(std::string("banner ") + f.face + " " + std::to_string(f.height)); }
+    void SetPanelFont(const DisplayFont& f) override { calls.push_back("panel " + std::to_string(f.height)); }
+    int PanelClientHeight() const override { return 47; }
+    int PreLoadPackage() override {
+        calls.push_back("preload");
+        return preloadResult;
+    }
+    std::string PackageVersionText() override { return version; }
+    void Repaint() override { calls.push_back("repaint"); }
+    int preloadResult = 0;
+    std::string version = "V1.2";
+    std::vector<std::string> calls;
+};
+
+TEST_F(MtkPrep, RefreshDisplayByKind) {
+    FakeConsole console;
+    MtkPreparation::RefreshPackageDisplay(*fx.station, console);
+    const std::string scatter = fx.station->package.scatterFilePath;
+    EXPECT_EQ(fx.station->view.Pane(0), "Software Path: \"" + scatter + "\"");
+    EXPECT_EQ(fx.station->view.Text(app::IDC_PATH_BANNER), scatter);
+    EXPECT_EQ(fx.station->view.Text(app::IDC_PANEL), "SW:V1.2");
+    EXPECT_EQ(console.calls, (std::vector<std::string>{"banner Arial 24", "preload", "panel 32", "repaint"}));
+
+    // A failed pre-load stops before the banner text and the repaint.
+    fx.station->view.SetText(app::IDC_PATH_BANNER, "");
+    console.calls.clear();
+    console.preloadResult = 5;
+    MtkPreparation::RefreshPackageDisplay(*fx.station, console);
+    EXPECT_EQ(console.calls, (std::vector<std::string>{"banner Arial 24", "preload"}));
+    EXPECT_EQ(fx.station->view.Text(app::IDC_PATH_BANNER), "");
+
+    // A missing scatter file: the message, empty texts, no pre-load.
+    console.calls.clear();
+    fx.station->package.scatterFilePath = fx.dir.Path() + "fw/gone.txt";
+    MtkPreparation::RefreshPackageDisplay(*fx.station, console);
+    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{"Please select MTK Scatter file first!"});
+    EXPECT_EQ(fx.station->view.Pane(0), "");
+    EXPECT_TRUE(console.calls.empty());
+
+    console.calls.clear();
+    fx.station->package.kind = app::PACKAGE_SPRD_PAC;
+    fx.station->package.pacFilePath = "/p/a.pac";
+    MtkPreparation::RefreshPackageDisplay(*fx.station, console);
+    EXPECT_EQ(fx.station->view.Pane(0), "Software Path: \"/p/a.pac\"");
+    EXPECT_EQ(fx.station->view.Text(app::IDC_PANEL), "");
+    EXPECT_EQ(console.calls, (std::vector<std::string>{"banner Arial 24", "panel 32", "repaint"}));
+
+    console.calls.clear();
+    console.preloadResult = 1;  // not examined for CFG packages
+    fx.station->package.kind = app::PACKAGE_MTK_CFG;
+    fx.station->package.cfgFilePath = "/c/x.cfg";
+    MtkPreparation::RefreshPackageDisplay(*fx.station, console);
+    EXPECT_EQ(fx.station->view.Text(app::IDC_PATH_BANNER), "/c/x.cfg");
+    EXPECT_EQ(console.calls, (std::vector<std::string>{"banner Arial 24", "preload", "panel 32", "repaint"}));
+}
+
+}  // namespace
