@@ -14,6 +14,7 @@
 #include "app/Messages.h"
 #include "app/Texts.h"
 #include "packages/Crc16.h"
+#include "packages/PacInspect.h"
 #include "platform/Clock.h"
 #include "platform/StationLoop.h"
 
@@ -135,25 +136,9 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
 
     const std::size_t headerRead = ReadPackage(&header, kPacHeaderSize);
     crcOn_ = PacCrcOn(header);
-    if (crcOn_ && !PacHeaderCrcValid(header)) {
-        Fail(texts::kPacCrcError);
-        return false;
-    }
-    const bool nameFits = NormaliseProductName(header);
-    if (headerRead < kPacHeaderSize || !PacVersionSupported(header)) {
-        Fail(texts::kPacVersionNotSupported);
-        return false;
-    }
-    if (!nameFits) {
-        Fail(texts::kPacProductNameTooLong);
-        return false;
-    }
-    if (header.PackageSize != fileSize) {
-        Fail(texts::kPacSizeWrong);
-        return false;
-    }
-    if (header.FileCount == 0) {
-        Fail(texts::kPacNoFiles);
+    std::string message;
+    if (!CheckPacHeader(header, headerRead, fileSize, message)) {
+        Fail(message);
         return false;
     }
 
@@ -211,19 +196,9 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
     if (crcOn_) dataCrc_ = CalcCrc16(dataCrc_, table.data(), tableBytes);
 
     // Every name that will receive data is checked before any file is written.
-    for (std::size_t i = 0; i < table.size(); ++i) {
-        const std::uint32_t size = table[i].FileSize;
-        if (size == 0 || size == 0xFFFFFFFFu || size >= header.PackageSize) continue;  // refused in order below
-        std::string name;
-        if (!ReadField(table[i].FileName, name)) {
-            Fail(Format(texts::kPacTextTooLong, static_cast<int>(i)));
-            return false;
-        }
-        const std::string reason = UnsafeFileNameReason(name);
-        if (!reason.empty()) {
-            Fail(Format(texts::kPacFileNameRefused, name.c_str(), static_cast<int>(i), reason.c_str()));
-            return false;
-        }
+    if (!CheckPacFileNames(header, table, message)) {
+        Fail(message);
+        return false;
     }
 
     Notice(PAC_NOTICE_START, header.PackageSize);
