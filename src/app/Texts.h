@@ -87,6 +87,37 @@ inline constexpr const char* kLanguageEnglish = "ENGLISH";
 inline constexpr const char* kLanguageAuto = "AUTO";
 
 // ---- engine, workers and slot display ----
+// Slot row texts (English only).
+inline constexpr const char* kOngoing = "Ongoing";
+inline constexpr const char* kResultPass = "PASS";
+inline constexpr const char* kResultFail = "FAIL";
+inline constexpr const char* kResultOnSwitch = "OnSwith";
+inline constexpr const char* kBarPassed = "Passed";
+inline constexpr const char* kBarFailed = "Failed";
+inline constexpr const char* kNoDevice = "NULL";
+// Status texts the MTK engines report and the slot display looks for.
+inline constexpr LangText kStatusFormatting{"格式化...", "Formating..."};
+inline constexpr LangText kStatusEnterMeta{"进入Meta模式...", "Enter meta mode..."};
+inline constexpr LangText kStatusSwitchDa{"端口切换完成...", "Switch DA Port Success..."};
+inline constexpr LangText kStatusBindIndex{"端口线程绑定完成...", "Bind Index and Port Success..."};
+inline constexpr LangText kStatusDownloadComplete{"下载完成!", "Download Completely!"};
+inline constexpr LangText kStatusMemoryTesting{"内存检测中...", "Memory Testing!..."};
+// The restart notice after a passed MTK job.
+inline constexpr LangText kPhoneRestarting{"手机正在重启中，请稍等！", "The phone is restarting, Please wait for a moment!"};
+inline constexpr LangText kPhoneRestarted{"手机重启完成，请拔出手机！",
+                                          "The phone has finished restart, Please move the phone!"};
+// SPRD step names by step number (English only).
+inline constexpr const char* kSprdStepNames[14] = {
+    "Waiting",        "Checking baudrate", "Connecting",     "Erasing flash", "Downloading...",
+    "Reading Flash",  "Reseting",          "Read Chip Type", "Read NV Item",  "Change Baud",
+    "Finish",         "Unplugged",         "Paused",         "Enumerating port",
+};
+inline constexpr const char* kPreLoadFilesFailed = "PreLoadFiles failed,please check scatter file or DA files";
+// What the simulated engines report besides the texts above.
+inline constexpr LangText kSimDownloading{"下载中...", "Downloading..."};
+inline constexpr LangText kSimFailed{"下载失败!", "Download failed!"};
+inline constexpr LangText kSimCancelled{"下载已取消!", "Download cancelled!"};
+
 
 // ---- firmware packages ----
 // PAC extraction (English only).

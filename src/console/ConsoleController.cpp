@@ -1,4 +1,5 @@
 #include "console/ConsoleController.h"
+#include "console/MessageRouter.h"
 
 #include <cstdio>
 #include <ctime>
@@ -136,7 +137,8 @@ void ConsoleController::ShowClock() {
     station_.view.SetPane(1, text);
 }
 
-platform::LResult ConsoleController::HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam) {
+platform::LResult ConsoleController::HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) {
+    if (platform::LResult routed = 0; router_ && router_->Route(msg, wParam, lParam, routed)) return routed;
     if (msg == WM_COMMAND) {
         switch (wParam) {
             case CMD_REMOVE_STATISTICS: station_.statistics.StatisticsReset(); return 0;
@@ -165,6 +167,7 @@ platform::LResult ConsoleController::HandleMessage(std::uint32_t msg, platform::
 
 void ConsoleController::OnTimer(int id) {
     if (id == TIMER_CLOCK) ShowClock();
+    if (router_) router_->RouteTimer(id);
 }
 
 }  // namespace quorvel::console

@@ -10,6 +10,10 @@
 #include "platform/StationLoop.h"
 
 namespace quorvel::console {
+class MessageRouter;
+}
+
+namespace quorvel::console {
 
 enum DownloadButtonStatus : int {
     DOWNLOAD_BUTTON_STATUS_INIT = 0,
@@ -42,6 +46,8 @@ public:
 
     platform::LResult HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) override;
     void OnTimer(int id) override;
+    // The slot-message routing, once the download manager exists; station thread.
+    void SetRouter(MessageRouter* router) { router_ = router; }
 
 private:
     void SetUpControls();
@@ -52,6 +58,7 @@ private:
     int listClientWidth_;
     int buttonStatus_ = DOWNLOAD_BUTTON_STATUS_INIT;
     int selectedRow_ = -1;
+    MessageRouter* router_ = nullptr;
     devices::BindingCommands bindingCommands_{station_};
 };
 

@@ -1,0 +1,158 @@
+#include "engine/DownloadManager.h"
+
+#include <cstdio>
+#include <strings.h>
+
+#include "app/Messages.h"
+#include "app/Station.h"
+#include "app/Texts.h"
+
+namespace quorvel::engine {
+
+DownloadManager::DownloadManager(app::Station& station, platform::MessageWindow& mainWindow, EngineFactory& engines)
+    : station_(station), window_(mainWindow), engines_(engines) {}
+
+DownloadManager::~DownloadManager() {
+    JoinWalks();
+    while (!workers_.empty()) workers_.pop_back();
+}
+
+void DownloadManager::JoinWalks() {
+    for (auto& t : walks_)
+        if (t.joinable()) t.join();
+    walks_.clear();
+}
+
+void DownloadManager::SetState(ManagerState state) {
+    std::lock_guard g(stateLock_);
+    state_ = state;
+}
+
+ManagerState DownloadManager::State() const {
+    std::lock_guard g(stateLock_);
+    return state_;
+}
+
+void DownloadManager::AddWorker(const app::HubPortEntry& entry) {
+    auto& list = station_.slotList;
+    const int row = list.RowCount();
+    if (row < app::kSlotCount) {
+        const auto s = static_cast<std::size_t>(row);
+        station_.slots.rowShown[s].store(false);
+        const auto state = station_.bindings.State(row);
+        if (state == app::BIND_ALL_BINDED || state == app::BIND_PRELOADER_BINDED) {
+            char number[16];
+            std::snprintf(number, sizeof number, "%02d", row + 1);
+            const int r = list.InsertRow(number);
+            const std::string com = station_.bindings.ComName(row);
+            list.EditRow(r, [&](app::SlotRow& sr) {
+                sr.cells[app::COL_DEVICE].icon = kIconPort;
+                sr.cells[app::COL_PROGRESS].text.clear();
+                sr.cells[app::COL_RESULT].text.clear();
+                sr.cells[app::COL_DEVICE].text = com;
+                sr.cells[app::COL_DEVICE].colour = kColourGrey;
+                sr.cells[app::COL_BINDED].text = app::BindStateName(state);
+                sr.cells[app::COL_BINDED].colour = kColourBlue;
+            });
+            station_.slots.rowShown[s].store(true);
+        }
+    }
+    auto worker = std::make_unique<DownloadWorker>(station_, window_, engines_, row);
+    worker->SetHubPort(entry);
+    workers_.push_back(std::move(worker));
+}
+
+void DownloadManager::RemoveAllWorkers() {
+    JoinWalks();
+    for (auto& w : workers_) w.reset();
+    workers_.clear();
+    station_.slotList.DeleteAllRows();
+}
+
+DownloadWorker* DownloadManager::WorkerAt(int i) {
+    if (i < 0 || i >= static_cast<int>(workers_.size())) return nullptr;
+    return workers_[static_cast<std::size_t>(i)].get();
+}
+
+void DownloadManager::AcceptDeviceByHubPort(const app::DeviceInfo& device) {
+    for (auto& w : workers_)
+        if (w->HubPort() == device.hubPort) {
+            w->AcceptDevice(device);
+            return;
+        }
+}
+
+bool DownloadManager::SignalRemoval(const std::string& friendlyName) {
+    for (auto& w : workers_)
+        if (strcasecmp(app::FieldText(w->Device().friendlyName).c_str(), friendlyName.c_str()) == 0) {
+            w->NotifyDevice(NOTIFY_REMOVED, "");
+            return true;
+        }
+    return false;
+}
+
+void DownloadManager::StartAll() {
+    const int rows = station_.slotList.RowCount();
+    for (int r = 0; r < rows; ++r) {
+        station_.slotList.SetCellText(r, app::COL_TIMER, "");
+        if (auto* w = WorkerAt(r)) {
+            w->Display().HideCell(r, app::COL_PROGRESS);
+            w->Display().HideCell(r, app::COL_RESULT);
+        }
+    }
+    {
+        std::lock_guard g(stateLock_);
+        if (state_ != Ready) return;
+        state_ = Running;
+    }
+    walks_.emplace_back([this] {
+        for (auto& w : workers_) {
+            if (State() != Running) return;
+            w->Start();
+            station_.clock.Sleep(100);
+        }
+    });
+}
+
+bool DownloadManager::StopAll() {
+    const int rows = station_.slotList.RowCount();
+    for (int r = 0; r < rows && r < app::kSlotCount; ++r) {
+        const auto state = station_.bindings.State(r);
+        if (state == app::BIND_BUSY || state == app::BIND_BROM_BINDED || state == app::BIND_DA_BINDED) {
+            station_.ui.MessageBox(station_.language.ChooseText(app::texts::kWaitForThreads));
+            return false;
+        }
+    }
+    for (int r = 0; r < rows; ++r) station_.slotList.SetCellText(r, app::COL_TIMER, "");
+    {
+        std::lock_guard g(stateLock_);
+        if (state_ != Running) return true;
+        state_ = Stopped;
+    }
+    walks_.emplace_back([this] {
+        for (auto& w : workers_) w->Stop();
+        // Nobody handles it; posted, so the walk never waits for the station thread.
+        window_.Post(app::MSG_ALL_STOPPED, 0, 0);
+    });
+    return true;
+}
+
+void DownloadManager::VerifyPackage(std::shared_ptr<platform::MessageWindow> window) {
+    if (State() != Unverified || workers_.empty()) return;
+    workers_.front()->SetChecksumWindow(std::move(window));
+    walks_.emplace_back([this] { workers_.front()->VerifyPackage(); });
+}
+
+int DownloadManager::PreLoadPackage() { return workers_.empty() ? -1 : workers_.front()->PreLoadPackage(); }
+
+void DownloadManager::PackageVersionText(int kind, std::string& text) {
+    if (!workers_.empty()) workers_.front()->PackageVersionText(kind, text);
+}
+
+void DownloadManager::FillVersionInfo(app::VersionInfo* info) {
+    if (!workers_.empty()) workers_.front()->FillVersionInfo(info);
+}
+
+void DownloadManager::ShowSlotElapsed(int slot) { engine::ShowSlotElapsed(station_, slot); }
+
+}  // namespace quorvel::engine

@@ -1,0 +1,464 @@
+#include "engine/DownloadWorker.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "app/Messages.h"
+#include "app/Station.h"
+#include "app/Texts.h"
+
+namespace quorvel::engine {
+
+namespace {
+bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
+std::string SlotNumberText(int slot) {
+    char buf[16];
+    std::snprintf(buf, sizeof buf, "%02d", slot + 1);
+    return buf;
+}
+}  // namespace
+
+// ---- events ----
+
+void WorkerEvents::Set(Event e) {
+    {
+        std::lock_guard g(mutex_);
+        set_[e] = true;
+    }
+    cv_.notify_all();
+}
+
+void WorkerEvents::Clear(Event e) {
+    std::lock_guard g(mutex_);
+    set_[e] = false;
+}
+
+WorkerEvents::Event WorkerEvents::Wait() {
+    std::unique_lock lk(mutex_);
+    clock_.WaitFor(lk, cv_, platform::kForever, [&] { return set_[0] || set_[1] || set_[2] || set_[3]; });
+    for (int e = STOP; e <= FP; ++e)
+        if (set_[static_cast<std::size_t>(e)]) {
+            set_[static_cast<std::size_t>(e)] = false;
+            return static_cast<Event>(e);
+        }
+    return STOP;
+}
+
+bool WorkerEvents::Pause(platform::Millis ms) {
+    std::unique_lock lk(mutex_);
+    clock_.WaitFor(lk, cv_, ms, [&] { return shutdown_; });
+    return !shutdown_;
+}
+
+void WorkerEvents::Shutdown() {
+    {
+        std::lock_guard g(mutex_);
+        shutdown_ = true;
+        set_[STOP] = true;
+    }
+    cv_.notify_all();
+}
+
+// ---- worker ----
+
+DownloadWorker::DownloadWorker(app::Station& station, platform::MessageWindow& mainWindow, EngineFactory& engines,
+                               int threadIndex)
+    : station_(station),
+      window_(mainWindow),
+      sprd_(engines.MakeSprd(mainWindow)),
+      fp_(engines.MakeFp(mainWindow)),
+      events_(station.clock),
+      threadIndex_(threadIndex),
+      display_(station),
+      mtk_(engines.MakeMtk(mainWindow)) {
+    events_.Set(WorkerEvents::STOP);  // created signalled; Start resets it
+}
+
+DownloadWorker::~DownloadWorker() {
+    {
+        std::lock_guard g(flagLock_);
+        stopRequested_ = true;
+    }
+    // Unlike Stop, destruction also ends an SPRD job's polling and any engine job.
+    events_.Shutdown();
+    mtk_->CancelTask();
+    fp_->CancelTask();
+    sprd_->StopOnePortWork(0, 1);
+    if (thread_.joinable()) thread_.join();
+}
+
+app::DeviceInfo DownloadWorker::Device() const {
+    std::lock_guard g(deviceLock_);
+    return device_;
+}
+
+std::uint32_t DownloadWorker::LastNotifyCode() const {
+    std::lock_guard g(deviceLock_);
+    return lastNotifyCode_;
+}
+
+bool DownloadWorker::IsRunning() const {
+    std::lock_guard g(flagLock_);
+    return deviceRunning_;
+}
+
+void DownloadWorker::AcceptDevice(const app::DeviceInfo& device) {
+    {
+        std::lock_guard g(deviceLock_);
+        device_ = device;
+    }
+    const std::string name = app::FieldText(device.friendlyName);
+    switch (device.type) {
+        case app::EVENT_SPRD:
+            NotifyDevice(app::EVENT_SPRD, name);
+            if (IsRunning()) events_.Set(WorkerEvents::SPRD);
+            break;
+        case app::EVENT_MTK:
+            NotifyDevice(app::EVENT_MTK, name);
+            if (IsRunning()) events_.Set(WorkerEvents::MTK);
+            break;
+        case app::EVENT_CFG:
+            NotifyDevice(app::EVENT_CFG, name);
+            if (IsRunning()) events_.Set(WorkerEvents::FP);
+            break;
+        default: NotifyDevice(NOTIFY_NONE, app::texts::kNoDevice); break;
+    }
+}
+
+std::string DownloadWorker::DisplayName(const std::string& name) {
+    const auto open = name.rfind('(');
+    if (open == std::string::npos) return name;
+    return name.substr(open) + name.substr(0, open);
+}
+
+void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
+    {
+        std::lock_guard g(deviceLock_);
+        lastNotifyCode_ = code;
+    }
+    const int slot = ThreadIndex();
+    if (slot < 0 || slot >= app::kSlotCount) return;
+    auto& list = station_.slotList;
+    const auto s = static_cast<std::size_t>(slot);
+    if (code == app::EVENT_MTK || code == app::EVENT_SPRD || code == app::EVENT_CFG) {
+        if (!station_.stationRunning.load()) return;
+        const std::string shown = DisplayName(name);
+        if (!station_.slots.rowShown[s].load()) {
+            const int row = list.InsertRow(SlotNumberText(slot));
+            list.EditRow(row, [&](app::SlotRow& r) {
+                r.cells[app::COL_DEVICE].icon = kIconPort;
+                r.cells[app::COL_PROGRESS].text.clear();
+                r.cells[app::COL_RESULT].text.clear();
+                r.progress.visible = false;
+                r.result.visible = false;
+                r.cells[app::COL_DEVICE].text = shown;
+                r.cells[app::COL_DEVICE].colour = app::kBlack;
+                r.cells[app::COL_DEVICE].icon = kIconDevice;
+            });
+            station_.slots.rowShown[s].store(true);
+        } else {
+            const bool ongoing = code == app::EVENT_MTK && shown.find("DA") != std::string::npos;
+            list.EditRow(slot, [&](app::SlotRow& r) {
+                r.progress.visible = false;
+                r.result.visible = false;
+                r.cells[app::COL_DEVICE].text = shown;
+                r.cells[app::COL_DEVICE].colour = app::kBlack;
+                r.cells[app::COL_DEVICE].icon = kIconDevice;
+            });
+            if (ongoing) display_.SetResult(slot, app::texts::kOngoing, kColourBlue);
+        }
+        station_.bindings.SetComName(slot, shown);
+        return;
+    }
+    const std::string com = station_.bindings.ComName(slot);
+    if (code == NOTIFY_REMOVED) {
+        app::Rgb colour = kColourGrey;
+        if (station_.package.kind == app::PACKAGE_MTK_CFG) {
+            if (station_.slots.fpJob[s].load() == 1) {
+                station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
+                colour = app::kBlack;
+            } else {
+                station_.bindings.SetState(slot, app::BIND_BUSY);
+            }
+        }
+        list.EditRow(slot, [&](app::SlotRow& r) {
+            r.cells[app::COL_DEVICE].text = com;
+            r.cells[app::COL_DEVICE].colour = colour;
+            r.cells[app::COL_DEVICE].icon = kIconPort;
+        });
+        return;
+    }
+    list.SetCellText(slot, app::COL_DEVICE, com);
+}
+
+void DownloadWorker::Start() {
+    std::uint32_t code;
+    {
+        std::lock_guard g(deviceLock_);
+        code = lastNotifyCode_;
+    }
+    // An earlier run's thread has been told to stop; it may still finish an SPRD job.
+    if (thread_.joinable()) thread_.join();
+    {
+        std::lock_guard g(flagLock_);
+        stopRequested_ = false;
+        // Set here rather than on the new thread, so a hand-over right after Start
+        // already finds the worker running.
+        deviceRunning_ = true;
+    }
+    events_.Clear(WorkerEvents::STOP);
+    events_.Clear(WorkerEvents::SPRD);
+    events_.Clear(WorkerEvents::MTK);
+    events_.Clear(WorkerEvents::FP);
+    if (code == app::EVENT_SPRD) events_.Set(WorkerEvents::SPRD);
+    if (code == app::EVENT_MTK) events_.Set(WorkerEvents::MTK);
+    if (code == app::EVENT_CFG) events_.Set(WorkerEvents::FP);
+    thread_ = std::thread([this] { ThreadMain(); });
+}
+
+void DownloadWorker::Stop() {
+    if (!IsRunning()) return;
+    events_.Clear(WorkerEvents::SPRD);
+    events_.Clear(WorkerEvents::MTK);
+    events_.Clear(WorkerEvents::FP);
+    events_.Set(WorkerEvents::STOP);
+    {
+        std::lock_guard g(flagLock_);
+        stopRequested_ = true;
+    }
+    const std::uint32_t code = LastNotifyCode();
+    if (code == app::EVENT_MTK) mtk_->CancelTask();
+    if (code == app::EVENT_CFG) fp_->CancelTask();
+}
+
+void DownloadWorker::ThreadMain() {
+    {
+        std::lock_guard g(flagLock_);
+        if (stopRequested_) {
+            deviceRunning_ = false;
+            return;
+        }
+    }
+    bool sprdFirstPhase = true;
+    for (;;) {
+        switch (events_.Wait()) {
+            case WorkerEvents::STOP: {
+                NotifyDevice(NOTIFY_NONE, app::texts::kNoDevice);
+                std::lock_guard g(flagLock_);
+                deviceRunning_ = false;
+                return;
+            }
+            case WorkerEvents::SPRD: SprdJob(sprdFirstPhase); break;
+            case WorkerEvents::MTK: MtkJob(); break;
+            case WorkerEvents::FP: FpJob(); break;
+        }
+    }
+}
+
+void DownloadWorker::JobStart(int slot) {
+    station_.slots.startTime[static_cast<std::size_t>(slot)].store(station_.clock.WallSeconds());
+    window_.SetTimer(slot, 1000);
+    station_.slotList.SetCellIcon(slot, app::COL_DEVICE, kIconDevice);
+    display_.SetResult(slot, app::texts::kOngoing, kColourBlue);
+    display_.ShowCell(slot, app::COL_PROGRESS);
+    station_.bindings.SetState(slot, app::BIND_BUSY);
+}
+
+void DownloadWorker::ShowBindState(int slot) {
+    station_.slotList.EditRow(slot, [&](app::SlotRow& r) {
+        r.cells[app::COL_BINDED].text = app::BindStateName(station_.bindings.State(slot));
+        r.cells[app::COL_BINDED].colour = kColourBlue;
+    });
+}
+
+int DownloadWorker::ExtractComNumber(const std::string& name) {
+    const auto open = name.rfind('(');
+    const auto close = name.rfind(')');
+    std::string inner;
+    if (open != std::string::npos && close != std::string::npos && close > open)
+        inner = name.substr(open + 1, close - open - 1);
+    if (inner.size() < 3) return -1;
+    const std::string rest = inner.substr(3);
+    if (rest.size() > 3) return -1;
+    const int n = std::atoi(rest.c_str());
+    return n >= 1 && n <= 256 ? n : -1;
+}
+
+void DownloadWorker::SprdJob(bool& firstPhase) {
+    const int slot = ThreadIndex();
+    JobStart(slot);
+    const int port = ExtractComNumber(app::FieldText(Device().friendlyName));
+    if (port == -1) return;
+    const auto params = station_.sprdParams.Get();
+    sprd_->SetSPRDParameters(params->SelectedFileCount, static_cast<unsigned long>(port), params->ProductName,
+                             params->files, params->ConfigFilePath);
+    const auto n = static_cast<unsigned long>(port);
+    if (firstPhase) {
+        sprd_->StartWork();
+        sprd_->StartOnePortWork(n, 0);
+        for (int polls = 1;; ++polls) {
+            const std::string text = display_.ResultText(slot);
+            if (!events_.Pause(500)) break;
+            if (Contains(text, app::texts::kResultOnSwitch)) {
+                firstPhase = false;
+                break;
+            }
+            if (Contains(text, app::texts::kResultFail) || polls == 26) {
+                firstPhase = true;
+                window_.KillTimer(slot);
+                station_.statistics.CountJob(true);
+                break;
+            }
+        }
+        sprd_->StopOnePortWork(n, 1);
+        station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
+        events_.Clear(WorkerEvents::SPRD);
+        return;
+    }
+    display_.SetSprdPhase(1);
+    sprd_->StartOnePortWork(n, 0);
+    firstPhase = true;
+    bool failed = false;
+    for (;;) {
+        const std::string text = display_.ResultText(slot);
+        if (!events_.Pause(5000)) {
+            failed = true;
+            break;
+        }
+        if (Contains(text, app::texts::kResultPass)) break;
+        if (Contains(text, app::texts::kResultFail) || station_.bindings.State(slot) != app::BIND_BUSY) {
+            failed = true;
+            break;
+        }
+    }
+    display_.SetSprdPhase(0);
+    sprd_->StopOnePortWork(n, 1);
+    if (station_.bindings.HsLocation(slot) != app::kUnbound) station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
+    ShowBindState(slot);
+    window_.KillTimer(slot);
+    station_.statistics.CountJob(failed);
+    events_.Clear(WorkerEvents::SPRD);
+}
+
+void DownloadWorker::MtkJob() {
+    const int slot = ThreadIndex();
+    const auto& s = station_.settings;
+    mtk_->SetDLPara(slot, static_cast<int>(s.CheckVersion), static_cast<int>(s.BromLog),
+                    static_cast<int>(s.FlashCheckSum), static_cast<int>(s.ForceWatchdogReset),
+                    static_cast<int>(s.EnableAutoPulling), static_cast<int>(s.Battery), 0, "",
+                    s.MTK_BK_NVRAM_FILENAME.c_str(), s.MTK_BK_PROINFO_FILENAME.c_str(),
+                    static_cast<int>(s.MTK_UPGRADE_BK_NV), static_cast<int>(s.CleanBinRegionData),
+                    static_cast<int>(s.NVDATAZIP));
+    const auto& m = s.memoryTest;
+    mtk_->SetMemoryTestPara(static_cast<int>(m.DataBus), static_cast<int>(m.AddrBus), static_cast<int>(m.PatternTest),
+                            static_cast<int>(m.IncDecTest), static_cast<int>(m.PatternNum));
+    const auto prep = station_.mtkPrep.Get();
+    if (prep->EfuseEnabled)
+        mtk_->SetEfusePara(prep->EfuseEnabled, prep->EfuseXmlPath.c_str(), 0, "", prep->DaBrPath.c_str(),
+                           prep->DaPlPath.c_str());
+    if (station_.bindings.State(slot) != app::BIND_ALL_BINDED) mtk_->SetDAPort(slot);
+    mtk_->SetDownloadType(station_.package.downloadType);
+    app::DeviceInfo device = Device();
+    mtk_->SetDeviceInfo(&device);
+    JobStart(slot);
+
+    const int r = mtk_->DLOperationStart();
+    if (r == 0 && s.ForceWatchdogReset == 1 && s.EnableAutoPulling == 0) {
+        const auto row = static_cast<std::uint32_t>(slot);
+        const std::string first = station_.language.ChooseText(app::texts::kPhoneRestarting);
+        window_.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row, 3), reinterpret_cast<platform::LParam>(first.c_str()));
+        station_.clock.Sleep(s.SleepTimeRestart);
+        const std::string second = station_.language.ChooseText(app::texts::kPhoneRestarted);
+        window_.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row, 2),
+                     reinterpret_cast<platform::LParam>(second.c_str()));
+        station_.clock.Sleep(1000);
+    }
+    // The rules apply in turn: a slot with neither location bound ends IDLE.
+    auto& b = station_.bindings;
+    if (b.LsLocation(slot) == app::kUnbound) b.SetState(slot, app::BIND_PRELOADER_BINDED);
+    if (b.HsLocation(slot) == app::kUnbound) {
+        b.SetState(slot, app::BIND_IDLE);
+        b.SetLsLocation(slot, app::kUnbound);
+    }
+    if (b.LsLocation(slot) != app::kUnbound && b.HsLocation(slot) != app::kUnbound)
+        b.SetState(slot, app::BIND_ALL_BINDED);
+    ShowBindState(slot);
+    window_.KillTimer(slot);
+    station_.statistics.CountJob(r != 0);
+    events_.Clear(WorkerEvents::MTK);
+}
+
+void DownloadWorker::FpJob() {
+    const int slot = ThreadIndex();
+    fp_->SetDownloadType_FP(station_.package.cfgBackupRestore ? 2 : 3);
+    app::DeviceInfo device = Device();
+    fp_->SetDeviceInfo(&device);
+    fp_->SetDLPara(slot);
+    JobStart(slot);
+    station_.slots.fpJob[static_cast<std::size_t>(slot)].store(1);
+    const int r = fp_->MTKFP_OperationStart();
+    ShowBindState(slot);
+    window_.KillTimer(slot);
+    station_.statistics.CountJob(r != 0);
+    station_.slots.fpJob[static_cast<std::size_t>(slot)].store(2);
+    bool anyRunning = false;
+    for (const auto& state : station_.slots.fpJob) anyRunning = anyRunning || state.load() == 1;
+    if (!anyRunning && station_.stationRunning.load()) {
+        station_.clock.Sleep(1000);
+        window_.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+    }
+    events_.Clear(WorkerEvents::FP);
+}
+
+// ---- worker 0: package-wide operations ----
+
+void DownloadWorker::SetChecksumWindow(std::shared_ptr<platform::MessageWindow> window) {
+    checksumWindow_ = std::move(window);
+}
+
+int DownloadWorker::PreLoadPackage() {
+    const auto& pkg = station_.package;
+    if (pkg.kind == app::PACKAGE_MTK_SCATTER) {
+        const auto prep = station_.mtkPrep.Get();
+        app::SpmtkEfuseInfo efuse{prep->EfuseEnabled, prep->DaVariant, 0, 0, prep->DaBrPath.c_str(),
+                                  prep->DaPlPath.c_str()};
+        std::string path = pkg.scatterFilePath;
+        const int r = mtk_->PreLoadFiles(path.data(), true, static_cast<int>(station_.settings.FlashCheckSum),
+                                         pkg.downloadType, efuse, pkg.reserveUserData);
+        if (r != 0) {
+            station_.ui.MessageBox(app::texts::kPreLoadFilesFailed);
+            return -1;
+        }
+    } else if (pkg.kind == app::PACKAGE_SPRD_PAC || pkg.kind == app::PACKAGE_MTK_CFG || pkg.kind == 4) {
+        fp_->PreLoadFiles_FP(pkg.cfgFilePath.c_str());
+    }
+    return 0;
+}
+
+void DownloadWorker::PackageVersionText(int kind, std::string& text) {
+    if (kind == 1) {
+        char buffer[260] = {};
+        mtk_->GetPCLoadVersion(buffer);
+        const std::string version(buffer, strnlen(buffer, sizeof buffer));
+        text = version.rfind("CY", 0) == 0 && version.size() >= 3 ? version.substr(3) : std::string();
+    } else if (kind == 0 || kind == 2 || kind == 4) {
+        text.clear();
+    }
+}
+
+void DownloadWorker::FillVersionInfo(app::VersionInfo* info) { mtk_->GetVersionInfo(info); }
+
+void DownloadWorker::VerifyPackage() {
+    auto window = checksumWindow_;
+    mtk_->SetChkSumWnd(window.get());
+    app::VersionInfo version{};
+    mtk_->GetVersionInfo(&version);
+    const std::string folder = std::filesystem::path(station_.package.scatterFilePath).parent_path().string();
+    const int r = mtk_->VerifyHostBufferBeforeStart((folder + "/CheckSum.ini").c_str());
+    if (!window) return;
+    window->Send(app::MSG_CHECKSUM, 2, r != 0 ? 1 : 0);
+    window->Send(kWmClose, 0, 0);
+}
+
+}  // namespace quorvel::engine

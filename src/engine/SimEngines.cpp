@@ -1,0 +1,373 @@
+#include "engine/SimEngines.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include "app/Messages.h"
+#include "app/Station.h"
+#include "app/Texts.h"
+
+namespace quorvel::engine {
+
+namespace fs = std::filesystem;
+using platform::Millis;
+
+// ---- registry ----
+
+void SimPhoneRegistry::SetDefault(const PhoneProfile& profile) {
+    std::lock_guard g(mutex_);
+    default_ = profile;
+}
+
+void SimPhoneRegistry::SetProfile(const std::string& instanceId, const PhoneProfile& profile) {
+    std::lock_guard g(mutex_);
+    byDevice_[instanceId] = profile;
+}
+
+void SimPhoneRegistry::SetPortProfile(unsigned long comPort, const PhoneProfile& profile) {
+    std::lock_guard g(mutex_);
+    byPort_[comPort] = profile;
+}
+
+void SimPhoneRegistry::Forget(const std::string& instanceId) {
+    std::lock_guard g(mutex_);
+    byDevice_.erase(instanceId);
+}
+
+PhoneProfile SimPhoneRegistry::ForDevice(const std::string& instanceId) const {
+    std::lock_guard g(mutex_);
+    auto it = byDevice_.find(instanceId);
+    return it == byDevice_.end() ? default_ : it->second;
+}
+
+PhoneProfile SimPhoneRegistry::ForPort(unsigned long comPort) const {
+    std::lock_guard g(mutex_);
+    auto it = byPort_.find(comPort);
+    return it == byPort_.end() ? default_ : it->second;
+}
+
+void SimPhoneRegistry::SetSwitchHook(std::function<void(const SwitchEvent&)> hook) {
+    std::lock_guard g(mutex_);
+    hook_ = std::move(hook);
+}
+
+void SimPhoneRegistry::NotifySwitch(const SwitchEvent& event) const {
+    std::function<void(const SwitchEvent&)> hook;
+    {
+        std::lock_guard g(mutex_);
+        hook = hook_;
+    }
+    if (hook) hook(event);
+}
+
+void SimPhoneRegistry::SetVerifyPasses(bool passes) {
+    std::lock_guard g(mutex_);
+    verifyPasses_ = passes;
+}
+
+bool SimPhoneRegistry::VerifyPasses() const {
+    std::lock_guard g(mutex_);
+    return verifyPasses_;
+}
+
+// ---- waiting ----
+
+bool CancellableWait::Pause(Millis ms) {
+    std::unique_lock lk(mutex_);
+    if (ms <= 0) return !cancelled_;
+    const Millis deadline = clock_.Now() + ms;
+    clock_.WaitUntil(lk, cv_, deadline, [&] { return cancelled_; });
+    return !cancelled_;
+}
+
+void CancellableWait::Cancel() {
+    {
+        std::lock_guard g(mutex_);
+        cancelled_ = true;
+    }
+    cv_.notify_all();
+}
+
+void CancellableWait::Reset() {
+    std::lock_guard g(mutex_);
+    cancelled_ = false;
+}
+
+bool CancellableWait::Cancelled() const {
+    std::lock_guard g(mutex_);
+    return cancelled_;
+}
+
+// ---- MTK and CFG jobs ----
+
+namespace {
+
+Millis TransferMs(const PhoneProfile& p, std::uint64_t bytes) {
+    if (p.speedMBps <= 0) return 0;
+    return static_cast<Millis>(static_cast<double>(bytes) / (1024.0 * 1024.0) / p.speedMBps * 1000.0);
+}
+
+// One MTK-style job as the engines report it by message 6028. Steps: 0 bind,
+// 1 DA switch (MTK only), 2 transfer. Returns 0 passed, 1 failed, 2 cancelled.
+int RunMtkStyleJob(app::Station& station, platform::MessageWindow& window, CancellableWait& wait,
+                   SimPhoneRegistry& registry, int slot, const app::DeviceInfo& device, bool daSwitch) {
+    const PhoneProfile p = registry.ForDevice(app::FieldText(device.instanceId));
+    const auto row = static_cast<std::uint32_t>(slot);
+    auto status = [&](const std::string& text) {
+        window.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row), reinterpret_cast<platform::LParam>(text.c_str()));
+    };
+    auto value = [&](std::uint32_t kind, std::uint32_t v) {
+        window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kind, row), static_cast<platform::LParam>(v));
+    };
+    auto choose = [&](const app::LangText& t) { return station.language.ChooseText(t); };
+    auto fail = [&](bool cancelled) {
+        status(choose(cancelled ? app::texts::kSimCancelled : app::texts::kSimFailed));
+        value(5, 0);
+        return cancelled ? 2 : 1;
+    };
+    auto failsAt = [&](int step) { return !p.pass && p.failingStep == step; };
+
+    const Millis setupMs = p.durationMs / 10;
+    status(choose(app::texts::kStatusBindIndex));
+    if (!wait.Pause(setupMs)) return fail(true);
+    if (failsAt(0)) return fail(false);
+
+    if (daSwitch && p.switchPort) {
+        if (!wait.Pause(setupMs)) return fail(true);
+        status(choose(app::texts::kStatusSwitchDa));
+        registry.NotifySwitch({SwitchEvent::MTK_TO_DA, app::FieldText(device.instanceId), 0, slot});
+        if (failsAt(1)) return fail(false);
+    }
+
+    const std::uint32_t total = static_cast<std::uint32_t>(std::min<std::uint64_t>(p.sizeBytes, 0xFFFFFFFEu));
+    const Millis chunkMs = (p.durationMs - 2 * setupMs + TransferMs(p, p.sizeBytes)) / 10;
+    status(choose(app::texts::kSimDownloading));
+    value(4, total);
+    for (std::uint32_t i = 1; i <= 10; ++i) {
+        if (!wait.Pause(chunkMs)) return fail(true);
+        value(3, static_cast<std::uint32_t>(static_cast<std::uint64_t>(total) * i / 10));
+        value(2, i * 10);
+        if (failsAt(2) && i == 5) return fail(false);
+    }
+    if (!p.pass) return fail(false);
+    status(choose(app::texts::kStatusDownloadComplete));
+    value(2, 100);
+    value(5, 1);
+    return 0;
+}
+
+}  // namespace
+
+SimMtkEngine::SimMtkEngine(app::Station& station, SimPhoneRegistry& registry, platform::MessageWindow& window)
+    : station_(station), registry_(registry), window_(window), wait_(station.clock) {}
+
+void SimMtkEngine::SetDLPara(int threadIndex, int, int, int, int, int, int, int, const char*, const char*,
+                             const char*, int, int, int) {
+    slot_ = threadIndex;
+    wait_.Reset();
+}
+
+void SimMtkEngine::SetDeviceInfo(app::DeviceInfo* device) {
+    if (device) device_ = *device;
+}
+
+int SimMtkEngine::DLOperationStart() {
+    return RunMtkStyleJob(station_, window_, wait_, registry_, slot_, device_, true);
+}
+
+int SimMtkEngine::GetPCLoadVersion(char* buffer260) {
+    std::snprintf(buffer260, 260, "%s", "CY_SIM_1.0");
+    return 0;
+}
+
+void SimMtkEngine::GetVersionInfo(app::VersionInfo* info) {
+    if (!info) return;
+    app::CopyField(info->daVersion, "SIM-DA 1.0");
+    app::CopyField(info->daBuild, "simulated");
+    app::CopyField(info->module1Version, "SIM-MTK 1.0");
+    app::CopyField(info->module1Build, "simulated");
+    app::CopyField(info->module2Version, "SIM-FP 1.0");
+    app::CopyField(info->module2Build, "simulated");
+}
+
+int SimMtkEngine::PreLoadFiles(char* scatterPath, bool, int, int, app::SpmtkEfuseInfo, bool) {
+    std::error_code ec;
+    return scatterPath && fs::is_regular_file(scatterPath, ec) ? 0 : 1;
+}
+
+// Reports every file beside the checksum list as validated, then the verdict.
+int SimMtkEngine::VerifyHostBufferBeforeStart(const char* checksumIni) {
+    wait_.Reset();
+    std::vector<fs::path> files;
+    std::error_code ec;
+    const fs::path folder = fs::path(checksumIni ? checksumIni : "").parent_path();
+    for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec))
+        if (it->is_regular_file(ec) && it->path().filename() != "CheckSum.ini") files.push_back(it->path());
+    std::sort(files.begin(), files.end());
+    for (const auto& file : files) {
+        app::ChecksumProgressRecord record{};
+        app::CopyField(record.path, file.string());
+        record.bytesTotal = fs::file_size(file, ec);
+        for (int percent : {0, 50, 100}) {
+            record.percent = static_cast<std::uint8_t>(percent);
+            record.bytesDone = record.bytesTotal * static_cast<std::uint64_t>(percent) / 100;
+            if (checksumWindow_)
+                checksumWindow_->Send(app::MSG_CHECKSUM, 0, reinterpret_cast<platform::LParam>(&record));
+            if (!wait_.Pause(20)) return 0;
+        }
+    }
+    return registry_.VerifyPasses() ? 1 : 0;
+}
+
+SimFpEngine::SimFpEngine(app::Station& station, SimPhoneRegistry& registry, platform::MessageWindow& window)
+    : station_(station), registry_(registry), window_(window), wait_(station.clock) {}
+
+int SimFpEngine::PreLoadFiles_FP(const char* cfgPath) {
+    std::error_code ec;
+    return cfgPath && fs::is_regular_file(cfgPath, ec) ? 0 : 1;
+}
+
+void SimFpEngine::SetDeviceInfo(app::DeviceInfo* device) {
+    if (device) device_ = *device;
+}
+
+void SimFpEngine::SetDLPara(int threadIndex) {
+    slot_ = threadIndex;
+    wait_.Reset();
+}
+
+int SimFpEngine::MTKFP_OperationStart() {
+    return RunMtkStyleJob(station_, window_, wait_, registry_, slot_, device_, false);
+}
+
+// ---- SPRD ----
+
+namespace {
+// Step numbers and the message that announces each.
+constexpr int kPhase1Steps[] = {1, 2, 4};
+constexpr int kPhase2Steps[] = {1, 2, 3, 4, 9};
+std::uint32_t StepMessage(int step) {
+    switch (step) {
+        case 1: return app::WM_APP + 204;
+        case 2: return app::WM_APP + 205;
+        case 3: return app::WM_APP + 206;  // not handled by the console
+        case 4: return app::WM_APP + 207;
+        case 9: return app::WM_APP + 214;
+        default: return app::WM_APP + 203;
+    }
+}
+}  // namespace
+
+SimSprdEngine::SimSprdEngine(app::Station& station, SimPhoneRegistry& registry, platform::MessageWindow& window)
+    : station_(station), registry_(registry), window_(window), wait_(station.clock) {}
+
+SimSprdEngine::~SimSprdEngine() {
+    wait_.Cancel();
+    Join();
+}
+
+void SimSprdEngine::SetSPRDParameters(int, unsigned long, std::string, std::vector<app::DlFileInfo> files,
+                                      std::string) {
+    std::uint64_t bytes = 0;
+    for (const auto& f : files) bytes += f.FileSize;
+    std::lock_guard g(mutex_);
+    packageBytes_ = bytes;
+}
+
+int SimSprdEngine::StartWork() {
+    std::lock_guard g(mutex_);
+    firstPhase_ = true;
+    return 0;
+}
+
+int SimSprdEngine::StartOnePortWork(unsigned long port, int) {
+    wait_.Cancel();
+    Join();
+    wait_.Reset();
+    const PhoneProfile profile = registry_.ForPort(port);
+    std::lock_guard g(mutex_);
+    const bool phase1 = firstPhase_;
+    firstPhase_ = false;
+    const std::uint64_t bytes = packageBytes_ ? packageBytes_ : profile.sizeBytes;
+    steps_.clear();
+    thread_ = std::thread([this, port, phase1, profile, bytes] { RunPort(port, phase1, profile, bytes); });
+    return 0;
+}
+
+int SimSprdEngine::StopOnePortWork(unsigned long, int) {
+    wait_.Cancel();
+    Join();
+    return 0;
+}
+
+void SimSprdEngine::Join() {
+    std::thread t;
+    {
+        std::lock_guard g(mutex_);
+        t = std::move(thread_);
+    }
+    if (t.joinable()) t.join();
+}
+
+std::string SimSprdEngine::GetStepName(int step) {
+    std::lock_guard g(mutex_);
+    if (step < 0 || step >= static_cast<int>(steps_.size())) return "";
+    return app::texts::kSprdStepNames[steps_[static_cast<std::size_t>(step)]];
+}
+
+// The engine's own thread for one port: step, progress and result messages keyed by port.
+void SimSprdEngine::RunPort(unsigned long port, bool phase1, PhoneProfile p, std::uint64_t bytes) {
+    auto send = [&](std::uint32_t msg, platform::LParam l = 0) { window_.Send(msg, port, l); };
+    send(app::WM_APP + 201);
+    const int* steps = phase1 ? kPhase1Steps : kPhase2Steps;
+    const int count = phase1 ? 3 : 5;
+    const int firstIndex = phase1 ? 0 : 3;  // failingStep counts phase 1's steps first
+    const Millis stepMs = phase1 ? p.sprdPhase1Ms / count : p.durationMs / count;
+    std::string error;
+    for (int i = 0; i < count && error.empty(); ++i) {
+        const int step = steps[i];
+        {
+            std::lock_guard g(mutex_);
+            steps_.push_back(step);
+        }
+        send(app::WM_APP + 202);
+        send(StepMessage(step));
+        Millis ms = stepMs + (step == 4 && !phase1 ? TransferMs(p, bytes) : 0);
+        const bool failing = !p.pass && p.failingStep == firstIndex + i;
+        if (step == 4) {
+            for (int percent = 10; percent <= 100; percent += 10) {
+                if (!wait_.Pause(ms / 10)) return;
+                send(app::WM_APP + 208, percent);
+                if (failing && percent == 50) break;
+            }
+        } else if (!wait_.Pause(ms)) {
+            return;
+        }
+        if (failing) error = std::string(app::texts::kSprdStepNames[step]) + " failed";
+    }
+    if (error.empty() && !p.pass && !phase1) error = "Download failed";
+    SprdPortResult* record;
+    {
+        std::lock_guard g(mutex_);
+        result_ = SprdPortResult{};
+        app::CopyField(result_.errorText, error);
+        result_.reEnumerate = phase1 && error.empty() && p.switchPort ? 1 : 0;
+        record = &result_;
+    }
+    // Sent, not posted, so the record stays as it is while the console reads it.
+    send(app::WM_APP + 217, reinterpret_cast<platform::LParam>(record));
+    if (record->reEnumerate == 1) registry_.NotifySwitch({SwitchEvent::SPRD_TO_DOWNLOAD_PORT, "", port, -1});
+}
+
+std::unique_ptr<MtkEngine> SimEngineFactory::MakeMtk(platform::MessageWindow& window) {
+    return std::make_unique<SimMtkEngine>(station_, registry_, window);
+}
+std::unique_ptr<FpEngine> SimEngineFactory::MakeFp(platform::MessageWindow& window) {
+    return std::make_unique<SimFpEngine>(station_, registry_, window);
+}
+std::unique_ptr<SprdEngine> SimEngineFactory::MakeSprd(platform::MessageWindow& window) {
+    return std::make_unique<SimSprdEngine>(station_, registry_, window);
+}
+
+}  // namespace quorvel::engine
