@@ -32,6 +32,8 @@ std::string Format(const char* format, Args... args) {
     return out;
 }
 
+constexpr std::size_t kCrcPieceBytes = 1024 * 1024;
+
 bool Exists(const std::string& path) {
     struct stat st;
     return ::lstat(path.c_str(), &st) == 0;
@@ -253,18 +255,27 @@ bool CBinPack::ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packag
     while (remaining > 0) {
         Notice(PAC_NOTICE_PERCENT, static_cast<std::int64_t>(position_ * 100 / packageSize));
         const std::size_t chunk = remaining < kPacChunkSize ? remaining : kPacChunkSize;
-        // A package cut short fails here, with or without CRCs.
-        if (ReadPackage(buffer_.data(), chunk) < chunk) {
+        // A package cut short fails here, with or without CRCs. The chunk is read in
+        // pieces and each piece enters the CRC while it is still in the cache.
+        std::size_t got = 0;
+        while (got < chunk) {
+            const std::size_t piece = std::min(chunk - got, kCrcPieceBytes);
+            const std::size_t n = ReadPackage(buffer_.data() + got, piece);
+            if (crcOn_) dataCrc_ = CalcCrc16(dataCrc_, buffer_.data() + got, n);
+            got += n;
+            if (n < piece) break;
+        }
+        if (got < chunk) {
             ::close(outFd_);
             outFd_ = -1;
             Fail(texts::kPacReadFailed);
             return false;
         }
-        if (crcOn_) dataCrc_ = CalcCrc16(dataCrc_, buffer_.data(), chunk);
         std::size_t toWrite = chunk;
         // The configuration file's terminating NUL is not part of the file.
         if (last && remaining == chunk && buffer_[chunk - 1] == 0) --toWrite;
-        if (!WriteFully(outFd_, buffer_.data(), toWrite)) {
+        const bool written = WriteFully(outFd_, buffer_.data(), toWrite);
+        if (!written) {
             ::close(outFd_);
             outFd_ = -1;
             Fail(diskMessage_);

@@ -7,7 +7,8 @@
 
 namespace quorvel::packages {
 
-// Continues the running `crc` over `data`. Sixteen bytes per step through sixteen tables.
+// Continues the running `crc` over `data`: carry-less multiplication folding where the
+// processor has it, else sixteen bytes per step through sixteen tables.
 std::uint16_t CalcCrc16(std::uint16_t crc, const void* data, std::size_t length);
 
 // The same, one byte at a time: the reference the fast form is checked against.

@@ -89,7 +89,7 @@ TEST(Crc16, CatalogueValueAndFastFormAgreeWithBytewiseDefinition) {
     std::vector<std::uint8_t> data(5000);
     for (auto& b : data) b = static_cast<std::uint8_t>(rng());
     for (std::size_t offset : {0, 1, 3, 7}) {
-        for (std::size_t len : {0, 1, 15, 16, 17, 31, 64, 1000, 4993}) {
+        for (std::size_t len : {0, 1, 15, 16, 17, 31, 64, 255, 256, 257, 319, 320, 1000, 4993}) {
             const auto start = static_cast<std::uint16_t>(rng());
             ASSERT_EQ(CalcCrc16(start, data.data() + offset, len), CalcCrc16Bytewise(start, data.data() + offset, len))
                 << offset << "/" << len;

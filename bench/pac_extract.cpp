@@ -1,0 +1,197 @@
+// Extraction speed against a plain sequential copy of the same bytes on the same disk,
+// both in one run, and the extraction's peak memory (max RSS of a child that only
+// extracts). Usage: pac_extract [megabytes=1024] [folder=/tmp] [rounds=3]
+// Target: extraction at 90 % or more of the copy's speed; peak memory under 32 MiB.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "app/ConsoleUi.h"
+#include "packages/BinPack.h"
+#include "packages/Crc16.h"
+#include "packages/PacFormat.h"
+#include "platform/Clock.h"
+
+using namespace quorvel;
+using namespace quorvel::packages;
+namespace fs = std::filesystem;
+
+namespace {
+
+void Fill(std::vector<std::uint8_t>& buffer, std::uint64_t& state) {
+    auto* words = reinterpret_cast<std::uint64_t*>(buffer.data());
+    for (std::size_t i = 0; i < buffer.size() / 8; ++i) {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        words[i] = state;
+    }
+}
+
+// Eight images of equal size plus a small configuration file, with both CRCs.
+void WritePackage(const std::string& path, std::uint64_t totalBytes) {
+    const int images = 8;
+    const std::uint32_t imageSize = static_cast<std::uint32_t>(totalBytes / images);
+    std::vector<PacFileEntry> table(images + 1);
+    std::memset(table.data(), 0, table.size() * sizeof(PacFileEntry));
+    for (int i = 0; i < images; ++i) {
+        WriteField(table[static_cast<std::size_t>(i)].FileId, "IMAGE" + std::to_string(i));
+        WriteField(table[static_cast<std::size_t>(i)].FileName, "image" + std::to_string(i) + ".img");
+        table[static_cast<std::size_t>(i)].FileSize = imageSize;
+        table[static_cast<std::size_t>(i)].CheckFlag = 1;
+    }
+    const std::string config = "<config/>\n";
+    WriteField(table.back().FileName, "config.xml");
+    table.back().FileSize = static_cast<std::uint32_t>(config.size());
+
+    PacHeader header = EmptyPacHeader();
+    if (std::getenv("QUORVEL_BENCH_NO_CRC")) header.Magic = 0;  // to see what the CRC costs
+    WriteField(header.Version, kPacVersion);
+    WriteField(header.ProductName, "Bench");
+    header.FileCount = static_cast<std::int32_t>(table.size());
+    const std::uint64_t size =
+        sizeof header + table.size() * sizeof(PacFileEntry) + std::uint64_t{imageSize} * images + config.size();
+    header.PackageSize = static_cast<std::uint32_t>(size);
+
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd < 0 || ::write(fd, &header, sizeof header) != sizeof header) std::exit(3);
+    std::uint16_t crc = CalcCrc16(0, table.data(), table.size() * sizeof(PacFileEntry));
+    if (::write(fd, table.data(), table.size() * sizeof(PacFileEntry)) < 0) std::exit(3);
+    std::vector<std::uint8_t> chunk(kPacChunkSize);
+    std::uint64_t state = 88172645463325252ull;
+    for (int i = 0; i < images; ++i) {
+        for (std::uint64_t left = imageSize; left > 0;) {
+            const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(left, chunk.size()));
+            Fill(chunk, state);
+            crc = CalcCrc16(crc, chunk.data(), n);
+            if (::write(fd, chunk.data(), n) != static_cast<ssize_t>(n)) std::exit(3);
+            left -= n;
+        }
+    }
+    crc = CalcCrc16(crc, config.data(), config.size());
+    if (::write(fd, config.data(), config.size()) < 0) std::exit(3);
+    header.DataCrc = crc;
+    header.HeaderCrc = CalcCrc16(0, &header, offsetof(PacHeader, HeaderCrc));
+    if (::pwrite(fd, &header, sizeof header, 0) != sizeof header) std::exit(3);
+    ::close(fd);
+}
+
+double Seconds(std::chrono::steady_clock::time_point since) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
+}
+
+// The baseline: the same bytes read in the same chunks and written to one file.
+// `durable`: the time includes getting the data onto the disk (fsync).
+double PlainCopy(const std::string& from, const std::string& to, bool durable) {
+    const auto start = std::chrono::steady_clock::now();
+    const int in = ::open(from.c_str(), O_RDONLY);
+    const int out = ::open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    ::posix_fadvise(in, 0, 0, POSIX_FADV_SEQUENTIAL);
+    std::vector<std::uint8_t> buffer(kPacChunkSize);
+    for (;;) {
+        const ssize_t n = ::read(in, buffer.data(), buffer.size());
+        if (n <= 0) break;
+        if (::write(out, buffer.data(), static_cast<std::size_t>(n)) != n) std::exit(4);
+    }
+    if (durable) ::fsync(out);
+    ::close(in);
+    ::close(out);
+    return Seconds(start);
+}
+
+double Extract(const std::string& package, const std::string& base, bool durable) {
+    app::HeadlessConsoleUi ui;
+    platform::SystemClock clock;
+    const auto start = std::chrono::steady_clock::now();
+    CBinPack pack(ui, clock);
+    PacHeader header;
+    std::vector<PacFileEntry> table;
+    if (!pack.Open(package) || !pack.Unpack(base.c_str(), &header, &table)) {
+        for (const auto& m : ui.Messages()) std::fprintf(stderr, "%s\n", m.c_str());
+        std::exit(5);
+    }
+    if (durable) {
+        for (const auto& e : fs::directory_iterator(pack.GetOutputFolder())) {
+            const int fd = ::open(e.path().c_str(), O_RDONLY);
+            ::fsync(fd);
+            ::close(fd);
+        }
+    }
+    const double s = Seconds(start);
+    CBinPack::DeleteFolder(pack.GetOutputFolder().c_str());
+    return s;
+}
+
+// Max RSS in KiB of a child that does nothing but one extraction.
+long ExtractionPeakKib(const std::string& package, const std::string& base) {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        Extract(package, base, false);
+        ::_exit(0);
+    }
+    int status = 0;
+    rusage usage{};
+    ::wait4(pid, &status, 0, &usage);
+    return usage.ru_maxrss;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::uint64_t megabytes = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 1024;
+    const std::string folder = argc > 2 ? argv[2] : "/tmp";
+    const int rounds = argc > 3 ? std::atoi(argv[3]) : 3;
+    const std::string work = folder + "/quorvel-pac-bench-" + std::to_string(::getpid());
+    fs::create_directories(work);
+    const std::string package = work + "/bench.pac";
+    std::printf("writing a %llu MiB package in %s ...\n", static_cast<unsigned long long>(megabytes), work.c_str());
+    WritePackage(package, megabytes << 20);
+    const double bytes = static_cast<double>(fs::file_size(package));
+
+    // Rounds alternate which goes first, so both see the same disk and cache state; the
+    // best and the median of each are shown. First into the page cache (as the station writes), then durable.
+    for (const bool durable : {false, true}) {
+        std::vector<double> copies, extracts;
+        for (int r = 0; r < rounds; ++r) {
+            double c = 0, e = 0;
+            if (r % 2 == 0) {
+                c = PlainCopy(package, work + "/copy.bin", durable);
+                fs::remove(work + "/copy.bin");
+                e = Extract(package, work, durable);
+            } else {
+                e = Extract(package, work, durable);
+                c = PlainCopy(package, work + "/copy.bin", durable);
+                fs::remove(work + "/copy.bin");
+            }
+            copies.push_back(c);
+            extracts.push_back(e);
+            std::printf("%s round %d: copy %.0f MB/s, extract %.0f MB/s\n", durable ? "durable" : "cached", r + 1,
+                        bytes / c / 1e6, bytes / e / 1e6);
+        }
+        std::sort(copies.begin(), copies.end());
+        std::sort(extracts.begin(), extracts.end());
+        const double copyBest = bytes / copies.front() / 1e6, extractBest = bytes / extracts.front() / 1e6;
+        const double copyMedian = bytes / copies[copies.size() / 2] / 1e6;
+        const double extractMedian = bytes / extracts[extracts.size() / 2] / 1e6;
+        std::printf("%s: plain copy %.0f MB/s, extraction %.0f MB/s, ratio %.1f %% (best of %d); "
+                    "median %.0f vs %.0f MB/s, ratio %.1f %% (target >= 90 %%)\n",
+                    durable ? "durable (with fsync)" : "page cache (no fsync)", copyBest, extractBest,
+                    100.0 * extractBest / copyBest, rounds, copyMedian, extractMedian,
+                    100.0 * extractMedian / copyMedian);
+    }
+    const long peak = ExtractionPeakKib(package, work);
+    std::printf("peak memory %.1f MiB (max RSS of an extracting child; target < 32 MiB)\n", peak / 1024.0);
+    fs::remove_all(work);
+    return 0;
+}
