@@ -13,6 +13,7 @@
 #include "app/ConsoleUi.h"
 #include "app/Messages.h"
 #include "app/Texts.h"
+#include "packages/TextFormat.h"
 #include "packages/Crc16.h"
 #include "packages/PacInspect.h"
 #include "platform/Clock.h"
@@ -23,14 +24,6 @@ namespace fs = std::filesystem;
 namespace texts = app::texts;
 
 namespace {
-
-template <class... Args>
-std::string Format(const char* format, Args... args) {
-    const int n = std::snprintf(nullptr, 0, format, args...);
-    std::string out(static_cast<std::size_t>(n > 0 ? n : 0), '\0');
-    std::snprintf(out.data(), out.size() + 1, format, args...);
-    return out;
-}
 
 constexpr std::size_t kCrcPieceBytes = 1024 * 1024;
 

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "packages/Crc16.h"
 #include "packages/PacFormat.h"
 
 namespace quorvel::app {
@@ -53,6 +54,10 @@ public:
     const std::string& GetOutputFolder() const { return outputFolder_; }
     // The file extracted for the last table entry; empty when that entry has no data.
     const std::string& GetLastFilePath() const { return lastFilePath_; }
+
+    static std::uint16_t CalcCrc16(std::uint16_t crc, const void* data, std::size_t length) {
+        return packages::CalcCrc16(crc, data, length);
+    }
 
     // Deletes a folder tree; a symbolic link inside is removed, never followed.
     // Errors are ignored; returns 1, also for a null or missing path.

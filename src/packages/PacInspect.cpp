@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "app/Texts.h"
+#include "packages/TextFormat.h"
 #include "packages/BinPack.h"
 #include "packages/Crc16.h"
 
@@ -15,14 +16,6 @@ namespace quorvel::packages {
 namespace texts = app::texts;
 
 namespace {
-
-template <class... Args>
-std::string Format(const char* format, Args... args) {
-    const int n = std::snprintf(nullptr, 0, format, args...);
-    std::string out(static_cast<std::size_t>(n > 0 ? n : 0), '\0');
-    std::snprintf(out.data(), out.size() + 1, format, args...);
-    return out;
-}
 
 class File {
 public:

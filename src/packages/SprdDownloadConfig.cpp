@@ -7,6 +7,7 @@
 
 #include "app/Station.h"
 #include "app/Texts.h"
+#include "packages/TextFormat.h"
 #include "packages/PackageHousekeeping.h"
 #include "platform/ProfileIni.h"
 
@@ -14,14 +15,6 @@ namespace quorvel::packages {
 namespace texts = app::texts;
 
 namespace {
-
-template <class... Args>
-std::string Format(const char* format, Args... args) {
-    const int n = std::snprintf(nullptr, 0, format, args...);
-    std::string out(static_cast<std::size_t>(n > 0 ? n : 0), '\0');
-    std::snprintf(out.data(), out.size() + 1, format, args...);
-    return out;
-}
 
 std::string Upper(std::string text) {
     for (char& c : text)
