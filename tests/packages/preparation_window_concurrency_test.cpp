@@ -1,0 +1,135 @@
+// The preparation window's logic: progress messages from the work's threads (6027,
+// 6029), the result, closing by the work or by the operator while the work goes on.
+#include <gtest/gtest.h>
+
+#include "app/Messages.h"
+#include "app/Texts.h"
+#include "packages/PreparationWindowLogic.h"
+#include "support/PacWriter.h"
+#include "support/StationFixture.h"
+
+using namespace quorvel;
+using namespace quorvel::packages;
+using quorvel::test::PacSpec;
+
+namespace {
+
+PacSpec Base() {
+    PacSpec spec;
+    spec.entries = {{"FDL", "fdl.bin", "f"}, {"NV", "nv.bin", "n"}, {"System", "sys.img", "s"}};
+    return spec;
+}
+
+TEST(PreparationWindow, FailedExtractionShowsBothMessagesAndClosesWithZero) {
+    test::StationFixture fx;
+    PacSpec spec = Base();
+    spec.version = "BP_R2.0.0";
+    fx.dir.Write("pkg.pac", test::BuildPac(spec));
+    fx.station->package.kind = app::PACKAGE_SPRD_PAC;
+    fx.station->package.pacFilePath = fx.dir.File("pkg.pac");
+    PreparationWindowLogic window(*fx.station);
+    window.SetTempFolderSource([&] { return std::optional<std::string>(fx.dir.Path()); });
+    fx.ui.RunPreparationDialog(window);
+    EXPECT_EQ(window.PreparationResult(), 0);
+    EXPECT_TRUE(window.View().closed);
+    EXPECT_EQ(window.View().title, "Unzip files");
+    window.WaitForWork();
+    EXPECT_EQ(fx.ui.Messages(),
+              (std::vector<std::string>{app::texts::kPacVersionNotSupported, app::texts::kPrepUnzipFailed}));
+}
+
+TEST(PreparationWindow, SuccessfulExtractionIsResultOneEvenWhenAConfigurationCheckFails) {
+    test::StationFixture fx;
+    PacSpec spec = Base();
+    spec.nvBackupFlag = 0;
+    fx.dir.Write("pkg.pac", test::BuildPac(spec));
+    fx.station->package.kind = app::PACKAGE_SPRD_PAC;
+    fx.station->package.pacFilePath = fx.dir.File("pkg.pac");
+    PreparationWindowLogic window(*fx.station);
+    window.SetTempFolderSource([&] { return std::optional<std::string>(fx.dir.Path()); });
+    fx.ui.RunPreparationDialog(window);
+    EXPECT_EQ(window.PreparationResult(), 1);
+    EXPECT_EQ(window.View().barPosition, 100);
+    EXPECT_EQ(window.View().barText, "100%");
+    window.WaitForWork();
+    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{app::texts::kSprdNoNvBackup});
+}
+
+TEST(PreparationWindow, ChecksumRecordsTextsMegabytesResultAndClose) {
+    test::StationFixture fx(2052);
+    fx.station->language.SetLanguageId(2052);
+    fx.station->validatedMegabytes = 99.0;
+    fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
+    std::shared_ptr<platform::MessageWindow> receiver;
+    PreparationWindowLogic window(*fx.station, [&](auto r) { receiver = r; });
+    ASSERT_TRUE(window.Open());
+    EXPECT_EQ(window.View().title, "校验文件");
+    EXPECT_EQ(window.View().status, "正在进行中...");
+    EXPECT_EQ(fx.station->validatedMegabytes.load(), 0.0);
+
+    auto send = [&](const char* path, int percent, std::uint64_t done, std::uint64_t total) {
+        app::ChecksumProgressRecord r{};
+        app::CopyField(r.path, path);
+        r.percent = static_cast<std::uint8_t>(percent);
+        r.bytesDone = done;
+        r.bytesTotal = total;
+        receiver->Send(app::MSG_CHECKSUM, 0, reinterpret_cast<platform::LParam>(&r));
+    };
+    send("C:\\fw\\system%d.img", 45, 3 * 1048576 + 524288, 10 * 1048576);
+    EXPECT_EQ(window.View().status, "正在校验文件：system%d.img(3.50/10.00M)");
+    EXPECT_EQ(window.View().barText, "system%d.img(45%)");
+    EXPECT_EQ(window.View().barPosition, 45);
+    send("/fw/a.img", 99, 1, 10 * 1048576);
+    EXPECT_EQ(fx.station->validatedMegabytes.load(), 0.0);
+    send("/fw/a.img", 100, 10 * 1048576, 10 * 1048576);
+    send("/fw/b.img", 100, 3 * 1048576 + 524288, 3 * 1048576 + 524288);
+    EXPECT_EQ(fx.station->validatedMegabytes.load(), 13.0);
+
+    const char* text = "checksum of b.img is wrong";
+    receiver->Send(app::MSG_CHECKSUM, 1, reinterpret_cast<platform::LParam>(text));
+    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{text});
+    receiver->Send(app::MSG_CHECKSUM, 2, 1);
+    EXPECT_EQ(window.PreparationResult(), 1);
+    EXPECT_FALSE(window.View().closed);
+    receiver->Send(MSG_CLOSE, 0, 0);
+    EXPECT_TRUE(window.View().closed);
+    window.WaitClosed();
+
+    // A closed window has no receiver: later messages change nothing.
+    receiver->Send(app::MSG_CHECKSUM, 2, 0);
+    EXPECT_EQ(window.PreparationResult(), 1);
+}
+
+TEST(PreparationWindow, ClosedByTheOperatorKeepsZeroWhileTheWorkGoesOn) {
+    test::StationFixture fx;
+    fx.dir.Write("pkg.pac", test::BuildPac(Base()));
+    fx.station->package.kind = app::PACKAGE_SPRD_PAC;
+    fx.station->package.pacFilePath = fx.dir.File("pkg.pac");
+    {
+        PreparationWindowLogic window(*fx.station);
+        window.SetTempFolderSource([&] { return std::optional<std::string>(fx.dir.Path()); });
+        // Escape as soon as the extraction has begun.
+        window.SetObserver([&] {
+            if (window.View().status == "Unzipping files...") window.Close();
+        });
+        fx.ui.RunPreparationDialog(window);
+        EXPECT_TRUE(window.View().closed);
+        window.WaitForWork();
+        EXPECT_EQ(window.PreparationResult(), 0);  // the end notice found no window
+        EXPECT_NE(window.View().barPosition, 100);
+    }
+    EXPECT_EQ(fx.station->sprdParams.Get()->SelectedFileCount, 3);  // the load itself finished
+}
+
+TEST(PreparationWindow, NothingStartedClosesAtOnceWithResultZero) {
+    test::StationFixture fx;
+    fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
+    PreparationWindowLogic window(*fx.station);  // no engine holder
+    fx.ui.RunPreparationDialog(window);
+    EXPECT_TRUE(window.View().closed);
+    EXPECT_EQ(window.PreparationResult(), 0);
+    EXPECT_EQ(FormatBarText("%d%%", 7), "7%");
+    EXPECT_EQ(FormatBarText("a%sb%", 7), "a%sb%");
+}
+
+}  // namespace
