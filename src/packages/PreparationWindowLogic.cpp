@@ -101,6 +101,9 @@ bool PreparationWindowLogic::Open() {
             CSprdDownloadConfig config(station_, receiver.get());
             config.SetTempFolderSource(temp);
             config.LoadPackage(path.c_str());
+            // A load that failed before extraction began sent no end notice: with the work
+            // over there is nothing left to show, so the window closes (result 0).
+            CloseWindow();
         });
         started = true;
         std::lock_guard g(mutex_);

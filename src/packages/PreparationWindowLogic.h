@@ -7,7 +7,8 @@
 // Threads: Open, Close and the view accessors on the station thread (the console waits
 // in RunPreparationDialog meanwhile); messages arrive through Receiver() on the work's
 // threads, each handled before the sender goes on. After the window has closed, later
-// messages find no receiver and are dropped. The destructor waits for the preparation
+// messages find no receiver and are dropped. A PAC load that ends without an end
+// notice (it failed before extraction) closes the window too. The destructor waits for the preparation
 // thread, so the console never goes on while a PAC load still writes its parameters.
 
 #include <condition_variable>

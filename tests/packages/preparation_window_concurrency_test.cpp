@@ -121,6 +121,18 @@ TEST(PreparationWindow, ClosedByTheOperatorKeepsZeroWhileTheWorkGoesOn) {
     EXPECT_EQ(fx.station->sprdParams.Get()->SelectedFileCount, 3);  // the load itself finished
 }
 
+TEST(PreparationWindow, ALoadThatNeverReachesExtractionStillEndsTheWindow) {
+    test::StationFixture fx;
+    fx.station->package.kind = app::PACKAGE_SPRD_PAC;
+    fx.station->package.pacFilePath = fx.dir.File("missing.pac");
+    PreparationWindowLogic window(*fx.station);
+    window.SetTempFolderSource([&] { return std::optional<std::string>(fx.dir.Path()); });
+    fx.ui.RunPreparationDialog(window);
+    EXPECT_TRUE(window.View().closed);
+    EXPECT_EQ(window.PreparationResult(), 0);
+    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{"Can not open file [" + fx.dir.File("missing.pac") + "]\n"});
+}
+
 TEST(PreparationWindow, NothingStartedClosesAtOnceWithResultZero) {
     test::StationFixture fx;
     fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
