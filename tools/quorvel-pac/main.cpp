@@ -47,12 +47,19 @@ What you see:
            OmitFlag.
   verify   "OK" when the header CRC and the data CRC both match (or the package carries
            none and all data is present).
-  extract  the folder made and the path of every file written. Names that exist twice get
-           "(1)", "(2)"... appended; the last file loses one trailing zero byte. A file name
-           that is not a bare name (with "/", "\" or "..") is refused before anything is written.
+  extract  the folder made (<n> is a millisecond tick count) and the path of every file
+           written. A name that occurs twice gets "(1)", "(2)"... appended; the last file
+           (the package's configuration file) loses its final byte when that byte is zero.
+           A file name that is not a bare name (with "/", "\" or "..") is refused before
+           anything is written.
   plan     per file whether it is chosen (CheckFlag set and a file present) and whether it
            may be left out (OmitFlag 1), then the station's verdict: OK, a warning, or the
            refusal with the station's own message.
+
+Examples:
+  quorvel-pac verify firmware.pac                 is the package intact?
+  quorvel-pac extract firmware.pac /tmp/images    unpack it for a look at the images
+  quorvel-pac plan --json firmware.pac            what would the station download?
 
 Exit status:
   0  success (plan: the station would accept the package, perhaps with a warning)
