@@ -163,5 +163,7 @@ inline constexpr LangText kMtkDaMissingStartup{"错误: DA文件未找到，请�
 inline constexpr const char* kMtkDaMissingSettings = "Error : DA File Missing,please check it!!!";
 
 // ---- devices and binding ----
+inline constexpr const char* kSprdServiceMissing = "sprdvcom service is not found";
+inline constexpr const char* kServiceNameLog = "the service name is %d";
 
 }  // namespace quorvel::app::texts

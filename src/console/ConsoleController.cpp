@@ -1,5 +1,6 @@
 #include "console/ConsoleController.h"
 #include "console/MessageRouter.h"
+#include "console/StationRun.h"
 
 #include <cstdio>
 #include <ctime>
@@ -85,6 +86,7 @@ bool ConsoleController::OnInitDialog() {
         station_.view.RequestClose(false);
         return false;
     }
+    if (run_) run_->BuildSlots();
     SetButtonStatus(DOWNLOAD_BUTTON_STATUS_START);
     station_.view.SetTitle(WindowTitle());
     return true;
@@ -139,8 +141,13 @@ void ConsoleController::ShowClock() {
 
 platform::LResult ConsoleController::HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) {
     if (platform::LResult routed = 0; router_ && router_->Route(msg, wParam, lParam, routed)) return routed;
+    if (msg == MSG_DEVICE_EVENT && run_ && wParam)
+        return run_->OnDeviceEvent(*reinterpret_cast<const devices::DeviceEventRecord*>(wParam));
     if (msg == WM_COMMAND) {
         switch (wParam) {
+            case CMD_START_STOP:
+                if (run_) run_->StartStopClick();
+                return 0;
             case CMD_REMOVE_STATISTICS: station_.statistics.StatisticsReset(); return 0;
             // The menu greys these out while the station runs; a command queued before Start is void.
             case CMD_REMOVE_BIND:

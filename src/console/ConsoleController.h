@@ -11,6 +11,7 @@
 
 namespace quorvel::console {
 class MessageRouter;
+class StationRun;
 }
 
 namespace quorvel::console {
@@ -48,8 +49,11 @@ public:
     void OnTimer(int id) override;
     // The slot-message routing, once the download manager exists; station thread.
     void SetRouter(MessageRouter* router) { router_ = router; }
+    // The run logic (Start/Stop, slots, device events); station thread.
+    void SetRun(StationRun* run) { run_ = run; }
 
 private:
+    friend class StationRun;  // drives buttonStatus_ through the Start/Stop states
     void SetUpControls();
     void ShowClock();
 
@@ -59,6 +63,7 @@ private:
     int buttonStatus_ = DOWNLOAD_BUTTON_STATUS_INIT;
     int selectedRow_ = -1;
     MessageRouter* router_ = nullptr;
+    StationRun* run_ = nullptr;
     devices::BindingCommands bindingCommands_{station_};
 };
 

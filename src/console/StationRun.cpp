@@ -1,0 +1,135 @@
+#include "console/StationRun.h"
+
+#include <filesystem>
+
+#include "app/Texts.h"
+#include "console/ConsoleController.h"
+#include "console/MessageRouter.h"
+#include "packages/PreparationWindowLogic.h"
+
+namespace quorvel::console {
+
+using namespace app;
+
+StationRun::StationRun(Station& station, platform::StationLoop& loop, ConsoleController& console,
+                       devices::DeviceBackend& backend, engine::EngineFactory& engines)
+    : station_(station),
+      loop_(loop),
+      console_(console),
+      backend_(backend),
+      manager_(station, loop, engines),
+      probe_(station.clock, [&backend](int com) { return backend.SerialNodeOf(com); }),
+      binding_(station, manager_, probe_, loop),
+      monitor_(station, backend, loop),
+      router_(std::make_unique<MessageRouter>(station, manager_)) {
+    console_.SetRouter(router_.get());
+    console_.SetRun(this);
+}
+
+StationRun::~StationRun() {
+    console_.SetRun(nullptr);
+    console_.SetRouter(nullptr);
+}
+
+void StationRun::BuildSlots() {
+    manager_.RemoveAllWorkers();
+    hubPorts_.clear();
+    for (const HubPortEntry& entry : backend_.EnumerateHubPorts()) {
+        manager_.AddWorker(entry);
+        hubPorts_.push_back(entry);
+    }
+    for (const DeviceInfo& device : backend_.EnumeratePreloaderDevices()) manager_.AcceptDeviceByHubPort(device);
+}
+
+bool StationRun::RunPreparation(bool verify) {
+    packages::PreparationWindowLogic::StartVerify start;
+    if (verify)
+        start = [this](std::shared_ptr<platform::MessageWindow> receiver) { manager_.VerifyPackage(receiver); };
+    packages::PreparationWindowLogic dialog(station_, start);
+    station_.ui.RunPreparationDialog(dialog);
+    dialog.WaitForWork();
+    return dialog.PreparationResult() != 0;
+}
+
+int StationRun::PreStartCheck() {
+    namespace fs = std::filesystem;
+    PackageSelection& p = station_.package;
+    std::error_code ec;
+    switch (p.kind) {
+        case PACKAGE_MTK_SCATTER:
+            monitor_.SelectMonitorService();
+            if (!fs::exists(p.scatterFilePath, ec)) {
+                station_.ui.MessageBox(station_.language.ChooseText(texts::kSelectScatterFirst));
+                return 0;
+            }
+            if (station_.settings.CheckSum != 0 && !p.verified) {
+                manager_.SetState(engine::Unverified);
+                if (!RunPreparation(true)) {
+                    manager_.SetState(engine::Unverified);
+                    return 0;
+                }
+                manager_.SetState(engine::Ready);
+                p.verified = true;
+            }
+            manager_.SetState(engine::Ready);
+            break;
+        case PACKAGE_SPRD_PAC:
+            if (!monitor_.SelectMonitorService()) return 0;
+            if (!fs::exists(p.pacFilePath, ec)) {
+                station_.ui.MessageBox(station_.language.ChooseText(texts::kSelectPacFirst));
+                return 0;
+            }
+            if (!p.prepared) {
+                manager_.SetState(engine::Unverified);
+                if (!RunPreparation(false)) {
+                    manager_.SetState(engine::Unverified);
+                    return 0;
+                }
+                p.prepared = true;
+            }
+            manager_.SetState(engine::Ready);
+            break;
+        case PACKAGE_MTK_CFG:
+            monitor_.SelectMonitorService();
+            if (!fs::exists(p.cfgFilePath, ec)) {
+                station_.ui.MessageBox(station_.language.ChooseText(texts::kSelectCfgFirst));
+                return 0;
+            }
+            manager_.SetState(engine::Ready);
+            break;
+        default: break;
+    }
+    return 1;
+}
+
+void StationRun::StartStopClick() {
+    if (console_.buttonStatus_ != DOWNLOAD_BUTTON_STATUS_STOP) {
+        console_.ShowDownloadTypeName();
+        if (PreStartCheck() == 0) return;
+        station_.stationRunning = true;
+        station_.clock.Sleep(20);
+        monitor_.Start();
+        station_.clock.Sleep(20);
+        manager_.StartAll();
+        console_.buttonStatus_ = DOWNLOAD_BUTTON_STATUS_STOP;
+        console_.SetButtonStatus(DOWNLOAD_BUTTON_STATUS_STOP);
+        return;
+    }
+    if (station_.package.kind == PACKAGE_MTK_CFG) {
+        for (int i = 0; i < kSlotCount; ++i) {
+            if (station_.slots.fpJob[i] == 1) {
+                station_.ui.MessageBox(station_.language.ChooseText(texts::kWaitForThreads));
+                return;
+            }
+            station_.slots.fpJob[i] = 0;
+            station_.bindings.ChangeState(i, BIND_BUSY, BIND_ALL_BINDED);
+        }
+    }
+    if (!manager_.StopAll()) return;  // it has told the operator
+    station_.stationRunning = false;
+    console_.buttonStatus_ = DOWNLOAD_BUTTON_STATUS_START;
+    console_.SetButtonStatus(DOWNLOAD_BUTTON_STATUS_START);
+    station_.settingsStore.SaveBindings();
+}
+
+}  // namespace quorvel::console

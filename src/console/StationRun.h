@@ -1,0 +1,55 @@
+#pragma once
+// The console's run logic: the workers built from the hub ports, the Start/Stop
+// state machine with its pre-start check, and the binding of device events.
+// Station thread only (console handlers); the monitor and the workers reach it
+// through messages 6024 and WM_COMMAND 1019.
+
+#include <memory>
+
+#include "app/Station.h"
+#include "devices/ComProbe.h"
+#include "devices/DeviceBackend.h"
+#include "devices/DeviceMonitor.h"
+#include "devices/PortBinding.h"
+#include "engine/DownloadManager.h"
+#include "platform/StationLoop.h"
+
+namespace quorvel::console {
+
+class ConsoleController;
+class MessageRouter;
+
+class StationRun {
+public:
+    // Registers itself and its message router with the controller.
+    StationRun(app::Station& station, platform::StationLoop& loop, ConsoleController& console,
+               devices::DeviceBackend& backend, engine::EngineFactory& engines);
+    ~StationRun();
+
+    void BuildSlots();
+    void StartStopClick();
+    // 1 when the station may start.
+    int PreStartCheck();
+    platform::LResult OnDeviceEvent(const devices::DeviceEventRecord& record) { return binding_.OnDeviceEvent(record); }
+
+    engine::DownloadManager& Manager() { return manager_; }
+    devices::DeviceMonitor& Monitor() { return monitor_; }
+    devices::PortBinding& Binding() { return binding_; }
+    const std::vector<app::HubPortEntry>& HubPorts() const { return hubPorts_; }
+
+private:
+    bool RunPreparation(bool verify);
+
+    app::Station& station_;
+    platform::StationLoop& loop_;
+    ConsoleController& console_;
+    devices::DeviceBackend& backend_;
+    engine::DownloadManager manager_;
+    devices::ComProbe probe_;
+    devices::PortBinding binding_;
+    devices::DeviceMonitor monitor_;
+    std::unique_ptr<MessageRouter> router_;
+    std::vector<app::HubPortEntry> hubPorts_;
+};
+
+}  // namespace quorvel::console

@@ -1,0 +1,167 @@
+#include "devices/DeviceMonitor.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "app/Messages.h"
+#include "app/Station.h"
+#include "app/Texts.h"
+#include "devices/DeviceText.h"
+
+namespace quorvel::devices {
+
+MonitorChoice MonitorChoiceOf(int monitorService, const std::string& configuredService) {
+    switch (monitorService) {
+        case 1: return {"usbser", 0};
+        case 2: return {"sprdvcom", 2};
+        case 3: return {"wdm_usb", 3};
+        case 4: return {configuredService, 0};
+        default: return {"wdm_usb", 0};
+    }
+}
+
+std::uint32_t EventKindOf(int contextKind) {
+    if (contextKind == 1 || contextKind == 2) return app::EVENT_SPRD;
+    if (contextKind == 3) return app::EVENT_CFG;
+    return app::EVENT_MTK;
+}
+
+ListDiff DiffLists(const std::vector<std::string>& previous, const std::vector<std::string>& current) {
+    ListDiff d;
+    auto in = [](const std::vector<std::string>& list, const std::string& id) {
+        return std::find(list.begin(), list.end(), id) != list.end();
+    };
+    for (const auto& id : previous)
+        if (!in(current, id)) d.removed.push_back(id);
+    for (const auto& id : current)
+        if (!in(previous, id)) d.arrived.push_back(id);
+    return d;
+}
+
+std::string LocationIn(const PortTable& table, const std::string& instanceId) {
+    const std::string key = LookupKey(instanceId);
+    for (std::size_t i = 0; i < table.instanceIds.size(); ++i)
+        if (LookupKey(table.instanceIds[i]).find(key) != std::string::npos) return table.locations[i];
+    return "";
+}
+
+DeviceMonitor::DeviceMonitor(app::Station& station, DeviceBackend& backend, platform::MessageWindow& console)
+    : station_(station), backend_(backend), console_(console) {}
+
+DeviceMonitor::~DeviceMonitor() {
+    Retire();
+    for (auto& w : retired_)
+        if (w->thread.joinable()) w->thread.join();
+}
+
+bool DeviceMonitor::SelectMonitorService() {
+    const auto kind = station_.package.kind;
+    if (kind == app::PACKAGE_MTK_SCATTER) {
+        const bool wdm = backend_.ServiceExists("wdm_usb");
+        const bool ser = backend_.ServiceExists("usbser");
+        if (wdm && !ser) {
+            monitorService_ = 0;
+        } else if (ser && !wdm) {
+            monitorService_ = 1;
+        } else if (wdm && ser) {
+            if (backend_.ServiceDevices("wdm_usb"))
+                monitorService_ = 0;
+            else
+                monitorService_ = backend_.ServiceDevices("usbser") ? 1 : 0;
+        } else {
+            for (const auto& name : station_.settings.ServiceNameList) {
+                if (backend_.ServiceExists(name)) {
+                    monitorService_ = 4;
+                    configuredService_ = name;
+                    break;
+                }
+            }
+        }
+    } else if (kind == app::PACKAGE_SPRD_PAC) {
+        if (!backend_.ServiceExists("sprdvcom")) {
+            station_.ui.MessageBox(app::texts::kSprdServiceMissing);
+            return false;
+        }
+        monitorService_ = 2;
+    } else if (kind == app::PACKAGE_MTK_CFG) {
+        monitorService_ = backend_.ServiceExists("wdm_usb") ? 3 : 1;
+    }
+    if (station_.settings.EnableDebug) {
+        char line[64];
+        std::snprintf(line, sizeof line, app::texts::kServiceNameLog, monitorService_);
+        station_.settingsStore.UiLog(line);
+    }
+    return true;
+}
+
+void DeviceMonitor::Start() {
+    Retire();
+    JoinEnded();
+    current_ = std::make_unique<Watch>();
+    Watch& w = *current_;
+    w.thread = std::thread([this, &w, choice = MonitorChoiceOf(monitorService_, configuredService_)] {
+        Run(w, choice);
+        w.ended = true;
+    });
+}
+
+void DeviceMonitor::Retire() {
+    if (!current_) return;
+    current_->retired = true;
+    backend_.Changes().Interrupt();
+    retired_.push_back(std::move(current_));
+}
+
+void DeviceMonitor::JoinEnded() {
+    for (auto it = retired_.begin(); it != retired_.end();) {
+        if ((*it)->ended) {
+            (*it)->thread.join();
+            it = retired_.erase(it);
+        } else {
+            ++it;
+        }
+    }
+}
+
+int DeviceMonitor::LiveWatches() const {
+    int n = current_ && !current_->ended ? 1 : 0;
+    for (const auto& w : retired_) n += w->ended ? 0 : 1;
+    return n;
+}
+
+void DeviceMonitor::Run(Watch& w, MonitorChoice choice) {
+    std::vector<std::string> previous;
+    ChangeSignal& changes = backend_.Changes();
+    for (;;) {
+        if (!station_.stationRunning || w.retired) return;
+        const std::uint64_t seen = changes.Wait(station_.clock, consumed_.load(), [&] { return w.retired.load(); });
+        if (w.retired) return;
+        consumed_ = seen;
+        auto current = backend_.ServiceDevices(choice.service);
+        if (!current) continue;  // no device list yet: wait for the service to get one
+        const ListDiff diff = DiffLists(previous, *current);
+        for (const auto& id : diff.removed) {
+            if (w.retired) return;
+            SendEvent(id, false, choice);
+        }
+        for (const auto& id : diff.arrived) {
+            if (w.retired) return;
+            SendEvent(id, true, choice);
+        }
+        previous = std::move(*current);
+    }
+}
+
+void DeviceMonitor::SendEvent(const std::string& instanceId, bool arrived, const MonitorChoice& choice) {
+    DeviceEventRecord record{};
+    app::CopyField(record.instanceId, instanceId);
+    record.arrived = arrived ? 1 : 0;
+    const std::string location = LocationIn(backend_.BuildPortTable(choice.service), instanceId);
+    const auto name = backend_.FriendlyNameOf(instanceId);
+    app::CopyField(record.friendlyName, name ? *name : instanceId);
+    if (!location.empty()) app::CopyField(record.location, location);
+    record.kind = EventKindOf(choice.contextKind);
+    console_.Send(app::MSG_DEVICE_EVENT, reinterpret_cast<platform::WParam>(&record), 0);
+}
+
+}  // namespace quorvel::devices

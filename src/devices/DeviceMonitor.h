@@ -1,0 +1,96 @@
+#pragma once
+// The device-arrival watch of one run: on every change of the watched service's
+// device list it reports removals, then arrivals, to the console with message 6024,
+// sent synchronously. SelectMonitorService picks the service when a run starts.
+//
+// Threads: Start, Retire and the destructor on the station thread; the watch on its
+// own thread. A new Start retires the previous watch first: a retired watch wakes at
+// once, sends nothing more and ends, so two watches never serve one station. A watch
+// blocked in a send to the station thread cannot be joined from it, so retired
+// threads are joined once they have ended (at the next Start, or in the destructor,
+// which must run after the station loop has stopped or while no watch sends).
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "devices/DeviceBackend.h"
+#include "platform/StationLoop.h"
+
+namespace quorvel::app {
+class Station;
+}
+
+namespace quorvel::devices {
+
+// Payload of message 6024.
+struct DeviceEventRecord {
+    char instanceId[64];
+    char friendlyName[64];
+    std::uint32_t kind;     // EventKind
+    std::uint32_t arrived;  // 1 appeared, 0 disappeared
+    char location[260];
+};
+static_assert(sizeof(DeviceEventRecord) == 396);
+
+// MonitorService values and what they watch.
+struct MonitorChoice {
+    std::string service;
+    int contextKind;  // 0 MTK, 2 serial, 3 CFG
+};
+MonitorChoice MonitorChoiceOf(int monitorService, const std::string& configuredService);
+std::uint32_t EventKindOf(int contextKind);
+
+// Removals (in the previous list's order), then arrivals (in the current order).
+struct ListDiff {
+    std::vector<std::string> removed, arrived;
+};
+ListDiff DiffLists(const std::vector<std::string>& previous, const std::vector<std::string>& current);
+
+// The location of the first table entry whose instance ID contains the looked-up ID.
+std::string LocationIn(const PortTable& table, const std::string& instanceId);
+
+class DeviceMonitor {
+public:
+    DeviceMonitor(app::Station& station, DeviceBackend& backend, platform::MessageWindow& console);
+    ~DeviceMonitor();
+    DeviceMonitor(const DeviceMonitor&) = delete;
+    DeviceMonitor& operator=(const DeviceMonitor&) = delete;
+
+    // Station thread, from PreStartCheck: sets MonitorService; false when the run must not start.
+    bool SelectMonitorService();
+    int MonitorService() const { return monitorService_; }
+    const std::string& ConfiguredService() const { return configuredService_; }
+
+    // Retires the running watch (if any) and starts a new one for MonitorService.
+    void Start();
+    // Retires the running watch without starting another.
+    void Retire();
+    // Number of watch threads that have not ended yet (tests).
+    int LiveWatches() const;
+
+private:
+    struct Watch {
+        std::atomic<bool> retired{false};
+        std::atomic<bool> ended{false};
+        std::thread thread;
+    };
+    void Run(Watch& watch, MonitorChoice choice);
+    void SendEvent(const std::string& instanceId, bool arrived, const MonitorChoice& choice);
+    void JoinEnded();
+
+    app::Station& station_;
+    DeviceBackend& backend_;
+    platform::MessageWindow& console_;
+    int monitorService_ = 0;
+    std::string configuredService_;
+    // The change "event": signalled until a pass consumes the generation it saw.
+    std::atomic<std::uint64_t> consumed_{~std::uint64_t{0}};
+    std::unique_ptr<Watch> current_;
+    std::vector<std::unique_ptr<Watch>> retired_;
+};
+
+}  // namespace quorvel::devices

@@ -1,0 +1,97 @@
+#include "devices/DeviceText.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+
+#include "devices/DeviceBackend.h"
+
+namespace quorvel::devices {
+
+namespace {
+std::string Upper(std::string s) {
+    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return s;
+}
+
+// Digits only, without sign or blanks; -1 otherwise.
+long Digits(const std::string& s) {
+    if (s.empty() || s.size() > 6) return -1;
+    for (char c : s)
+        if (!std::isdigit(static_cast<unsigned char>(c))) return -1;
+    return std::strtol(s.c_str(), nullptr, 10);
+}
+}  // namespace
+
+void PortTable::Add(const std::string& location, const std::string& instanceId) {
+    if (location.empty()) return;
+    if (std::find(locations.begin(), locations.end(), location) != locations.end()) return;
+    locations.push_back(location);
+    instanceIds.push_back(instanceId);
+}
+
+void ChangeSignal::Notify() {
+    {
+        std::lock_guard g(mutex_);
+        ++generation_;
+    }
+    cv_.notify_all();
+}
+
+void ChangeSignal::Interrupt() {
+    { std::lock_guard g(mutex_); }
+    cv_.notify_all();
+}
+
+std::uint64_t ChangeSignal::Generation() const {
+    std::lock_guard g(mutex_);
+    return generation_;
+}
+
+PidClass ClassOf(const std::string& instanceId) {
+    const std::string id = Upper(instanceId);
+    PidClass c = PID_OTHER;
+    if (id.find("PID_0003") != std::string::npos) c = PID_BROM;
+    if (id.find("PID_2000") != std::string::npos) c = PID_PRELOADER;
+    if (id.find("PID_2001") != std::string::npos) c = PID_DA;
+    return c;
+}
+
+std::string PortNameOf(const std::string& name) {
+    const auto open = name.find('(');
+    const auto close = name.find(')');
+    if (open == std::string::npos && close == std::string::npos) return name;
+    if (open == std::string::npos) return name.substr(0, close);
+    if (close == std::string::npos || close < open) return name.substr(open + 1);
+    return name.substr(open + 1, close - open - 1);
+}
+
+int PortNumberOf(const std::string& portName) {
+    if (portName.size() <= 3) return 0;
+    return static_cast<int>(std::atoi(portName.c_str() + 3));
+}
+
+int ComNumberOfNode(const std::string& node) {
+    auto after = [&](const char* prefix) -> long {
+        const std::string p = prefix;
+        return node.rfind(p, 0) == 0 ? Digits(node.substr(p.size())) : -1;
+    };
+    if (long k = after("ttyACM"); k >= 0 && k < 100) return static_cast<int>(k + 1);
+    if (long k = after("ttyUSB"); k >= 0) return static_cast<int>(k + 101);
+    return 0;
+}
+
+std::string NodeOfComNumber(int n) {
+    if (n >= 1 && n <= 100) return "ttyACM" + std::to_string(n - 1);
+    if (n >= 101) return "ttyUSB" + std::to_string(n - 101);
+    return "";
+}
+
+std::string LookupKey(const std::string& instanceId) {
+    std::string s;
+    for (char c : instanceId)
+        if (c != '#') s += c;
+    return Upper(s);
+}
+
+}  // namespace quorvel::devices

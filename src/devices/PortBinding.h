@@ -1,0 +1,63 @@
+#pragma once
+// Ties physical sockets to download slots: classifies each device event, finds or
+// assigns the slot, records the binding, hands the phone to the slot's worker and
+// saves the table after each attempt.
+//
+// Station thread only (message 6024 and the auto-stop check). Its sleeps block the
+// station thread and the monitor that waits for the event to be handled.
+//
+// A slot for which the download manager has no worker is never chosen for a new
+// binding (it could not serve the phone, and the socket would stay tied to nothing);
+// a stored binding to such a slot is kept, but a phone on its socket is not handed
+// anywhere and the slot's state does not change.
+
+#include <string>
+
+#include "app/EngineRecords.h"
+#include "devices/ComProbe.h"
+#include "devices/DeviceMonitor.h"
+#include "platform/StationLoop.h"
+
+namespace quorvel::app {
+class Station;
+}
+namespace quorvel::engine {
+class DownloadManager;
+}
+
+namespace quorvel::devices {
+
+class PortBinding {
+public:
+    PortBinding(app::Station& station, engine::DownloadManager& manager, ComProbe& probe,
+                platform::MessageWindow& console)
+        : station_(station), manager_(manager), probe_(probe), console_(console) {}
+
+    // Message 6024; returns 0.
+    platform::LResult OnDeviceEvent(const DeviceEventRecord& record);
+
+    bool HasBinded_MTK(const app::DeviceInfo& info);
+    bool Bind_MTKDev_LS(const app::DeviceInfo& info);
+    bool Bind_MTKDev_HS(const app::DeviceInfo& info);
+    bool HasBinded_SPRD(const app::DeviceInfo& info);
+    bool Bind_SPRDDev(const app::DeviceInfo& info);
+    // False when slot i has no worker.
+    bool DispatchToSlot(int i, const app::DeviceInfo& info);
+    bool SignalRemoval(const std::string& friendlyName);
+    void AutoStopCheck();
+
+    static app::DeviceInfo InfoOf(const DeviceEventRecord& record);
+
+private:
+    void OnMtkEvent(const DeviceEventRecord& record);
+    void OnSerialEvent(const DeviceEventRecord& record, bool portCheck);
+    bool HasWorker(int i);
+    void Log(const std::string& text);
+
+    app::Station& station_;
+    engine::DownloadManager& manager_;
+    ComProbe& probe_;
+    platform::MessageWindow& console_;
+};
+
+}  // namespace quorvel::devices

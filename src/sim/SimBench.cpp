@@ -1,0 +1,245 @@
+#include "sim/SimBench.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace quorvel::sim {
+
+namespace {
+constexpr unsigned kMtkVid = 0x0E8D, kSprdVid = 0x1782;
+
+unsigned PidOf(PhoneMode mode) {
+    switch (mode) {
+        case PhoneMode::BROM: return 0x0003;
+        case PhoneMode::PRELOADER:
+        case PhoneMode::CFG: return 0x2000;
+        case PhoneMode::DA: return 0x2001;
+        case PhoneMode::SPRD: return 0x4D00;
+        case PhoneMode::SPRD_DOWNLOAD: return 0x4D03;
+    }
+    return 0;
+}
+}  // namespace
+
+std::optional<PhoneKind> PhoneKindOf(const std::string& w) {
+    if (w == "brom") return PhoneKind::MTK_BROM;
+    if (w == "preloader") return PhoneKind::MTK_PRELOADER;
+    if (w == "sprd") return PhoneKind::SPRD;
+    if (w == "cfg") return PhoneKind::CFG;
+    return std::nullopt;
+}
+
+SimBench::SimBench(int hubs, int socketsPerHub, engine::SimPhoneRegistry& registry)
+    : hubs_(hubs), socketsPerHub_(socketsPerHub), registry_(registry) {
+    registry_.SetSwitchHook([this](const engine::SwitchEvent& e) { OnSwitch(e); });
+}
+
+SimBench::~SimBench() {
+    registry_.SetSwitchHook({});
+    std::lock_guard g(mutex_);
+    for (auto& [socket, phone] : phones_) Release(phone);
+}
+
+// HS sockets hang off bus 1, their full-speed (BROM) side off bus 2, as on a bench
+// where boot-ROM phones enumerate on the companion controller.
+std::string SimBench::HubName(int socket, bool hs) const {
+    return std::string(hs ? "1-" : "2-") + std::to_string(socket / socketsPerHub_ + 1);
+}
+
+std::string SimBench::HsLocation(int socket) const {
+    return HubName(socket, true) + "\\PORT" + std::to_string(socket % socketsPerHub_ + 1);
+}
+
+std::string SimBench::LsLocation(int socket) const {
+    return HubName(socket, false) + "\\PORT" + std::to_string(socket % socketsPerHub_ + 1);
+}
+
+std::string SimBench::LocationOf(int socket, const Phone& phone) const {
+    return phone.mode == PhoneMode::BROM ? LsLocation(socket) : HsLocation(socket);
+}
+
+std::string SimBench::InstanceIdOf(int socket, const Phone& phone) const {
+    char id[128];
+    const bool brom = phone.mode == PhoneMode::BROM;
+    const unsigned vid = phone.kind == PhoneKind::SPRD ? kSprdVid : kMtkVid;
+    std::snprintf(id, sizeof id, "USB\\VID_%04X&PID_%04X\\%s.%d:1.0", vid, PidOf(phone.mode),
+                  HubName(socket, !brom).c_str(), socket % socketsPerHub_ + 1);
+    return id;
+}
+
+std::string SimBench::FriendlyNameOf(const Phone& phone) const {
+    const char* base = "";
+    switch (phone.mode) {
+        case PhoneMode::BROM: base = "MTK USB Port"; break;
+        case PhoneMode::PRELOADER:
+        case PhoneMode::CFG: base = "MTK PreLoader USB VCOM"; break;
+        case PhoneMode::DA: base = "MTK DA USB VCOM"; break;
+        case PhoneMode::SPRD: base = "SPRD Serial Port"; break;
+        case PhoneMode::SPRD_DOWNLOAD: base = "SPRD Download Port"; break;
+    }
+    return std::string(base) + " (COM" + std::to_string(phone.com) + ")";
+}
+
+std::string SimBench::ServiceOf(const Phone& phone) {
+    return phone.kind == PhoneKind::SPRD ? "sprdvcom" : "wdm_usb";
+}
+
+void SimBench::Release(Phone& phone) {
+    if (phone.master >= 0) ::close(phone.master);
+    phone.master = -1;
+    phone.slavePath.clear();
+}
+
+bool SimBench::Enumerate(int socket, Phone& phone) {
+    Release(phone);
+    const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (master < 0) return false;
+    char name[128];
+    if (::grantpt(master) != 0 || ::unlockpt(master) != 0 || ::ptsname_r(master, name, sizeof name) != 0) {
+        ::close(master);
+        return false;
+    }
+    phone.master = master;
+    phone.slavePath = name;
+    phone.com = nextCom_++;
+    enumSeen_[ServiceOf(phone)] = true;
+    registry_.SetProfile(InstanceIdOf(socket, phone), phone.profile);
+    if (phone.kind == PhoneKind::SPRD) registry_.SetPortProfile(static_cast<unsigned long>(phone.com), phone.profile);
+    return true;
+}
+
+bool SimBench::Plug(int socket, PhoneKind kind, const engine::PhoneProfile& profile) {
+    {
+        std::lock_guard g(mutex_);
+        if (socket < 0 || socket >= SocketCount() || phones_.count(socket)) return false;
+        Phone phone{kind, PhoneMode::BROM, 0, -1, "", profile};
+        switch (kind) {
+            case PhoneKind::MTK_BROM: phone.mode = PhoneMode::BROM; break;
+            case PhoneKind::MTK_PRELOADER: phone.mode = PhoneMode::PRELOADER; break;
+            case PhoneKind::SPRD: phone.mode = PhoneMode::SPRD; break;
+            case PhoneKind::CFG: phone.mode = PhoneMode::CFG; break;
+        }
+        if (!Enumerate(socket, phone)) return false;
+        phones_.emplace(socket, std::move(phone));
+    }
+    changes_.Notify();
+    return true;
+}
+
+bool SimBench::Unplug(int socket) {
+    {
+        std::lock_guard g(mutex_);
+        auto it = phones_.find(socket);
+        if (it == phones_.end()) return false;
+        Release(it->second);
+        phones_.erase(it);
+    }
+    changes_.Notify();
+    return true;
+}
+
+void SimBench::OnSwitch(const engine::SwitchEvent& e) {
+    bool changed = false;
+    {
+        std::lock_guard g(mutex_);
+        for (auto& [socket, phone] : phones_) {
+            if (e.kind == engine::SwitchEvent::MTK_TO_DA && phone.mode == PhoneMode::BROM &&
+                InstanceIdOf(socket, phone) == e.instanceId) {
+                phone.mode = PhoneMode::DA;
+            } else if (e.kind == engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT && phone.mode == PhoneMode::SPRD &&
+                       static_cast<unsigned long>(phone.com) == e.comPort) {
+                phone.mode = PhoneMode::SPRD_DOWNLOAD;
+            } else {
+                continue;
+            }
+            changed = Enumerate(socket, phone) || changed;
+            break;
+        }
+    }
+    if (changed) changes_.Notify();
+}
+
+std::optional<PhoneMode> SimBench::ModeAt(int socket) const {
+    std::lock_guard g(mutex_);
+    auto it = phones_.find(socket);
+    if (it == phones_.end()) return std::nullopt;
+    return it->second.mode;
+}
+
+std::string SimBench::InstanceIdAt(int socket) const {
+    std::lock_guard g(mutex_);
+    auto it = phones_.find(socket);
+    return it == phones_.end() ? "" : InstanceIdOf(socket, it->second);
+}
+
+std::string SimBench::FriendlyNameAt(int socket) const {
+    std::lock_guard g(mutex_);
+    auto it = phones_.find(socket);
+    return it == phones_.end() ? "" : FriendlyNameOf(it->second);
+}
+
+std::vector<app::HubPortEntry> SimBench::EnumerateHubPorts() {
+    std::vector<app::HubPortEntry> ports;
+    for (int s = 0; s < SocketCount(); ++s) {
+        app::HubPortEntry e{};
+        app::CopyField(e.hubId, HubName(s, true));
+        e.port = static_cast<std::uint32_t>(s % socketsPerHub_ + 1);
+        ports.push_back(e);
+    }
+    return ports;
+}
+
+std::vector<app::DeviceInfo> SimBench::EnumeratePreloaderDevices() {
+    std::lock_guard g(mutex_);
+    std::vector<app::DeviceInfo> found;
+    for (const auto& [socket, phone] : phones_) {
+        if (phone.mode != PhoneMode::PRELOADER) continue;
+        app::DeviceInfo info{};
+        info.type = app::EVENT_MTK;
+        app::CopyField(info.friendlyName, FriendlyNameOf(phone));
+        app::CopyField(info.location, InstanceIdOf(socket, phone));
+        app::CopyField(info.hubPort.hubId, HubName(socket, true));
+        info.hubPort.port = static_cast<std::uint32_t>(socket % socketsPerHub_ + 1);
+        found.push_back(info);
+    }
+    return found;
+}
+
+bool SimBench::ServiceExists(const std::string& service) { return service == "wdm_usb" || service == "sprdvcom"; }
+
+std::optional<std::vector<std::string>> SimBench::ServiceDevices(const std::string& service) {
+    std::lock_guard g(mutex_);
+    if (!ServiceExists(service) || !enumSeen_.count(service)) return std::nullopt;
+    std::vector<std::string> ids;
+    for (const auto& [socket, phone] : phones_)
+        if (ServiceOf(phone) == service) ids.push_back(InstanceIdOf(socket, phone));
+    return ids;
+}
+
+devices::PortTable SimBench::BuildPortTable(const std::string& service) {
+    std::lock_guard g(mutex_);
+    devices::PortTable table;
+    for (const auto& [socket, phone] : phones_)
+        if (ServiceOf(phone).find(service) != std::string::npos)
+            table.Add(LocationOf(socket, phone), InstanceIdOf(socket, phone));
+    return table;
+}
+
+std::optional<std::string> SimBench::FriendlyNameOf(const std::string& instanceId) {
+    std::lock_guard g(mutex_);
+    for (const auto& [socket, phone] : phones_)
+        if (InstanceIdOf(socket, phone) == instanceId) return FriendlyNameOf(phone);
+    return std::nullopt;
+}
+
+std::string SimBench::SerialNodeOf(int comNumber) {
+    std::lock_guard g(mutex_);
+    for (const auto& [socket, phone] : phones_)
+        if (phone.com == comNumber) return phone.slavePath;
+    return "";
+}
+
+}  // namespace quorvel::sim

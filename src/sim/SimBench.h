@@ -1,0 +1,83 @@
+#pragma once
+// The simulated bench: virtual hubs whose sockets each have an LS and an HS
+// location, and virtual phones plugged into them. A phone shows up in the device
+// list of its driver service in its current mode, with a friendly name ending in
+// "(COM<n>)" backed by a real pseudo-terminal, and re-enumerates when the simulated
+// engine switches it (BROM to DA, SPRD to its download port).
+// Any thread may call any method; the engine's switch hook arrives on engine threads.
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "devices/DeviceBackend.h"
+#include "engine/SimEngines.h"
+
+namespace quorvel::sim {
+
+// What a phone is when it is plugged in.
+enum class PhoneKind { MTK_BROM, MTK_PRELOADER, SPRD, CFG };
+// What it shows as now.
+enum class PhoneMode { BROM, PRELOADER, DA, SPRD, SPRD_DOWNLOAD, CFG };
+
+std::optional<PhoneKind> PhoneKindOf(const std::string& word);
+
+class SimBench final : public devices::DeviceBackend {
+public:
+    SimBench(int hubs, int socketsPerHub, engine::SimPhoneRegistry& registry);
+    ~SimBench() override;
+
+    int SocketCount() const { return hubs_ * socketsPerHub_; }
+    // Sockets are numbered from 0 across the hubs.
+    std::string HsLocation(int socket) const;
+    std::string LsLocation(int socket) const;
+
+    // False when the socket does not exist, is taken, or no pseudo-terminal could be made.
+    bool Plug(int socket, PhoneKind kind, const engine::PhoneProfile& profile);
+    bool Unplug(int socket);
+    std::optional<PhoneMode> ModeAt(int socket) const;
+    // The instance ID the phone on the socket shows now; empty when there is none.
+    std::string InstanceIdAt(int socket) const;
+    std::string FriendlyNameAt(int socket) const;
+
+    std::vector<app::HubPortEntry> EnumerateHubPorts() override;
+    std::vector<app::DeviceInfo> EnumeratePreloaderDevices() override;
+    bool ServiceExists(const std::string& service) override;
+    std::optional<std::vector<std::string>> ServiceDevices(const std::string& service) override;
+    devices::PortTable BuildPortTable(const std::string& service) override;
+    std::optional<std::string> FriendlyNameOf(const std::string& instanceId) override;
+    std::string SerialNodeOf(int comNumber) override;
+    devices::ChangeSignal& Changes() override { return changes_; }
+
+private:
+    struct Phone {
+        PhoneKind kind;
+        PhoneMode mode;
+        int com = 0;
+        int master = -1;  // pseudo-terminal master; the slave is the COM port
+        std::string slavePath;
+        engine::PhoneProfile profile;
+    };
+    void OnSwitch(const engine::SwitchEvent& event);
+    // Gives the phone a fresh port for its current mode (a re-enumeration).
+    bool Enumerate(int socket, Phone& phone);
+    void Release(Phone& phone);
+    std::string InstanceIdOf(int socket, const Phone& phone) const;
+    std::string FriendlyNameOf(const Phone& phone) const;
+    std::string LocationOf(int socket, const Phone& phone) const;
+    static std::string ServiceOf(const Phone& phone);
+    std::string HubName(int socket, bool hs) const;
+
+    const int hubs_, socketsPerHub_;
+    engine::SimPhoneRegistry& registry_;
+    devices::ChangeSignal changes_;
+    mutable std::mutex mutex_;
+    std::map<int, Phone> phones_;          // by socket
+    std::map<std::string, bool> enumSeen_;  // services that have had a device
+    int nextCom_ = 1;
+};
+
+}  // namespace quorvel::sim
