@@ -1,0 +1,172 @@
+// A whole station, headless, on the simulated bench: the monitor, binding, the
+// workers with simulated engines, the counters and the settings file.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "app/Messages.h"
+#include "app/Station.h"
+#include "console/ConsoleController.h"
+#include "console/StationRun.h"
+#include "engine/SimEngines.h"
+#include "platform/ProfileIni.h"
+#include "sim/SimBench.h"
+#include "support/TempDir.h"
+
+namespace quorvel::console {
+namespace {
+
+using namespace app;
+
+// One station process: everything main() builds, on a given folder.
+struct Process {
+    explicit Process(const test::TempDir& dir) : clock(4.0) {
+        StationOptions options;
+        options.exeDir = dir.Path();
+        options.systemLanguage = [] { return std::uint16_t{1033}; };
+        options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
+        station = std::make_unique<Station>(std::move(options), clock, ui);
+        controller = std::make_unique<ConsoleController>(*station, loop);
+        loop.SetHandler(controller.get());
+        run = std::make_unique<StationRun>(*station, loop, *controller, bench, *engines());
+        loop.Start();
+    }
+    ~Process() {
+        loop.Call([&] { station->settingsStore.SaveBindings(); });
+        loop.Stop();
+        run->Manager().JoinWalks();
+    }
+    engine::SimEngineFactory* engines() {
+        if (!factory) factory = std::make_unique<engine::SimEngineFactory>(*station, registry);
+        return factory.get();
+    }
+    bool Init() {
+        bool ok = false;
+        loop.Call([&] { ok = controller->OnInitDialog(); });
+        return ok;
+    }
+    void PressStartStop() { loop.Send(WM_COMMAND, CMD_START_STOP, 0); }
+    int Button() {
+        int b = -1;
+        loop.Call([&] { b = controller->ButtonStatus(); });
+        return b;
+    }
+    // Waits in real time for `done`, at most 30 s.
+    static bool Await(const std::function<bool()>& done) {
+        for (int i = 0; i < 3000; ++i) {
+            if (done()) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return done();
+    }
+
+    platform::ScaledClock clock;
+    HeadlessConsoleUi ui;
+    engine::SimPhoneRegistry registry;
+    sim::SimBench bench{1, 4, registry};
+    std::unique_ptr<Station> station;
+    platform::StationLoop loop{clock};
+    std::unique_ptr<ConsoleController> controller;
+    std::unique_ptr<engine::SimEngineFactory> factory;
+    std::unique_ptr<StationRun> run;
+};
+
+engine::PhoneProfile QuickPhone() {
+    engine::PhoneProfile p;
+    p.durationMs = 800;
+    p.sizeBytes = 4u << 20;
+    p.speedMBps = 32;
+    return p;
+}
+
+class StationRunE2e : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir.Write("fw/MT6765_Android_scatter.txt", "scatter\n");
+        WriteSettings(dir.File("fw/MT6765_Android_scatter.txt"));
+    }
+    // A station already stamped for this PC, every slot unbound.
+    void WriteSettings(const std::string& package) {
+        std::string text = "[COMMON]\nCheckSum=0\nLANGUAGE=2052\nMac=00-11-22-33-44-55\nFilePath=" + package +
+                           "\n[BENCH]\nSimulated=1\n";
+        for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
+            text += std::string("[") + section + "]\n";
+            for (int i = 0; i < kSlotCount; ++i) text += "Index" + std::to_string(i) + "=NA\n";
+        }
+        dir.Write("Config/CommonSetting.ini", text);
+    }
+    std::string Saved(const char* section, int slot) {
+        return platform::ProfileIni::ReadString(dir.File("Config/CommonSetting.ini"), section,
+                                                "Index" + std::to_string(slot), "?", 260);
+    }
+    test::TempDir dir;
+};
+
+TEST_F(StationRunE2e, BromPhoneIsBoundByBothLocationsPassesAndKeepsItsSlotAfterARestart) {
+    std::string ls0, hs0, ls2, hs2;
+    {
+        Process p(dir);
+        ASSERT_TRUE(p.Init());
+        EXPECT_EQ(p.run->Manager().WorkerCount(), 4);
+        p.PressStartStop();
+        ASSERT_EQ(p.Button(), DOWNLOAD_BUTTON_STATUS_STOP);
+        ls0 = p.bench.LsLocation(0), hs0 = p.bench.HsLocation(0);
+        ls2 = p.bench.LsLocation(2), hs2 = p.bench.HsLocation(2);
+
+        // Socket 2 first, so it takes slot 0 and socket 0 takes slot 1.
+        ASSERT_TRUE(p.bench.Plug(2, sim::PhoneKind::MTK_BROM, QuickPhone()));
+        ASSERT_TRUE(Process::Await([&] { return p.station->bindings.Get(0).ls == ls2; }));
+        ASSERT_TRUE(p.bench.Plug(0, sim::PhoneKind::MTK_BROM, QuickPhone()));
+        ASSERT_TRUE(Process::Await([&] { return p.station->statistics.Total() == 2; }));
+        ASSERT_TRUE(Process::Await([&] {
+            return p.station->bindings.State(0) == BIND_ALL_BINDED && p.station->bindings.State(1) == BIND_ALL_BINDED;
+        }));
+        EXPECT_EQ(p.station->statistics.Fail(), 0u);
+        EXPECT_EQ(p.bench.ModeAt(0), sim::PhoneMode::DA);
+        const auto slot1 = p.station->bindings.Get(1);
+        EXPECT_EQ(slot1.ls, ls0);
+        EXPECT_EQ(slot1.hs, hs0);
+        EXPECT_EQ(p.station->bindings.Get(0).hs, hs2);
+
+        p.PressStartStop();
+        EXPECT_EQ(p.Button(), DOWNLOAD_BUTTON_STATUS_START);
+        EXPECT_FALSE(p.station->stationRunning);
+        EXPECT_TRUE(p.ui.Messages().empty());
+    }
+    EXPECT_EQ(Saved("USBPORTINFO", 1), hs0);
+    EXPECT_EQ(Saved("BROMPORTINFO", 1), ls0);
+    EXPECT_EQ(Saved("THREADSTATUS", 1), "ALL_BINDED");
+    EXPECT_EQ(Saved("USBPORTINFO", 2), "NA");
+    EXPECT_EQ(platform::ProfileIni::ReadString(dir.File("Config/TestResult.ini"), "total", "NUM", "?", 32), "2");
+
+    {
+        Process p(dir);
+        ASSERT_TRUE(p.Init());
+        EXPECT_EQ(p.station->bindings.State(1), BIND_ALL_BINDED);
+        p.PressStartStop();
+        ASSERT_TRUE(p.bench.Plug(0, sim::PhoneKind::MTK_BROM, QuickPhone()));
+        ASSERT_TRUE(Process::Await([&] { return p.station->statistics.Total() == 3; }));
+        EXPECT_EQ(FieldText(p.run->Manager().WorkerAt(1)->Device().location), hs0);
+        EXPECT_EQ(FieldText(p.run->Manager().WorkerAt(0)->Device().location), "");
+        // Unplugging the last phone of an idle run stops the station by itself.
+        ASSERT_TRUE(Process::Await([&] { return p.station->bindings.State(1) == BIND_ALL_BINDED; }));
+        p.bench.Unplug(0);
+        ASSERT_TRUE(Process::Await([&] { return p.Button() == DOWNLOAD_BUTTON_STATUS_START; }));
+    }
+}
+
+TEST_F(StationRunE2e, StartWithoutThePackageFileShowsTheMessageAndStaysReady) {
+    WriteSettings(dir.File("gone/x_scatter.txt"));
+    Process p(dir);
+    ASSERT_TRUE(p.Init());
+    p.PressStartStop();
+    EXPECT_EQ(p.Button(), DOWNLOAD_BUTTON_STATUS_INIT);
+    EXPECT_FALSE(p.station->stationRunning);
+    EXPECT_EQ(p.ui.Messages(), std::vector<std::string>{"Please select MTK Scatter file first!"});
+}
+
+}  // namespace
+}  // namespace quorvel::console
