@@ -1,0 +1,244 @@
+#include "devices/UdevBackend.h"
+
+#include <libudev.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+
+#include "devices/DeviceText.h"
+
+namespace quorvel::devices {
+
+namespace {
+
+struct UdevDeleter {
+    void operator()(struct udev* u) const { udev_unref(u); }
+    void operator()(udev_device* d) const { udev_device_unref(d); }
+    void operator()(udev_enumerate* e) const { udev_enumerate_unref(e); }
+    void operator()(udev_monitor* m) const { udev_monitor_unref(m); }
+};
+using Udev = std::unique_ptr<struct udev, UdevDeleter>;
+using Device = std::unique_ptr<udev_device, UdevDeleter>;
+
+std::string Attr(udev_device* d, const char* name) {
+    const char* v = d ? udev_device_get_sysattr_value(d, name) : nullptr;
+    return v ? v : "";
+}
+
+std::string Text(const char* v) { return v ? v : ""; }
+
+// Walks the devices of one subsystem (and devtype), calling `f` with each.
+void ForEach(struct udev* u, const char* subsystem, const char* devtype, const std::function<void(udev_device*)>& f) {
+    std::unique_ptr<udev_enumerate, UdevDeleter> e(udev_enumerate_new(u));
+    if (!e) return;
+    udev_enumerate_add_match_subsystem(e.get(), subsystem);
+    udev_enumerate_scan_devices(e.get());
+    udev_list_entry* entry;
+    udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(e.get())) {
+        Device d(udev_device_new_from_syspath(u, udev_list_entry_get_name(entry)));
+        if (!d) continue;
+        if (devtype && Text(udev_device_get_devtype(d.get())) != devtype) continue;
+        f(d.get());
+    }
+}
+
+// The USB device (not interface) a device belongs to; not owned.
+udev_device* UsbDeviceOf(udev_device* d) {
+    if (Text(udev_device_get_devtype(d)) == "usb_device") return d;
+    return udev_device_get_parent_with_subsystem_devtype(d, "usb", "usb_device");
+}
+
+std::string InstanceIdOf(udev_device* d) {
+    udev_device* usb = UsbDeviceOf(d);
+    const unsigned vid = static_cast<unsigned>(std::strtoul(Attr(usb, "idVendor").c_str(), nullptr, 16));
+    const unsigned pid = static_cast<unsigned>(std::strtoul(Attr(usb, "idProduct").c_str(), nullptr, 16));
+    char id[300];
+    std::snprintf(id, sizeof id, "USB\\VID_%04X&PID_%04X\\%s", vid, pid, Text(udev_device_get_sysname(d)).c_str());
+    return id;
+}
+
+// The hub a USB device hangs off and its 1-based port there: the last number of
+// its devpath ("1.4" -> 4, "3" -> 3). False for root hubs and odd names.
+bool HubPortOf(udev_device* usb, udev_device*& hub, unsigned& port) {
+    hub = udev_device_get_parent_with_subsystem_devtype(usb, "usb", "usb_device");
+    const std::string devpath = Attr(usb, "devpath");
+    if (!hub || devpath.empty() || devpath == "0") return false;
+    const auto cut = devpath.find_last_of('.');
+    const std::string last = cut == std::string::npos ? devpath : devpath.substr(cut + 1);
+    char* end = nullptr;
+    port = static_cast<unsigned>(std::strtoul(last.c_str(), &end, 10));
+    return end && *end == '\0' && port > 0;
+}
+
+// "<hub sysfs name>\PORT<n>": the socket, whatever is plugged into it and however often.
+std::string LocationOf(udev_device* d) {
+    udev_device* usb = UsbDeviceOf(d);
+    udev_device* hub = nullptr;
+    unsigned port = 0;
+    if (!usb || !HubPortOf(usb, hub, port)) return "";
+    return Text(udev_device_get_sysname(hub)) + "\\PORT" + std::to_string(port);
+}
+
+// "<product> (COM<n>)" when a serial node hangs below the device.
+std::optional<std::string> FriendlyNameOfDevice(struct udev* u, udev_device* d) {
+    std::string product = Attr(UsbDeviceOf(d), "product");
+    int com = 0;
+    std::unique_ptr<udev_enumerate, UdevDeleter> e(udev_enumerate_new(u));
+    if (e) {
+        udev_enumerate_add_match_parent(e.get(), d);
+        udev_enumerate_add_match_subsystem(e.get(), "tty");
+        udev_enumerate_scan_devices(e.get());
+        udev_list_entry* entry;
+        udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(e.get())) {
+            const std::string path = udev_list_entry_get_name(entry);
+            const int n = ComNumberOfNode(path.substr(path.find_last_of('/') + 1));
+            if (n > 0) {
+                com = n;
+                break;
+            }
+        }
+    }
+    if (product.empty() && com == 0) return std::nullopt;
+    if (com == 0) return product;
+    return (product.empty() ? std::string("USB Serial Port") : product) + " (COM" + std::to_string(com) + ")";
+}
+
+}  // namespace
+
+UdevBackend::UdevBackend(platform::SysPaths paths, std::map<std::string, std::string> aliases)
+    : paths_(std::move(paths)), aliases_(std::move(aliases)) {
+    stopFd_ = ::eventfd(0, EFD_CLOEXEC);
+    if (stopFd_ >= 0) watcher_ = std::thread([this] { Watch(); });
+}
+
+UdevBackend::~UdevBackend() {
+    if (watcher_.joinable()) {
+        const std::uint64_t one = 1;
+        [[maybe_unused]] auto n = ::write(stopFd_, &one, sizeof one);
+        watcher_.join();
+    }
+    if (stopFd_ >= 0) ::close(stopFd_);
+}
+
+std::string UdevBackend::DriverOf(const std::string& service) const {
+    auto it = aliases_.find(service);
+    return it == aliases_.end() ? service : it->second;
+}
+
+void UdevBackend::Watch() {
+    Udev u(udev_new());
+    if (!u) return;
+    std::unique_ptr<udev_monitor, UdevDeleter> mon(udev_monitor_new_from_netlink(u.get(), "udev"));
+    if (!mon) return;
+    udev_monitor_filter_add_match_subsystem_devtype(mon.get(), "usb", nullptr);
+    udev_monitor_filter_add_match_subsystem_devtype(mon.get(), "tty", nullptr);
+    if (udev_monitor_enable_receiving(mon.get()) < 0) return;
+    pollfd fds[2] = {{udev_monitor_get_fd(mon.get()), POLLIN, 0}, {stopFd_, POLLIN, 0}};
+    for (;;) {
+        if (::poll(fds, 2, -1) < 0) continue;
+        if (fds[1].revents) return;
+        if (fds[0].revents) {
+            Device d(udev_monitor_receive_device(mon.get()));
+            if (d) changes_.Notify();
+        }
+    }
+}
+
+std::vector<app::HubPortEntry> UdevBackend::EnumerateHubPorts() {
+    std::vector<app::HubPortEntry> ports;
+    Udev u(udev_new());
+    if (!u) return ports;
+    std::vector<std::pair<std::string, int>> hubs;
+    ForEach(u.get(), "usb", "usb_device", [&](udev_device* d) {
+        if (Attr(d, "bDeviceClass") != "09") return;
+        const int n = std::atoi(Attr(d, "maxchild").c_str());
+        if (n > 0) hubs.emplace_back(InstanceIdOf(d), n);
+    });
+    for (const auto& [id, n] : hubs)
+        for (int p = 1; p <= n; ++p) {
+            app::HubPortEntry e{};
+            app::CopyField(e.hubId, id);
+            e.port = static_cast<std::uint32_t>(p);
+            ports.push_back(e);
+        }
+    return ports;
+}
+
+std::vector<app::DeviceInfo> UdevBackend::EnumeratePreloaderDevices() {
+    std::vector<app::DeviceInfo> found;
+    Udev u(udev_new());
+    if (!u) return found;
+    ForEach(u.get(), "usb", "usb_device", [&](udev_device* d) {
+        // The product string of a preloader is not the Windows driver's name, so
+        // its product id counts as well as the name.
+        const auto name = FriendlyNameOfDevice(u.get(), d);
+        if (!name) return;
+        if (name->find("PreLoader") == std::string::npos && ClassOf(InstanceIdOf(d)) != PID_PRELOADER) return;
+        udev_device* hub = nullptr;
+        unsigned port = 0;
+        if (!HubPortOf(d, hub, port)) return;
+        app::DeviceInfo info{};
+        info.type = app::EVENT_MTK;
+        app::CopyField(info.friendlyName, *name);
+        app::CopyField(info.location, Text(udev_device_get_syspath(d)));
+        app::CopyField(info.hubPort.hubId, InstanceIdOf(hub));
+        info.hubPort.port = port;
+        found.push_back(info);
+    });
+    return found;
+}
+
+bool UdevBackend::ServiceExists(const std::string& service) {
+    struct stat st {};
+    const std::string driver = DriverOf(service);
+    return !driver.empty() && ::stat((paths_.sys + "/bus/usb/drivers/" + driver).c_str(), &st) == 0;
+}
+
+std::vector<UdevBackend::Interface> UdevBackend::InterfacesOf(const std::string& driver) {
+    std::vector<Interface> list;
+    Udev u(udev_new());
+    if (!u) return list;
+    ForEach(u.get(), "usb", "usb_interface", [&](udev_device* d) {
+        if (Text(udev_device_get_driver(d)) != driver) return;
+        list.push_back({Text(udev_device_get_sysname(d)), InstanceIdOf(d), LocationOf(d)});
+    });
+    std::sort(list.begin(), list.end(), [](const Interface& a, const Interface& b) { return a.sysname < b.sysname; });
+    return list;
+}
+
+std::optional<std::vector<std::string>> UdevBackend::ServiceDevices(const std::string& service) {
+    if (!ServiceExists(service)) return std::nullopt;
+    std::vector<std::string> ids;
+    for (const auto& i : InterfacesOf(DriverOf(service))) ids.push_back(i.instanceId);
+    return ids;
+}
+
+PortTable UdevBackend::BuildPortTable(const std::string& service) {
+    PortTable table;
+    for (const auto& i : InterfacesOf(DriverOf(service))) table.Add(i.location, i.instanceId);
+    return table;
+}
+
+std::optional<std::string> UdevBackend::FriendlyNameOf(const std::string& instanceId) {
+    const auto cut = instanceId.find_last_of('\\');
+    if (cut == std::string::npos) return std::nullopt;
+    Udev u(udev_new());
+    if (!u) return std::nullopt;
+    Device d(udev_device_new_from_subsystem_sysname(u.get(), "usb", instanceId.substr(cut + 1).c_str()));
+    if (!d) return std::nullopt;
+    return FriendlyNameOfDevice(u.get(), d.get());
+}
+
+std::string UdevBackend::SerialNodeOf(int comNumber) {
+    const std::string node = NodeOfComNumber(comNumber);
+    return node.empty() ? "" : paths_.dev + "/" + node;
+}
+
+}  // namespace quorvel::devices

@@ -1,0 +1,56 @@
+#pragma once
+// The device backend of a real bench, on udev: hubs and their port counts from the
+// USB topology, Windows-shaped instance IDs (USB\VID_xxxx&PID_xxxx\<sysfs name>) so
+// the station's text rules work unchanged, socket locations "<hub sysfs name>\PORT<n>"
+// that stay the same across re-plugging, driver services as kernel drivers through
+// the alias table, friendly names "<product> (COM<n>)" from the serial node, and
+// hot-plug from a udev monitor. Any thread may call; each call opens its own udev
+// context, and one background thread watches the monitor.
+
+#include <map>
+#include <string>
+#include <thread>
+
+#include "devices/DeviceBackend.h"
+#include "platform/SysPaths.h"
+
+struct udev;
+struct udev_device;
+
+namespace quorvel::devices {
+
+class UdevBackend final : public DeviceBackend {
+public:
+    // `aliases`: service name -> kernel driver name; other names are drivers themselves.
+    UdevBackend(platform::SysPaths paths, std::map<std::string, std::string> aliases);
+    ~UdevBackend() override;
+    UdevBackend(const UdevBackend&) = delete;
+    UdevBackend& operator=(const UdevBackend&) = delete;
+
+    std::vector<app::HubPortEntry> EnumerateHubPorts() override;
+    std::vector<app::DeviceInfo> EnumeratePreloaderDevices() override;
+    bool ServiceExists(const std::string& service) override;
+    std::optional<std::vector<std::string>> ServiceDevices(const std::string& service) override;
+    PortTable BuildPortTable(const std::string& service) override;
+    std::optional<std::string> FriendlyNameOf(const std::string& instanceId) override;
+    std::string SerialNodeOf(int comNumber) override;
+    ChangeSignal& Changes() override { return changes_; }
+
+    std::string DriverOf(const std::string& service) const;
+
+private:
+    struct Interface {
+        std::string sysname, instanceId, location;
+    };
+    // The USB interfaces bound to the driver, sorted by sysfs name.
+    std::vector<Interface> InterfacesOf(const std::string& driver);
+    void Watch();
+
+    platform::SysPaths paths_;
+    std::map<std::string, std::string> aliases_;
+    ChangeSignal changes_;
+    int stopFd_ = -1;
+    std::thread watcher_;
+};
+
+}  // namespace quorvel::devices
