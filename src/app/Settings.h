@@ -3,6 +3,7 @@
 // thread before any worker or monitor thread exists; read without a lock afterwards.
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,10 @@ struct Settings {
 
     // section BENCH: which device and engine backend the station runs on.
     bool simulatedBench = false;
+    std::uint32_t benchHubs = 2, benchSocketsPerHub = 8;  // the simulated bench's sockets
+    // Driver service name -> kernel driver ("ServiceDrivers=usbser:cdc_acm,...").
+    std::map<std::string, std::string> serviceDrivers{
+        {"usbser", "cdc_acm"}, {"wdm_usb", "cdc_acm"}, {"sprdvcom", "option"}};
 };
 
 }  // namespace quorvel::app

@@ -107,6 +107,20 @@ int SettingsStore::SettingsLoad() {
     std::uint32_t simulated = 0;
     r.Number("BENCH", "Simulated", simulated);
     s.simulatedBench = simulated != 0;
+    r.Number("BENCH", "Hubs", s.benchHubs);
+    r.Number("BENCH", "SocketsPerHub", s.benchSocketsPerHub);
+    // An absent key keeps the built-in aliases; a given one replaces them all.
+    if (const std::string drivers = r.Text("BENCH", "ServiceDrivers", kOptionBuffer); !drivers.empty()) {
+        s.serviceDrivers.clear();
+        for (std::size_t start = 0; start < drivers.size();) {
+            auto comma = drivers.find(',', start);
+            if (comma == std::string::npos) comma = drivers.size();
+            const std::string pair = drivers.substr(start, comma - start);
+            if (const auto colon = pair.find(':'); colon != std::string::npos && colon > 0)
+                s.serviceDrivers[pair.substr(0, colon)] = pair.substr(colon + 1);
+            start = comma + 1;
+        }
+    }
 
     s.ServiceNameList.clear();
     for (std::size_t start = 0; start <= services.size();) {

@@ -10,7 +10,7 @@
 #include "app/Messages.h"
 #include "app/Station.h"
 #include "console/ConsoleController.h"
-#include "console/StationRun.h"
+#include "console/StationRig.h"
 #include "engine/SimEngines.h"
 #include "platform/ProfileIni.h"
 #include "sim/SimBench.h"
@@ -31,7 +31,8 @@ struct Process {
         station = std::make_unique<Station>(std::move(options), clock, ui);
         controller = std::make_unique<ConsoleController>(*station, loop);
         loop.SetHandler(controller.get());
-        run = std::make_unique<StationRun>(*station, loop, *controller, bench, *engines());
+        rig = std::make_unique<StationRig>(*station, loop, *controller);
+        run = &rig->Run();
         loop.Start();
     }
     ~Process() {
@@ -39,15 +40,12 @@ struct Process {
         loop.Stop();
         run->Manager().JoinWalks();
     }
-    engine::SimEngineFactory* engines() {
-        if (!factory) factory = std::make_unique<engine::SimEngineFactory>(*station, registry);
-        return factory.get();
-    }
     bool Init() {
         bool ok = false;
         loop.Call([&] { ok = controller->OnInitDialog(); });
         return ok;
     }
+    sim::SimBench& Bench() { return *rig->Bench(); }
     void PressStartStop() { loop.Send(WM_COMMAND, CMD_START_STOP, 0); }
     int Button() {
         int b = -1;
@@ -65,13 +63,11 @@ struct Process {
 
     platform::ScaledClock clock;
     HeadlessConsoleUi ui;
-    engine::SimPhoneRegistry registry;
-    sim::SimBench bench{1, 4, registry};
     std::unique_ptr<Station> station;
     platform::StationLoop loop{clock};
     std::unique_ptr<ConsoleController> controller;
-    std::unique_ptr<engine::SimEngineFactory> factory;
-    std::unique_ptr<StationRun> run;
+    std::unique_ptr<StationRig> rig;
+    StationRun* run = nullptr;
 };
 
 engine::PhoneProfile QuickPhone() {
@@ -91,7 +87,7 @@ protected:
     // A station already stamped for this PC, every slot unbound.
     void WriteSettings(const std::string& package) {
         std::string text = "[COMMON]\nCheckSum=0\nLANGUAGE=2052\nMac=00-11-22-33-44-55\nFilePath=" + package +
-                           "\n[BENCH]\nSimulated=1\n";
+                           "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=4\n";
         for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
             text += std::string("[") + section + "]\n";
             for (int i = 0; i < kSlotCount; ++i) text += "Index" + std::to_string(i) + "=NA\n";
@@ -113,19 +109,19 @@ TEST_F(StationRunE2e, BromPhoneIsBoundByBothLocationsPassesAndKeepsItsSlotAfterA
         EXPECT_EQ(p.run->Manager().WorkerCount(), 4);
         p.PressStartStop();
         ASSERT_EQ(p.Button(), DOWNLOAD_BUTTON_STATUS_STOP);
-        ls0 = p.bench.LsLocation(0), hs0 = p.bench.HsLocation(0);
-        ls2 = p.bench.LsLocation(2), hs2 = p.bench.HsLocation(2);
+        ls0 = p.Bench().LsLocation(0), hs0 = p.Bench().HsLocation(0);
+        ls2 = p.Bench().LsLocation(2), hs2 = p.Bench().HsLocation(2);
 
         // Socket 2 first, so it takes slot 0 and socket 0 takes slot 1.
-        ASSERT_TRUE(p.bench.Plug(2, sim::PhoneKind::MTK_BROM, QuickPhone()));
+        ASSERT_TRUE(p.Bench().Plug(2, sim::PhoneKind::MTK_BROM, QuickPhone()));
         ASSERT_TRUE(Process::Await([&] { return p.station->bindings.Get(0).ls == ls2; }));
-        ASSERT_TRUE(p.bench.Plug(0, sim::PhoneKind::MTK_BROM, QuickPhone()));
+        ASSERT_TRUE(p.Bench().Plug(0, sim::PhoneKind::MTK_BROM, QuickPhone()));
         ASSERT_TRUE(Process::Await([&] { return p.station->statistics.Total() == 2; }));
         ASSERT_TRUE(Process::Await([&] {
             return p.station->bindings.State(0) == BIND_ALL_BINDED && p.station->bindings.State(1) == BIND_ALL_BINDED;
         }));
         EXPECT_EQ(p.station->statistics.Fail(), 0u);
-        EXPECT_EQ(p.bench.ModeAt(0), sim::PhoneMode::DA);
+        EXPECT_EQ(p.Bench().ModeAt(0), sim::PhoneMode::DA);
         const auto slot1 = p.station->bindings.Get(1);
         EXPECT_EQ(slot1.ls, ls0);
         EXPECT_EQ(slot1.hs, hs0);
@@ -147,13 +143,13 @@ TEST_F(StationRunE2e, BromPhoneIsBoundByBothLocationsPassesAndKeepsItsSlotAfterA
         ASSERT_TRUE(p.Init());
         EXPECT_EQ(p.station->bindings.State(1), BIND_ALL_BINDED);
         p.PressStartStop();
-        ASSERT_TRUE(p.bench.Plug(0, sim::PhoneKind::MTK_BROM, QuickPhone()));
+        ASSERT_TRUE(p.Bench().Plug(0, sim::PhoneKind::MTK_BROM, QuickPhone()));
         ASSERT_TRUE(Process::Await([&] { return p.station->statistics.Total() == 3; }));
         EXPECT_EQ(FieldText(p.run->Manager().WorkerAt(1)->Device().location), hs0);
         EXPECT_EQ(FieldText(p.run->Manager().WorkerAt(0)->Device().location), "");
         // Unplugging the last phone of an idle run stops the station by itself.
         ASSERT_TRUE(Process::Await([&] { return p.station->bindings.State(1) == BIND_ALL_BINDED; }));
-        p.bench.Unplug(0);
+        p.Bench().Unplug(0);
         ASSERT_TRUE(Process::Await([&] { return p.Button() == DOWNLOAD_BUTTON_STATUS_START; }));
     }
 }

@@ -1,0 +1,41 @@
+#pragma once
+// Everything a station runs on besides its window: the device backend and the
+// engines, the download manager and the run logic. Made before OnInitDialog; the
+// device backend is chosen by the settings ([BENCH] Simulated) at its first use,
+// which is BuildSlots, after the settings have been loaded. Only simulated engines
+// exist, so both backends drive them.
+// Threads: made and destroyed on one thread while the station loop does not run
+// handlers of it (before Start, after Stop); the backend itself is thread-safe.
+
+#include <memory>
+#include <mutex>
+
+#include "app/Station.h"
+#include "console/StationRun.h"
+#include "engine/SimEngines.h"
+#include "sim/SimBench.h"
+
+namespace quorvel::console {
+
+class ConsoleController;
+
+class StationRig {
+public:
+    StationRig(app::Station& station, platform::StationLoop& loop, ConsoleController& console);
+    ~StationRig();
+
+    StationRun& Run() { return *run_; }
+    engine::SimPhoneRegistry& Phones() { return registry_; }
+    // The simulated bench once chosen; null on a real bench or before the first use.
+    sim::SimBench* Bench();
+
+private:
+    class ChosenBackend;
+    app::Station& station_;
+    engine::SimPhoneRegistry registry_;
+    engine::SimEngineFactory engines_;
+    std::unique_ptr<ChosenBackend> backend_;
+    std::unique_ptr<StationRun> run_;
+};
+
+}  // namespace quorvel::console
