@@ -106,10 +106,10 @@ void DownloadManager::StartAll() {
         state_ = Running;
     }
     walks_.emplace_back([this] {
-        for (auto& w : workers_) {
+        for (std::size_t i = 0; i < workers_.size(); ++i) {
             if (State() != Running) return;
-            w->Start();
-            station_.clock.Sleep(100);
+            workers_[i]->Start();
+            if (i + 1 < workers_.size()) station_.clock.Sleep(100);
         }
     });
 }

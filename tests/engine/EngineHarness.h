@@ -1,0 +1,163 @@
+#pragma once
+// A station with a running station loop, simulated engines, a download manager and
+// the slot-message routing, in virtual time. Slots are bound and rows exist.
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "app/Messages.h"
+#include "console/MessageRouter.h"
+#include "engine/DownloadManager.h"
+#include "engine/SimEngines.h"
+#include "platform/StationLoop.h"
+#include "support/StationFixture.h"
+
+namespace quorvel::test {
+
+class EngineHarness : public platform::MessageHandler {
+public:
+    explicit EngineHarness(int slots, engine::EngineFactory* factory = nullptr) {
+        auto& st = *fx.station;
+        fx.WriteSettings("[COMMON]\n");
+        st.language.SetLanguageId(app::kLangEnglish + 1);  // English (the fixture's system is 1033)
+        engines_ = factory ? factory : &sim;
+        manager = std::make_unique<engine::DownloadManager>(st, loop, *engines_);
+        router = std::make_unique<console::MessageRouter>(st, *manager);
+        for (int i = 0; i < slots; ++i) {
+            st.bindings.SetHsLocation(i, "hub1\\PORT" + std::to_string(i + 1));
+            st.bindings.SetLsLocation(i, "hub2\\PORT" + std::to_string(i + 1));
+            st.bindings.SetComName(i, "Phone (COM" + std::to_string(i + 1) + ")");
+            st.bindings.SetState(i, app::BIND_ALL_BINDED);
+            app::HubPortEntry entry{};
+            std::snprintf(entry.hubId, sizeof entry.hubId, "hub%d", i / 4);
+            entry.port = static_cast<std::uint32_t>(i % 4 + 1);
+            manager->AddWorker(entry);
+        }
+        loop.SetHandler(this);
+        loop.Start();
+    }
+
+    ~EngineHarness() override {
+        loop.Stop();  // releases any sender before the workers go
+        std::atomic<bool> joined{false};
+        std::thread join([&] {
+            manager->JoinWalks();
+            std::vector<std::thread> later;
+            {
+                std::lock_guard g(mutex_);
+                later.swap(later_);
+            }
+            for (auto& t : later) t.join();
+            joined = true;
+        });
+        while (!joined) {
+            fx.clock.Advance(100);
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        join.join();
+        manager.reset();
+    }
+
+    platform::LResult HandleMessage(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+        if (msg == app::MSG_SLOT_PROGRESS && (w & 0xFFFF) == 0 && l) {
+            std::lock_guard g(mutex_);
+            statuses.push_back({static_cast<int>(w >> 24), reinterpret_cast<const char*>(l)});
+        }
+        if (msg == app::WM_COMMAND && w == app::CMD_START_STOP) ++startStopCommands;
+        platform::LResult r = 0;
+        router->Route(msg, w, l, r);
+        return r;
+    }
+    void OnTimer(int id) override { router->RouteTimer(id); }
+
+    // Starts the station: Ready, StartAll, and the start walk run through.
+    void StartStation() {
+        fx.station->stationRunning = true;
+        manager->SetState(engine::Ready);
+        loop.Call([&] { manager->StartAll(); });
+        RunUntil([&] {
+            for (int i = 0; i < manager->WorkerCount(); ++i)
+                if (!manager->WorkerAt(i)->IsRunning()) return false;
+            return true;
+        });
+    }
+
+    // Lets the other threads reach their waits, then moves virtual time to the next
+    // deadline, until `done` holds. False after 20 s of real time.
+    bool RunUntil(const std::function<bool()>& done) {
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (std::chrono::steady_clock::now() < limit) {
+            if (done()) return true;
+            Settle();
+            if (done()) return true;
+            if (!fx.clock.AdvanceToNextDeadline()) std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        return done();
+    }
+
+    void Settle() {
+        int last = -1, stable = 0;
+        while (stable < 4) {
+            std::this_thread::sleep_for(std::chrono::microseconds(150));
+            const int now = fx.clock.Waiters();
+            stable = now == last ? stable + 1 : 0;
+            last = now;
+        }
+    }
+
+    app::DeviceInfo Device(int type, const std::string& name, const std::string& instanceId) const {
+        app::DeviceInfo d{};
+        d.type = static_cast<std::uint32_t>(type);
+        app::CopyField(d.friendlyName, name);
+        app::CopyField(d.instanceId, instanceId);
+        return d;
+    }
+
+    // Hands a device to slot `slot` on the station thread, as binding does.
+    void HandOver(int slot, const app::DeviceInfo& d) {
+        loop.Call([&] {
+            manager->WorkerAt(slot)->SetThreadIndex(slot);
+            manager->WorkerAt(slot)->AcceptDevice(d);
+        });
+    }
+
+    // Runs `task` on the station thread after `ms` of virtual time.
+    void Later(platform::Millis ms, std::function<void()> task) {
+        std::lock_guard g(mutex_);
+        later_.emplace_back([this, ms, task = std::move(task)] {
+            fx.clock.Sleep(ms);
+            loop.PostTask(task);
+        });
+    }
+
+    std::string Result(int slot) const { return fx.station->slotList.ResultText(slot); }
+    std::string Bar(int slot) const { return fx.station->slotList.Row(slot).progress.text; }
+    std::int32_t State(int slot) const { return fx.station->bindings.State(slot); }
+    std::vector<std::pair<int, std::string>> Statuses() const {
+        std::lock_guard g(mutex_);
+        return statuses;
+    }
+
+    StationFixture fx;
+    platform::StationLoop loop{fx.clock};
+    engine::SimPhoneRegistry registry;
+    engine::SimEngineFactory sim{*fx.station, registry};
+    std::unique_ptr<engine::DownloadManager> manager;
+    std::unique_ptr<console::MessageRouter> router;
+    std::atomic<int> startStopCommands{0};
+
+private:
+    engine::EngineFactory* engines_ = nullptr;
+    mutable std::mutex mutex_;
+    std::vector<std::pair<int, std::string>> statuses;
+    std::vector<std::thread> later_;
+};
+
+}  // namespace quorvel::test
