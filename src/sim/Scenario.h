@@ -1,0 +1,51 @@
+#pragma once
+// A bench scenario: what happens on the simulated bench and when. One step a line,
+// "<ms from the start> <action> ...", times never going back:
+//
+//   # comment
+//   0      press                    the Start/Stop button
+//   200    plug 0 brom              socket 0 gets a phone (brom, preloader, sprd, cfg)
+//   200    plug 1 sprd fail step=2 duration=3000 size=64
+//   9000   unplug 0
+//   15000  end                      the scenario ends here (default: after the last step)
+//
+// Parsing is pure; running sleeps through the station clock on the caller's thread.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/SimEngines.h"
+#include "platform/Clock.h"
+#include "platform/StationLoop.h"
+#include "sim/SimBench.h"
+
+namespace quorvel::sim {
+
+struct ScenarioStep {
+    enum Action { PRESS, PLUG, UNPLUG, END } action;
+    platform::Millis at = 0;
+    int socket = -1;
+    PhoneKind kind = PhoneKind::MTK_BROM;
+    engine::PhoneProfile profile;
+    int line = 0;
+};
+
+struct Scenario {
+    std::vector<ScenarioStep> steps;
+    platform::Millis end = 0;  // time of "end", or of the last step
+};
+
+// Nothing, with the line and reason in `error`, when the text is not a scenario.
+std::optional<Scenario> ParseScenario(const std::string& text, std::string* error = nullptr);
+
+struct ScenarioLog {
+    std::vector<std::string> lines;  // what was done, with its time
+};
+
+// Plays the steps against the bench; presses go to the console as WM_COMMAND 1019.
+// A plug or unplug the bench refuses (no such socket, taken, empty) is logged and skipped.
+ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, SimBench& bench,
+                        platform::MessageWindow& console);
+
+}  // namespace quorvel::sim

@@ -1,0 +1,108 @@
+#include "sim/SimBench.h"
+
+#include <gtest/gtest.h>
+
+#include "devices/ComProbe.h"
+#include "devices/DeviceMonitor.h"
+#include "devices/DeviceText.h"
+#include "sim/Scenario.h"
+
+namespace quorvel::sim {
+namespace {
+
+class SimBenchTest : public ::testing::Test {
+protected:
+    engine::SimPhoneRegistry registry;
+    SimBench bench{2, 4, registry};
+};
+
+TEST_F(SimBenchTest, SocketsHaveStableLsAndHsLocationsAndHubPorts) {
+    EXPECT_EQ(bench.SocketCount(), 8);
+    EXPECT_EQ(bench.HsLocation(5), "1-2\\PORT2");
+    EXPECT_EQ(bench.LsLocation(5), "2-2\\PORT2");
+    const auto ports = bench.EnumerateHubPorts();
+    ASSERT_EQ(ports.size(), 8u);
+    EXPECT_EQ(app::FieldText(ports[5].hubId), "1-2");
+    EXPECT_EQ(ports[5].port, 2u);
+}
+
+TEST_F(SimBenchTest, PhonesShowInTheirServiceAndReEnumerateWhenTheEngineSwitchesThem) {
+    EXPECT_EQ(bench.ServiceDevices("wdm_usb"), std::nullopt);  // no device seen yet
+    const auto g0 = bench.Changes().Generation();
+    ASSERT_TRUE(bench.Plug(1, PhoneKind::MTK_BROM, {}));
+    ASSERT_TRUE(bench.Plug(2, PhoneKind::SPRD, {}));
+    EXPECT_FALSE(bench.Plug(1, PhoneKind::SPRD, {}));  // taken
+    EXPECT_FALSE(bench.Plug(8, PhoneKind::SPRD, {}));  // no such socket
+    EXPECT_EQ(bench.Changes().Generation(), g0 + 2);
+
+    const std::string brom = bench.InstanceIdAt(1);
+    EXPECT_NE(brom.find("PID_0003"), std::string::npos);
+    EXPECT_EQ(*bench.ServiceDevices("wdm_usb"), std::vector<std::string>{brom});
+    EXPECT_EQ(devices::LocationIn(bench.BuildPortTable("wdm_usb"), brom), bench.LsLocation(1));
+    const std::string sprdName = bench.FriendlyNameAt(2);
+    EXPECT_EQ(devices::LocationIn(bench.BuildPortTable("sprdvcom"), bench.InstanceIdAt(2)), bench.HsLocation(2));
+
+    registry.NotifySwitch({engine::SwitchEvent::MTK_TO_DA, brom, 0, 0});
+    EXPECT_EQ(bench.ModeAt(1), PhoneMode::DA);
+    const std::string da = bench.InstanceIdAt(1);
+    EXPECT_NE(da.find("PID_2001"), std::string::npos);
+    EXPECT_EQ(devices::LocationIn(bench.BuildPortTable("wdm_usb"), da), bench.HsLocation(1));
+    EXPECT_EQ(bench.FriendlyNameOf(brom), std::nullopt);  // the old device is gone
+
+    const int com = devices::PortNumberOf(devices::PortNameOf(sprdName));
+    registry.NotifySwitch({engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT, "", static_cast<unsigned long>(com), -1});
+    EXPECT_EQ(bench.ModeAt(2), PhoneMode::SPRD_DOWNLOAD);
+    EXPECT_EQ(bench.Changes().Generation(), g0 + 4);
+
+    ASSERT_TRUE(bench.Unplug(1));
+    EXPECT_FALSE(bench.Unplug(1));
+    EXPECT_EQ(bench.ServiceDevices("wdm_usb")->size(), 0u);
+}
+
+TEST_F(SimBenchTest, ComPortsArePseudoTerminalsThatVanishWithThePhone) {
+    platform::SystemClock clock;
+    devices::ComProbe probe(clock, [this](int n) { return bench.SerialNodeOf(n); });
+    ASSERT_TRUE(bench.Plug(0, PhoneKind::MTK_PRELOADER, {}));
+    const std::string name = bench.FriendlyNameAt(0);
+    EXPECT_NE(name.find("PreLoader"), std::string::npos);
+    EXPECT_TRUE(probe.Probe(name));
+    const auto pre = bench.EnumeratePreloaderDevices();
+    ASSERT_EQ(pre.size(), 1u);
+    EXPECT_EQ(app::FieldText(pre[0].hubPort.hubId), "1-1");
+    EXPECT_EQ(pre[0].hubPort.port, 1u);
+    const int com = devices::PortNumberOf(devices::PortNameOf(name));
+    bench.Unplug(0);
+    EXPECT_EQ(bench.SerialNodeOf(com), "");
+}
+
+TEST(ScenarioTest, ParsesStepsAndOptions) {
+    const auto s = ParseScenario(
+        "# bench\n0 press\n200 plug 0 brom\n200 plug 1 sprd fail step=2 duration=3000 size=64\n\n9000 unplug 0\n"
+        "15000 end # done\n");
+    ASSERT_TRUE(s);
+    ASSERT_EQ(s->steps.size(), 5u);
+    EXPECT_EQ(s->steps[2].action, ScenarioStep::PLUG);
+    EXPECT_EQ(s->steps[2].kind, PhoneKind::SPRD);
+    EXPECT_FALSE(s->steps[2].profile.pass);
+    EXPECT_EQ(s->steps[2].profile.failingStep, 2);
+    EXPECT_EQ(s->steps[2].profile.durationMs, 3000);
+    EXPECT_EQ(s->steps[2].profile.sizeBytes, 64u << 20);
+    EXPECT_EQ(s->steps[3].socket, 0);
+    EXPECT_EQ(s->end, 15000);
+}
+
+TEST(ScenarioTest, RefusesWithTheLine) {
+    std::string error;
+    EXPECT_FALSE(ParseScenario("10 press\n5 press\n", &error));
+    EXPECT_EQ(error, "line 2: time goes back");
+    EXPECT_FALSE(ParseScenario("0 plug 1 toaster\n", &error));
+    EXPECT_EQ(error, "line 1: unknown phone \"toaster\"");
+    EXPECT_FALSE(ParseScenario("0 plug 1 brom colour=red\n", &error));
+    EXPECT_FALSE(ParseScenario("0 plug 256 brom\n", &error));
+    EXPECT_FALSE(ParseScenario("-1 press\n", &error));
+    EXPECT_FALSE(ParseScenario("0 end\n1 press\n", &error));
+    EXPECT_EQ(error, "line 2: a step after \"end\"");
+}
+
+}  // namespace
+}  // namespace quorvel::sim
