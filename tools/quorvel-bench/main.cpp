@@ -1,0 +1,175 @@
+// quorvel-bench: runs the whole station headless on a station folder against a
+// bench scenario and prints what happened: counters, per-slot results, the binding
+// table, the message boxes shown, and the timings.
+//
+//   quorvel-bench STATION_FOLDER SCENARIO [--speed N] [--json]
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "app/BindState.h"
+#include "app/Station.h"
+#include "console/ConsoleController.h"
+#include "console/StationRig.h"
+#include "sim/Scenario.h"
+
+using namespace quorvel;
+
+namespace {
+
+int Usage() {
+    std::fprintf(stderr, "usage: quorvel-bench STATION_FOLDER SCENARIO [--speed N] [--json]\n");
+    return 2;
+}
+
+std::string Json(const std::string& s) {
+    std::string out = "\"";
+    for (unsigned char c : s) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c < 0x20) {
+            char esc[8];
+            std::snprintf(esc, sizeof esc, "\\u%04x", c);
+            out += esc;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out + "\"";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::string folder, scenarioPath;
+    double speed = 10.0;
+    bool json = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        if (a == "--json") {
+            json = true;
+        } else if (a == "--speed" && i + 1 < argc) {
+            speed = std::atof(argv[++i]);
+            if (speed <= 0) return Usage();
+        } else if (folder.empty()) {
+            folder = a;
+        } else if (scenarioPath.empty()) {
+            scenarioPath = a;
+        } else {
+            return Usage();
+        }
+    }
+    if (folder.empty() || scenarioPath.empty()) return Usage();
+    if (folder.back() != '/') folder += '/';
+
+    std::ifstream file(scenarioPath, std::ios::binary);
+    if (!file) {
+        std::fprintf(stderr, "quorvel-bench: cannot read %s\n", scenarioPath.c_str());
+        return 1;
+    }
+    std::stringstream text;
+    text << file.rdbuf();
+    std::string error;
+    const auto scenario = sim::ParseScenario(text.str(), &error);
+    if (!scenario) {
+        std::fprintf(stderr, "quorvel-bench: %s: %s\n", scenarioPath.c_str(), error.c_str());
+        return 1;
+    }
+
+    platform::ScaledClock clock(speed);
+    app::HeadlessConsoleUi ui;
+    app::StationOptions options;
+    options.exeDir = folder;
+    app::Station station(std::move(options), clock, ui);
+    platform::StationLoop loop(clock);
+    console::ConsoleController controller(station, loop);
+    loop.SetHandler(&controller);
+    console::StationRig rig(station, loop, controller);
+    loop.Start();
+
+    const auto realStart = std::chrono::steady_clock::now();
+    const platform::Millis virtualStart = clock.Now();
+    bool ready = false;
+    loop.Call([&] { ready = controller.OnInitDialog(); });
+    int rc = 0;
+    sim::ScenarioLog log;
+    if (!ready) {
+        rc = 1;
+    } else if (!rig.Bench()) {
+        std::fprintf(stderr, "quorvel-bench: the station folder is not set up for the simulated bench ([BENCH] Simulated=1)\n");
+        rc = 1;
+    } else {
+        log = sim::RunScenario(*scenario, clock, *rig.Bench(), loop);
+    }
+    const platform::Millis virtualMs = clock.Now() - virtualStart;
+    const auto realMs =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - realStart).count();
+
+    // The report, taken on the station thread so no handler changes it meanwhile.
+    std::string report;
+    loop.Call([&] {
+        const auto& slots = station.slotList;
+        char line[1024];
+        if (json) {
+            report += "{\"total\":" + std::to_string(station.statistics.Total()) +
+                      ",\"fail\":" + std::to_string(station.statistics.Fail()) + ",\"slots\":[";
+            for (int r = 0; r < slots.RowCount(); ++r) {
+                if (r) report += ",";
+                report += "{\"row\":" + Json(slots.CellText(r, app::COL_NUMBER)) +
+                          ",\"device\":" + Json(slots.CellText(r, app::COL_DEVICE)) +
+                          ",\"timer\":" + Json(slots.CellText(r, app::COL_TIMER)) +
+                          ",\"result\":" + Json(slots.ResultText(r)) + "}";
+            }
+            report += "],\"bindings\":[";
+            for (int i = 0; i < app::kSlotCount; ++i) {
+                const auto e = station.bindings.Get(i);
+                if (i) report += ",";
+                report += "{\"hs\":" + Json(e.hs) + ",\"ls\":" + Json(e.ls) + ",\"com\":" + Json(e.com) +
+                          ",\"state\":" + Json(app::BindStateName(e.state)) + "}";
+            }
+            report += "],\"messages\":[";
+            const auto messages = ui.Messages();
+            for (std::size_t i = 0; i < messages.size(); ++i) report += (i ? "," : "") + Json(messages[i]);
+            report += "],\"steps\":[";
+            for (std::size_t i = 0; i < log.lines.size(); ++i) report += (i ? "," : "") + Json(log.lines[i]);
+            report += "],\"virtualMs\":" + std::to_string(virtualMs) + ",\"realMs\":" + std::to_string(realMs) + "}\n";
+            return;
+        }
+        std::snprintf(line, sizeof line, "counters: total %u, fail %u\n", station.statistics.Total(),
+                      station.statistics.Fail());
+        report += line;
+        report += "slots:\n";
+        for (int r = 0; r < slots.RowCount(); ++r) {
+            std::snprintf(line, sizeof line, "  %s  %-40s  %-8s  %s\n", slots.CellText(r, app::COL_NUMBER).c_str(),
+                          slots.CellText(r, app::COL_DEVICE).c_str(), slots.CellText(r, app::COL_TIMER).c_str(),
+                          slots.ResultText(r).c_str());
+            report += line;
+        }
+        report += "bindings:\n";
+        for (int i = 0; i < app::kSlotCount; ++i) {
+            const auto e = station.bindings.Get(i);
+            if (e.hs == app::kUnbound && e.ls == app::kUnbound && e.state == app::BIND_IDLE) continue;
+            std::snprintf(line, sizeof line, "  Index%-2d HS %-14s LS %-14s %-12s %s\n", i, e.hs.c_str(), e.ls.c_str(),
+                          e.com.c_str(), app::BindStateName(e.state));
+            report += line;
+        }
+        report += "message boxes:\n";
+        for (const auto& m : ui.Messages()) report += "  " + m + "\n";
+        report += "steps:\n";
+        for (const auto& s : log.lines) report += "  " + s + "\n";
+        std::snprintf(line, sizeof line, "time: %lld ms simulated, %lld ms real (speed %.3g)\n",
+                      static_cast<long long>(virtualMs), static_cast<long long>(realMs), speed);
+        report += line;
+    });
+    std::fputs(report.c_str(), stdout);
+
+    loop.Call([&] { station.settingsStore.SaveBindings(); });
+    loop.Stop();
+    rig.Run().Manager().JoinWalks();
+    return rc;
+}
