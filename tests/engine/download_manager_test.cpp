@@ -1,0 +1,145 @@
+#include <gtest/gtest.h>
+
+#include "EngineHarness.h"
+
+namespace quorvel::engine {
+namespace {
+
+using test::EngineHarness;
+
+TEST(DownloadManagerTest, AddWorkerFillsBoundRowsAndSharesTheIndexOfAnUnfilledRow) {
+    test::StationFixture fx;
+    platform::StationLoop loop(fx.clock);
+    SimPhoneRegistry registry;
+    SimEngineFactory sim(*fx.station, registry);
+    auto& st = *fx.station;
+    st.bindings.SetState(0, app::BIND_ALL_BINDED);
+    st.bindings.SetComName(0, "Diag (COM3)");
+    st.bindings.SetState(1, app::BIND_PRELOADER_BINDED);
+    DownloadManager manager(st, loop, sim);
+    app::HubPortEntry entry{};
+    for (int i = 0; i < 4; ++i) manager.AddWorker(entry);
+    ASSERT_EQ(st.slotList.RowCount(), 2);
+    EXPECT_EQ(st.slotList.CellText(0, app::COL_NUMBER), "01");
+    EXPECT_EQ(st.slotList.CellText(0, app::COL_DEVICE), "Diag (COM3)");
+    EXPECT_EQ(st.slotList.Row(0).cells[app::COL_DEVICE].colour, kColourGrey);
+    EXPECT_EQ(st.slotList.CellText(1, app::COL_BINDED), "PRELOADER_BINDED");
+    EXPECT_EQ(manager.WorkerAt(2)->ThreadIndex(), 2);
+    EXPECT_EQ(manager.WorkerAt(3)->ThreadIndex(), 2);
+    EXPECT_TRUE(st.slots.rowShown[1]);
+    EXPECT_FALSE(st.slots.rowShown[2]);
+    EXPECT_EQ(manager.WorkerAt(4), nullptr);
+    manager.RemoveAllWorkers();
+    EXPECT_EQ(st.slotList.RowCount(), 0);
+    EXPECT_EQ(manager.WorkerAt(0), nullptr);
+}
+
+TEST(DownloadManagerTest, StartUpPickupByHubPortAndRemovalOfTheFirstMatch) {
+    EngineHarness h(8);  // hub ids hub0, hub1; ports 1..4
+    app::DeviceInfo d = h.Device(app::EVENT_MTK, "Same (COM9)", "x");
+    app::CopyField(d.hubPort.hubId, "hub1");
+    d.hubPort.port = 2;
+    h.loop.Call([&] { h.manager->AcceptDeviceByHubPort(d); });
+    EXPECT_EQ(h.manager->WorkerAt(5)->LastNotifyCode(), 2u);
+    EXPECT_EQ(h.manager->WorkerAt(5)->ThreadIndex(), 5);
+    d.hubPort.port = 9;  // no such port: ignored
+    h.loop.Call([&] { h.manager->AcceptDeviceByHubPort(d); });
+    for (int i = 0; i < 8; ++i)
+        if (i != 5) EXPECT_EQ(h.manager->WorkerAt(i)->LastNotifyCode(), 0u);
+
+    h.HandOver(2, d);  // the same name on two slots
+    bool found = false;
+    h.loop.Call([&] { found = h.manager->SignalRemoval("same (com9)"); });
+    EXPECT_TRUE(found);
+    EXPECT_EQ(h.manager->WorkerAt(2)->LastNotifyCode(), NOTIFY_REMOVED);
+    EXPECT_EQ(h.manager->WorkerAt(5)->LastNotifyCode(), 2u);
+}
+
+TEST(DownloadManagerTest, StopIsRefusedWhileASlotWorks) {
+    EngineHarness h(3);
+    h.StartStation();
+    EXPECT_EQ(h.manager->State(), Running);
+    for (auto state : {app::BIND_BUSY, app::BIND_BROM_BINDED, app::BIND_DA_BINDED}) {
+        h.fx.station->bindings.SetState(1, state);
+        bool stopped = true;
+        h.loop.Call([&] { stopped = h.manager->StopAll(); });
+        EXPECT_FALSE(stopped);
+        EXPECT_EQ(h.manager->State(), Running);
+    }
+    EXPECT_EQ(h.fx.ui.Messages().size(), 3u);
+    EXPECT_EQ(h.fx.ui.Messages()[0], "At least one thread is running, Please wait for a moment!");
+    h.fx.station->bindings.SetState(1, app::BIND_ALL_BINDED);
+    bool stopped = false;
+    h.loop.Call([&] { stopped = h.manager->StopAll(); });
+    EXPECT_TRUE(stopped);
+    EXPECT_EQ(h.manager->State(), Stopped);
+    ASSERT_TRUE(h.RunUntil([&] {
+        for (int i = 0; i < 3; ++i)
+            if (h.manager->WorkerAt(i)->IsRunning()) return false;
+        return true;
+    }));
+    EXPECT_EQ(h.fx.station->slotList.CellText(0, app::COL_DEVICE), "Phone (COM1)");  // the thread's "no device"
+}
+
+TEST(DownloadManagerTest, StartWalkIsSpacedAndEndsOnStop) {
+    EngineHarness h(4);
+    h.manager->SetState(Ready);
+    const auto t0 = h.fx.clock.Now();
+    h.loop.Call([&] { h.manager->StartAll(); });
+    ASSERT_TRUE(h.RunUntil([&] { return h.manager->WorkerAt(1)->IsRunning(); }));
+    EXPECT_EQ(h.fx.clock.Now() - t0, 100);
+    EXPECT_FALSE(h.manager->WorkerAt(2)->IsRunning());
+    h.loop.Call([&] { h.manager->StopAll(); });
+    h.fx.clock.Advance(1000);
+    h.Settle();
+    EXPECT_FALSE(h.manager->WorkerAt(2)->IsRunning());
+    EXPECT_FALSE(h.manager->WorkerAt(3)->IsRunning());
+    // StartAll outside Ready starts nothing.
+    h.loop.Call([&] { h.manager->StartAll(); });
+    h.Settle();
+    EXPECT_EQ(h.manager->State(), Stopped);
+}
+
+// Collects what the verification window is sent.
+class RecordingWindow final : public platform::MessageWindow {
+public:
+    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+        std::lock_guard g(mutex);
+        if (msg == app::MSG_CHECKSUM && w == 0)
+            messages.push_back(app::FieldText(reinterpret_cast<const app::ChecksumProgressRecord*>(l)->path));
+        else
+            messages.push_back(std::to_string(msg) + ":" + std::to_string(w) + ":" + std::to_string(l));
+        return 0;
+    }
+    void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override { Send(msg, w, l); }
+    void SetTimer(int, platform::Millis) override {}
+    void KillTimer(int) override {}
+    std::mutex mutex;
+    std::vector<std::string> messages;
+};
+
+TEST(DownloadManagerTest, VerifyPackageReportsEachFileThenTheVerdictAndCloses) {
+    for (bool passes : {true, false}) {
+        EngineHarness h(1);
+        h.registry.SetVerifyPasses(passes);
+        h.fx.dir.Write("fw/scatter.txt", "x");
+        h.fx.dir.Write("fw/boot.img", "abc");
+        h.fx.dir.Write("fw/CheckSum.ini", "");
+        h.fx.station->package.scatterFilePath = h.fx.dir.File("fw/scatter.txt");
+        auto window = std::make_shared<RecordingWindow>();
+        h.manager->VerifyPackage(window);
+        ASSERT_TRUE(h.RunUntil([&] {
+            std::lock_guard g(window->mutex);
+            return !window->messages.empty() && window->messages.back() == "16:0:0";
+        }));
+        std::lock_guard g(window->mutex);
+        const auto& m = window->messages;
+        ASSERT_EQ(m.size(), 8u);  // two files, three reports each, the verdict, the close
+        EXPECT_NE(m[0].find("boot.img"), std::string::npos);
+        EXPECT_NE(m[3].find("scatter.txt"), std::string::npos);
+        EXPECT_EQ(m[6], passes ? "6027:2:1" : "6027:2:0");
+    }
+}
+
+}  // namespace
+}  // namespace quorvel::engine
