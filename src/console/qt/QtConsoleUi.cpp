@@ -4,6 +4,7 @@
 #include <QThread>
 
 #include "dialogs/AboutDialog.h"
+#include "dialogs/PreparationDialog.h"
 #include "dialogs/SettingsDialog.h"
 
 namespace quorvel::console {
@@ -37,6 +38,18 @@ void QtConsoleUi::RunAboutDialog(app::AboutDialogLogic& dialog) {
     OnGuiThread([&] {
         dialogs::AboutDialog window(dialog, parent_);
         window.exec();
+    });
+}
+
+void QtConsoleUi::RunPreparationDialog(app::PreparationDialog& dialog) {
+    auto* logic = dynamic_cast<packages::PreparationWindowLogic*>(&dialog);
+    if (!logic) {
+        ConsoleUi::RunPreparationDialog(dialog);
+        return;
+    }
+    OnGuiThread([&] {
+        dialogs::PreparationDialog window(*logic, parent_);
+        window.Run();
     });
 }
 

@@ -19,6 +19,7 @@ public:
     void MessageBox(const std::string& text) override;
     bool RunSettingsDialog(app::SettingsDialogLogic& dialog) override;
     void RunAboutDialog(app::AboutDialogLogic& dialog) override;
+    void RunPreparationDialog(app::PreparationDialog& dialog) override;
 
 private:
     template <class F>

@@ -1,0 +1,32 @@
+#pragma once
+// The package preparation window over PreparationWindowLogic: a title, a progress
+// bar with its text and a status line. The work closes it; Escape closes it early.
+// GUI thread only.
+
+#include <QDialog>
+
+#include "packages/PreparationWindowLogic.h"
+
+class QLabel;
+class QProgressBar;
+
+namespace quorvel::dialogs {
+
+class PreparationDialog : public QDialog {
+    Q_OBJECT
+public:
+    PreparationDialog(packages::PreparationWindowLogic& logic, QWidget* parent);
+
+    // Starts the work and shows the window until the work or the operator closes it.
+    void Run();
+    void reject() override;
+
+private:
+    void Refresh();
+
+    packages::PreparationWindowLogic& logic_;
+    QProgressBar* bar_;
+    QLabel* status_;
+};
+
+}  // namespace quorvel::dialogs
