@@ -1,5 +1,7 @@
 #include "platform/StationLoop.h"
 
+#include <algorithm>
+
 namespace quorvel::platform {
 
 StationLoop::StationLoop(Clock& clock) : clock_(clock) {}
@@ -32,9 +34,11 @@ void StationLoop::Stop() {
     running_ = false;
     // Release every sender still waiting; their Send returns 0.
     for (auto& item : queue_)
-        if (item.done) *item.done = true;
+        if (item.done) {
+            *item.done = true;
+            item.replied->notify_one();
+        }
     queue_.clear();
-    replied_.notify_all();
 }
 
 bool StationLoop::Running() const {
@@ -46,11 +50,21 @@ void StationLoop::Enqueue(Item item, bool wait) {
     std::unique_lock lk(mutex_);
     if (!running_ || stopping_) return;
     bool done = false;
-    if (wait) item.done = &done;
+    std::condition_variable replied;
+    if (wait) {
+        item.done = &done;
+        item.replied = &replied;
+    }
     queue_.push_back(std::move(item));
-    wake_.notify_all();
+    if (!wait) {
+        lk.unlock();
+        wake_.notify_one();
+        return;
+    }
+    wake_.notify_one();
     // A sender waits without a time limit, as a blocking send does; Stop releases it.
-    if (wait) replied_.wait(lk, [&] { return done; });
+    // Its condition variable is notified under mutex_, so it outlives every notify.
+    replied.wait(lk, [&] { return done; });
 }
 
 LResult StationLoop::Send(std::uint32_t msg, WParam wParam, LParam lParam) {
@@ -96,6 +110,7 @@ void StationLoop::PostTask(std::function<void()> task) {
 void StationLoop::SetTimer(int id, Millis period) {
     {
         std::lock_guard g(mutex_);
+        period = std::max<Millis>(period, 1);  // a zero period would starve the queue
         timers_[id] = Timer{period, clock_.Now() + period};
         timersChanged_ = true;
     }
@@ -105,27 +120,16 @@ void StationLoop::SetTimer(int id, Millis period) {
 void StationLoop::KillTimer(int id) {
     std::lock_guard g(mutex_);
     timers_.erase(id);
+    timersChanged_ = true;
 }
 
 void StationLoop::Run() {
     std::unique_lock lk(mutex_);
     while (!stopping_) {
-        if (!queue_.empty()) {
-            Item item = std::move(queue_.front());
-            queue_.pop_front();
-            lk.unlock();
-            const LResult r = item.run();
-            lk.lock();
-            if (item.result) *item.result = r;
-            if (item.done) {
-                *item.done = true;
-                replied_.notify_all();
-            }
-            continue;
-        }
-        // Timers fire only when no message waits, as window timers do.
+        // A due timer runs before the next message, so a busy queue never starves
+        // the slots' elapsed-time display; each firing moves the timer a period on.
         timersChanged_ = false;
-        const Millis now = clock_.Now();
+        const Millis now = timers_.empty() ? 0 : clock_.Now();
         int dueId = -1;
         Millis next = kForever;
         for (auto& [id, t] : timers_) {
@@ -141,6 +145,19 @@ void StationLoop::Run() {
             lk.unlock();
             if (handler_) handler_->OnTimer(dueId);
             lk.lock();
+            continue;
+        }
+        if (!queue_.empty()) {
+            Item item = std::move(queue_.front());
+            queue_.pop_front();
+            lk.unlock();
+            const LResult r = item.run();
+            lk.lock();
+            if (item.result) *item.result = r;
+            if (item.done) {
+                *item.done = true;
+                item.replied->notify_one();
+            }
             continue;
         }
         auto ready = [&] { return stopping_ || !queue_.empty() || timersChanged_; };

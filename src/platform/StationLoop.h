@@ -3,7 +3,8 @@
 // logic, the commands and the timers, in place of the console window's message
 // loop. Messages keep their numbers and parameters; Send blocks until the handler
 // has returned its result, Post does not; all messages go through one queue, so the
-// order per sender is kept. Timers and waits go through the station's Clock.
+// order per sender is kept. Timers and waits go through the station's Clock; a due
+// timer runs before the next queued message.
 
 #include <atomic>
 #include <condition_variable>
@@ -71,6 +72,7 @@ private:
         std::function<LResult()> run;
         LResult* result = nullptr;  // Send: where the reply goes
         bool* done = nullptr;
+        std::condition_variable* replied = nullptr;  // the waiting sender's own, so only it wakes
     };
     struct Timer {
         Millis period;
@@ -84,7 +86,6 @@ private:
     MessageHandler* handler_ = nullptr;
     mutable std::mutex mutex_;
     std::condition_variable wake_;     // the loop: new item, timer change, stop
-    std::condition_variable replied_;  // senders: their item is done
     std::deque<Item> queue_;
     std::map<int, Timer> timers_;
     bool running_ = false;
