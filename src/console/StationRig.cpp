@@ -15,7 +15,7 @@ public:
             if (s.simulatedBench) {
                 const int hubs = std::max(1, static_cast<int>(s.benchHubs));
                 const int sockets = std::max(1, static_cast<int>(s.benchSocketsPerHub));
-                auto bench = std::make_unique<sim::SimBench>(hubs, sockets, registry_);
+                auto bench = std::make_unique<sim::SimBench>(hubs, sockets, registry_, station_.clock);
                 bench_ = bench.get();
                 chosen_ = std::move(bench);
             } else {

@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace quorvel::sim {
@@ -32,15 +33,54 @@ std::optional<PhoneKind> PhoneKindOf(const std::string& w) {
     return std::nullopt;
 }
 
-SimBench::SimBench(int hubs, int socketsPerHub, engine::SimPhoneRegistry& registry)
-    : hubs_(hubs), socketsPerHub_(socketsPerHub), registry_(registry) {
+SimBench::SimBench(int hubs, int socketsPerHub, engine::SimPhoneRegistry& registry, platform::Clock& clock)
+    : hubs_(hubs), socketsPerHub_(socketsPerHub), registry_(registry), clock_(clock) {
+    returner_ = std::thread([this] { ReturnLoop(); });
     registry_.SetSwitchHook([this](const engine::SwitchEvent& e) { OnSwitch(e); });
 }
 
 SimBench::~SimBench() {
     registry_.SetSwitchHook({});
+    {
+        std::lock_guard g(mutex_);
+        stopping_ = true;
+    }
+    returnsChanged_.notify_all();
+    returner_.join();
     std::lock_guard g(mutex_);
     for (auto& [socket, phone] : phones_) Release(phone);
+}
+
+void SimBench::ReturnLoop() {
+    std::unique_lock lk(mutex_);
+    for (;;) {
+        platform::Millis next = platform::kForever;
+        for (const auto& r : returns_) next = next == platform::kForever ? r.due : std::min(next, r.due);
+        if (next == platform::kForever)
+            clock_.WaitFor(lk, returnsChanged_, platform::kForever, [&] { return stopping_ || !returns_.empty(); });
+        else
+            clock_.WaitUntil(lk, returnsChanged_, next, [&] { return stopping_; });
+        if (stopping_) return;
+        bool changed = false;
+        const platform::Millis now = clock_.Now();
+        for (auto it = returns_.begin(); it != returns_.end();) {
+            if (it->due > now) {
+                ++it;
+                continue;
+            }
+            auto p = phones_.find(it->socket);
+            if (p != phones_.end() && p->second.plugId == it->plugId && !p->second.present) {
+                p->second.present = Enumerate(it->socket, p->second, it->keepCom);
+                changed = true;
+            }
+            it = returns_.erase(it);
+        }
+        if (changed) {
+            lk.unlock();
+            changes_.Notify();
+            lk.lock();
+        }
+    }
 }
 
 // HS sockets hang off bus 1, their full-speed (BROM) side off bus 2, as on a bench
@@ -93,7 +133,7 @@ void SimBench::Release(Phone& phone) {
     phone.slavePath.clear();
 }
 
-bool SimBench::Enumerate(int socket, Phone& phone) {
+bool SimBench::Enumerate(int socket, Phone& phone, bool keepCom) {
     Release(phone);
     const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (master < 0) return false;
@@ -104,7 +144,7 @@ bool SimBench::Enumerate(int socket, Phone& phone) {
     }
     phone.master = master;
     phone.slavePath = name;
-    phone.com = nextCom_++;
+    if (!keepCom) phone.com = nextCom_++;
     enumSeen_[ServiceOf(phone)] = true;
     registry_.SetProfile(InstanceIdOf(socket, phone), phone.profile);
     if (phone.kind == PhoneKind::SPRD) registry_.SetPortProfile(static_cast<unsigned long>(phone.com), phone.profile);
@@ -115,14 +155,14 @@ bool SimBench::Plug(int socket, PhoneKind kind, const engine::PhoneProfile& prof
     {
         std::lock_guard g(mutex_);
         if (socket < 0 || socket >= SocketCount() || phones_.count(socket)) return false;
-        Phone phone{kind, PhoneMode::BROM, 0, -1, "", profile};
+        Phone phone{kind, PhoneMode::BROM, 0, -1, "", profile, nextPlugId_++, true};
         switch (kind) {
             case PhoneKind::MTK_BROM: phone.mode = PhoneMode::BROM; break;
             case PhoneKind::MTK_PRELOADER: phone.mode = PhoneMode::PRELOADER; break;
             case PhoneKind::SPRD: phone.mode = PhoneMode::SPRD; break;
             case PhoneKind::CFG: phone.mode = PhoneMode::CFG; break;
         }
-        if (!Enumerate(socket, phone)) return false;
+        if (!Enumerate(socket, phone, false)) return false;
         phones_.emplace(socket, std::move(phone));
     }
     changes_.Notify();
@@ -146,20 +186,37 @@ void SimBench::OnSwitch(const engine::SwitchEvent& e) {
     {
         std::lock_guard g(mutex_);
         for (auto& [socket, phone] : phones_) {
+            bool keepCom = false;
+            if (!phone.present) continue;
             if (e.kind == engine::SwitchEvent::MTK_TO_DA && phone.mode == PhoneMode::BROM &&
                 InstanceIdOf(socket, phone) == e.instanceId) {
                 phone.mode = PhoneMode::DA;
             } else if (e.kind == engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT && phone.mode == PhoneMode::SPRD &&
                        static_cast<unsigned long>(phone.com) == e.comPort) {
+                // The SPRD engine knows its phone by the port number only, and the
+                // port keeps its number when the phone comes back on it.
                 phone.mode = PhoneMode::SPRD_DOWNLOAD;
+                keepCom = true;
             } else {
                 continue;
             }
-            changed = Enumerate(socket, phone) || changed;
+            if (!keepCom) {
+                // The simulated MTK engine goes on at once over the DA port, so the
+                // phone must be there when it does.
+                changed = Enumerate(socket, phone, false);
+                break;
+            }
+            Release(phone);
+            phone.present = false;
+            returns_.push_back({clock_.Now() + kReEnumerateMs, socket, phone.plugId, keepCom});
+            changed = true;
             break;
         }
     }
-    if (changed) changes_.Notify();
+    if (changed) {
+        returnsChanged_.notify_all();
+        changes_.Notify();
+    }
 }
 
 std::optional<PhoneMode> SimBench::ModeAt(int socket) const {
@@ -172,13 +229,13 @@ std::optional<PhoneMode> SimBench::ModeAt(int socket) const {
 std::string SimBench::InstanceIdAt(int socket) const {
     std::lock_guard g(mutex_);
     auto it = phones_.find(socket);
-    return it == phones_.end() ? "" : InstanceIdOf(socket, it->second);
+    return it == phones_.end() || !it->second.present ? "" : InstanceIdOf(socket, it->second);
 }
 
 std::string SimBench::FriendlyNameAt(int socket) const {
     std::lock_guard g(mutex_);
     auto it = phones_.find(socket);
-    return it == phones_.end() ? "" : FriendlyNameOf(it->second);
+    return it == phones_.end() || !it->second.present ? "" : FriendlyNameOf(it->second);
 }
 
 std::vector<app::HubPortEntry> SimBench::EnumerateHubPorts() {
@@ -196,7 +253,7 @@ std::vector<app::DeviceInfo> SimBench::EnumeratePreloaderDevices() {
     std::lock_guard g(mutex_);
     std::vector<app::DeviceInfo> found;
     for (const auto& [socket, phone] : phones_) {
-        if (phone.mode != PhoneMode::PRELOADER) continue;
+        if (phone.mode != PhoneMode::PRELOADER || !phone.present) continue;
         app::DeviceInfo info{};
         info.type = app::EVENT_MTK;
         app::CopyField(info.friendlyName, FriendlyNameOf(phone));
@@ -215,7 +272,7 @@ std::optional<std::vector<std::string>> SimBench::ServiceDevices(const std::stri
     if (!ServiceExists(service) || !enumSeen_.count(service)) return std::nullopt;
     std::vector<std::string> ids;
     for (const auto& [socket, phone] : phones_)
-        if (ServiceOf(phone) == service) ids.push_back(InstanceIdOf(socket, phone));
+        if (phone.present && ServiceOf(phone) == service) ids.push_back(InstanceIdOf(socket, phone));
     return ids;
 }
 
@@ -223,7 +280,7 @@ devices::PortTable SimBench::BuildPortTable(const std::string& service) {
     std::lock_guard g(mutex_);
     devices::PortTable table;
     for (const auto& [socket, phone] : phones_)
-        if (ServiceOf(phone).find(service) != std::string::npos)
+        if (phone.present && ServiceOf(phone).find(service) != std::string::npos)
             table.Add(LocationOf(socket, phone), InstanceIdOf(socket, phone));
     return table;
 }
@@ -231,14 +288,14 @@ devices::PortTable SimBench::BuildPortTable(const std::string& service) {
 std::optional<std::string> SimBench::FriendlyNameOf(const std::string& instanceId) {
     std::lock_guard g(mutex_);
     for (const auto& [socket, phone] : phones_)
-        if (InstanceIdOf(socket, phone) == instanceId) return FriendlyNameOf(phone);
+        if (phone.present && InstanceIdOf(socket, phone) == instanceId) return FriendlyNameOf(phone);
     return std::nullopt;
 }
 
 std::string SimBench::SerialNodeOf(int comNumber) {
     std::lock_guard g(mutex_);
     for (const auto& [socket, phone] : phones_)
-        if (phone.com == comNumber) return phone.slavePath;
+        if (phone.present && phone.com == comNumber) return phone.slavePath;
     return "";
 }
 

@@ -4,10 +4,16 @@
 // list of its driver service in its current mode, with a friendly name ending in
 // "(COM<n>)" backed by a real pseudo-terminal, and re-enumerates when the simulated
 // engine switches it (BROM to DA, SPRD to its download port).
+// A SPRD phone switched to its download port is gone for a moment (kReEnumerateMs
+// on the clock) before it shows up again, as a real one is; the worker relies on
+// that pause. A BROM phone shows up in DA mode at once, because the simulated MTK
+// engine goes on over the DA port without waiting for it.
 // Any thread may call any method; the engine's switch hook arrives on engine threads.
 
+#include <condition_variable>
 #include <map>
 #include <memory>
+#include <thread>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -27,7 +33,9 @@ std::optional<PhoneKind> PhoneKindOf(const std::string& word);
 
 class SimBench final : public devices::DeviceBackend {
 public:
-    SimBench(int hubs, int socketsPerHub, engine::SimPhoneRegistry& registry);
+    static constexpr platform::Millis kReEnumerateMs = 1000;
+
+    SimBench(int hubs, int socketsPerHub, engine::SimPhoneRegistry& registry, platform::Clock& clock);
     ~SimBench() override;
 
     int SocketCount() const { return hubs_ * socketsPerHub_; }
@@ -60,10 +68,20 @@ private:
         int master = -1;  // pseudo-terminal master; the slave is the COM port
         std::string slavePath;
         engine::PhoneProfile profile;
+        std::uint64_t plugId = 0;  // tells a re-plugged phone from the one that left
+        bool present = true;       // false while re-enumerating
     };
+    struct Return {
+        platform::Millis due;
+        int socket;
+        std::uint64_t plugId;
+        bool keepCom;
+    };
+    void ReturnLoop();
     void OnSwitch(const engine::SwitchEvent& event);
-    // Gives the phone a fresh port for its current mode (a re-enumeration).
-    bool Enumerate(int socket, Phone& phone);
+    // Gives the phone a fresh port for its current mode (a re-enumeration), with a new
+    // COM number unless `keepCom`.
+    bool Enumerate(int socket, Phone& phone, bool keepCom);
     void Release(Phone& phone);
     std::string InstanceIdOf(int socket, const Phone& phone) const;
     std::string FriendlyNameOf(const Phone& phone) const;
@@ -78,6 +96,12 @@ private:
     std::map<int, Phone> phones_;          // by socket
     std::map<std::string, bool> enumSeen_;  // services that have had a device
     int nextCom_ = 1;
+    std::uint64_t nextPlugId_ = 1;
+    platform::Clock& clock_;
+    std::condition_variable returnsChanged_;
+    std::vector<Return> returns_;
+    bool stopping_ = false;
+    std::thread returner_;
 };
 
 }  // namespace quorvel::sim

@@ -14,6 +14,7 @@
 #include "engine/SimEngines.h"
 #include "platform/ProfileIni.h"
 #include "sim/SimBench.h"
+#include "support/PacWriter.h"
 #include "support/TempDir.h"
 
 namespace quorvel::console {
@@ -152,6 +153,35 @@ TEST_F(StationRunE2e, BromPhoneIsBoundByBothLocationsPassesAndKeepsItsSlotAfterA
         p.Bench().Unplug(0);
         ASSERT_TRUE(Process::Await([&] { return p.Button() == DOWNLOAD_BUTTON_STATUS_START; }));
     }
+}
+
+TEST_F(StationRunE2e, SprdPhonesAreServedThroughBothPhasesAndAMissingPackageIsRefused) {
+    test::WritePac(dir.File("fw/phone.pac"), test::TypicalSprdPac());
+    WriteSettings(dir.File("fw/phone.pac"));
+    Process p(dir);
+    ASSERT_TRUE(p.Init());
+    p.PressStartStop();  // extracts and configures the package first
+    ASSERT_EQ(p.Button(), DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_TRUE(p.station->package.prepared);
+    engine::PhoneProfile quick = QuickPhone();
+    quick.sprdPhase1Ms = 300;
+    ASSERT_TRUE(p.Bench().Plug(3, sim::PhoneKind::SPRD, quick));
+    ASSERT_TRUE(Process::Await([&] { return p.station->bindings.Get(0).hs == p.Bench().HsLocation(3); }));
+    ASSERT_TRUE(p.Bench().Plug(1, sim::PhoneKind::SPRD, quick));
+    const bool done = Process::Await([&] { return p.station->statistics.Total() == 2; });
+    ASSERT_TRUE(done);
+    EXPECT_EQ(p.station->statistics.Fail(), 0u);
+    EXPECT_EQ(p.Bench().ModeAt(3), sim::PhoneMode::SPRD_DOWNLOAD);
+    // Back on its download port, each phone went to the slot of its socket.
+    EXPECT_EQ(p.station->bindings.Get(0).hs, p.Bench().HsLocation(3));
+    EXPECT_EQ(p.station->bindings.Get(1).hs, p.Bench().HsLocation(1));
+    EXPECT_EQ(p.station->bindings.Get(2).hs, "NA");
+    // Unplugging serial phones never stops the run.
+    p.Bench().Unplug(3);
+    p.Bench().Unplug(1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_EQ(p.Button(), DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_TRUE(p.ui.Messages().empty());
 }
 
 TEST_F(StationRunE2e, StartWithoutThePackageFileShowsTheMessageAndStaysReady) {

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 #include "devices/ComProbe.h"
 #include "devices/DeviceMonitor.h"
 #include "devices/DeviceText.h"
@@ -12,8 +15,17 @@ namespace {
 
 class SimBenchTest : public ::testing::Test {
 protected:
+    // Lets the re-enumeration time pass and waits (in real time) for the phone to be back.
+    bool ComesBack(std::uint64_t generation) {
+        clock.Advance(SimBench::kReEnumerateMs);
+        for (int i = 0; i < 500 && bench.Changes().Generation() == generation; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        return bench.Changes().Generation() == generation + 1;
+    }
+
+    platform::ManualClock clock;
     engine::SimPhoneRegistry registry;
-    SimBench bench{2, 4, registry};
+    SimBench bench{2, 4, registry, clock};
 };
 
 TEST_F(SimBenchTest, SocketsHaveStableLsAndHsLocationsAndHubPorts) {
@@ -29,6 +41,8 @@ TEST_F(SimBenchTest, SocketsHaveStableLsAndHsLocationsAndHubPorts) {
 TEST_F(SimBenchTest, PhonesShowInTheirServiceAndReEnumerateWhenTheEngineSwitchesThem) {
     EXPECT_EQ(bench.ServiceDevices("wdm_usb"), std::nullopt);  // no device seen yet
     const auto g0 = bench.Changes().Generation();
+    // The bench's returner thread waits on the clock from the start.
+    ASSERT_TRUE(clock.AwaitWaiters(1));
     ASSERT_TRUE(bench.Plug(1, PhoneKind::MTK_BROM, {}));
     ASSERT_TRUE(bench.Plug(2, PhoneKind::SPRD, {}));
     EXPECT_FALSE(bench.Plug(1, PhoneKind::SPRD, {}));  // taken
@@ -52,7 +66,10 @@ TEST_F(SimBenchTest, PhonesShowInTheirServiceAndReEnumerateWhenTheEngineSwitches
     const int com = devices::PortNumberOf(devices::PortNameOf(sprdName));
     registry.NotifySwitch({engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT, "", static_cast<unsigned long>(com), -1});
     EXPECT_EQ(bench.ModeAt(2), PhoneMode::SPRD_DOWNLOAD);
-    EXPECT_EQ(bench.Changes().Generation(), g0 + 4);
+    EXPECT_EQ(bench.InstanceIdAt(2), "");  // away for a moment
+    EXPECT_TRUE(bench.ServiceDevices("sprdvcom")->empty());
+    ASSERT_TRUE(ComesBack(g0 + 4));
+    EXPECT_EQ(bench.FriendlyNameAt(2), "SPRD Download Port (COM" + std::to_string(com) + ")");
 
     ASSERT_TRUE(bench.Unplug(1));
     EXPECT_FALSE(bench.Unplug(1));
@@ -60,8 +77,8 @@ TEST_F(SimBenchTest, PhonesShowInTheirServiceAndReEnumerateWhenTheEngineSwitches
 }
 
 TEST_F(SimBenchTest, ComPortsArePseudoTerminalsThatVanishWithThePhone) {
-    platform::SystemClock clock;
-    devices::ComProbe probe(clock, [this](int n) { return bench.SerialNodeOf(n); });
+    platform::SystemClock real;
+    devices::ComProbe probe(real, [this](int n) { return bench.SerialNodeOf(n); });
     ASSERT_TRUE(bench.Plug(0, PhoneKind::MTK_PRELOADER, {}));
     const std::string name = bench.FriendlyNameAt(0);
     EXPECT_NE(name.find("PreLoader"), std::string::npos);
