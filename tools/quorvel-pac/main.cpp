@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -33,6 +34,7 @@ Usage:
   quorvel-pac verify  [--json] PACKAGE          read the whole package and check both CRCs
   quorvel-pac extract [--json] PACKAGE FOLDER   extract every file into a new folder
                                                 FOLDER/_DownloadFiles<n>, named as the station names it
+                                                (FOLDER is made when it does not exist)
   quorvel-pac plan    [--json] PACKAGE          show which files the station would download
                                                 and the verdict of its safety checks
   quorvel-pac --help
@@ -240,6 +242,9 @@ int Extract(const std::string& path, const std::string& folder, bool json, bool 
     CBinPack pack(ui, clock, &window);
     PacHeader header = EmptyPacHeader();
     std::vector<PacFileEntry> table;
+    // A technician names a folder to unpack into; make it as `mkdir -p` would.
+    std::error_code ec;
+    std::filesystem::create_directories(folder, ec);
     int ok = pack.Open(path);
     if (ok) ok = pack.Unpack(folder.c_str(), &header, &table);
     bar.Finish();
