@@ -3,6 +3,9 @@
 // Threads: everything but the walks runs on the station thread; StartAll's walk,
 // StopAll's walk and the package verification run on one short-lived thread each.
 // The state is the only value they share and sits under stateLock_.
+// Destroying workers (RemoveAllWorkers, the destructor) joins their threads, so it
+// must not happen on the station thread while a job may still send to it: at
+// start-up, or after the station loop has stopped (a stopped loop releases senders).
 
 #include <memory>
 #include <mutex>
