@@ -55,8 +55,12 @@ StationRig::StationRig(app::Station& station, platform::StationLoop& loop, Conso
       run_(std::make_unique<StationRun>(station, loop, console, *backend_, engines_)) {}
 
 // The run (its monitor and workers) goes before the backend it watches.
-StationRig::~StationRig() { run_.reset(); }
+StationRig::~StationRig() {
+    run_.reset();
+}
 
-sim::SimBench* StationRig::Bench() { return backend_->Bench(); }
+sim::SimBench* StationRig::Bench() {
+    return backend_->Bench();
+}
 
 }  // namespace quorvel::console

@@ -43,8 +43,7 @@ void StationRun::BuildSlots() {
 
 bool StationRun::RunPreparation(bool verify) {
     packages::PreparationWindowLogic::StartVerify start;
-    if (verify)
-        start = [this](std::shared_ptr<platform::MessageWindow> receiver) { manager_.VerifyPackage(receiver); };
+    if (verify) start = [this](std::shared_ptr<platform::MessageWindow> receiver) { manager_.VerifyPackage(receiver); };
     packages::PreparationWindowLogic dialog(station_, start);
     station_.ui.RunPreparationDialog(dialog);
     dialog.WaitForWork();

@@ -23,7 +23,9 @@ void PortBinding::Log(const std::string& text) {
     if (station_.settings.EnableDebug) station_.settingsStore.UiLog(text);
 }
 
-bool PortBinding::HasWorker(int i) { return manager_.WorkerAt(i) != nullptr; }
+bool PortBinding::HasWorker(int i) {
+    return manager_.WorkerAt(i) != nullptr;
+}
 
 platform::LResult PortBinding::OnDeviceEvent(const DeviceEventRecord& record) {
     switch (record.kind) {
@@ -94,8 +96,8 @@ bool PortBinding::HasBinded_MTK(const app::DeviceInfo& info) {
     BindingTable& t = station_.bindings;
     for (int i = 0; i < kSlotCount; ++i) {
         const auto e = t.Get(i);
-        const bool match = (e.hs == location && (c == PID_PRELOADER || c == PID_DA)) ||
-                           (e.ls == location && c == PID_BROM);
+        const bool match =
+            (e.hs == location && (c == PID_PRELOADER || c == PID_DA)) || (e.ls == location && c == PID_BROM);
         if (!match) continue;
         if (e.state == app::BIND_BUSY) return false;
         if (c == PID_DA && e.state == app::BIND_PRELOADER_BINDED) continue;
@@ -174,7 +176,9 @@ bool PortBinding::Bind_SPRDDev(const app::DeviceInfo& info) {
     return false;
 }
 
-bool PortBinding::SignalRemoval(const std::string& friendlyName) { return manager_.SignalRemoval(friendlyName); }
+bool PortBinding::SignalRemoval(const std::string& friendlyName) {
+    return manager_.SignalRemoval(friendlyName);
+}
 
 void PortBinding::AutoStopCheck() {
     int idle = 0;

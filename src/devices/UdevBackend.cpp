@@ -32,7 +32,9 @@ std::string Attr(udev_device* d, const char* name) {
     return v ? v : "";
 }
 
-std::string Text(const char* v) { return v ? v : ""; }
+std::string Text(const char* v) {
+    return v ? v : "";
+}
 
 // Walks the devices of one subsystem (and devtype), calling `f` with each.
 void ForEach(struct udev* u, const char* subsystem, const char* devtype, const std::function<void(udev_device*)>& f) {

@@ -265,7 +265,9 @@ std::vector<app::DeviceInfo> SimBench::EnumeratePreloaderDevices() {
     return found;
 }
 
-bool SimBench::ServiceExists(const std::string& service) { return service == "wdm_usb" || service == "sprdvcom"; }
+bool SimBench::ServiceExists(const std::string& service) {
+    return service == "wdm_usb" || service == "sprdvcom";
+}
 
 std::optional<std::vector<std::string>> SimBench::ServiceDevices(const std::string& service) {
     std::lock_guard g(mutex_);

@@ -13,10 +13,10 @@
 #include <condition_variable>
 #include <map>
 #include <memory>
-#include <thread>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "devices/DeviceBackend.h"
@@ -93,7 +93,7 @@ private:
     engine::SimPhoneRegistry& registry_;
     devices::ChangeSignal changes_;
     mutable std::mutex mutex_;
-    std::map<int, Phone> phones_;          // by socket
+    std::map<int, Phone> phones_;           // by socket
     std::map<std::string, bool> enumSeen_;  // services that have had a device
     int nextCom_ = 1;
     std::uint64_t nextPlugId_ = 1;

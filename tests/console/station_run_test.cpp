@@ -1,8 +1,7 @@
-#include "console/StationRun.h"
-
 #include <gtest/gtest.h>
 
 #include "console/ConsoleController.h"
+#include "console/StationRun.h"
 #include "devices/DeviceTestKit.h"
 #include "engine/SimEngines.h"
 #include "platform/ProfileIni.h"
@@ -21,7 +20,8 @@ protected:
     void SetUp() override {
         f.dir.Write("fw/A_scatter.txt", "x");
         f.dir.Write("fw/phone.cfg", "x");
-        std::string text = "[COMMON]\nLANGUAGE=2052\nMac=00-11-22-33-44-55\nFilePath=" + f.dir.File("fw/A_scatter.txt") + "\n";
+        std::string text =
+            "[COMMON]\nLANGUAGE=2052\nMac=00-11-22-33-44-55\nFilePath=" + f.dir.File("fw/A_scatter.txt") + "\n";
         for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
             text += std::string("[") + section + "]\n";
             for (int i = 0; i < kSlotCount; ++i) text += "Index" + std::to_string(i) + "=NA\n";

@@ -23,7 +23,8 @@ public:
     Pty() {
         master_ = ::posix_openpt(O_RDWR | O_NOCTTY);
         char name[128];
-        if (master_ >= 0 && ::grantpt(master_) == 0 && ::unlockpt(master_) == 0 && ::ptsname_r(master_, name, sizeof name) == 0)
+        if (master_ >= 0 && ::grantpt(master_) == 0 && ::unlockpt(master_) == 0 &&
+            ::ptsname_r(master_, name, sizeof name) == 0)
             slave_ = name;
     }
     ~Pty() {

@@ -1,13 +1,11 @@
-#include "devices/ComProbe.h"
-
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include "DeviceTestKit.h"
+#include "devices/ComProbe.h"
 
 namespace quorvel::devices {
 namespace {

@@ -1,10 +1,9 @@
-#include "devices/DeviceMonitor.h"
-
 #include <gtest/gtest.h>
 
 #include <condition_variable>
 
 #include "app/Messages.h"
+#include "devices/DeviceMonitor.h"
 #include "support/StationFixture.h"
 
 namespace quorvel::devices {
@@ -178,7 +177,8 @@ TEST_F(DeviceMonitorTest, ANewStartNeverLeavesTwoWatchesAndAStoppedOneEndsAtTheN
     // and reads the list only at the next change, reporting it whole.
     st.stationRunning = true;
     monitor.Start();
-    for (int i = 0; i < 500 && monitor.LiveWatches() > 1; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    for (int i = 0; i < 500 && monitor.LiveWatches() > 1; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
     EXPECT_EQ(monitor.LiveWatches(), 1);
     EXPECT_EQ(sink.Records().size(), 1u);
     backend.SetList("wdm_usb", std::vector<std::string>{"A", "B"});
@@ -189,7 +189,8 @@ TEST_F(DeviceMonitorTest, ANewStartNeverLeavesTwoWatchesAndAStoppedOneEndsAtTheN
     st.stationRunning = false;
     backend.SetList("wdm_usb", std::vector<std::string>{"B"});
     ASSERT_TRUE(sink.AwaitCount(4));  // the pass that was waiting still reports
-    for (int i = 0; i < 500 && monitor.LiveWatches() > 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    for (int i = 0; i < 500 && monitor.LiveWatches() > 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
     EXPECT_EQ(monitor.LiveWatches(), 0);
 }
 

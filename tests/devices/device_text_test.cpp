@@ -1,9 +1,8 @@
-#include "devices/DeviceText.h"
-
 #include <gtest/gtest.h>
 
 #include "devices/DeviceBackend.h"
 #include "devices/DeviceMonitor.h"
+#include "devices/DeviceText.h"
 
 namespace quorvel::devices {
 namespace {

@@ -1,9 +1,8 @@
-#include "devices/PortBinding.h"
-
 #include <gtest/gtest.h>
 
 #include "DeviceTestKit.h"
 #include "app/Messages.h"
+#include "devices/PortBinding.h"
 #include "engine/DownloadManager.h"
 #include "engine/SimEngines.h"
 #include "platform/ProfileIni.h"
@@ -45,8 +44,8 @@ protected:
         CopyField(d.friendlyName, "Phone (COM5)");
         return d;
     }
-    static DeviceEventRecord Event(const std::string& id, const std::string& location, std::uint32_t kind,
-                                   bool arrived, const std::string& name = "Phone (COM5)") {
+    static DeviceEventRecord Event(const std::string& id, const std::string& location, std::uint32_t kind, bool arrived,
+                                   const std::string& name = "Phone (COM5)") {
         DeviceEventRecord r{};
         CopyField(r.instanceId, id);
         CopyField(r.friendlyName, name);
@@ -184,7 +183,7 @@ TEST_F(PortBindingTest, UnknownDevicesAndUnopenableCfgPortsAreDropped) {
     test::ClockDriver driver(f.clock);
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EVENT_MTK, true));  // class OTHER
     EXPECT_EQ(st.bindings.State(0), BIND_IDLE);
-    EXPECT_EQ(Saved("THREADSTATUS", 0), "?");  // nothing saved
+    EXPECT_EQ(Saved("THREADSTATUS", 0), "?");                                              // nothing saved
     binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_CFG, true, "Phone (C)"));  // no port name
     EXPECT_EQ(st.bindings.State(0), BIND_IDLE);
     binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_CFG, true));

@@ -2,18 +2,17 @@
 // test re-runs itself under umockdev-wrapper when it is not already inside one.
 // libumockdev is loaded at run time, so the build needs nothing beyond libudev.
 
-#include "devices/UdevBackend.h"
-
 #include <dlfcn.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <thread>
+
+#include "devices/UdevBackend.h"
 
 namespace quorvel::devices {
 namespace {
@@ -68,14 +67,14 @@ int RunWrapped() {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-#define RUN_UNDER_UMOCKDEV()                                                                  \
-    if (!InsideWrapper()) {                                                                   \
-        if (std::system("command -v umockdev-wrapper >/dev/null 2>&1") != 0)                  \
-            GTEST_SKIP() << "umockdev-wrapper is not installed";                              \
-        EXPECT_EQ(RunWrapped(), 0);                                                           \
-        return;                                                                               \
-    }                                                                                         \
-    ASSERT_TRUE(mock.Load()) << "libumockdev.so.0 not found";                                 \
+#define RUN_UNDER_UMOCKDEV()                                                 \
+    if (!InsideWrapper()) {                                                  \
+        if (std::system("command -v umockdev-wrapper >/dev/null 2>&1") != 0) \
+            GTEST_SKIP() << "umockdev-wrapper is not installed";             \
+        EXPECT_EQ(RunWrapped(), 0);                                          \
+        return;                                                              \
+    }                                                                        \
+    ASSERT_TRUE(mock.Load()) << "libumockdev.so.0 not found";                \
     tb = mock.testbedNew()
 
 class UdevBackendTest : public ::testing::Test {
@@ -104,8 +103,9 @@ protected:
     // A USB device with VID/PID at `parent`, with one interface bound to `driver`.
     std::string Phone(const std::string& parent, const char* name, const char* pid, const char* devpath,
                       const char* product, const char* tty, const char* driver = "cdc_acm") {
-        const std::string usb = Add("usb", name, parent, "usb_device",
-                                    {{"idVendor", "0e8d"}, {"idProduct", pid}, {"devpath", devpath}, {"product", product}});
+        const std::string usb =
+            Add("usb", name, parent, "usb_device",
+                {{"idVendor", "0e8d"}, {"idProduct", pid}, {"devpath", devpath}, {"product", product}});
         const std::string iface = std::string(name) + ":1.0";
         const std::string i = Add("usb", iface.c_str(), usb, "usb_interface", {}, driver);
         if (tty) Add("tty", tty, i, "", {});
@@ -114,8 +114,9 @@ protected:
     void BuildTree() {
         root = Add("usb", "usb1", "", "usb_device",
                    {{"bDeviceClass", "09"}, {"maxchild", "2"}, {"idVendor", "1d6b"}, {"idProduct", "0002"}});
-        hub = Add("usb", "1-1", root, "usb_device",
-                  {{"bDeviceClass", "09"}, {"maxchild", "4"}, {"devpath", "1"}, {"idVendor", "1a40"}, {"idProduct", "0101"}});
+        hub = Add(
+            "usb", "1-1", root, "usb_device",
+            {{"bDeviceClass", "09"}, {"maxchild", "4"}, {"devpath", "1"}, {"idVendor", "1a40"}, {"idProduct", "0101"}});
         phone = Phone(hub, "1-1.3", "2000", "1.3", "MT65xx Preloader", "ttyACM0");
     }
 

@@ -1,5 +1,3 @@
-#include "sim/SimBench.h"
-
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -9,6 +7,7 @@
 #include "devices/DeviceMonitor.h"
 #include "devices/DeviceText.h"
 #include "sim/Scenario.h"
+#include "sim/SimBench.h"
 
 namespace quorvel::sim {
 namespace {

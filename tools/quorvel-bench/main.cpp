@@ -101,7 +101,8 @@ int main(int argc, char** argv) {
     if (!ready) {
         rc = 1;
     } else if (!rig.Bench()) {
-        std::fprintf(stderr, "quorvel-bench: the station folder is not set up for the simulated bench ([BENCH] Simulated=1)\n");
+        std::fprintf(stderr,
+                     "quorvel-bench: the station folder is not set up for the simulated bench ([BENCH] Simulated=1)\n");
         rc = 1;
     } else {
         log = sim::RunScenario(*scenario, clock, *rig.Bench(), loop);
