@@ -26,11 +26,13 @@ TEST(EngineConcurrency, SixteenSlotsOfEveryPlatformCountEveryJob) {
     h.StartStation();
 
     std::uint32_t expectedFail = 0;
+    std::vector<int> passed(kSlots, 0);
     for (int round = 0; round < kRounds; ++round) {
         for (int slot = 0; slot < kSlots; ++slot) {
             const int platform = (slot + round) % 3;
             const bool fails = (slot + round) % 4 == 0;
             expectedFail += fails ? 1 : 0;
+            passed[static_cast<std::size_t>(slot)] += fails ? 0 : 1;
             PhoneProfile p;
             p.pass = !fails;
             p.durationMs = 3000 + 500 * slot;
@@ -57,6 +59,17 @@ TEST(EngineConcurrency, SixteenSlotsOfEveryPlatformCountEveryJob) {
         }
         h.Settle();
         EXPECT_EQ(st.statistics.Fail(), expectedFail) << "round " << round;
+        for (int slot = 0; slot < kSlots; ++slot) {
+            const int platform = (slot + round) % 3;
+            const bool fails = (slot + round) % 4 == 0;
+            const std::string counts = "(" + std::to_string(passed[static_cast<std::size_t>(slot)]) + "/" +
+                                       std::to_string(round + 1) + ")";
+            EXPECT_EQ(h.Result(slot), (fails ? "FAIL" : "PASS") + counts) << "slot " << slot << " round " << round;
+            // MTK and SPRD slots end bound again; a CFG slot stays BUSY until the console's Stop.
+            EXPECT_EQ(h.State(slot), platform == 2 ? app::BIND_BUSY : app::BIND_ALL_BINDED) << "slot " << slot;
+            if (platform == 0 && !fails) EXPECT_EQ(h.Bar(slot), "Download Completely!(100%)") << "slot " << slot;
+            if (platform == 1) EXPECT_EQ(h.Bar(slot), fails ? "Failed: Downloading... failed" : "Passed");
+        }
     }
     for (int slot = 0; slot < kSlots; ++slot) {
         const auto* w = h.manager->WorkerAt(slot);
