@@ -234,8 +234,16 @@ std::optional<std::string> UdevBackend::FriendlyNameOf(const std::string& instan
     Udev u(udev_new());
     if (!u) return std::nullopt;
     Device d(udev_device_new_from_subsystem_sysname(u.get(), "usb", instanceId.substr(cut + 1).c_str()));
-    if (!d) return std::nullopt;
-    return FriendlyNameOfDevice(u.get(), d.get());
+    std::lock_guard g(namesMutex_);
+    // The sysfs name is the socket's; another device there now is not the one asked about.
+    if (d && InstanceIdOf(d.get()) == instanceId) {
+        if (auto name = FriendlyNameOfDevice(u.get(), d.get())) return names_[instanceId] = *name;
+        return std::nullopt;
+    }
+    // Gone: the name it had, so its removal can be told to the worker serving it.
+    auto it = names_.find(instanceId);
+    if (it == names_.end()) return std::nullopt;
+    return it->second;
 }
 
 std::string UdevBackend::SerialNodeOf(int comNumber) {

@@ -8,6 +8,7 @@
 // context, and one background thread watches the monitor.
 
 #include <map>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -49,6 +50,8 @@ private:
     platform::SysPaths paths_;
     std::map<std::string, std::string> aliases_;
     ChangeSignal changes_;
+    std::mutex namesMutex_;
+    std::map<std::string, std::string> names_;  // last known name of each device asked about
     int stopFd_ = -1;
     std::thread watcher_;
 };

@@ -146,7 +146,9 @@ bool SimBench::Enumerate(int socket, Phone& phone, bool keepCom) {
     phone.slavePath = name;
     if (!keepCom) phone.com = nextCom_++;
     enumSeen_[ServiceOf(phone)] = true;
-    registry_.SetProfile(InstanceIdOf(socket, phone), phone.profile);
+    const std::string id = InstanceIdOf(socket, phone);
+    names_[id] = FriendlyNameOf(phone);
+    registry_.SetProfile(id, phone.profile);
     if (phone.kind == PhoneKind::SPRD) registry_.SetPortProfile(static_cast<unsigned long>(phone.com), phone.profile);
     return true;
 }
@@ -289,9 +291,10 @@ devices::PortTable SimBench::BuildPortTable(const std::string& service) {
 
 std::optional<std::string> SimBench::FriendlyNameOf(const std::string& instanceId) {
     std::lock_guard g(mutex_);
-    for (const auto& [socket, phone] : phones_)
-        if (phone.present && InstanceIdOf(socket, phone) == instanceId) return FriendlyNameOf(phone);
-    return std::nullopt;
+    // A device keeps its name after it has gone, as the removal event needs it.
+    auto it = names_.find(instanceId);
+    if (it == names_.end()) return std::nullopt;
+    return it->second;
 }
 
 std::string SimBench::SerialNodeOf(int comNumber) {

@@ -93,8 +93,9 @@ private:
     engine::SimPhoneRegistry& registry_;
     devices::ChangeSignal changes_;
     mutable std::mutex mutex_;
-    std::map<int, Phone> phones_;           // by socket
-    std::map<std::string, bool> enumSeen_;  // services that have had a device
+    std::map<int, Phone> phones_;               // by socket
+    std::map<std::string, bool> enumSeen_;      // services that have had a device
+    std::map<std::string, std::string> names_;  // friendly names of every device seen
     int nextCom_ = 1;
     std::uint64_t nextPlugId_ = 1;
     platform::Clock& clock_;

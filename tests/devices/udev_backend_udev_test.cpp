@@ -162,6 +162,8 @@ TEST_F(UdevBackendTest, HotPlugIsNoticedAndTheSocketKeepsItsLocation) {
     UdevBackend backend({}, {{"wdm_usb", "cdc_acm"}});
     std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the watcher is listening
     const auto before = backend.Changes().Generation();
+    const std::string preloader = "USB\\VID_0E8D&PID_2000\\1-1.3:1.0";
+    EXPECT_EQ(backend.FriendlyNameOf(preloader), "MT65xx Preloader (COM1)");
 
     // The phone on port 3 comes back in download-agent mode (the sysfs name is the
     // socket's, so the device node stays), and a second one appears on port 4.
@@ -183,6 +185,8 @@ TEST_F(UdevBackendTest, HotPlugIsNoticedAndTheSocketKeepsItsLocation) {
     EXPECT_EQ(backend.FriendlyNameOf(table.instanceIds[0]), "MT65xx DA (COM1)");
     EXPECT_EQ(backend.FriendlyNameOf(table.instanceIds[1]), "MT65xx BROM");  // no serial node
     EXPECT_TRUE(backend.EnumeratePreloaderDevices().empty());
+    // The preloader device is gone but keeps its name, so its removal reaches its worker.
+    EXPECT_EQ(backend.FriendlyNameOf(preloader), "MT65xx Preloader (COM1)");
 }
 
 }  // namespace

@@ -60,7 +60,9 @@ TEST_F(SimBenchTest, PhonesShowInTheirServiceAndReEnumerateWhenTheEngineSwitches
     const std::string da = bench.InstanceIdAt(1);
     EXPECT_NE(da.find("PID_2001"), std::string::npos);
     EXPECT_EQ(devices::LocationIn(bench.BuildPortTable("wdm_usb"), da), bench.HsLocation(1));
-    EXPECT_EQ(bench.FriendlyNameOf(brom), std::nullopt);  // the old device is gone
+    // The old device is gone but keeps its name, for its removal event.
+    EXPECT_EQ(*bench.FriendlyNameOf(brom), "MTK USB Port (COM1)");
+    EXPECT_EQ(bench.FriendlyNameOf("USB\\VID_0E8D&PID_2000\\9-9.9:1.0"), std::nullopt);
 
     const int com = devices::PortNumberOf(devices::PortNameOf(sprdName));
     registry.NotifySwitch({engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT, "", static_cast<unsigned long>(com), -1});
