@@ -112,6 +112,11 @@ void BM_SixteenSlotsProgress(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(BM_SixteenSlotsProgress)->Args({20000, 0})->Args({20000, 1})->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_SixteenSlotsProgress)
+    ->Args({20000, 0})
+    ->Args({20000, 1})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
 
 BENCHMARK_MAIN();

@@ -1,7 +1,8 @@
 #include "engine/DownloadManager.h"
 
-#include <cstdio>
 #include <strings.h>
+
+#include <cstdio>
 
 #include "app/Messages.h"
 #include "app/Station.h"
@@ -143,7 +144,9 @@ void DownloadManager::VerifyPackage(std::shared_ptr<platform::MessageWindow> win
     walks_.emplace_back([this] { workers_.front()->VerifyPackage(); });
 }
 
-int DownloadManager::PreLoadPackage() { return workers_.empty() ? -1 : workers_.front()->PreLoadPackage(); }
+int DownloadManager::PreLoadPackage() {
+    return workers_.empty() ? -1 : workers_.front()->PreLoadPackage();
+}
 
 void DownloadManager::PackageVersionText(int kind, std::string& text) {
     if (!workers_.empty()) workers_.front()->PackageVersionText(kind, text);
@@ -153,6 +156,8 @@ void DownloadManager::FillVersionInfo(app::VersionInfo* info) {
     if (!workers_.empty()) workers_.front()->FillVersionInfo(info);
 }
 
-void DownloadManager::ShowSlotElapsed(int slot) { engine::ShowSlotElapsed(station_, slot); }
+void DownloadManager::ShowSlotElapsed(int slot) {
+    engine::ShowSlotElapsed(station_, slot);
+}
 
 }  // namespace quorvel::engine

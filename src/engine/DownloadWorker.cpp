@@ -11,7 +11,9 @@
 namespace quorvel::engine {
 
 namespace {
-bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
+bool Contains(const std::string& text, const char* part) {
+    return text.find(part) != std::string::npos;
+}
 std::string SlotNumberText(int slot) {
     char buf[16];
     std::snprintf(buf, sizeof buf, "%02d", slot + 1);
@@ -344,12 +346,11 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
 void DownloadWorker::MtkJob() {
     const int slot = ThreadIndex();
     const auto& s = station_.settings;
-    mtk_->SetDLPara(slot, static_cast<int>(s.CheckVersion), static_cast<int>(s.BromLog),
-                    static_cast<int>(s.FlashCheckSum), static_cast<int>(s.ForceWatchdogReset),
-                    static_cast<int>(s.EnableAutoPulling), static_cast<int>(s.Battery), 0, "",
-                    s.MTK_BK_NVRAM_FILENAME.c_str(), s.MTK_BK_PROINFO_FILENAME.c_str(),
-                    static_cast<int>(s.MTK_UPGRADE_BK_NV), static_cast<int>(s.CleanBinRegionData),
-                    static_cast<int>(s.NVDATAZIP));
+    mtk_->SetDLPara(
+        slot, static_cast<int>(s.CheckVersion), static_cast<int>(s.BromLog), static_cast<int>(s.FlashCheckSum),
+        static_cast<int>(s.ForceWatchdogReset), static_cast<int>(s.EnableAutoPulling), static_cast<int>(s.Battery), 0,
+        "", s.MTK_BK_NVRAM_FILENAME.c_str(), s.MTK_BK_PROINFO_FILENAME.c_str(), static_cast<int>(s.MTK_UPGRADE_BK_NV),
+        static_cast<int>(s.CleanBinRegionData), static_cast<int>(s.NVDATAZIP));
     const auto& m = s.memoryTest;
     mtk_->SetMemoryTestPara(static_cast<int>(m.DataBus), static_cast<int>(m.AddrBus), static_cast<int>(m.PatternTest),
                             static_cast<int>(m.IncDecTest), static_cast<int>(m.PatternNum));
@@ -367,7 +368,8 @@ void DownloadWorker::MtkJob() {
     if (r == 0 && s.ForceWatchdogReset == 1 && s.EnableAutoPulling == 0) {
         const auto row = static_cast<std::uint32_t>(slot);
         const std::string first = station_.language.ChooseText(app::texts::kPhoneRestarting);
-        window_.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row, 3), reinterpret_cast<platform::LParam>(first.c_str()));
+        window_.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row, 3),
+                     reinterpret_cast<platform::LParam>(first.c_str()));
         station_.clock.Sleep(s.SleepTimeRestart);
         const std::string second = station_.language.ChooseText(app::texts::kPhoneRestarted);
         window_.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row, 2),
@@ -421,8 +423,8 @@ int DownloadWorker::PreLoadPackage() {
     const auto& pkg = station_.package;
     if (pkg.kind == app::PACKAGE_MTK_SCATTER) {
         const auto prep = station_.mtkPrep.Get();
-        app::SpmtkEfuseInfo efuse{prep->EfuseEnabled, prep->DaVariant, 0, 0, prep->DaBrPath.c_str(),
-                                  prep->DaPlPath.c_str()};
+        app::SpmtkEfuseInfo efuse{prep->EfuseEnabled,     prep->DaVariant,       0, 0,
+                                  prep->DaBrPath.c_str(), prep->DaPlPath.c_str()};
         std::string path = pkg.scatterFilePath;
         const int r = mtk_->PreLoadFiles(path.data(), true, static_cast<int>(station_.settings.FlashCheckSum),
                                          pkg.downloadType, efuse, pkg.reserveUserData);
@@ -447,7 +449,9 @@ void DownloadWorker::PackageVersionText(int kind, std::string& text) {
     }
 }
 
-void DownloadWorker::FillVersionInfo(app::VersionInfo* info) { mtk_->GetVersionInfo(info); }
+void DownloadWorker::FillVersionInfo(app::VersionInfo* info) {
+    mtk_->GetVersionInfo(info);
+}
 
 void DownloadWorker::VerifyPackage() {
     auto window = checksumWindow_;

@@ -55,8 +55,7 @@ private:
 
 class DownloadWorker {
 public:
-    DownloadWorker(app::Station& station, platform::MessageWindow& mainWindow, EngineFactory& engines,
-                   int threadIndex);
+    DownloadWorker(app::Station& station, platform::MessageWindow& mainWindow, EngineFactory& engines, int threadIndex);
     ~DownloadWorker();
     DownloadWorker(const DownloadWorker&) = delete;
     DownloadWorker& operator=(const DownloadWorker&) = delete;

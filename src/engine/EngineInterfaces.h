@@ -20,8 +20,8 @@ namespace quorvel::engine {
 // The SPRD engine's result record, pointed to by lParam of WM_APP+217.
 struct SprdPortResult {
     char reserved[158];
-    char errorText[1330];       // empty when the port passed
-    std::int32_t reEnumerate;   // 1: the phone now re-enumerates on its download port
+    char errorText[1330];      // empty when the port passed
+    std::int32_t reEnumerate;  // 1: the phone now re-enumerates on its download port
     std::int32_t reserved2;
 };
 static_assert(offsetof(SprdPortResult, errorText) == 158);
@@ -45,7 +45,7 @@ public:
     virtual void GetVersionInfo(app::VersionInfo* info) = 0;
     virtual int PreLoadFiles(char* scatterPath, bool arg2, int flashCheckSum, int downloadType,
                              app::SpmtkEfuseInfo efuse, bool reserveUserData) = 0;  // 0 = success
-    virtual int VerifyHostBufferBeforeStart(const char* checksumIni) = 0;    // non-zero = passed
+    virtual int VerifyHostBufferBeforeStart(const char* checksumIni) = 0;           // non-zero = passed
     virtual void SetChkSumWnd(platform::MessageWindow* window) = 0;
 };
 

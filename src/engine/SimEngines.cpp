@@ -162,8 +162,8 @@ int RunMtkStyleJob(app::Station& station, platform::MessageWindow& window, Cance
 SimMtkEngine::SimMtkEngine(app::Station& station, SimPhoneRegistry& registry, platform::MessageWindow& window)
     : station_(station), registry_(registry), window_(window), wait_(station.clock) {}
 
-void SimMtkEngine::SetDLPara(int threadIndex, int, int, int, int, int, int, int, const char*, const char*,
-                             const char*, int, int, int) {
+void SimMtkEngine::SetDLPara(int threadIndex, int, int, int, int, int, int, int, const char*, const char*, const char*,
+                             int, int, int) {
     slot_ = threadIndex;
     wait_.Reset();
 }

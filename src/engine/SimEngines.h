@@ -24,13 +24,13 @@ class Station;
 namespace quorvel::engine {
 
 struct PhoneProfile {
-    platform::Millis durationMs = 6000;        // the job's fixed steps, without the transfer
+    platform::Millis durationMs = 6000;  // the job's fixed steps, without the transfer
     bool pass = true;
-    int failingStep = -1;                      // the step a failing job stops at; -1: after the last
-    std::uint64_t sizeBytes = 32ull << 20;     // image bytes transferred
-    double speedMBps = 16.0;                   // transfer speed; 0: no transfer time
-    bool switchPort = true;                    // MTK: report the DA switch; SPRD: phase 1 re-enumerates
-    platform::Millis sprdPhase1Ms = 3000;      // SPRD: time until phase 1 ends
+    int failingStep = -1;                   // the step a failing job stops at; -1: after the last
+    std::uint64_t sizeBytes = 32ull << 20;  // image bytes transferred
+    double speedMBps = 16.0;                // transfer speed; 0: no transfer time
+    bool switchPort = true;                 // MTK: report the DA switch; SPRD: phase 1 re-enumerates
+    platform::Millis sprdPhase1Ms = 3000;   // SPRD: time until phase 1 ends
 };
 
 // A simulated phone moves to its next port: the bench re-enumerates it.

@@ -17,7 +17,9 @@ std::string Format(const char* fmt, Args... args) {
     return buf;
 }
 
-bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
 }  // namespace
 
 SlotDisplay::SlotDisplay(app::Station& station) : station_(station) {}
@@ -102,7 +104,8 @@ void SlotDisplay::CountResultLocked(int row, bool passed) {
     });
     ShowComposedLocked(row);
     ++jobCount_;
-    SetResult(row, Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, passCount_, jobCount_),
+    SetResult(row,
+              Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, passCount_, jobCount_),
               passed ? kColourDarkGreen : kColourRed);
 }
 
@@ -111,7 +114,12 @@ platform::LResult SlotDisplay::ShowStep(int row, int step, platform::LParam lPar
     std::unique_lock lk(mutex_);
     status_ = app::texts::kSprdStepNames[step];
     switch (step) {
-        case 0: case 1: case 2: case 3: case 4: case 9: {
+        case 0:
+        case 1:
+        case 2:
+        case 3:
+        case 4:
+        case 9: {
             const int position = static_cast<int>(percent_);
             const std::string text = status_;
             station_.slotList.EditRow(row, [&](app::SlotRow& r) {
@@ -121,9 +129,8 @@ platform::LResult SlotDisplay::ShowStep(int row, int step, platform::LParam lPar
             });
             return 0;
         }
-        case 10: case 11:
-            lk.unlock();
-            return SprdFinished(row, reinterpret_cast<const SprdPortResult*>(lParam));
+        case 10:
+        case 11: lk.unlock(); return SprdFinished(row, reinterpret_cast<const SprdPortResult*>(lParam));
         default: return 0;
     }
 }
@@ -159,7 +166,8 @@ platform::LResult SlotDisplay::SprdFinished(int row, const SprdPortResult* recor
         r.progress.textColour = app::kBlack;
     });
     ++jobCount_;
-    SetResult(row, Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, passCount_, jobCount_),
+    SetResult(row,
+              Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, passCount_, jobCount_),
               passed ? kColourDarkGreen : kColourRed);
     station_.slotList.EditRow(row, [&](app::SlotRow& r) { r.progress.text = barText; });
     return 0;
@@ -202,7 +210,9 @@ void SlotDisplay::SetResult(int row, const std::string& text, app::Rgb colour) {
     });
 }
 
-std::string SlotDisplay::ResultText(int row) const { return station_.slotList.ResultText(row); }
+std::string SlotDisplay::ResultText(int row) const {
+    return station_.slotList.ResultText(row);
+}
 
 std::uint32_t SlotDisplay::PassCount() const {
     std::lock_guard g(mutex_);
@@ -216,8 +226,8 @@ std::uint32_t SlotDisplay::JobCount() const {
 
 void ShowSlotElapsed(app::Station& station, int slot) {
     if (slot < 0 || slot >= app::kSlotCount) return;
-    const std::time_t elapsed =
-        static_cast<std::time_t>(station.clock.WallSeconds() - station.slots.startTime[static_cast<std::size_t>(slot)].load());
+    const std::time_t elapsed = static_cast<std::time_t>(
+        station.clock.WallSeconds() - station.slots.startTime[static_cast<std::size_t>(slot)].load());
     std::tm tm{};
     gmtime_r(&elapsed, &tm);
     char buf[32];

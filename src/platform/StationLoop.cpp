@@ -6,7 +6,9 @@ namespace quorvel::platform {
 
 StationLoop::StationLoop(Clock& clock) : clock_(clock) {}
 
-StationLoop::~StationLoop() { Stop(); }
+StationLoop::~StationLoop() {
+    Stop();
+}
 
 void StationLoop::Start() {
     std::lock_guard g(mutex_);

@@ -85,7 +85,7 @@ private:
     Clock& clock_;
     MessageHandler* handler_ = nullptr;
     mutable std::mutex mutex_;
-    std::condition_variable wake_;     // the loop: new item, timer change, stop
+    std::condition_variable wake_;  // the loop: new item, timer change, stop
     std::deque<Item> queue_;
     std::map<int, Timer> timers_;
     bool running_ = false;

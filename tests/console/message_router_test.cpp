@@ -89,9 +89,9 @@ TEST_F(MessageRouterTest, StepNamesAreNumberedFromTheWorkStart) {
 
 TEST_F(MessageRouterTest, MessagesWithoutASlotChangeNothing) {
     const auto before = h.fx.station->slotList.Snapshot();
-    Send(kApp + 205, 77);  // no slot has COM77
+    Send(kApp + 205, 77);                                           // no slot has COM77
     Send(app::MSG_SLOT_PROGRESS, engine::PackProgress(2, 20), 50);  // row 20 of 8
-    h.fx.station->bindings.SetComName(9, "Far (COM40)");           // slot 9 has no row
+    h.fx.station->bindings.SetComName(9, "Far (COM40)");            // slot 9 has no row
     Send(kApp + 205, 40);
     EXPECT_EQ(h.fx.station->slotList.Snapshot().version, before.version);
 }
@@ -101,7 +101,8 @@ TEST_F(MessageRouterTest, ProgressGoesToTheRowInItsWParamAndTimersShowElapsedTim
     EXPECT_EQ(Bar(3), "(0/0)(55%)");
     h.fx.station->slots.startTime[4] = h.fx.clock.WallSeconds() - 61;
     h.loop.SetTimer(4, 1000);
-    ASSERT_TRUE(h.RunUntil([&] { return h.fx.station->slotList.CellText(4, app::COL_TIMER) == "00:01:02"; }));  // one tick later
+    ASSERT_TRUE(h.RunUntil(
+        [&] { return h.fx.station->slotList.CellText(4, app::COL_TIMER) == "00:01:02"; }));  // one tick later
     h.loop.KillTimer(4);
 }
 

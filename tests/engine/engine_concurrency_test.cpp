@@ -62,8 +62,8 @@ TEST(EngineConcurrency, SixteenSlotsOfEveryPlatformCountEveryJob) {
         for (int slot = 0; slot < kSlots; ++slot) {
             const int platform = (slot + round) % 3;
             const bool fails = (slot + round) % 4 == 0;
-            const std::string counts = "(" + std::to_string(passed[static_cast<std::size_t>(slot)]) + "/" +
-                                       std::to_string(round + 1) + ")";
+            const std::string counts =
+                "(" + std::to_string(passed[static_cast<std::size_t>(slot)]) + "/" + std::to_string(round + 1) + ")";
             EXPECT_EQ(h.Result(slot), (fails ? "FAIL" : "PASS") + counts) << "slot " << slot << " round " << round;
             // MTK and SPRD slots end bound again; a CFG slot stays BUSY until the console's Stop.
             EXPECT_EQ(h.State(slot), platform == 2 ? app::BIND_BUSY : app::BIND_ALL_BINDED) << "slot " << slot;

@@ -16,7 +16,8 @@ protected:
         for (int i = 0; i < 4; ++i) fx.station->slotList.InsertRow("0" + std::to_string(i + 1));
     }
     void Status(const char* text, int row = 1) {
-        display.HandleProgress(PackProgress(0, static_cast<std::uint32_t>(row)), reinterpret_cast<platform::LParam>(text));
+        display.HandleProgress(PackProgress(0, static_cast<std::uint32_t>(row)),
+                               reinterpret_cast<platform::LParam>(text));
     }
     void Value(std::uint32_t kind, platform::LParam v, int row = 1) {
         display.HandleProgress(PackProgress(kind, static_cast<std::uint32_t>(row)), v);

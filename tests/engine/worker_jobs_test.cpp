@@ -47,7 +47,9 @@ public:
     }
     void SetDAPort(int i) override { log_.Add("SetDAPort(" + std::to_string(i) + ")"); }
     void SetDownloadType(int t) override { log_.Add("SetDownloadType(" + std::to_string(t) + ")"); }
-    void SetDeviceInfo(app::DeviceInfo* d) override { log_.Add("SetDeviceInfo(" + app::FieldText(d->friendlyName) + ")"); }
+    void SetDeviceInfo(app::DeviceInfo* d) override {
+        log_.Add("SetDeviceInfo(" + app::FieldText(d->friendlyName) + ")");
+    }
     int DLOperationStart() override {
         log_.Add("DLOperationStart");
         return result_;
@@ -160,9 +162,12 @@ TEST(DownloadWorkerJobs, MtkCallOrderArgumentsAndRestartNotice) {
     h.StartStation();
     h.HandOver(0, h.Device(app::EVENT_MTK, "MTK DA (COM9)", "id"));
     ASSERT_TRUE(h.RunUntil([&] { return h.fx.station->statistics.Total() == 1; }));
-    const std::vector<std::string> expected = {
-        "SetDLPara(0,1,2,3,1,0,5,0,'','nv.bin','pro.bin',6,7,8)", "SetMemoryTestPara(1,0,1,0,9)", "SetDAPort(0)",
-        "SetDownloadType(4)", "SetDeviceInfo(MTK DA (COM9))", "DLOperationStart"};
+    const std::vector<std::string> expected = {"SetDLPara(0,1,2,3,1,0,5,0,'','nv.bin','pro.bin',6,7,8)",
+                                               "SetMemoryTestPara(1,0,1,0,9)",
+                                               "SetDAPort(0)",
+                                               "SetDownloadType(4)",
+                                               "SetDeviceInfo(MTK DA (COM9))",
+                                               "DLOperationStart"};
     EXPECT_EQ(factory.log.calls, expected);  // no efuse call while efuse is off
     const auto statuses = h.Statuses();
     ASSERT_EQ(statuses.size(), 2u);
@@ -369,7 +374,8 @@ TEST(DownloadWorkerPackage, VersionTextAndPreLoad) {
     EngineHarness f(1, &failing);
     f.fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
     EXPECT_EQ(f.manager->PreLoadPackage(), -1);
-    EXPECT_EQ(f.fx.ui.Messages(), std::vector<std::string>{"PreLoadFiles failed,please check scatter file or DA files"});
+    EXPECT_EQ(f.fx.ui.Messages(),
+              std::vector<std::string>{"PreLoadFiles failed,please check scatter file or DA files"});
 }
 
 }  // namespace

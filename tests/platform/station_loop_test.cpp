@@ -90,7 +90,8 @@ TEST_F(LoopFixture, TimersTickInVirtualTimeUntilKilled) {
     for (int i = 0; i < 500 && handler.Ticks().empty(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     EXPECT_EQ(handler.Ticks(), std::vector<int>{3});
     clock.Advance(1000);
-    for (int i = 0; i < 500 && handler.Ticks().size() < 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    for (int i = 0; i < 500 && handler.Ticks().size() < 2; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     EXPECT_EQ(handler.Ticks().size(), 2u);
     loop.KillTimer(3);
     loop.Call([] {});
