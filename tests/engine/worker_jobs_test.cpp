@@ -380,3 +380,23 @@ TEST(DownloadWorkerPackage, VersionTextAndPreLoad) {
 
 }  // namespace
 }  // namespace quorvel::engine
+
+namespace quorvel::engine {
+namespace {
+
+TEST(DownloadWorkerJobs, ArrivalOfTheSamePhoneDuringAnMtkJobStartsNoSecondJob) {
+    test::EngineHarness h(1);
+    h.StartStation();
+    h.HandOver(0, h.Device(app::EVENT_MTK, "MediaTek PreLoader (COM1)", "p"));
+    ASSERT_TRUE(h.RunUntil([&] { return h.State(0) == app::BIND_DA_BINDED; }));
+    h.HandOver(0, h.Device(app::EVENT_MTK, "MediaTek DA USB VCOM (COM1)", "p"));  // now in DA mode
+    EXPECT_EQ(h.Result(0), "Ongoing");
+    ASSERT_TRUE(h.RunUntil([&] { return h.fx.station->statistics.Total() == 1; }));
+    h.fx.clock.Advance(60000);
+    h.Settle();
+    EXPECT_EQ(h.fx.station->statistics.Total(), 1u);
+    EXPECT_EQ(h.Result(0), "PASS(1/1)");
+}
+
+}  // namespace
+}  // namespace quorvel::engine
