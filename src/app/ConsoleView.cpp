@@ -32,6 +32,15 @@ void ConsoleView::SetIcons(int control, int in, int out) {
         s.controls[control].iconOut = out;
     });
 }
+void ConsoleView::SetFont(int control, const std::string& face, int height, int weight) {
+    Change([&](ConsoleSnapshot& s) {
+        auto& c = s.controls[control];
+        c.fontFace = face;
+        c.fontHeight = height;
+        c.fontWeight = weight;
+    });
+}
+
 void ConsoleView::SetPane(int pane, const std::string& text) {
     if (pane < 0 || pane >= 4) return;
     Change([&](ConsoleSnapshot& s) { s.panes[static_cast<std::size_t>(pane)] = text; });

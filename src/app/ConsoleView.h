@@ -33,6 +33,9 @@ struct ControlState {
     std::string toolTip;
     bool enabled = true;
     int iconIn = 0, iconOut = 0;
+    std::string fontFace;  // empty: the window's own font
+    int fontHeight = 0;    // pixels
+    int fontWeight = 0;    // 0: the face's normal weight
 };
 
 struct ConsoleSnapshot {
@@ -52,6 +55,7 @@ public:
     void SetToolTip(int control, const std::string& text);
     void SetEnabled(int control, bool enabled);
     void SetIcons(int control, int in, int out);
+    void SetFont(int control, const std::string& face, int height, int weight);
     void SetPane(int pane, const std::string& text);
     void SetBackgroundImage(const std::string& path);
     void RequestClose(bool hide);

@@ -109,6 +109,10 @@ int SettingsStore::SettingsLoad() {
     s.simulatedBench = simulated != 0;
     r.Number("BENCH", "Hubs", s.benchHubs);
     r.Number("BENCH", "SocketsPerHub", s.benchSocketsPerHub);
+    std::uint32_t autoPhones = 0;
+    r.Number("BENCH", "Auto", autoPhones);
+    s.benchAuto = autoPhones != 0;
+    s.benchScenario = r.Text("BENCH", "Scenario", kPathBuffer);
     // An absent key keeps the built-in aliases; a given one replaces them all.
     if (const std::string drivers = r.Text("BENCH", "ServiceDrivers", kOptionBuffer); !drivers.empty()) {
         s.serviceDrivers.clear();

@@ -2,6 +2,8 @@
 #include "console/MessageRouter.h"
 #include "console/StationRun.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <ctime>
 
@@ -87,6 +89,7 @@ bool ConsoleController::OnInitDialog() {
         return false;
     }
     if (run_) run_->BuildSlots();
+    ShowPackage(true);
     SetButtonStatus(DOWNLOAD_BUTTON_STATUS_START);
     station_.view.SetTitle(WindowTitle());
     return true;
@@ -105,8 +108,43 @@ void ConsoleController::SetButtonStatus(int n) {
 void ConsoleController::SettingsClick() {
     SettingsDialogLogic dialog(station_);
     if (!station_.ui.RunSettingsDialog(dialog)) return;
-    if (station_.package.kind == PACKAGE_MTK_SCATTER) ShowDownloadTypeName();
+    if (station_.package.kind == PACKAGE_MTK_SCATTER) {
+        packages::MtkPreparation(station_).PrepareMtkPackage(false);
+        ShowDownloadTypeName();
+    }
     station_.view.SetBackgroundImage(BackgroundImage(true));
+    packages::MtkPreparation::RefreshPackageDisplay(station_, *this);
+}
+
+void ConsoleController::ShowPackage(bool startup) {
+    const PackageSelection& pkg = station_.package;
+    const std::string* folder = pkg.kind == PACKAGE_MTK_SCATTER ? &pkg.firmwareFolder
+                                : pkg.kind == PACKAGE_MTK_CFG   ? &pkg.cfgFolder
+                                : pkg.kind == PACKAGE_SPRD_PAC  ? &pkg.pacFolder
+                                                                : nullptr;
+    if (!folder) return;
+    // Engines find a package's relative files from the current folder; a folder that is
+    // gone is reported by the package checks that follow, not here.
+    if (!folder->empty() && ::chdir(folder->c_str()) != 0) {
+    }
+    if (pkg.kind == PACKAGE_MTK_SCATTER) packages::MtkPreparation(station_).PrepareMtkPackage(startup);
+    packages::MtkPreparation::RefreshPackageDisplay(station_, *this);
+}
+
+void ConsoleController::SetBannerFont(const packages::DisplayFont& font) {
+    station_.view.SetFont(IDC_PATH_BANNER, font.face, font.height, font.weight);
+}
+
+void ConsoleController::SetPanelFont(const packages::DisplayFont& font) {
+    station_.view.SetFont(IDC_PANEL, font.face, font.height, font.weight);
+}
+
+int ConsoleController::PreLoadPackage() { return run_ ? run_->Manager().PreLoadPackage() : 1; }
+
+std::string ConsoleController::PackageVersionText() {
+    std::string text;
+    if (run_) run_->Manager().PackageVersionText(station_.package.kind, text);
+    return text;
 }
 
 void ConsoleController::HelpClick() {
@@ -117,6 +155,7 @@ void ConsoleController::HelpClick() {
     std::string compiler = line;
     std::snprintf(line, sizeof line, texts::kTitleDateFormat, texts::kTitleDate);
     VersionInfo versions{};
+    if (run_) run_->Manager().FillVersionInfo(&versions);
     AboutDialogLogic dialog(station_, versions, version, compiler, line);
     station_.ui.RunAboutDialog(dialog);
     station_.settingsStore.LanguageSave();

@@ -7,6 +7,7 @@
 
 #include "app/Station.h"
 #include "devices/BindingCommands.h"
+#include "packages/MtkPreparation.h"
 #include "platform/StationLoop.h"
 
 namespace quorvel::console {
@@ -22,7 +23,7 @@ enum DownloadButtonStatus : int {
     DOWNLOAD_BUTTON_STATUS_STOP = 2,
 };
 
-class ConsoleController : public platform::MessageHandler {
+class ConsoleController : public platform::MessageHandler, public packages::PackageDisplayConsole {
 public:
     // `listClientWidth`: the slot list's client width in pixels at creation.
     ConsoleController(app::Station& station, platform::StationLoop& loop, int listClientWidth = 900);
@@ -47,6 +48,17 @@ public:
 
     platform::LResult HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) override;
     void OnTimer(int id) override;
+
+    // The package display's needs of the console (station thread).
+    void SetBannerFont(const packages::DisplayFont& font) override;
+    void SetPanelFont(const packages::DisplayFont& font) override;
+    int PanelClientHeight() const override { return kPanelClientHeight; }
+    int PreLoadPackage() override;
+    std::string PackageVersionText() override;
+    void Repaint() override {}  // the window redraws after every change of the view model
+
+    // Height of the panel that shows the package version, in pixels.
+    static constexpr int kPanelClientHeight = 70;
     // The slot-message routing, once the download manager exists; station thread.
     void SetRouter(MessageRouter* router) { router_ = router; }
     // The run logic (Start/Stop, slots, device events); station thread.
@@ -56,6 +68,8 @@ private:
     friend class StationRun;  // drives buttonStatus_ through the Start/Stop states
     void SetUpControls();
     void ShowClock();
+    // Makes the package's folder the current one and prepares and shows the package.
+    void ShowPackage(bool startup);
 
     app::Station& station_;
     platform::StationLoop& loop_;

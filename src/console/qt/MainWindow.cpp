@@ -147,6 +147,15 @@ void MainWindow::Refresh() {
     passRate_->setText(Q(control(IDC_PASS_RATE).text));
     panel_->setText(Q(control(IDC_PANEL).text));
     banner_->setText(Q(control(IDC_PATH_BANNER).text));
+    for (auto [label, id] : {std::pair{panel_, IDC_PANEL}, {banner_, IDC_PATH_BANNER}}) {
+        const ControlState c = control(id);
+        if (c.fontFace.empty() || c.fontHeight <= 0) continue;
+        QFont font(Q(c.fontFace));
+        font.setPixelSize(c.fontHeight);
+        // Weights below the thinnest face draw the regular one, as the original fonts did.
+        font.setWeight(c.fontWeight >= 600 ? QFont::Bold : QFont::Normal);
+        label->setFont(font);
+    }
     for (auto [button, id] : {std::pair{startStop_, IDC_START_STOP}, {settings_, IDC_SETTINGS}, {help_, IDC_HELP}}) {
         const ControlState c = control(id);
         button->setToolTip(Q(c.toolTip));

@@ -6,6 +6,8 @@
 #include "app/AppStartup.h"
 #include "app/Station.h"
 #include "console/ConsoleController.h"
+#include "console/StationRig.h"
+#include "sim/AutoBench.h"
 #include "console/qt/MainWindow.h"
 #include "console/qt/QtConsoleUi.h"
 #include "platform/Clock.h"
@@ -32,6 +34,8 @@ int main(int argc, char** argv) {
     platform::StationLoop loop(clock);
     console::ConsoleController controller(station, loop);
     loop.SetHandler(&controller);
+    // The rig (engines, devices, workers, run logic) outlives the loop's handlers.
+    auto rig = std::make_unique<console::StationRig>(station, loop, controller);
     console::MainWindow window(station, loop, controller);
     ui.SetParentWindow(&window);
     loop.Start();
@@ -39,8 +43,20 @@ int main(int argc, char** argv) {
     // Initialisation runs on the station thread while the GUI thread stays free to
     // show the message boxes it may raise.
     int exitCode = 0;
+    std::unique_ptr<sim::AutoBench> autoBench;
     loop.PostTask([&] {
         const bool ready = controller.OnInitDialog();
+        if (ready && rig->Bench() && station.settings.benchAuto) {
+            // Phones of the platform of the package chosen at the moment they arrive.
+            autoBench = std::make_unique<sim::AutoBench>(*rig->Bench(), clock, [&] {
+                int kind = app::PACKAGE_NONE;
+                loop.Call([&] { kind = station.package.kind; });
+                return kind == app::PACKAGE_SPRD_PAC  ? sim::PhoneKind::SPRD
+                       : kind == app::PACKAGE_MTK_CFG ? sim::PhoneKind::CFG
+                                                      : sim::PhoneKind::MTK_BROM;
+            });
+            autoBench->Start();
+        }
         QMetaObject::invokeMethod(&application, [&, ready] {
             if (ready) {
                 window.Refresh();
@@ -53,8 +69,10 @@ int main(int argc, char** argv) {
     });
     QApplication::exec();
 
+    if (autoBench) autoBench->Stop();
     // As the console's destructor does: keep the binding table.
     loop.Call([&] { station.settingsStore.SaveBindings(); });
     loop.Stop();
+    rig.reset();
     return exitCode;
 }
