@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <thread>
 
 #include "app/AboutDialogLogic.h"
@@ -71,6 +72,28 @@ TEST_F(ConsoleCommandsTest, SettingsAndHelpAreVoidWhileRunningButStatisticsReset
     controller.HandleMessage(WM_COMMAND, CMD_REMOVE_STATISTICS, 0);
     EXPECT_EQ(f.station->view.Text(IDC_PASS_RATE), "0.00%");
     EXPECT_EQ(f.station->statistics.Total(), 0u);
+}
+
+}  // namespace
+}  // namespace quorvel::console
+
+namespace quorvel::console {
+namespace {
+
+TEST(ConsoleStartupTest, ChosenPackageIsShownAndItsFolderBecomesCurrent) {
+    test::StationFixture f{1033};
+    f.dir.Write("fw/MT6765.cfg", "x");
+    f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\nFilePath=" + f.dir.File("fw/MT6765.cfg") + "\n");
+    platform::StationLoop loop{f.clock};
+    ConsoleController controller{*f.station, loop};
+    const auto before = std::filesystem::current_path();
+    ASSERT_TRUE(controller.OnInitDialog());
+    EXPECT_EQ(std::filesystem::current_path().string() + "/", f.dir.File("fw/"));
+    std::filesystem::current_path(before);
+    EXPECT_EQ(f.station->view.Text(app::IDC_PATH_BANNER), f.dir.File("fw/MT6765.cfg"));
+    EXPECT_EQ(f.station->view.Pane(0), "Software Path: \"" + f.dir.File("fw/MT6765.cfg") + "\"");
+    EXPECT_EQ(f.station->view.Snapshot().controls[app::IDC_PATH_BANNER].fontFace, "Arial");
+    EXPECT_TRUE(f.ui.Messages().empty());
 }
 
 }  // namespace

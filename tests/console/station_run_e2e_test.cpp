@@ -188,6 +188,10 @@ TEST_F(StationRunE2e, StartWithoutThePackageFileShowsTheMessageAndStaysReady) {
     WriteSettings(dir.File("gone/x_scatter.txt"));
     Process p(dir);
     ASSERT_TRUE(p.Init());
+    // The package display at start-up already misses the file.
+    EXPECT_EQ(p.ui.Messages(), std::vector<std::string>{"Please select MTK Scatter file first!"});
+    EXPECT_EQ(p.station->view.Text(app::IDC_PATH_BANNER), "");
+    p.ui.Clear();
     p.PressStartStop();
     EXPECT_EQ(p.Button(), DOWNLOAD_BUTTON_STATUS_INIT);
     EXPECT_FALSE(p.station->stationRunning);
