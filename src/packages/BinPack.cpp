@@ -16,6 +16,7 @@
 #include "packages/TextFormat.h"
 #include "packages/Crc16.h"
 #include "packages/PacInspect.h"
+#include "platform/AtomicFile.h"
 #include "platform/Clock.h"
 #include "platform/StationLoop.h"
 
@@ -86,14 +87,7 @@ void CBinPack::Notice(std::uint64_t wParam, std::int64_t lParam) {
 void CBinPack::Fail(const std::string& message) { ui_.MessageBox(message); }
 
 std::size_t CBinPack::ReadPackage(void* buffer, std::size_t length) {
-    auto* p = static_cast<std::uint8_t*>(buffer);
-    std::size_t done = 0;
-    while (done < length) {
-        const ssize_t n = ::read(fd_, p + done, length - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        done += static_cast<std::size_t>(n);
-    }
+    const std::size_t done = platform::ReadFully(fd_, buffer, length);
     position_ += done;
     return done;
 }

@@ -11,6 +11,7 @@
 #include "packages/TextFormat.h"
 #include "packages/BinPack.h"
 #include "packages/Crc16.h"
+#include "platform/AtomicFile.h"
 
 namespace quorvel::packages {
 namespace texts = app::texts;
@@ -31,15 +32,7 @@ public:
         return ::fstat(fd_, &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
     }
     std::size_t Read(void* buffer, std::size_t length) {
-        auto* p = static_cast<std::uint8_t*>(buffer);
-        std::size_t done = 0;
-        while (done < length) {
-            const ssize_t n = ::read(fd_, p + done, length - done);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) break;
-            done += static_cast<std::size_t>(n);
-        }
-        return done;
+        return platform::ReadFully(fd_, buffer, length);
     }
 
 private:

@@ -10,6 +10,18 @@
 
 namespace quorvel::platform {
 
+std::size_t ReadFully(int fd, void* buffer, std::size_t length) {
+    auto* p = static_cast<char*>(buffer);
+    std::size_t done = 0;
+    while (done < length) {
+        const ssize_t n = ::read(fd, p + done, length - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        done += static_cast<std::size_t>(n);
+    }
+    return done;
+}
+
 bool ReadWholeFile(const std::string& path, std::string& contents) {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
@@ -20,12 +32,7 @@ bool ReadWholeFile(const std::string& path, std::string& contents) {
     }
     contents.clear();
     char buf[16384];
-    for (;;) {
-        ssize_t n = ::read(fd, buf, sizeof buf);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        contents.append(buf, static_cast<std::size_t>(n));
-    }
+    while (const std::size_t n = ReadFully(fd, buf, sizeof buf)) contents.append(buf, n);
     ::close(fd);
     return true;
 }

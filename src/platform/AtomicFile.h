@@ -1,9 +1,14 @@
 #pragma once
 // Whole-file reads and crash-safe whole-file replacement.
 
+#include <cstddef>
 #include <string>
 
 namespace quorvel::platform {
+
+// Reads up to `length` bytes, retrying short reads and interruptions; returns the
+// bytes read (fewer only at the end of the file or on an error).
+std::size_t ReadFully(int fd, void* buffer, std::size_t length);
 
 // Reads the whole file; false when it cannot be opened.
 bool ReadWholeFile(const std::string& path, std::string& contents);
