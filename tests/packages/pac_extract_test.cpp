@@ -103,8 +103,8 @@ TEST(Crc16, CatalogueValueAndFastFormAgreeWithBytewiseDefinition) {
 }
 
 TEST_F(PacExtract, ExtractsEveryFileAndHandsBackTheTable) {
-    auto spec = test::TypicalSprdPac();
-    const Result r = Unpack(test::BuildPac(spec));
+    auto layout = test::TypicalSprdPac();
+    const Result r = Unpack(test::BuildPac(layout));
     ASSERT_EQ(r.ok, 1) << (r.messages.empty() ? "" : r.messages[0]);
     EXPECT_TRUE(r.messages.empty());
     EXPECT_EQ(r.folder, images + "/_DownloadFiles1234");
@@ -115,7 +115,7 @@ TEST_F(PacExtract, ExtractsEveryFileAndHandsBackTheTable) {
     EXPECT_EQ(Name(r.entries[0]), r.folder + "/fdl1.bin");
     EXPECT_EQ(Name(r.entries[4]), r.folder + "/system.img");
     EXPECT_EQ(Name(r.entries[5]), "");  // no data: the bare name stays
-    EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/system.img"), spec.entries[4].data);
+    EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/system.img"), layout.entries[4].data);
     std::string product;
     ReadField(r.header.ProductName, product);
     EXPECT_EQ(product, "PAC_SC9863A");
@@ -131,29 +131,29 @@ TEST_F(PacExtract, ExtractsEveryFileAndHandsBackTheTable) {
 }
 
 TEST_F(PacExtract, TrailingZeroRuleTouchesOnlyTheLastFilesFinalByte) {
-    PacSpec spec;
-    spec.entries = {{"A", "a.bin", std::string("ab\0\0", 4)}, {"B", "b.bin", std::string("cd\0\0", 4)}};
-    const Result r = Unpack(test::BuildPac(spec));
+    PacSpec layout;
+    layout.entries = {{"A", "a.bin", std::string("ab\0\0", 4)}, {"B", "b.bin", std::string("cd\0\0", 4)}};
+    const Result r = Unpack(test::BuildPac(layout));
     ASSERT_EQ(r.ok, 1);
     EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/a.bin"), std::string("ab\0\0", 4));
     EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/b.bin"), std::string("cd\0", 3));
 
-    spec.entries[1].data = "cd!";
+    layout.entries[1].data = "cd!";
     clock.Advance(1);
-    ASSERT_EQ(Unpack(test::BuildPac(spec)).ok, 1);
+    ASSERT_EQ(Unpack(test::BuildPac(layout)).ok, 1);
     EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1235/b.bin"), "cd!");
 }
 
 TEST_F(PacExtract, DuplicateNamesZeroSizedAndUnnamedEntries) {
-    PacSpec spec;
-    spec.entries = {
+    PacSpec layout;
+    layout.entries = {
         {"", "same.bin", "1"},         // unnamed, first: the LAST entry is dropped
         {"B", "same.bin", "2"},
         {"C", "same.bin", "3"},
         {"", "empty.bin", ""},         // no data: not unnamed, bare name kept
         {"E", "last.bin", "5"},
     };
-    const Result r = Unpack(test::BuildPac(spec));
+    const Result r = Unpack(test::BuildPac(layout));
     ASSERT_EQ(r.ok, 1);
     EXPECT_EQ(FilesIn(r.folder), (std::vector<std::string>{"last.bin", "same.bin", "same.bin(1)", "same.bin(2)"}));
     EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/same.bin(2)"), "3");
@@ -164,11 +164,11 @@ TEST_F(PacExtract, DuplicateNamesZeroSizedAndUnnamedEntries) {
 
 TEST_F(PacExtract, ProductNameGetsPrefixUnlessItStartsWithIt) {
     for (auto [given, expected] : {std::pair{"PAC_X", "PAC_X"}, {"X", "PAC_X"}, {"XPAC_1", "PAC_XPAC_1"}, {"", "PAC_"}}) {
-        PacSpec spec;
-        spec.productName = given;
-        spec.entries = {{"A", "a", "1"}};
+        PacSpec layout;
+        layout.productName = given;
+        layout.entries = {{"A", "a", "1"}};
         clock.Advance(1);
-        const Result r = Unpack(test::BuildPac(spec));
+        const Result r = Unpack(test::BuildPac(layout));
         ASSERT_EQ(r.ok, 1);
         std::string product;
         ReadField(r.header.ProductName, product);
@@ -177,18 +177,18 @@ TEST_F(PacExtract, ProductNameGetsPrefixUnlessItStartsWithIt) {
 }
 
 TEST_F(PacExtract, WithoutMagicNoCrcIsChecked) {
-    PacSpec spec;
-    spec.withCrc = false;
-    spec.badHeaderCrc = spec.badDataCrc = true;
-    spec.entries = {{"A", "a", "1"}};
-    EXPECT_EQ(Unpack(test::BuildPac(spec)).ok, 1);
+    PacSpec layout;
+    layout.withCrc = false;
+    layout.badHeaderCrc = layout.badDataCrc = true;
+    layout.entries = {{"A", "a", "1"}};
+    EXPECT_EQ(Unpack(test::BuildPac(layout)).ok, 1);
 }
 
 TEST_F(PacExtract, LargeFileSendsOneNoticePerChunkFromThePositionBeforeIt) {
-    PacSpec spec;
+    PacSpec layout;
     const std::size_t big = kPacChunkSize * 2 + 12345;
-    spec.entries = {{"A", "big.bin", std::string(big, 'x')}, {"B", "small", "s"}};
-    const std::string bytes = test::BuildPac(spec);
+    layout.entries = {{"A", "big.bin", std::string(big, 'x')}, {"B", "small", "s"}};
+    const std::string bytes = test::BuildPac(layout);
     const Result r = Unpack(bytes);
     ASSERT_EQ(r.ok, 1);
     const std::uint64_t size = bytes.size();
@@ -216,10 +216,10 @@ struct FailureRow {
 class PacFailure : public PacExtract, public ::testing::WithParamInterface<FailureRow> {};
 
 TEST_P(PacFailure, ShowsItsMessageAndEndsWithFailureNotice) {
-    PacSpec spec;
-    spec.entries = {{"A", "a.bin", "hello"}, {"B", "b.bin", "world"}};
-    GetParam().make(spec);
-    const Result r = Unpack(test::BuildPac(spec));
+    PacSpec layout;
+    layout.entries = {{"A", "a.bin", "hello"}, {"B", "b.bin", "world"}};
+    GetParam().make(layout);
+    const Result r = Unpack(test::BuildPac(layout));
     EXPECT_EQ(r.ok, 0);
     EXPECT_EQ(r.messages, std::vector<std::string>{GetParam().message});
     ASSERT_FALSE(r.notices.empty());
@@ -293,9 +293,9 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return std::string(info.param.label); });
 
 TEST_F(PacExtract, RefusedNamesWriteNothingInsideOrOutside) {
-    PacSpec spec;
-    spec.entries = {{"A", "good.bin", "1"}, {"B", "../../escaped.bin", "2"}};
-    const Result r = Unpack(test::BuildPac(spec));
+    PacSpec layout;
+    layout.entries = {{"A", "good.bin", "1"}, {"B", "../../escaped.bin", "2"}};
+    const Result r = Unpack(test::BuildPac(layout));
     EXPECT_EQ(r.ok, 0);
     EXPECT_TRUE(FilesIn(r.folder).empty());
     EXPECT_FALSE(fs::exists(dir.Path() + "escaped.bin"));
@@ -304,9 +304,9 @@ TEST_F(PacExtract, RefusedNamesWriteNothingInsideOrOutside) {
 TEST_F(PacExtract, ExtractionPathLongerThanItsFieldIsRefused) {
     const std::string base = dir.Path() + std::string(200, 'd');
     fs::create_directories(base);
-    PacSpec spec;
-    spec.entries = {{"A", std::string(60, 'n'), "1"}};
-    const Result r = Unpack(test::BuildPac(spec), base.c_str());
+    PacSpec layout;
+    layout.entries = {{"A", std::string(60, 'n'), "1"}};
+    const Result r = Unpack(test::BuildPac(layout), base.c_str());
     EXPECT_EQ(r.ok, 0);
     ASSERT_EQ(r.messages.size(), 1u);
     EXPECT_EQ(r.messages[0].rfind("Extract path [", 0), 0u);
@@ -314,9 +314,9 @@ TEST_F(PacExtract, ExtractionPathLongerThanItsFieldIsRefused) {
 }
 
 TEST_F(PacExtract, ParamsTempFolderAndDirectoryFailures) {
-    PacSpec spec;
-    spec.entries = {{"A", "a", "1"}};
-    dir.Write("pkg.pac", test::BuildPac(spec));
+    PacSpec layout;
+    layout.entries = {{"A", "a", "1"}};
+    dir.Write("pkg.pac", test::BuildPac(layout));
     {
         CBinPack pack(ui, clock);
         ASSERT_EQ(pack.Open(dir.File("pkg.pac")), 1);
@@ -354,16 +354,16 @@ TEST_F(PacExtract, ParamsTempFolderAndDirectoryFailures) {
 TEST_F(PacExtract, AnEarlierFolderOfTheSameNameIsReplaced) {
     fs::create_directories(images + "/_DownloadFiles1234/old");
     dir.Write("ImageFiles/_DownloadFiles1234/old/f", "x");
-    PacSpec spec;
-    spec.entries = {{"A", "a", "1"}};
-    ASSERT_EQ(Unpack(test::BuildPac(spec)).ok, 1);
+    PacSpec layout;
+    layout.entries = {{"A", "a", "1"}};
+    ASSERT_EQ(Unpack(test::BuildPac(layout)).ok, 1);
     EXPECT_EQ(FilesIn(images + "/_DownloadFiles1234"), std::vector<std::string>{"a"});
 }
 
 TEST_F(PacExtract, AFailedWriteShowsTheDiskMessage) {
-    PacSpec spec;
-    spec.entries = {{"A", "a.bin", std::string(8192, 'a')}};
-    dir.Write("pkg.pac", test::BuildPac(spec));
+    PacSpec layout;
+    layout.entries = {{"A", "a.bin", std::string(8192, 'a')}};
+    dir.Write("pkg.pac", test::BuildPac(layout));
     // In a child: a file size limit makes the write fail as a full disk would.
     const pid_t pid = ::fork();
     ASSERT_GE(pid, 0);

@@ -16,9 +16,9 @@ namespace {
 
 TEST(PacInspect, VerifiesBothCrcsAndCatchesDamageAndCuts) {
     test::TempDir dir;
-    PacSpec spec;
-    spec.entries = {{"A", "a", std::string(kPacChunkSize + 10, 'a')}, {"", "cfg", "c"}};
-    test::WritePac(dir.File("good.pac"), spec);
+    PacSpec layout;
+    layout.entries = {{"A", "a", std::string(kPacChunkSize + 10, 'a')}, {"", "cfg", "c"}};
+    test::WritePac(dir.File("good.pac"), layout);
     PacVerification v;
     std::string message;
     std::vector<int> progress;
@@ -28,17 +28,17 @@ TEST(PacInspect, VerifiesBothCrcsAndCatchesDamageAndCuts) {
     EXPECT_EQ(progress.back(), 100);
     EXPECT_GE(progress.size(), 3u);
 
-    spec.tweakBytes = [](std::string& b) { b[b.size() - 100] ^= 0x40; };
-    test::WritePac(dir.File("flipped.pac"), spec);
+    layout.tweakBytes = [](std::string& b) { b[b.size() - 100] ^= 0x40; };
+    test::WritePac(dir.File("flipped.pac"), layout);
     EXPECT_FALSE(VerifyPac(dir.File("flipped.pac"), v, message));
     EXPECT_EQ(message, app::texts::kPacCrcError);
     EXPECT_TRUE(v.dataComplete);
 
     // No CRCs, and the last entry claims more than the file holds.
-    spec.withCrc = false;
-    spec.tweakBytes = {};
-    spec.tweak = [](PacHeader&, std::vector<PacFileEntry>& t) { t[1].FileSize = 50; };
-    test::WritePac(dir.File("cut.pac"), spec);
+    layout.withCrc = false;
+    layout.tweakBytes = {};
+    layout.tweak = [](PacHeader&, std::vector<PacFileEntry>& t) { t[1].FileSize = 50; };
+    test::WritePac(dir.File("cut.pac"), layout);
     EXPECT_FALSE(VerifyPac(dir.File("cut.pac"), v, message));
     EXPECT_EQ(message, app::texts::kPacReadFailed);
     EXPECT_FALSE(v.dataComplete);
@@ -49,9 +49,9 @@ TEST(PacInspect, VerifiesBothCrcsAndCatchesDamageAndCuts) {
 
 TEST(PacInspect, ContentsAndTheTableHandedOn) {
     test::TempDir dir;
-    PacSpec spec = test::TypicalSprdPac();
-    spec.entries.push_back({"", "extra.cfg", "x"});
-    test::WritePac(dir.File("p.pac"), spec);
+    PacSpec layout = test::TypicalSprdPac();
+    layout.entries.push_back({"", "extra.cfg", "x"});
+    test::WritePac(dir.File("p.pac"), layout);
     PacContents c;
     std::string message;
     ASSERT_TRUE(ReadPacContents(dir.File("p.pac"), c, message)) << message;

@@ -15,16 +15,16 @@ using quorvel::test::PacSpec;
 namespace {
 
 PacSpec Base() {
-    PacSpec spec;
-    spec.entries = {{"FDL", "fdl.bin", "f"}, {"NV", "nv.bin", "n"}, {"System", "sys.img", "s"}};
-    return spec;
+    PacSpec layout;
+    layout.entries = {{"FDL", "fdl.bin", "f"}, {"NV", "nv.bin", "n"}, {"System", "sys.img", "s"}};
+    return layout;
 }
 
 TEST(PreparationWindow, FailedExtractionShowsBothMessagesAndClosesWithZero) {
     test::StationFixture fx;
-    PacSpec spec = Base();
-    spec.version = "BP_R2.0.0";
-    fx.dir.Write("pkg.pac", test::BuildPac(spec));
+    PacSpec layout = Base();
+    layout.version = "BP_R2.0.0";
+    fx.dir.Write("pkg.pac", test::BuildPac(layout));
     fx.station->package.kind = app::PACKAGE_SPRD_PAC;
     fx.station->package.pacFilePath = fx.dir.File("pkg.pac");
     PreparationWindowLogic window(*fx.station);
@@ -40,9 +40,9 @@ TEST(PreparationWindow, FailedExtractionShowsBothMessagesAndClosesWithZero) {
 
 TEST(PreparationWindow, SuccessfulExtractionIsResultOneEvenWhenAConfigurationCheckFails) {
     test::StationFixture fx;
-    PacSpec spec = Base();
-    spec.nvBackupFlag = 0;
-    fx.dir.Write("pkg.pac", test::BuildPac(spec));
+    PacSpec layout = Base();
+    layout.nvBackupFlag = 0;
+    fx.dir.Write("pkg.pac", test::BuildPac(layout));
     fx.station->package.kind = app::PACKAGE_SPRD_PAC;
     fx.station->package.pacFilePath = fx.dir.File("pkg.pac");
     PreparationWindowLogic window(*fx.station);

@@ -52,9 +52,9 @@ TEST(QuorvelPacTool, InspectsVerifiesPlansAndExtractsAGoodPackage) {
 
 TEST(QuorvelPacTool, BadInputGivesTheStationsMessageAndNonZeroExit) {
     TempDir dir;
-    PacSpec spec = TypicalSprdPac();
-    spec.badDataCrc = true;
-    WritePac(dir.File("bad.pac"), spec);
+    PacSpec layout = TypicalSprdPac();
+    layout.badDataCrc = true;
+    WritePac(dir.File("bad.pac"), layout);
     const auto verify = RunTool("verify " + dir.File("bad.pac"));
     EXPECT_EQ(verify.exitCode, 1);
     EXPECT_FALSE(verify.out.empty());

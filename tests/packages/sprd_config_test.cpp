@@ -19,9 +19,9 @@ using quorvel::test::PacSpec;
 
 namespace {
 
-// The selection of a spec's table as the station would make it.
-SprdSelection Select(const PacSpec& spec) {
-    const std::string bytes = test::BuildPac(spec);
+// The selection of a layout's table as the station would make it.
+SprdSelection Select(const PacSpec& layout) {
+    const std::string bytes = test::BuildPac(layout);
     PacHeader header;
     std::memcpy(&header, bytes.data(), sizeof header);
     std::vector<PacFileEntry> table(static_cast<std::size_t>(header.FileCount));
@@ -33,9 +33,9 @@ SprdSelection Select(const PacSpec& spec) {
 }
 
 PacSpec Base() {
-    PacSpec spec;
-    spec.entries = {{"FDL", "fdl.bin", "f"}, {"NV", "nv.bin", "n"}, {"System", "sys.img", "s"}};
-    return spec;
+    PacSpec layout;
+    layout.entries = {{"FDL", "fdl.bin", "f"}, {"NV", "nv.bin", "n"}, {"System", "sys.img", "s"}};
+    return layout;
 }
 
 TEST(SprdSelection, AllChosenWithNvAndBackupPassesWithoutWarning) {
@@ -49,17 +49,17 @@ TEST(SprdSelection, AllChosenWithNvAndBackupPassesWithoutWarning) {
 }
 
 TEST(SprdSelection, OmittableAndNeedsAFileRules) {
-    PacSpec spec = Base();
-    spec.entries.push_back({"UserData", "u.img", "u", 0, 1});  // unchosen but omittable
-    auto s = Select(spec);
+    PacSpec layout = Base();
+    layout.entries.push_back({"UserData", "u.img", "u", 0, 1});  // unchosen but omittable
+    auto s = Select(layout);
     EXPECT_EQ(s.verdict, SprdSelection::SELECTION_OK);
     EXPECT_EQ(s.missingFileList, "");
 
     // Chosen by flag but needing a file it does not carry: never chosen, blocks, not listed.
-    spec.entries.push_back({"Boot", "", "", 1, 0, 1});
-    spec.repartitionMode = 2;
-    spec.repartitionFlag = 1;
-    s = Select(spec);
+    layout.entries.push_back({"Boot", "", "", 1, 0, 1});
+    layout.repartitionMode = 2;
+    layout.repartitionFlag = 1;
+    s = Select(layout);
     EXPECT_FALSE(s.chosen.back());
     EXPECT_FALSE(s.allRequiredChosen);
     EXPECT_EQ(s.missingFileList, "");
@@ -67,63 +67,63 @@ TEST(SprdSelection, OmittableAndNeedsAFileRules) {
     EXPECT_EQ(s.message, "Configure dangerouse: have not selected all files to dwonload.\n[]");
 
     // A chosen omittable entry no longer counts as left out.
-    spec.entries.back() = {"Boot", "b.img", "b", 1, 1, 1};
-    s = Select(spec);
+    layout.entries.back() = {"Boot", "b.img", "b", 1, 1, 1};
+    s = Select(layout);
     EXPECT_EQ(s.omittableLeft, 1);
     EXPECT_TRUE(s.allRequiredChosen);
 }
 
 TEST(SprdSelection, NvAndFlashFamilies) {
-    PacSpec spec = Base();
-    spec.entries[1].id = "nv_cal";  // lower case is still NV
-    EXPECT_TRUE(Select(spec).nvChosen);
-    spec.entries[1].id = "ANV";
-    auto s = Select(spec);
+    PacSpec layout = Base();
+    layout.entries[1].id = "nv_cal";  // lower case is still NV
+    EXPECT_TRUE(Select(layout).nvChosen);
+    layout.entries[1].id = "ANV";
+    auto s = Select(layout);
     EXPECT_EQ(s.verdict, SprdSelection::SELECTION_FAIL_NO_NV);
     EXPECT_EQ(s.message, app::texts::kSprdNoNvChosen);
 
-    spec = Base();
-    spec.entries.push_back({"FLASH_A", "flash.bin", "x", 0, 1});  // a FLASH file, not chosen
-    s = Select(spec);
+    layout = Base();
+    layout.entries.push_back({"FLASH_A", "flash.bin", "x", 0, 1});  // a FLASH file, not chosen
+    s = Select(layout);
     EXPECT_EQ(s.verdict, SprdSelection::SELECTION_FAIL_FLASH);
     EXPECT_TRUE(s.message.empty());  // fails silently
-    spec.entries.back().checkFlag = 1;
-    EXPECT_EQ(Select(spec).verdict, SprdSelection::SELECTION_OK);
-    spec.entries.back().id = "NVFLASH";  // NV first: not a FLASH file
-    spec.entries.back().checkFlag = 0;
-    EXPECT_FALSE(Select(spec).hasFlash);
+    layout.entries.back().checkFlag = 1;
+    EXPECT_EQ(Select(layout).verdict, SprdSelection::SELECTION_OK);
+    layout.entries.back().id = "NVFLASH";  // NV first: not a FLASH file
+    layout.entries.back().checkFlag = 0;
+    EXPECT_FALSE(Select(layout).hasFlash);
 
-    spec = Base();
-    spec.nvBackupFlag = 0;
-    EXPECT_EQ(Select(spec).verdict, SprdSelection::SELECTION_FAIL_NO_NV_BACKUP);
+    layout = Base();
+    layout.nvBackupFlag = 0;
+    EXPECT_EQ(Select(layout).verdict, SprdSelection::SELECTION_FAIL_NO_NV_BACKUP);
 }
 
 TEST(SprdSelection, RepartitionModesDecideBetweenBlockAndWarning) {
-    PacSpec spec = Base();
-    spec.entries.push_back({"Cache", "c.img", "c", 0, 0});
-    spec.entries.push_back({"Misc", "m.img", "m", 0, 0});
-    spec.repartitionFlag = 1;
+    PacSpec layout = Base();
+    layout.entries.push_back({"Cache", "c.img", "c", 0, 0});
+    layout.entries.push_back({"Misc", "m.img", "m", 0, 0});
+    layout.repartitionFlag = 1;
     for (std::uint32_t mode : {0u, 3u}) {
-        spec.repartitionMode = mode;
-        const auto s = Select(spec);
+        layout.repartitionMode = mode;
+        const auto s = Select(layout);
         EXPECT_EQ(s.verdict, SprdSelection::SELECTION_FAIL_REPARTITION) << mode;
         EXPECT_EQ(s.message,
                   "Configure dangerouse: have selected repartition,\nbut not selected all files to download.\n"
                   "[CACHE,MISC]\nPlease select right packet!");
     }
     for (std::uint32_t mode : {1u, 2u}) {
-        spec.repartitionMode = mode;
-        EXPECT_EQ(Select(spec).verdict, SprdSelection::SELECTION_WARN_MISSING) << mode;
+        layout.repartitionMode = mode;
+        EXPECT_EQ(Select(layout).verdict, SprdSelection::SELECTION_WARN_MISSING) << mode;
     }
-    spec.repartitionFlag = 0;
-    spec.repartitionMode = 0;
-    EXPECT_EQ(Select(spec).verdict, SprdSelection::SELECTION_WARN_MISSING);
+    layout.repartitionFlag = 0;
+    layout.repartitionMode = 0;
+    EXPECT_EQ(Select(layout).verdict, SprdSelection::SELECTION_WARN_MISSING);
 }
 
 TEST(SprdSelection, LaterEntryOfSameIdDecidesTheRecord) {
-    PacSpec spec = Base();
-    spec.entries.push_back({"nv", "nv2.bin", "2", 0, 1});
-    const auto s = Select(spec);
+    PacSpec layout = Base();
+    layout.entries.push_back({"nv", "nv2.bin", "2", 0, 1});
+    const auto s = Select(layout);
     EXPECT_EQ(s.files.size(), 4u);
     EXPECT_EQ(s.record.at("NV"), std::make_pair(0u, std::string()));
 }
@@ -134,8 +134,8 @@ protected:
         fx.dir.Write("Config/CommonSetting.ini", "[COMMON]\n");
         fs::create_directories(fx.dir.Path() + "tmp");
     }
-    int Load(const PacSpec& spec) {
-        fx.dir.Write("pkg.pac", test::BuildPac(spec));
+    int Load(const PacSpec& layout) {
+        fx.dir.Write("pkg.pac", test::BuildPac(layout));
         CSprdDownloadConfig config(*fx.station, nullptr);
         config.SetTempFolderSource([this] { return std::optional<std::string>(fx.dir.Path() + "tmp/"); });
         return config.LoadPackage(fx.dir.File("pkg.pac").c_str());

@@ -41,21 +41,21 @@ struct PacSpec {
     std::function<void(std::string&)> tweakBytes;
 };
 
-inline std::string BuildPac(const PacSpec& spec) {
+inline std::string BuildPac(const PacSpec& layout) {
     using namespace packages;
     PacHeader header;
     std::memset(&header, 0, sizeof header);
-    WriteField(header.Version, spec.version);
-    WriteField(header.ProductName, spec.productName);
-    header.FileCount = static_cast<std::int32_t>(spec.entries.size());
-    header.RepartitionFlag = spec.repartitionFlag;
-    header.RepartitionMode = spec.repartitionMode;
-    header.NvBackupFlag = spec.nvBackupFlag;
-    header.Magic = spec.withCrc ? kPacMagic : 0;
-    std::vector<PacFileEntry> table(spec.entries.size());
+    WriteField(header.Version, layout.version);
+    WriteField(header.ProductName, layout.productName);
+    header.FileCount = static_cast<std::int32_t>(layout.entries.size());
+    header.RepartitionFlag = layout.repartitionFlag;
+    header.RepartitionMode = layout.repartitionMode;
+    header.NvBackupFlag = layout.nvBackupFlag;
+    header.Magic = layout.withCrc ? kPacMagic : 0;
+    std::vector<PacFileEntry> table(layout.entries.size());
     std::uint64_t size = sizeof header + table.size() * sizeof(PacFileEntry);
     for (std::size_t i = 0; i < table.size(); ++i) {
-        const PacEntrySpec& e = spec.entries[i];
+        const PacEntrySpec& e = layout.entries[i];
         std::memset(&table[i], 0, sizeof table[i]);
         WriteField(table[i].FileId, e.id);
         WriteField(table[i].FileName, e.name);
@@ -66,18 +66,18 @@ inline std::string BuildPac(const PacSpec& spec) {
         size += e.data.size();
     }
     header.PackageSize = static_cast<std::uint32_t>(size);
-    if (spec.tweak) spec.tweak(header, table);
+    if (layout.tweak) layout.tweak(header, table);
 
     std::string body(reinterpret_cast<const char*>(table.data()), table.size() * sizeof(PacFileEntry));
-    for (const auto& e : spec.entries) body += e.data;
+    for (const auto& e : layout.entries) body += e.data;
     std::uint16_t dataCrc = CalcCrc16Bytewise(0, body.data(), body.size());
-    if (spec.badDataCrc) dataCrc ^= 0x0101;
+    if (layout.badDataCrc) dataCrc ^= 0x0101;
     header.DataCrc = dataCrc;
     header.HeaderCrc = CalcCrc16Bytewise(0, &header, offsetof(PacHeader, HeaderCrc));
-    if (spec.badHeaderCrc) header.HeaderCrc ^= 0x0101;
+    if (layout.badHeaderCrc) header.HeaderCrc ^= 0x0101;
     std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
     bytes += body;
-    if (spec.tweakBytes) spec.tweakBytes(bytes);
+    if (layout.tweakBytes) layout.tweakBytes(bytes);
     return bytes;
 }
 
@@ -86,14 +86,14 @@ inline void WriteBytes(const std::string& path, const std::string& bytes) {
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-inline void WritePac(const std::string& path, const PacSpec& spec) { WriteBytes(path, BuildPac(spec)); }
+inline void WritePac(const std::string& path, const PacSpec& layout) { WriteBytes(path, BuildPac(layout)); }
 
 // A typical SPRD package: FDL files, NV, a FLASH image, a system image and the
 // unnamed configuration file at the end.
 inline PacSpec TypicalSprdPac() {
-    PacSpec spec;
-    spec.productName = "SC9863A";
-    spec.entries = {
+    PacSpec layout;
+    layout.productName = "SC9863A";
+    layout.entries = {
         {"FDL", "fdl1.bin", std::string(300, '\x11')},
         {"FDL2", "fdl2.bin", std::string(500, '\x22')},
         {"NV_W", "nvitem.bin", std::string(200, '\x33')},
@@ -102,7 +102,7 @@ inline PacSpec TypicalSprdPac() {
         {"PhaseCheck", "", "", 1, 1},
         {"", "product.xml", std::string("<config/>\n") + '\0'},
     };
-    return spec;
+    return layout;
 }
 
 }  // namespace quorvel::test
