@@ -61,11 +61,13 @@ void AutoBench::Run() {
         } else {
             const engine::PhoneProfile profile = ProfileFor(random);
             taken[i] = bench_.Plug(socket, kindNow_(), profile);
-            // Long enough for the whole job, its phone switches and the operator to see the result.
+            // Long enough for the whole job, its phone switches, a binding queue of sixteen
+            // sockets and the operator to see the result: the simulated engines do not end
+            // a job when its phone is pulled.
             const double transferMs = profile.speedMBps > 0
                                           ? static_cast<double>(profile.sizeBytes >> 20) / profile.speedMBps * 1000
                                           : 0;
-            due[i] = clock_.Now() + profile.durationMs + static_cast<platform::Millis>(transferMs) + 8000;
+            due[i] = clock_.Now() + profile.durationMs + static_cast<platform::Millis>(transferMs) + 20000;
         }
         lk.lock();
     }
