@@ -67,8 +67,12 @@ TEST(EngineConcurrency, SixteenSlotsOfEveryPlatformCountEveryJob) {
             EXPECT_EQ(h.Result(slot), (fails ? "FAIL" : "PASS") + counts) << "slot " << slot << " round " << round;
             // MTK and SPRD slots end bound again; a CFG slot stays BUSY until the console's Stop.
             EXPECT_EQ(h.State(slot), platform == 2 ? app::BIND_BUSY : app::BIND_ALL_BINDED) << "slot " << slot;
-            if (platform == 0 && !fails) EXPECT_EQ(h.Bar(slot), "Download Completely!(100%)") << "slot " << slot;
-            if (platform == 1) EXPECT_EQ(h.Bar(slot), fails ? "Failed: Downloading... failed" : "Passed");
+            if (platform == 0 && !fails) {
+                EXPECT_EQ(h.Bar(slot), "Download Completely!(100%)") << "slot " << slot;
+            }
+            if (platform == 1) {
+                EXPECT_EQ(h.Bar(slot), fails ? "Failed: Downloading... failed" : "Passed");
+            }
         }
     }
     for (int slot = 0; slot < kSlots; ++slot) {
