@@ -14,11 +14,7 @@ class BindingCommandsTest : public ::testing::Test {
 protected:
     void SetUp() override {
         f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n");
-        for (int n = 0; n < kSlotCount; ++n) {
-            st.bindings.SetHsLocation(n, kUnbound);
-            st.bindings.SetLsLocation(n, kUnbound);
-            st.bindings.SetComName(n, kUnbound);
-        }
+        f.UnbindAllSlots();
     }
     void Bind(int slot, const std::string& hs, std::int32_t state = BIND_ALL_BINDED, const std::string& ls = "NA") {
         st.bindings.SetHsLocation(slot, hs);

@@ -22,11 +22,7 @@ class PortBindingTest : public ::testing::Test {
 protected:
     void SetUp() override {
         f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n");
-        for (int n = 0; n < kSlotCount; ++n) {
-            st.bindings.SetHsLocation(n, kUnbound);
-            st.bindings.SetLsLocation(n, kUnbound);
-            st.bindings.SetComName(n, kUnbound);
-        }
+        f.UnbindAllSlots();
     }
     void Workers(int n) {
         for (int i = 0; i < n; ++i) {

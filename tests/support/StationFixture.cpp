@@ -15,6 +15,15 @@ void StationFixture::WriteSettings(const std::string& contents) const { dir.Writ
 
 std::string StationFixture::SettingsFile() const { return dir.File("Config/CommonSetting.ini"); }
 
+void StationFixture::UnbindAllSlots() const {
+    for (int n = 0; n < app::kSlotCount; ++n) {
+        station->bindings.SetHsLocation(n, app::kUnbound);
+        station->bindings.SetLsLocation(n, app::kUnbound);
+        station->bindings.SetComName(n, app::kUnbound);
+        station->bindings.SetState(n, app::BIND_IDLE);
+    }
+}
+
 std::string StationFixture::ReadSettings() const { return dir.Read("Config/CommonSetting.ini"); }
 
 }  // namespace quorvel::test

@@ -19,6 +19,8 @@ public:
     void WriteSettings(const std::string& contents) const;
     std::string SettingsFile() const;
     std::string ReadSettings() const;
+    // Every slot "NA" and idle, as a station starts from the shipped settings.
+    void UnbindAllSlots() const;
 
     TempDir dir;
     platform::ManualClock clock;
