@@ -44,8 +44,11 @@ TEST(DownloadManagerTest, StartUpPickupByHubPortAndRemovalOfTheFirstMatch) {
     EXPECT_EQ(h.manager->WorkerAt(5)->ThreadIndex(), 5);
     d.hubPort.port = 9;  // no such port: ignored
     h.loop.Call([&] { h.manager->AcceptDeviceByHubPort(d); });
-    for (int i = 0; i < 8; ++i)
-        if (i != 5) EXPECT_EQ(h.manager->WorkerAt(i)->LastNotifyCode(), 0u);
+    for (int i = 0; i < 8; ++i) {
+        if (i != 5) {
+            EXPECT_EQ(h.manager->WorkerAt(i)->LastNotifyCode(), 0u);
+        }
+    }
 
     h.HandOver(2, d);  // the same name on two slots
     bool found = false;
