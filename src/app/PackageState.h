@@ -26,6 +26,10 @@ struct PackageSelection {
     bool cfgBackupRestore = false;
     bool verified = false;  // kind 1: passed the checksum preparation
     bool prepared = false;  // kind 2: extracted and configured
+
+    // The path and folder of the chosen kind; empty for none.
+    const std::string& ActivePath() const;
+    const std::string& ActiveFolder() const;
 };
 
 // The display name of a DownloadType value; empty outside 0..11.

@@ -40,12 +40,7 @@ void SettingsDialogLogic::FillList() {
 
 void SettingsDialogLogic::Open() {
     const PackageSelection& pkg = station_.package;
-    switch (pkg.kind) {
-        case PACKAGE_MTK_SCATTER: path_ = pkg.scatterFilePath; break;
-        case PACKAGE_SPRD_PAC: path_ = pkg.pacFilePath; break;
-        case PACKAGE_MTK_CFG: path_ = pkg.cfgFilePath; break;
-        default: path_.clear(); break;
-    }
+    path_ = pkg.ActivePath();
     FillList();
     if (pkg.kind == PACKAGE_MTK_SCATTER) {
         station_.clock.Sleep(kSettleMs);

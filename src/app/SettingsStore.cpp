@@ -218,15 +218,9 @@ void SettingsStore::SaveBindings() {
         writes.push_back({kStateSection, key, BindStateName(e.state)});
     }
     const PackageSelection& pkg = station_.package;
-    switch (pkg.kind) {
-        case PACKAGE_MTK_SCATTER:
-            writes.push_back({"COMMON", "HasScan", station_.settings.HasScan ? "1" : "0"});
-            writes.push_back({"COMMON", "FilePath", pkg.scatterFilePath});
-            break;
-        case PACKAGE_SPRD_PAC: writes.push_back({"COMMON", "FilePath", pkg.pacFilePath}); break;
-        case PACKAGE_MTK_CFG: writes.push_back({"COMMON", "FilePath", pkg.cfgFilePath}); break;
-        default: break;
-    }
+    if (pkg.kind == PACKAGE_MTK_SCATTER)
+        writes.push_back({"COMMON", "HasScan", station_.settings.HasScan ? "1" : "0"});
+    if (pkg.kind != PACKAGE_NONE) writes.push_back({"COMMON", "FilePath", pkg.ActivePath()});
     // One atomic replacement: a crash leaves either the old or the new table.
     ProfileIni::WriteMany(FilePath(), writes);
 }

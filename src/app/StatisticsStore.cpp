@@ -12,13 +12,17 @@ namespace quorvel::app {
 
 using platform::ProfileIni;
 
+namespace {
+std::vector<ProfileIni::Write> ZeroCounters() { return {{"total", "NUM", "0"}, {"fail", "NUM", "0"}}; }
+}  // namespace
+
 std::string StatisticsStore::FilePath() const { return station_.ConfigPath("TestResult.ini"); }
 
 int StatisticsStore::StatisticsLoad() {
     std::lock_guard g(mutex_);
     struct stat st {};
     if (::stat(FilePath().c_str(), &st) != 0)
-        ProfileIni::WriteMany(FilePath(), {{"total", "NUM", "0"}, {"fail", "NUM", "0"}});
+        ProfileIni::WriteMany(FilePath(), ZeroCounters());
     std::string contents;
     platform::ReadWholeFile(FilePath(), contents);
     fail_ = ProfileIni::ReadIntFrom(contents, "fail", "NUM", 0);
@@ -62,7 +66,7 @@ void StatisticsStore::CountJob(bool failed) {
 
 void StatisticsStore::StatisticsReset() {
     std::lock_guard g(mutex_);
-    ProfileIni::WriteMany(FilePath(), {{"total", "NUM", "0"}, {"fail", "NUM", "0"}});
+    ProfileIni::WriteMany(FilePath(), ZeroCounters());
     total_ = 0;
     fail_ = 0;
     station_.view.SetText(IDC_TOTAL, "0");

@@ -23,16 +23,17 @@ using namespace app;
 ConsoleController::ConsoleController(Station& station, platform::StationLoop& loop, int listClientWidth)
     : station_(station), loop_(loop), listClientWidth_(listClientWidth) {}
 
+std::array<std::string, 3> ConsoleController::TitleParts() {
+    char version[64], compiler[256], date[64];
+    std::snprintf(version, sizeof version, texts::kTitleVersionFormat, texts::kTitleVersion);
+    std::snprintf(compiler, sizeof compiler, texts::kTitleCompilerFormat, QUORVEL_BUILD_ID);
+    std::snprintf(date, sizeof date, texts::kTitleDateFormat, texts::kTitleDate);
+    return {version, compiler, date};
+}
+
 std::string ConsoleController::WindowTitle() const {
-    char part[256];
-    std::string title;
-    std::snprintf(part, sizeof part, texts::kTitleVersionFormat, texts::kTitleVersion);
-    title += part;
-    std::snprintf(part, sizeof part, texts::kTitleCompilerFormat, QUORVEL_BUILD_ID);
-    title += part;
-    title += "; ";
-    std::snprintf(part, sizeof part, texts::kTitleDateFormat, texts::kTitleDate);
-    title += part;
+    const auto [version, compiler, date] = TitleParts();
+    std::string title = version + compiler + "; " + date;
     if (station_.settings.simulatedBench) title += texts::kSimulationTitleSuffix;
     return title;
 }
@@ -118,14 +119,10 @@ void ConsoleController::SettingsClick() {
 
 void ConsoleController::ShowPackage(bool startup) {
     const PackageSelection& pkg = station_.package;
-    const std::string* folder = pkg.kind == PACKAGE_MTK_SCATTER ? &pkg.firmwareFolder
-                                : pkg.kind == PACKAGE_MTK_CFG   ? &pkg.cfgFolder
-                                : pkg.kind == PACKAGE_SPRD_PAC  ? &pkg.pacFolder
-                                                                : nullptr;
-    if (!folder) return;
+    if (pkg.kind == PACKAGE_NONE) return;
     // Engines find a package's relative files from the current folder; a folder that is
     // gone is reported by the package checks that follow, not here.
-    if (!folder->empty() && ::chdir(folder->c_str()) != 0) {
+    if (const std::string& folder = pkg.ActiveFolder(); !folder.empty() && ::chdir(folder.c_str()) != 0) {
     }
     if (pkg.kind == PACKAGE_MTK_SCATTER) packages::MtkPreparation(station_).PrepareMtkPackage(startup);
     packages::MtkPreparation::RefreshPackageDisplay(station_, *this);
@@ -148,15 +145,10 @@ std::string ConsoleController::PackageVersionText() {
 }
 
 void ConsoleController::HelpClick() {
-    char line[128];
-    std::snprintf(line, sizeof line, texts::kTitleVersionFormat, texts::kTitleVersion);
-    std::string version = line;
-    std::snprintf(line, sizeof line, texts::kTitleCompilerFormat, QUORVEL_BUILD_ID);
-    std::string compiler = line;
-    std::snprintf(line, sizeof line, texts::kTitleDateFormat, texts::kTitleDate);
+    const auto [version, compiler, date] = TitleParts();
     VersionInfo versions{};
     if (run_) run_->Manager().FillVersionInfo(&versions);
-    AboutDialogLogic dialog(station_, versions, version, compiler, line);
+    AboutDialogLogic dialog(station_, versions, version, compiler, date);
     station_.ui.RunAboutDialog(dialog);
     station_.settingsStore.LanguageSave();
     if (station_.restartRequired) {

@@ -3,6 +3,7 @@
 // states, the status panes, the clock timer and the routing of window messages.
 // The Qt window only draws the view models and forwards the operator's input here.
 
+#include <array>
 #include <string>
 
 #include "app/Station.h"
@@ -39,6 +40,8 @@ public:
     int ButtonStatus() const { return buttonStatus_; }
     // The window title: version, build identification and date.
     std::string WindowTitle() const;
+    // Its three lines, as the about dialog also shows them.
+    static std::array<std::string, 3> TitleParts();
     // The list background image for the current language and DownloadType.
     std::string BackgroundImage(bool applyUserdataRow) const;
 
