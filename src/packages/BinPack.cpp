@@ -102,7 +102,7 @@ int CBinPack::Unpack(const char* basePath, PacHeader* header, std::vector<PacFil
     }
     if (outFd_ >= 0) ::close(outFd_);
     outFd_ = -1;
-    std::vector<std::uint8_t>().swap(buffer_);
+    buffer_.Release();
     Notice(PAC_NOTICE_END, ok ? 1 : 0);
     return ok ? 1 : 0;
 }
@@ -172,8 +172,11 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
     std::vector<PacFileEntry> table;
     try {
         table.resize(count);
-        buffer_.resize(kPacChunkSize);
     } catch (const std::bad_alloc&) {
+        Fail(texts::kPacOutOfMemory);
+        return false;
+    }
+    if (!buffer_.Allocate(kPacChunkSize)) {
         Fail(texts::kPacOutOfMemory);
         return false;
     }
@@ -237,6 +240,16 @@ bool CBinPack::ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packag
         return false;
     }
     ::posix_fadvise(outFd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+    // Room for the whole file is taken before its first byte: a full disk shows at once,
+    // and the writes that follow skip the file system's per-page space reservation. The
+    // size is kept so a dropped trailing NUL leaves no byte behind; file systems that
+    // cannot reserve simply write as they go.
+    if (::fallocate(outFd_, FALLOC_FL_KEEP_SIZE, 0, entry.FileSize) != 0 && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG)) {
+        ::close(outFd_);
+        outFd_ = -1;
+        Fail(diskMessage_);
+        return false;
+    }
 
     std::uint32_t remaining = entry.FileSize;
     while (remaining > 0) {

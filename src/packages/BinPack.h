@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "packages/ChunkBuffer.h"
 #include "packages/Crc16.h"
 #include "packages/PacFormat.h"
 
@@ -91,7 +92,7 @@ private:
     std::uint16_t dataCrc_ = 0;
     std::string prefix_;
     std::string diskMessage_;
-    std::vector<std::uint8_t> buffer_;
+    ChunkBuffer buffer_;
     int outFd_ = -1;
 };
 

@@ -1,5 +1,7 @@
 // CBinPack: checks, extraction rules, notices, refusals; CRC-16; housekeeping.
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -384,6 +386,29 @@ TEST_F(PacExtract, AFailedWriteShowsTheDiskMessage) {
     int status = 0;
     ASSERT_EQ(::waitpid(pid, &status, 0), pid);
     ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST_F(PacExtract, AFullDiskIsFoundBeforeTheFilesFirstByte) {
+    PacSpec layout;
+    layout.entries = {{"A", "a.bin", std::string(1 << 20, 'a')}};
+    const std::string package = test::BuildPac(layout);
+    // In a child with a mount namespace of its own: the extraction folder sits on a 64 KiB tmpfs.
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            ::mount("quorvel-test", images.c_str(), "tmpfs", 0, "size=64k") != 0)
+            ::_exit(77);
+        const Result r = Unpack(package);
+        if (r.ok != 0 || r.messages.size() != 1 || r.messages[0].rfind(kDisk, 0) != 0) ::_exit(2);
+        std::error_code ec;
+        ::_exit(fs::file_size(r.folder + "/a.bin", ec) == 0 && !ec ? 0 : 3);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no private mount namespace for a small file system here";
     EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
