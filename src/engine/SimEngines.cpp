@@ -71,6 +71,38 @@ bool SimPhoneRegistry::VerifyPasses() const {
     return verifyPasses_;
 }
 
+void SimPhoneRegistry::Unplugged(std::uint64_t plug) {
+    if (plug == 0) return;
+    std::lock_guard g(mutex_);
+    gone_.insert(plug);
+    for (auto [it, end] = links_.equal_range(plug); it != end; ++it) it->second->Cancel();
+}
+
+SimPhoneRegistry::Link::Link(SimPhoneRegistry& registry, std::uint64_t plug, CancellableWait& wait)
+    : registry_(registry), plug_(plug), wait_(wait) {
+    if (plug_ == 0) return;
+    std::lock_guard g(registry_.mutex_);
+    registry_.links_.emplace(plug_, &wait_);
+    if (registry_.gone_.count(plug_)) wait_.Cancel();
+}
+
+SimPhoneRegistry::Link::~Link() {
+    if (plug_ == 0) return;
+    std::lock_guard g(registry_.mutex_);
+    for (auto [it, end] = registry_.links_.equal_range(plug_); it != end; ++it) {
+        if (it->second == &wait_) {
+            registry_.links_.erase(it);
+            break;
+        }
+    }
+}
+
+bool SimPhoneRegistry::Link::Lost() const {
+    if (plug_ == 0) return false;
+    std::lock_guard g(registry_.mutex_);
+    return registry_.gone_.count(plug_) > 0;
+}
+
 // ---- waiting ----
 
 bool CancellableWait::Pause(Millis ms) {
@@ -113,6 +145,7 @@ Millis TransferMs(const PhoneProfile& p, std::uint64_t bytes) {
 int RunMtkStyleJob(app::Station& station, platform::MessageWindow& window, CancellableWait& wait,
                    SimPhoneRegistry& registry, int slot, const app::DeviceInfo& device, bool daSwitch) {
     const PhoneProfile p = registry.ForDevice(app::FieldText(device.instanceId));
+    const SimPhoneRegistry::Link link(registry, p.plug, wait);
     const auto row = static_cast<std::uint32_t>(slot);
     auto status = [&](const std::string& text) {
         window.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row), reinterpret_cast<platform::LParam>(text.c_str()));
@@ -121,7 +154,8 @@ int RunMtkStyleJob(app::Station& station, platform::MessageWindow& window, Cance
         window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kind, row), static_cast<platform::LParam>(v));
     };
     auto choose = [&](const app::LangText& t) { return station.language.ChooseText(t); };
-    auto fail = [&](bool cancelled) {
+    auto fail = [&](bool interrupted) {
+        const bool cancelled = interrupted && !link.Lost();  // a pulled phone fails the job
         status(choose(cancelled ? app::texts::kSimCancelled : app::texts::kSimFailed));
         value(5, 0);
         return cancelled ? 2 : 1;
@@ -247,6 +281,7 @@ namespace {
 // Step numbers and the message that announces each.
 constexpr int kPhase1Steps[] = {1, 2, 4};
 constexpr int kPhase2Steps[] = {1, 2, 3, 4, 9};
+constexpr int kUnpluggedStep = 11;
 std::uint32_t StepMessage(int step) {
     switch (step) {
         case 1: return app::WM_APP + 204;
@@ -318,6 +353,7 @@ std::string SimSprdEngine::GetStepName(int step) {
 
 // The engine's own thread for one port: step, progress and result messages keyed by port.
 void SimSprdEngine::RunPort(unsigned long port, bool phase1, PhoneProfile p, std::uint64_t bytes) {
+    const SimPhoneRegistry::Link link(registry_, p.plug, wait_);
     auto send = [&](std::uint32_t msg, platform::LParam l = 0) { window_.Send(msg, port, l); };
     send(app::WM_APP + 201);
     const int* steps = phase1 ? kPhase1Steps : kPhase2Steps;
@@ -335,16 +371,20 @@ void SimSprdEngine::RunPort(unsigned long port, bool phase1, PhoneProfile p, std
         send(StepMessage(step));
         Millis ms = stepMs + (step == 4 && !phase1 ? TransferMs(p, bytes) : 0);
         const bool failing = !p.pass && p.failingStep == firstIndex + i;
+        bool interrupted = false;
         if (step == 4) {
-            for (int percent = 10; percent <= 100; percent += 10) {
-                if (!wait_.Pause(ms / 10)) return;
-                send(app::WM_APP + 208, percent);
+            for (int percent = 10; percent <= 100 && !interrupted; percent += 10) {
+                interrupted = !wait_.Pause(ms / 10);
+                if (!interrupted) send(app::WM_APP + 208, percent);
                 if (failing && percent == 50) break;
             }
-        } else if (!wait_.Pause(ms)) {
-            return;
+        } else {
+            interrupted = !wait_.Pause(ms);
         }
-        if (failing) error = std::string(app::texts::kSprdStepNames[step]) + " failed";
+        // Stopped by the station: nothing more to say. A pulled phone fails its step.
+        if (interrupted && !link.Lost()) return;
+        if (interrupted) error = app::texts::kSprdStepNames[kUnpluggedStep];
+        else if (failing) error = std::string(app::texts::kSprdStepNames[step]) + " failed";
     }
     if (error.empty() && !p.pass && !phase1) error = "Download failed";
     SprdPortResult* record;

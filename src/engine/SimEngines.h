@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -31,6 +32,7 @@ struct PhoneProfile {
     double speedMBps = 16.0;                // transfer speed; 0: no transfer time
     bool switchPort = true;                 // MTK: report the DA switch; SPRD: phase 1 re-enumerates
     platform::Millis sprdPhase1Ms = 3000;   // SPRD: time until phase 1 ends
+    std::uint64_t plug = 0;                 // the physical connection it came on; 0: never unplugged
 };
 
 // A simulated phone moves to its next port: the bench re-enumerates it.
@@ -40,6 +42,8 @@ struct SwitchEvent {
     unsigned long comPort;   // SPRD: the port the engine served
     int slot;                // MTK: the engine's ThreadIndex; SPRD: -1
 };
+
+class CancellableWait;
 
 // Any thread may call any method.
 class SimPhoneRegistry {
@@ -61,8 +65,29 @@ public:
     void SetVerifyPasses(bool passes);
     bool VerifyPasses() const;
 
+    // The phone of `plug` was pulled out: every job running on it ends at once, failed.
+    void Unplugged(std::uint64_t plug);
+
+    // A job's hold on its phone, from start to end; a job that starts on a phone already
+    // gone is cut at once.
+    class Link {
+    public:
+        Link(SimPhoneRegistry& registry, std::uint64_t plug, CancellableWait& wait);
+        ~Link();
+        Link(const Link&) = delete;
+        Link& operator=(const Link&) = delete;
+        bool Lost() const;
+
+    private:
+        SimPhoneRegistry& registry_;
+        std::uint64_t plug_;
+        CancellableWait& wait_;
+    };
+
 private:
     mutable std::mutex mutex_;
+    std::multimap<std::uint64_t, CancellableWait*> links_;
+    std::set<std::uint64_t> gone_;
     PhoneProfile default_;
     std::map<std::string, PhoneProfile> byDevice_;
     std::map<unsigned long, PhoneProfile> byPort_;

@@ -148,8 +148,10 @@ bool SimBench::Enumerate(int socket, Phone& phone, bool keepCom) {
     enumSeen_[ServiceOf(phone)] = true;
     const std::string id = InstanceIdOf(socket, phone);
     names_[id] = FriendlyNameOf(phone);
-    registry_.SetProfile(id, phone.profile);
-    if (phone.kind == PhoneKind::SPRD) registry_.SetPortProfile(static_cast<unsigned long>(phone.com), phone.profile);
+    engine::PhoneProfile profile = phone.profile;
+    profile.plug = phone.plugId;
+    registry_.SetProfile(id, profile);
+    if (phone.kind == PhoneKind::SPRD) registry_.SetPortProfile(static_cast<unsigned long>(phone.com), profile);
     return true;
 }
 
@@ -172,13 +174,16 @@ bool SimBench::Plug(int socket, PhoneKind kind, const engine::PhoneProfile& prof
 }
 
 bool SimBench::Unplug(int socket) {
+    std::uint64_t plug = 0;
     {
         std::lock_guard g(mutex_);
         auto it = phones_.find(socket);
         if (it == phones_.end()) return false;
+        plug = it->second.plugId;
         Release(it->second);
         phones_.erase(it);
     }
+    registry_.Unplugged(plug);
     changes_.Notify();
     return true;
 }

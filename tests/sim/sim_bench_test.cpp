@@ -1,13 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <future>
+#include <mutex>
 #include <thread>
 
+#include "app/Messages.h"
 #include "devices/ComProbe.h"
 #include "devices/DeviceMonitor.h"
 #include "devices/DeviceText.h"
 #include "sim/Scenario.h"
 #include "sim/SimBench.h"
+#include "support/StationFixture.h"
 
 namespace quorvel::sim {
 namespace {
@@ -91,6 +95,66 @@ TEST_F(SimBenchTest, ComPortsArePseudoTerminalsThatVanishWithThePhone) {
     const int com = devices::PortNumberOf(devices::PortNameOf(name));
     bench.Unplug(0);
     EXPECT_EQ(bench.SerialNodeOf(com), "");
+}
+
+// Keeps the texts and results the engines report, copied while the sender waits.
+class ReportRecorder final : public platform::MessageWindow {
+public:
+    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+        std::lock_guard g(mutex_);
+        if (msg == app::MSG_SLOT_PROGRESS && (w & 0xFFFF) == 0) texts_.push_back(reinterpret_cast<const char*>(l));
+        if (msg == app::WM_APP + 217) texts_.push_back(reinterpret_cast<const engine::SprdPortResult*>(l)->errorText);
+        return 0;
+    }
+    void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override { Send(msg, w, l); }
+    void SetTimer(int, platform::Millis) override {}
+    void KillTimer(int) override {}
+    std::string Last() const {
+        std::lock_guard g(mutex_);
+        return texts_.empty() ? "" : texts_.back();
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> texts_;
+};
+
+TEST(SimEngineUnplug, APulledPhoneFailsItsRunningJobAtOnceWithoutTimePassing) {
+    test::StationFixture f;
+    engine::SimPhoneRegistry registry;
+    SimBench bench{1, 4, registry, f.clock};
+    ASSERT_TRUE(f.clock.AwaitWaiters(1));  // the bench's returner
+    ReportRecorder window;
+    engine::PhoneProfile slow;
+    slow.switchPort = false;
+    slow.durationMs = 60000;
+
+    // MTK: the job blocks its caller, as the vendor's does.
+    ASSERT_TRUE(bench.Plug(0, PhoneKind::MTK_BROM, slow));
+    engine::SimMtkEngine mtk(*f.station, registry, window);
+    app::DeviceInfo device{};
+    app::CopyField(device.instanceId, bench.InstanceIdAt(0));
+    mtk.SetDeviceInfo(&device);
+    mtk.SetDLPara(0, 0, 0, 0, 0, 0, 0, 0, "", "", "", 0, 0, 0);
+    auto job = std::async(std::launch::async, [&] { return mtk.DLOperationStart(); });
+    ASSERT_TRUE(f.clock.AwaitWaiters(2));
+    ASSERT_TRUE(bench.Unplug(0));
+    const bool ended = job.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    if (!ended) mtk.CancelTask();
+    EXPECT_TRUE(ended);
+    EXPECT_EQ(job.get(), 1);
+    EXPECT_EQ(window.Last(), "Download failed!");
+
+    // SPRD: the engine's own thread ends the port with an error.
+    ASSERT_TRUE(bench.Plug(1, PhoneKind::SPRD, slow));
+    const int com = devices::PortNumberOf(devices::PortNameOf(bench.FriendlyNameAt(1)));
+    engine::SimSprdEngine sprd(*f.station, registry, window);
+    sprd.StartWork();
+    sprd.StartOnePortWork(static_cast<unsigned long>(com), 0);
+    ASSERT_TRUE(f.clock.AwaitWaiters(2));
+    ASSERT_TRUE(bench.Unplug(1));
+    sprd.StopOnePortWork(static_cast<unsigned long>(com), 0);  // joins the port's thread
+    EXPECT_EQ(window.Last(), "Unplugged");
 }
 
 TEST(ScenarioTest, ParsesStepsAndOptions) {
