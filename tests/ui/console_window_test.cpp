@@ -4,8 +4,13 @@
 #include <QStatusBar>
 #include <QtTest>
 
+#include <chrono>
+#include <future>
+#include <thread>
+
 #include "console/ConsoleController.h"
 #include "console/qt/MainWindow.h"
+#include "console/qt/QtConsoleUi.h"
 #include "platform/StationLoop.h"
 #include "support/StationFixture.h"
 
@@ -74,6 +79,24 @@ private Q_SLOTS:
         QVERIFY(messages[0].rfind("the config file path is ", 0) == 0);
         QCOMPARE(QString::fromStdString(messages[1]), QString("Failed to read configuration file!"));
         QVERIFY(c.f.station->view.Snapshot().closeRequested);
+    }
+
+    // The window closed while the station thread was asking for a message box: the
+    // station thread must go on, not wait for an event loop that has ended.
+    void aBoxAskedForAfterTheWindowClosedReleasesItsCaller() {
+        console::QtConsoleUi ui(QCoreApplication::instance());
+        std::promise<void> back;
+        auto returned = back.get_future();
+        std::thread station([&] {
+            ui.MessageBox("late");
+            back.set_value();
+        });
+        // Time for the request to be queued; no event loop runs here to answer it.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        ui.CloseGui();
+        const bool released = returned.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+        released ? station.join() : station.detach();
+        QVERIFY(released);
     }
 };
 

@@ -3,18 +3,54 @@
 #include <QMessageBox>
 #include <QThread>
 
+#include <memory>
+
 #include "dialogs/AboutDialog.h"
 #include "dialogs/PreparationDialog.h"
 #include "dialogs/SettingsDialog.h"
 
 namespace quorvel::console {
 
+QtConsoleUi::QtConsoleUi(QObject* guiObject) : guiObject_(guiObject) {}
+
+// A queued call and a wait that CloseGui can end, where a blocking queued call would
+// wait for an event loop that no longer runs.
 template <class F>
 void QtConsoleUi::OnGuiThread(F f) {
-    if (QThread::currentThread() == guiObject_->thread())
+    if (QThread::currentThread() == guiObject_->thread()) {
         f();
-    else
-        QMetaObject::invokeMethod(guiObject_, f, Qt::BlockingQueuedConnection);
+        return;
+    }
+    auto done = std::make_shared<bool>(false);
+    {
+        std::lock_guard g(mutex_);
+        if (closed_) return;
+    }
+    QMetaObject::invokeMethod(
+        &calls_,
+        [this, done, &f] {
+            {
+                std::lock_guard g(mutex_);
+                if (closed_) return;  // the caller has gone on; its `f` may be gone too
+            }
+            f();
+            {
+                std::lock_guard g(mutex_);
+                *done = true;
+            }
+            finished_.notify_all();
+        },
+        Qt::QueuedConnection);
+    std::unique_lock lock(mutex_);
+    finished_.wait(lock, [&] { return *done || closed_; });
+}
+
+void QtConsoleUi::CloseGui() {
+    {
+        std::lock_guard g(mutex_);
+        closed_ = true;
+    }
+    finished_.notify_all();
 }
 
 void QtConsoleUi::MessageBox(const std::string& text) {

@@ -1,10 +1,16 @@
 #pragma once
 // ConsoleUi on Qt: message boxes raised on any thread are shown by the GUI thread,
 // and the caller waits for the operator as a modal dialog would make it.
+// Threads: any thread may call the dialogs; `CloseGui` is called on the GUI thread once
+// its event loop has ended, and releases every caller still waiting with the answer
+// "cancelled", so the station thread never hangs on a window that is gone.
 
 #include <QObject>
 #include <QPointer>
 #include <QWidget>
+
+#include <condition_variable>
+#include <mutex>
 
 #include "app/ConsoleUi.h"
 
@@ -13,7 +19,8 @@ namespace quorvel::console {
 class QtConsoleUi : public app::ConsoleUi {
 public:
     // `guiObject` lives on the GUI thread (the application object).
-    explicit QtConsoleUi(QObject* guiObject) : guiObject_(guiObject) {}
+    // Made on the GUI thread.
+    explicit QtConsoleUi(QObject* guiObject);
     void SetParentWindow(QWidget* window) { parent_ = window; }
 
     void MessageBox(const std::string& text) override;
@@ -21,12 +28,18 @@ public:
     void RunAboutDialog(app::AboutDialogLogic& dialog) override;
     void RunPreparationDialog(app::PreparationDialog& dialog) override;
 
+    void CloseGui();
+
 private:
     template <class F>
     void OnGuiThread(F f);
 
     QObject* guiObject_;
+    QObject calls_;  // context of the queued calls: those still queued die with it
     QPointer<QWidget> parent_;
+    std::mutex mutex_;
+    std::condition_variable finished_;
+    bool closed_ = false;
 };
 
 }  // namespace quorvel::console

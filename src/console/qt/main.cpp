@@ -68,6 +68,7 @@ int main(int argc, char** argv) {
         });
     });
     QApplication::exec();
+    ui.CloseGui();  // a message box the station thread is still asking for will not come
 
     if (autoBench) autoBench->Stop();
     // As the console's destructor does: keep the binding table.
