@@ -69,29 +69,27 @@ TEST_F(SettingsDialogTest, FormatAllWarnsOnceAndSetsTypeZero) {
     EXPECT_TRUE(pkg.reserveUserData);
 }
 
-TEST_F(SettingsDialogTest, PacDisablesTheListAndKeepsDownloadType) {
+TEST_F(SettingsDialogTest, PacDisablesTheListOkKeepsDownloadTypeCancelKeepsTheKind) {
+    pkg.kind = PACKAGE_MTK_CFG;
+    pkg.pacFilePath = "/old/b.pac";
     pkg.downloadType = 3;
     pkg.prepared = true;
+    SettingsDialogLogic cancelled(*f.station);
+    cancelled.Open();
+    cancelled.Load(file("a.pac"));
+    EXPECT_FALSE(cancelled.ListEnabled());
+    EXPECT_FALSE(pkg.prepared);
+    cancelled.Cancel();
+    EXPECT_EQ(pkg.kind, PACKAGE_SPRD_PAC);
+    EXPECT_EQ(pkg.pacFilePath, "/old/b.pac");
+    EXPECT_EQ(cancelled.PathText(), "");
+
     SettingsDialogLogic d(*f.station);
     d.Open();
     d.Load(file("a.pac"));
-    EXPECT_FALSE(d.ListEnabled());
-    EXPECT_FALSE(pkg.prepared);
     ASSERT_TRUE(d.Ok());
     EXPECT_EQ(pkg.downloadType, 3);
     EXPECT_EQ(pkg.pacFilePath, f.dir.File("a.pac"));
-}
-
-TEST_F(SettingsDialogTest, CancelKeepsTheKindChangedByLoad) {
-    pkg.kind = PACKAGE_MTK_CFG;
-    pkg.pacFilePath = "/old/b.pac";
-    SettingsDialogLogic d(*f.station);
-    d.Open();
-    d.Load(file("new.pac"));
-    d.Cancel();
-    EXPECT_EQ(pkg.kind, PACKAGE_SPRD_PAC);
-    EXPECT_EQ(pkg.pacFilePath, "/old/b.pac");
-    EXPECT_EQ(d.PathText(), "");
 }
 
 TEST_F(SettingsDialogTest, KindRulesAndRefusals) {

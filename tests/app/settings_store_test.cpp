@@ -13,33 +13,18 @@ namespace {
 using platform::ProfileIni;
 using test::StationFixture;
 
-
-TEST(SettingsLoadTest, FileWithoutOptionsGivesTheBuiltInValues) {
-    StationFixture f;
-    f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n");
-    ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
-    const Settings& s = f.station->settings;
-    EXPECT_EQ(s.CheckVersion, 1u);
-    EXPECT_EQ(s.CheckSum, 1u);
-    EXPECT_EQ(s.Battery, 1u);
-    EXPECT_EQ(s.SleepTimeRestart, 10000u);
-    EXPECT_EQ(s.memoryTest.DataBus + s.memoryTest.AddrBus + s.memoryTest.PatternTest + s.memoryTest.IncDecTest +
-                  s.memoryTest.PatternNum,
-              5u);
-    EXPECT_EQ(s.FlashCheckSum, 0u);
-    EXPECT_EQ(s.NVDATAZIP + s.EnableDebug + s.CleanBinRegionData + s.MTK_UPGRADE_BK_NV + s.BromLog +
-                  s.ForceWatchdogReset + s.EnableAutoPulling,
-              0u);
-    EXPECT_TRUE(s.ServiceNameList.empty());
-    EXPECT_EQ(f.station->package.kind, PACKAGE_NONE);
-    EXPECT_TRUE(f.ui.Messages().empty());
+// One slot's locations, port and state as "hs|ls|com|STATE".
+std::string Slot(const Station& st, int n) {
+    const auto e = st.bindings.Get(n);
+    return e.hs + "|" + e.ls + "|" + e.com + "|" + BindStateName(st.bindings.State(n));
 }
 
 TEST(SettingsLoadTest, ValuesAreConvertedOnlyWhenNonEmpty) {
     StationFixture f;
     f.WriteSettings(
         "[COMMON]\nSleepTimeRestart=\nBattery=abc\nCheckSum= 0 \nFlashCheckSum=\nDA_BR=\"BR name\"\n"
-        "MTK_SERVICE_NAME=wdm_usb,,usbser, x\nNVDATAZIP=-1\n[MEMORYTEST]\nPatternNum=7\nDataBus=\n");
+        "MTK_SERVICE_NAME=wdm_usb,,usbser, x\nNVDATAZIP=-1\nDA_PL=" + std::string(100, 'p') +
+        "\n[MEMORYTEST]\nPatternNum=7\nDataBus=\n");
     ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
     const Settings& s = f.station->settings;
     EXPECT_EQ(s.SleepTimeRestart, 10000u);
@@ -47,17 +32,11 @@ TEST(SettingsLoadTest, ValuesAreConvertedOnlyWhenNonEmpty) {
     EXPECT_EQ(s.CheckSum, 0u);
     EXPECT_EQ(s.FlashCheckSum, 0u);
     EXPECT_EQ(s.DA_BR, "BR name");
+    EXPECT_EQ(s.DA_PL, std::string(63, 'p'));  // text options are cut to 63 characters
     EXPECT_EQ(s.NVDATAZIP, 0xFFFFFFFFu);
     EXPECT_EQ(s.ServiceNameList, (std::vector<std::string>{"wdm_usb", "usbser", " x"}));
     EXPECT_EQ(s.memoryTest.PatternNum, 7u);
     EXPECT_EQ(s.memoryTest.DataBus, 1u);
-}
-
-TEST(SettingsLoadTest, TextOptionsAreCutToSixtyThreeCharacters) {
-    StationFixture f;
-    f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\nDA_PL=" + std::string(100, 'p') + "\n");
-    f.station->settingsStore.SettingsLoad();
-    EXPECT_EQ(f.station->settings.DA_PL, std::string(63, 'p'));
 }
 
 TEST(SettingsLoadTest, MissingFileShowsThePathAndErrorCode) {
@@ -76,20 +55,12 @@ TEST(MachineStampRuleTest, MatchingStampLoadsTheBindingTable) {
         "[BROMPORTINFO]\nIndex0=hubB\\PORT1\nIndex1=hubB\\PORT2\nIndex2=NA\n"
         "[COM]\nIndex0=Diag (COM3)\n");
     ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
-    const BindingTable& t = f.station->bindings;
-    EXPECT_EQ(t.Get(0).hs, "hubA\\PORT1");
-    EXPECT_EQ(t.Get(0).ls, "hubB\\PORT1");
-    EXPECT_EQ(t.Get(0).com, "Diag (COM3)");
-    EXPECT_EQ(t.State(0), BIND_ALL_BINDED);
+    EXPECT_EQ(Slot(*f.station, 0), "hubA\\PORT1|hubB\\PORT1|Diag (COM3)|ALL_BINDED");
     // HS "NA": the boot-ROM location is discarded and the slot stays idle.
-    EXPECT_EQ(t.Get(1).hs, "NA");
-    EXPECT_EQ(t.Get(1).ls, "NA");
-    EXPECT_EQ(t.State(1), BIND_IDLE);
-    EXPECT_EQ(t.State(2), BIND_PRELOADER_BINDED);
+    EXPECT_EQ(Slot(*f.station, 1), "NA|NA||IDLE");
+    EXPECT_EQ(Slot(*f.station, 2), "hubA\\PORT3|NA||PRELOADER_BINDED");
     // Both keys absent: empty locations, and an empty location counts as bound.
-    EXPECT_EQ(t.Get(5).hs, "");
-    EXPECT_EQ(t.Get(5).ls, "");
-    EXPECT_EQ(t.State(5), BIND_ALL_BINDED);
+    EXPECT_EQ(Slot(*f.station, 5), "|||ALL_BINDED");
 
     EXPECT_EQ(f.station->package.kind, PACKAGE_MTK_SCATTER);
     EXPECT_EQ(f.station->package.firmwareFolder, "D:\\fw\\");
@@ -106,13 +77,7 @@ TEST(MachineStampRuleTest, ForeignStampUnbindsEverythingAndIsRewritten) {
     f.WriteSettings(
         "[COMMON]\nMac=AA-AA-AA-AA-AA-AA\nFilePath=/fw/a.pac\nHasScan=1\n[USBPORTINFO]\nIndex0=hubA\\PORT1\n");
     ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
-    for (int n = 0; n < kSlotCount; ++n) {
-        const auto e = f.station->bindings.Get(n);
-        EXPECT_EQ(e.hs, "NA");
-        EXPECT_EQ(e.ls, "NA");
-        EXPECT_EQ(e.com, "NA");
-        EXPECT_EQ(e.state, BIND_IDLE);
-    }
+    for (int n = 0; n < kSlotCount; ++n) EXPECT_EQ(Slot(*f.station, n), "NA|NA|NA|IDLE") << n;
     EXPECT_EQ(f.station->package.kind, PACKAGE_NONE);
     EXPECT_EQ(f.station->settings.HasScan, 0u);
     EXPECT_EQ(f.station->view.Text(IDC_TOTAL), "0");
@@ -130,9 +95,11 @@ TEST(MachineStampRuleTest, ForeignStampUnbindsEverythingAndIsRewritten) {
 TEST(MachineStampRuleTest, NoAdapterAndEmptyStoredStampMatch) {
     StationFixture f(1033, "");
     f.WriteSettings("[COMMON]\nMac=\nFilePath=/fw/x.cfg\n");
-    f.station->settingsStore.SettingsLoad();
+    ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
     EXPECT_EQ(f.station->package.kind, PACKAGE_MTK_CFG);
     EXPECT_EQ(f.station->package.cfgFolder, "/fw/");
+    EXPECT_TRUE(f.station->settings.ServiceNameList.empty()) << "no service names: none, not one empty";
+    EXPECT_EQ(f.station->settings.SleepTimeRestart, 10000u) << "an absent option has its built-in value";
 }
 
 TEST(FilePathClassificationTest, LaterMatchesOverrideEarlierOnes) {
@@ -178,8 +145,7 @@ TEST(SaveBindingsTest, WritesEverySlotInOrderAndThePackagePath) {
     StationFixture again;
     again.WriteSettings(file);
     again.station->settingsStore.SettingsLoad();
-    EXPECT_EQ(again.station->bindings.Get(3).com, "Port (COM7)");
-    EXPECT_EQ(again.station->bindings.State(3), BIND_ALL_BINDED);
+    EXPECT_EQ(Slot(*again.station, 3), "hub\\PORT4|hub2\\PORT4|Port (COM7)|ALL_BINDED");
     EXPECT_EQ(again.station->package.scatterFilePath, "/fw/MT_scatter.txt");
 }
 
@@ -211,29 +177,15 @@ TEST(LanguageTest, ChoiceFollowsTheComparisonRuleAtEveryCall) {
 TEST(UiLogTest, WritesTheDayFileInTheStationFolder) {
     StationFixture f;
     f.station->settingsStore.UiLog("service 2");
-    const auto name = platform::DayLogPath(f.dir.Path(), f.clock.WallSeconds());
-    EXPECT_EQ(name.rfind(f.dir.Path(), 0), 0u);
-    std::ifstream in(name);
-    std::string line;
-    std::getline(in, line);
-    EXPECT_EQ(line, "service 2\r");
+    EXPECT_EQ(f.dir.Read(platform::DayLogPath("", f.clock.WallSeconds())), "service 2\r\n");
 }
 
-TEST(StationStateTest, NamesAndFreshState) {
-    EXPECT_STREQ(BindStateName(999), "BUSY");
-    EXPECT_STREQ(BindStateName(4), "ALL_BINDED");
-    EXPECT_STREQ(BindStateName(5), "");
+TEST(StationStateTest, NamesAtAndBeyondTheirTablesEnds) {
     EXPECT_STREQ(BindStateName(-1), "");
-    StationFixture f;
-    for (int n = 0; n < kSlotCount; ++n) {
-        EXPECT_EQ(f.station->bindings.State(n), 0);
-        EXPECT_EQ(f.station->bindings.Get(n).hs, "");
-    }
-    EXPECT_EQ(f.station->package.downloadType, 1);
-    EXPECT_STREQ(DownloadTypeName(8).en, "Download Only(not format)");
-    EXPECT_STREQ(DownloadTypeName(5).zh, DownloadTypeName(0).zh);
+    EXPECT_STREQ(DownloadTypeName(11).en, "Read Back");
     EXPECT_STREQ(DownloadTypeName(12).en, "");
     EXPECT_STREQ(DownloadTypeName(-1).zh, "");
+    EXPECT_EQ(StationFixture().station->package.downloadType, 1) << "a fresh station upgrades firmware";
 }
 
 }  // namespace

@@ -11,12 +11,9 @@ using namespace quorvel::packages;
 namespace {
 
 TEST(DaVariant, TableOfChipNames) {
-    EXPECT_EQ(DaVariantOf("MT6755_V1"), 3);
-    EXPECT_EQ(DaVariantOf("xxMT6799yy"), 1);
-    EXPECT_EQ(DaVariantOf("MT6580_V1"), 2);
-    EXPECT_EQ(DaVariantOf("MT6580"), 0);
-    EXPECT_EQ(DaVariantOf("mt6755"), 0);  // case-sensitive
-    EXPECT_EQ(DaVariantOf("MT6755_v1"), 1);
+    for (auto [chip, variant] : {std::pair{"MT6755_V1", 3}, {"xxMT6799yy", 1}, {"MT6580_V1", 2}, {"MT6580", 0},
+                                 {"mt6755", 0} /* case-sensitive */, {"MT6755_v1", 1}})
+        EXPECT_EQ(DaVariantOf(chip), variant) << chip;
     EXPECT_EQ(DaFolderOf("/st/", 2), "/st/MTKDA_SP/Sec11_V1");
 }
 
@@ -56,19 +53,16 @@ TEST_F(MtkPrep, FullPreparationPublishesEfuseChipAndDaFiles) {
     EXPECT_TRUE(fx.ui.Messages().empty());
 }
 
-TEST_F(MtkPrep, NoEfuseXmlDisablesAndSearchesNothingMore) {
-    fx.dir.Write("fw/config.xml", "<x/>");
+TEST_F(MtkPrep, EfuseSearchNoneOrSeveral) {
+    fx.dir.Write("fw/d.xml", "<x/>");
     MtkPreparation(*fx.station).PrepareMtkPackage(true);
     EXPECT_EQ(fx.station->mtkPrep.Get()->EfuseEnabled, 0);
     EXPECT_EQ(fx.station->view.Pane(2), "EFUSE Disable!");
-    EXPECT_TRUE(fx.ui.Messages().empty());  // no DA message either
-}
+    EXPECT_TRUE(fx.ui.Messages().empty());  // no DA search, so no DA message either
 
-TEST_F(MtkPrep, SeveralEfuseXmlsRepeatTheMessageAndTheLastWins) {
     Efuse("a_efuse.xml", "MT6580");
     Efuse("b_efuse.xml", "MT6797");
     Efuse("c_efuse.XML", "MT6757");
-    fx.dir.Write("fw/d.xml", "<x/>");
     MtkPreparation prep(*fx.station);
     EXPECT_EQ(prep.FindEfuseXml(), 0);
     EXPECT_EQ(prep.State().EfuseXmlPath, fx.dir.Path() + "fw/c_efuse.XML");
@@ -136,60 +130,60 @@ TEST_F(MtkPrep, EarlierDaPathsStayWhenTheFolderHasNoBin) {
 
 class FakeConsole final : public PackageDisplayConsole {
 public:
-    void SetBannerFont(const DisplayFont& f) override { calls.push_back(std::string("banner ") + f.face + " " + std::to_string(f.height)); }
-    void SetPanelFont(const DisplayFont& f) override { calls.push_back("panel " + std::to_string(f.height)); }
+    void SetBannerFont(const DisplayFont& f) override {
+        Log(std::string("banner ") + f.face + " " + std::to_string(f.height));
+    }
+    void SetPanelFont(const DisplayFont& f) override { Log("panel " + std::to_string(f.height)); }
     int PanelClientHeight() const override { return 47; }
     int PreLoadPackage() override {
-        calls.push_back("preload");
+        Log("preload");
         return preloadResult;
     }
-    std::string PackageVersionText() override { return version; }
-    void Repaint() override { calls.push_back("repaint"); }
+    std::string PackageVersionText() override { return "V1.2"; }
+    void Repaint() override { Log("repaint"); }
+    void Log(const std::string& call) { calls.push_back(call); }
     int preloadResult = 0;
-    std::string version = "V1.2";
     std::vector<std::string> calls;
 };
 
 TEST_F(MtkPrep, RefreshDisplayByKind) {
     FakeConsole console;
-    MtkPreparation::RefreshPackageDisplay(*fx.station, console);
+    auto refresh = [&] {
+        console.calls.clear();
+        MtkPreparation::RefreshPackageDisplay(*fx.station, console);
+        return console.calls;
+    };
+    using Calls = std::vector<std::string>;
+    app::ConsoleView& view = fx.station->view;
     const std::string scatter = fx.station->package.scatterFilePath;
-    EXPECT_EQ(fx.station->view.Pane(0), "Software Path: \"" + scatter + "\"");
-    EXPECT_EQ(fx.station->view.Text(app::IDC_PATH_BANNER), scatter);
-    EXPECT_EQ(fx.station->view.Text(app::IDC_PANEL), "SW:V1.2");
-    EXPECT_EQ(console.calls, (std::vector<std::string>{"banner Arial 24", "preload", "panel 32", "repaint"}));
+    EXPECT_EQ(refresh(), (Calls{"banner Arial 24", "preload", "panel 32", "repaint"}));
+    EXPECT_EQ(view.Pane(0), "Software Path: \"" + scatter + "\"");
+    EXPECT_EQ(view.Text(app::IDC_PATH_BANNER), scatter);
+    EXPECT_EQ(view.Text(app::IDC_PANEL), "SW:V1.2");
 
     // A failed pre-load stops before the banner text and the repaint.
-    fx.station->view.SetText(app::IDC_PATH_BANNER, "");
-    console.calls.clear();
+    view.SetText(app::IDC_PATH_BANNER, "");
     console.preloadResult = 5;
-    MtkPreparation::RefreshPackageDisplay(*fx.station, console);
-    EXPECT_EQ(console.calls, (std::vector<std::string>{"banner Arial 24", "preload"}));
-    EXPECT_EQ(fx.station->view.Text(app::IDC_PATH_BANNER), "");
+    EXPECT_EQ(refresh(), (Calls{"banner Arial 24", "preload"}));
+    EXPECT_EQ(view.Text(app::IDC_PATH_BANNER), "");
 
     // A missing scatter file: the message, empty texts, no pre-load.
-    console.calls.clear();
     fx.station->package.scatterFilePath = fx.dir.Path() + "fw/gone.txt";
-    MtkPreparation::RefreshPackageDisplay(*fx.station, console);
+    EXPECT_TRUE(refresh().empty());
     EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{"Please select MTK Scatter file first!"});
-    EXPECT_EQ(fx.station->view.Pane(0), "");
-    EXPECT_TRUE(console.calls.empty());
+    EXPECT_EQ(view.Pane(0), "");
 
-    console.calls.clear();
     fx.station->package.kind = app::PACKAGE_SPRD_PAC;
     fx.station->package.pacFilePath = "/p/a.pac";
-    MtkPreparation::RefreshPackageDisplay(*fx.station, console);
-    EXPECT_EQ(fx.station->view.Pane(0), "Software Path: \"/p/a.pac\"");
-    EXPECT_EQ(fx.station->view.Text(app::IDC_PANEL), "");
-    EXPECT_EQ(console.calls, (std::vector<std::string>{"banner Arial 24", "panel 32", "repaint"}));
+    EXPECT_EQ(refresh(), (Calls{"banner Arial 24", "panel 32", "repaint"}));
+    EXPECT_EQ(view.Pane(0), "Software Path: \"/p/a.pac\"");
+    EXPECT_EQ(view.Text(app::IDC_PANEL), "");
 
-    console.calls.clear();
     console.preloadResult = 1;  // not examined for CFG packages
     fx.station->package.kind = app::PACKAGE_MTK_CFG;
     fx.station->package.cfgFilePath = "/c/x.cfg";
-    MtkPreparation::RefreshPackageDisplay(*fx.station, console);
-    EXPECT_EQ(fx.station->view.Text(app::IDC_PATH_BANNER), "/c/x.cfg");
-    EXPECT_EQ(console.calls, (std::vector<std::string>{"banner Arial 24", "preload", "panel 32", "repaint"}));
+    EXPECT_EQ(refresh(), (Calls{"banner Arial 24", "preload", "panel 32", "repaint"}));
+    EXPECT_EQ(view.Text(app::IDC_PATH_BANNER), "/c/x.cfg");
 }
 
 }  // namespace

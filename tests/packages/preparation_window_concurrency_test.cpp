@@ -20,39 +20,52 @@ PacSpec Base() {
     return layout;
 }
 
-TEST(PreparationWindow, FailedExtractionShowsBothMessagesAndClosesWithZero) {
-    test::StationFixture fx;
-    PacSpec layout = Base();
-    layout.version = "BP_R2.0.0";
-    fx.dir.Write("pkg.pac", test::BuildPac(layout));
+// Selects pkg.pac as the station's SPRD package (written only when a layout is given).
+void UsePac(test::StationFixture& fx, const std::optional<PacSpec>& layout) {
+    if (layout) fx.dir.Write("pkg.pac", test::BuildPac(*layout));
     fx.station->package.kind = app::PACKAGE_SPRD_PAC;
     fx.station->package.pacFilePath = fx.dir.File("pkg.pac");
-    PreparationWindowLogic window(*fx.station);
-    window.SetTempFolderSource([&] { return std::optional<std::string>(fx.dir.Path()); });
-    fx.ui.RunPreparationDialog(window);
-    EXPECT_EQ(window.PreparationResult(), 0);
-    EXPECT_TRUE(window.View().closed);
-    EXPECT_EQ(window.View().title, "Unzip files");
-    window.WaitForWork();
-    EXPECT_EQ(fx.ui.Messages(),
-              (std::vector<std::string>{app::texts::kPacVersionNotSupported, app::texts::kPrepUnzipFailed}));
 }
 
-TEST(PreparationWindow, SuccessfulExtractionIsResultOneEvenWhenAConfigurationCheckFails) {
-    test::StationFixture fx;
-    PacSpec layout = Base();
-    layout.nvBackupFlag = 0;
-    fx.dir.Write("pkg.pac", test::BuildPac(layout));
-    fx.station->package.kind = app::PACKAGE_SPRD_PAC;
-    fx.station->package.pacFilePath = fx.dir.File("pkg.pac");
-    PreparationWindowLogic window(*fx.station);
+void WithTempFolder(PreparationWindowLogic& window, test::StationFixture& fx) {
     window.SetTempFolderSource([&] { return std::optional<std::string>(fx.dir.Path()); });
-    fx.ui.RunPreparationDialog(window);
-    EXPECT_EQ(window.PreparationResult(), 1);
-    EXPECT_EQ(window.View().barPosition, 100);
-    EXPECT_EQ(window.View().barText, "100%");
-    window.WaitForWork();
-    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{app::texts::kSprdNoNvBackup});
+}
+
+TEST(PreparationWindow, TheLoadsOutcomeDecidesResultAndMessages) {
+    PacSpec badVersion = Base(), noBackup = Base();
+    badVersion.version = "BP_R2.0.0";
+    noBackup.nvBackupFlag = 0;
+    namespace tx = app::texts;
+    const struct {
+        const char* label;
+        std::optional<PacSpec> layout;
+        int result;
+        std::vector<std::string> messages;  // {} stands for the open failure
+    } rows[] = {
+        {"extraction_fails", badVersion, 0, {tx::kPacVersionNotSupported, tx::kPrepUnzipFailed}},
+        // A configuration check failing after a good extraction still gives 1.
+        {"check_fails_after_extraction", noBackup, 1, {tx::kSprdNoNvBackup}},
+        // No end notice ever comes: the ended work closes the window.
+        {"never_reaches_extraction", std::nullopt, 0, {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        test::StationFixture fx;
+        UsePac(fx, row.layout);
+        PreparationWindowLogic window(*fx.station);
+        WithTempFolder(window, fx);
+        fx.ui.RunPreparationDialog(window);
+        window.WaitForWork();
+        EXPECT_EQ(window.PreparationResult(), row.result);
+        EXPECT_TRUE(window.View().closed);
+        EXPECT_EQ(window.View().title, "Unzip files");
+        if (row.result == 1) {
+            EXPECT_EQ(window.View().barPosition, 100);
+            EXPECT_EQ(window.View().barText, "100%");
+        }
+        const std::string openFailed = "Can not open file [" + fx.dir.File("pkg.pac") + "]\n";
+        EXPECT_EQ(fx.ui.Messages(), row.layout ? row.messages : std::vector<std::string>{openFailed});
+    }
 }
 
 TEST(PreparationWindow, ChecksumRecordsTextsMegabytesResultAndClose) {
@@ -75,14 +88,15 @@ TEST(PreparationWindow, ChecksumRecordsTextsMegabytesResultAndClose) {
         r.bytesTotal = total;
         receiver->Send(app::MSG_CHECKSUM, 0, reinterpret_cast<platform::LParam>(&r));
     };
-    send("C:\\fw\\system%d.img", 45, 3 * 1048576 + 524288, 10 * 1048576);
+    constexpr std::uint64_t MiB = 1048576;
+    send("C:\\fw\\system%d.img", 45, 3 * MiB + MiB / 2, 10 * MiB);
     EXPECT_EQ(window.View().status, "正在校验文件：system%d.img(3.50/10.00M)");
     EXPECT_EQ(window.View().barText, "system%d.img(45%)");
     EXPECT_EQ(window.View().barPosition, 45);
-    send("/fw/a.img", 99, 1, 10 * 1048576);
+    send("/fw/a.img", 99, 1, 10 * MiB);
     EXPECT_EQ(fx.station->validatedMegabytes.load(), 0.0);
-    send("/fw/a.img", 100, 10 * 1048576, 10 * 1048576);
-    send("/fw/b.img", 100, 3 * 1048576 + 524288, 3 * 1048576 + 524288);
+    send("/fw/a.img", 100, 10 * MiB, 10 * MiB);
+    send("/fw/b.img", 100, 3 * MiB + MiB / 2, 3 * MiB + MiB / 2);
     EXPECT_EQ(fx.station->validatedMegabytes.load(), 13.0);
 
     const char* text = "checksum of b.img is wrong";
@@ -102,12 +116,10 @@ TEST(PreparationWindow, ChecksumRecordsTextsMegabytesResultAndClose) {
 
 TEST(PreparationWindow, ClosedByTheOperatorKeepsZeroWhileTheWorkGoesOn) {
     test::StationFixture fx;
-    fx.dir.Write("pkg.pac", test::BuildPac(Base()));
-    fx.station->package.kind = app::PACKAGE_SPRD_PAC;
-    fx.station->package.pacFilePath = fx.dir.File("pkg.pac");
+    UsePac(fx, Base());
     {
         PreparationWindowLogic window(*fx.station);
-        window.SetTempFolderSource([&] { return std::optional<std::string>(fx.dir.Path()); });
+        WithTempFolder(window, fx);
         // Escape as soon as the extraction has begun.
         window.SetObserver([&] {
             if (window.View().status == "Unzipping files...") window.Close();
@@ -119,18 +131,6 @@ TEST(PreparationWindow, ClosedByTheOperatorKeepsZeroWhileTheWorkGoesOn) {
         EXPECT_NE(window.View().barPosition, 100);
     }
     EXPECT_EQ(fx.station->sprdParams.Get()->SelectedFileCount, 3);  // the load itself finished
-}
-
-TEST(PreparationWindow, ALoadThatNeverReachesExtractionStillEndsTheWindow) {
-    test::StationFixture fx;
-    fx.station->package.kind = app::PACKAGE_SPRD_PAC;
-    fx.station->package.pacFilePath = fx.dir.File("missing.pac");
-    PreparationWindowLogic window(*fx.station);
-    window.SetTempFolderSource([&] { return std::optional<std::string>(fx.dir.Path()); });
-    fx.ui.RunPreparationDialog(window);
-    EXPECT_TRUE(window.View().closed);
-    EXPECT_EQ(window.PreparationResult(), 0);
-    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{"Can not open file [" + fx.dir.File("missing.pac") + "]\n"});
 }
 
 TEST(PreparationWindow, NothingStartedClosesAtOnceWithResultZero) {

@@ -30,7 +30,7 @@ Result RunTool(const std::string& args) {
     return r;
 }
 
-TEST(QuorvelPacTool, InspectsVerifiesPlansAndExtractsAGoodPackage) {
+TEST(QuorvelPacTool, GoodPackagePassesEveryCommandBadInputExitsNonZero) {
     TempDir dir;
     WritePac(dir.File("fw.pac"), TypicalSprdPac());
     const auto list = RunTool("list --json " + dir.File("fw.pac"));
@@ -38,27 +38,20 @@ TEST(QuorvelPacTool, InspectsVerifiesPlansAndExtractsAGoodPackage) {
     EXPECT_EQ(list.out.front(), '{');
     EXPECT_NE(list.out.find("system.img"), std::string::npos);
     EXPECT_NE(list.out.find("SC9863A"), std::string::npos);
-
     EXPECT_EQ(RunTool("verify " + dir.File("fw.pac")).exitCode, 0);
     EXPECT_EQ(RunTool("plan " + dir.File("fw.pac")).exitCode, 0);
-
     const auto extract = RunTool("extract " + dir.File("fw.pac") + " " + dir.File("out"));
     ASSERT_EQ(extract.exitCode, 0) << extract.out;
     int files = 0;
-    for (auto& e : std::filesystem::recursive_directory_iterator(dir.File("out")))
-        files += e.is_regular_file();
+    for (auto& e : std::filesystem::recursive_directory_iterator(dir.File("out"))) files += e.is_regular_file();
     EXPECT_EQ(files, 6) << "the unnamed entry is dropped";
-}
 
-TEST(QuorvelPacTool, BadInputGivesTheStationsMessageAndNonZeroExit) {
-    TempDir dir;
-    PacSpec layout = TypicalSprdPac();
-    layout.badDataCrc = true;
-    WritePac(dir.File("bad.pac"), layout);
+    PacSpec bad = TypicalSprdPac();
+    bad.badDataCrc = true;
+    WritePac(dir.File("bad.pac"), bad);
     const auto verify = RunTool("verify " + dir.File("bad.pac"));
     EXPECT_EQ(verify.exitCode, 1);
-    EXPECT_FALSE(verify.out.empty());
-
+    EXPECT_NE(verify.out.find("CRC"), std::string::npos) << verify.out;
     dir.Write("short.pac", "PAC?");
     EXPECT_EQ(RunTool("list " + dir.File("short.pac")).exitCode, 1);
     const auto missing = RunTool("list " + dir.File("none.pac"));

@@ -4,7 +4,6 @@
 
 #include <filesystem>
 
-#include "app/Messages.h"
 #include "app/Texts.h"
 #include "packages/SprdDownloadConfig.h"
 #include "platform/ProfileIni.h"
@@ -14,7 +13,6 @@
 namespace fs = std::filesystem;
 using namespace quorvel;
 using namespace quorvel::packages;
-using quorvel::test::PacEntrySpec;
 using quorvel::test::PacSpec;
 
 namespace {
@@ -38,93 +36,83 @@ PacSpec Base() {
     return layout;
 }
 
-TEST(SprdSelection, AllChosenWithNvAndBackupPassesWithoutWarning) {
-    const auto s = Select(Base());
-    EXPECT_EQ(s.verdict, SprdSelection::SELECTION_OK);
-    EXPECT_EQ(s.selectedCount, 3);
-    EXPECT_TRUE(s.message.empty());
-    ASSERT_EQ(s.files.size(), 3u);
-    EXPECT_STREQ(s.files[2].FileId, "SYSTEM");  // ids upper-cased
-    EXPECT_EQ(s.files[2].FileSize, 1u);
-}
-
-TEST(SprdSelection, OmittableAndNeedsAFileRules) {
-    PacSpec layout = Base();
-    layout.entries.push_back({"UserData", "u.img", "u", 0, 1});  // unchosen but omittable
-    auto s = Select(layout);
-    EXPECT_EQ(s.verdict, SprdSelection::SELECTION_OK);
-    EXPECT_EQ(s.missingFileList, "");
-
-    // Chosen by flag but needing a file it does not carry: never chosen, blocks, not listed.
-    layout.entries.push_back({"Boot", "", "", 1, 0, 1});
-    layout.repartitionMode = 2;
-    layout.repartitionFlag = 1;
-    s = Select(layout);
-    EXPECT_FALSE(s.chosen.back());
-    EXPECT_FALSE(s.allRequiredChosen);
-    EXPECT_EQ(s.missingFileList, "");
-    EXPECT_EQ(s.verdict, SprdSelection::SELECTION_WARN_MISSING);
-    EXPECT_EQ(s.message, "Configure dangerouse: have not selected all files to dwonload.\n[]");
-
-    // A chosen omittable entry no longer counts as left out.
-    layout.entries.back() = {"Boot", "b.img", "b", 1, 1, 1};
-    s = Select(layout);
-    EXPECT_EQ(s.omittableLeft, 1);
-    EXPECT_TRUE(s.allRequiredChosen);
-}
-
-TEST(SprdSelection, NvAndFlashFamilies) {
-    PacSpec layout = Base();
-    layout.entries[1].id = "nv_cal";  // lower case is still NV
-    EXPECT_TRUE(Select(layout).nvChosen);
-    layout.entries[1].id = "ANV";
-    auto s = Select(layout);
-    EXPECT_EQ(s.verdict, SprdSelection::SELECTION_FAIL_NO_NV);
-    EXPECT_EQ(s.message, app::texts::kSprdNoNvChosen);
-
-    layout = Base();
-    layout.entries.push_back({"FLASH_A", "flash.bin", "x", 0, 1});  // a FLASH file, not chosen
-    s = Select(layout);
-    EXPECT_EQ(s.verdict, SprdSelection::SELECTION_FAIL_FLASH);
-    EXPECT_TRUE(s.message.empty());  // fails silently
-    layout.entries.back().checkFlag = 1;
-    EXPECT_EQ(Select(layout).verdict, SprdSelection::SELECTION_OK);
-    layout.entries.back().id = "NVFLASH";  // NV first: not a FLASH file
-    layout.entries.back().checkFlag = 0;
-    EXPECT_FALSE(Select(layout).hasFlash);
-
-    layout = Base();
-    layout.nvBackupFlag = 0;
-    EXPECT_EQ(Select(layout).verdict, SprdSelection::SELECTION_FAIL_NO_NV_BACKUP);
-}
-
-TEST(SprdSelection, RepartitionModesDecideBetweenBlockAndWarning) {
-    PacSpec layout = Base();
-    layout.entries.push_back({"Cache", "c.img", "c", 0, 0});
-    layout.entries.push_back({"Misc", "m.img", "m", 0, 0});
-    layout.repartitionFlag = 1;
-    for (std::uint32_t mode : {0u, 3u}) {
-        layout.repartitionMode = mode;
+TEST(SprdSelection, VerdictsAndMessages) {
+    using S = SprdSelection;
+    auto leaveOut = [](PacSpec& s, std::uint32_t flag, std::uint32_t mode) {
+        s.entries.push_back({"Cache", "c.img", "c", 0, 0});
+        s.entries.push_back({"Misc", "m.img", "m", 0, 0});
+        s.repartitionFlag = flag;
+        s.repartitionMode = mode;
+    };
+    const std::string warn = "Configure dangerouse: have not selected all files to dwonload.\n";
+    const std::string block =
+        "Configure dangerouse: have selected repartition,\nbut not selected all files to download.\n"
+        "[CACHE,MISC]\nPlease select right packet!";
+    const struct {
+        const char* label;
+        std::function<void(PacSpec&)> tweak;
+        S::Verdict verdict;
+        std::string message;
+    } rows[] = {
+        {"all_chosen", [](PacSpec&) {}, S::SELECTION_OK, ""},
+        {"nv_lower_case", [](PacSpec& s) { s.entries[1].id = "nv_cal"; }, S::SELECTION_OK, ""},
+        {"nv_not_first", [](PacSpec& s) { s.entries[1].id = "ANV"; }, S::SELECTION_FAIL_NO_NV,
+         app::texts::kSprdNoNvChosen},
+        {"no_nv_backup", [](PacSpec& s) { s.nvBackupFlag = 0; }, S::SELECTION_FAIL_NO_NV_BACKUP,
+         app::texts::kSprdNoNvBackup},
+        {"omittable_left_out", [](PacSpec& s) { s.entries.push_back({"UserData", "u.img", "u", 0, 1}); },
+         S::SELECTION_OK, ""},
+        // A FLASH file left out fails without a message; NV first makes it no FLASH file.
+        {"flash_left_out", [](PacSpec& s) { s.entries.push_back({"FLASH_A", "f.bin", "x", 0, 1}); },
+         S::SELECTION_FAIL_FLASH, ""},
+        {"flash_chosen", [](PacSpec& s) { s.entries.push_back({"FLASH_A", "f.bin", "x", 1, 1}); }, S::SELECTION_OK,
+         ""},
+        {"nvflash_left_out", [](PacSpec& s) { s.entries.push_back({"NVFLASH", "f.bin", "x", 0, 1}); },
+         S::SELECTION_OK, ""},
+        {"repartition_mode_0", [&](PacSpec& s) { leaveOut(s, 1, 0); }, S::SELECTION_FAIL_REPARTITION, block},
+        {"repartition_mode_3", [&](PacSpec& s) { leaveOut(s, 1, 3); }, S::SELECTION_FAIL_REPARTITION, block},
+        {"keep_partitions_mode_1", [&](PacSpec& s) { leaveOut(s, 1, 1); }, S::SELECTION_WARN_MISSING,
+         warn + "[CACHE,MISC]"},
+        {"keep_partitions_mode_2", [&](PacSpec& s) { leaveOut(s, 1, 2); }, S::SELECTION_WARN_MISSING,
+         warn + "[CACHE,MISC]"},
+        {"no_repartition_flag", [&](PacSpec& s) { leaveOut(s, 0, 0); }, S::SELECTION_WARN_MISSING,
+         warn + "[CACHE,MISC]"},
+        // Chosen by flag but needing a file it does not carry: never chosen, blocks, not listed.
+        {"needs_a_file",
+         [](PacSpec& s) {
+             s.entries.push_back({"Boot", "", "", 1, 0, 1});
+             s.repartitionFlag = 1;
+             s.repartitionMode = 2;
+         },
+         S::SELECTION_WARN_MISSING, warn + "[]"},
+        // A chosen omittable entry no longer counts as left out.
+        {"omittable_chosen",
+         [](PacSpec& s) {
+             s.entries.push_back({"UserData", "u.img", "u", 0, 1});
+             s.entries.push_back({"Boot", "b.img", "b", 1, 1, 1});
+         },
+         S::SELECTION_OK, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        PacSpec layout = Base();
+        row.tweak(layout);
         const auto s = Select(layout);
-        EXPECT_EQ(s.verdict, SprdSelection::SELECTION_FAIL_REPARTITION) << mode;
-        EXPECT_EQ(s.message,
-                  "Configure dangerouse: have selected repartition,\nbut not selected all files to download.\n"
-                  "[CACHE,MISC]\nPlease select right packet!");
+        EXPECT_EQ(s.verdict, row.verdict);
+        EXPECT_EQ(s.message, row.message);
     }
-    for (std::uint32_t mode : {1u, 2u}) {
-        layout.repartitionMode = mode;
-        EXPECT_EQ(Select(layout).verdict, SprdSelection::SELECTION_WARN_MISSING) << mode;
-    }
-    layout.repartitionFlag = 0;
-    layout.repartitionMode = 0;
-    EXPECT_EQ(Select(layout).verdict, SprdSelection::SELECTION_WARN_MISSING);
 }
 
-TEST(SprdSelection, LaterEntryOfSameIdDecidesTheRecord) {
+TEST(SprdSelection, TableIdsAndTheRecordOfALaterEntry) {
     PacSpec layout = Base();
     layout.entries.push_back({"nv", "nv2.bin", "2", 0, 1});
+    layout.entries.push_back({"Boot", "", "", 1, 0, 1});
     const auto s = Select(layout);
-    EXPECT_EQ(s.files.size(), 4u);
+    EXPECT_EQ(s.selectedCount, 3);
+    EXPECT_EQ(s.chosen, (std::vector<bool>{true, true, true, false, false}));
+    ASSERT_EQ(s.files.size(), 5u);
+    EXPECT_STREQ(s.files[2].FileId, "SYSTEM");
+    EXPECT_EQ(s.files[2].FileSize, 1u);
     EXPECT_EQ(s.record.at("NV"), std::make_pair(0u, std::string()));
 }
 
@@ -173,11 +161,12 @@ TEST_F(SprdLoad, SuccessPublishesEverythingAndRecordsOnlyIntoAnExistingIni) {
     EXPECT_EQ(params->files.size(), 2u);
     EXPECT_EQ(params->ProductName, "PAC_Other");
     EXPECT_EQ(Extracted(), std::vector<std::string>{"_DownloadFiles78"});
-    const std::string ini = fx.dir.File("Config/UpgradeDownload.ini");
-    EXPECT_EQ(platform::ProfileIni::ReadString(ini, "PAC_Other", "NV", "", 512),
-              "1@" + fx.dir.Path() + "ImageFiles/_DownloadFiles78/nv.bin");
-    EXPECT_EQ(platform::ProfileIni::ReadString(ini, "PAC_Other", "EXTRA", "-", 512), "0@");
-    EXPECT_EQ(platform::ProfileIni::ReadString(ini, "Selection", "SelectProduct", "", 512), "PAC_Other");
+    auto read = [&](const char* section, const char* key) {
+        return platform::ProfileIni::ReadString(fx.dir.File("Config/UpgradeDownload.ini"), section, key, "-", 512);
+    };
+    EXPECT_EQ(read("PAC_Other", "NV"), "1@" + fx.dir.Path() + "ImageFiles/_DownloadFiles78/nv.bin");
+    EXPECT_EQ(read("PAC_Other", "EXTRA"), "0@");
+    EXPECT_EQ(read("Selection", "SelectProduct"), "PAC_Other");
 }
 
 TEST_F(SprdLoad, FailedChecksDeleteTheExtractionAndKeepTheProductName) {

@@ -25,40 +25,30 @@ TEST(ManualClockTest, SleepEndsOnlyWhenVirtualTimeReachesItsDeadline) {
     EXPECT_EQ(clock.Now(), 6000);
 }
 
-TEST(ManualClockTest, NotifiedWaitEndsBeforeItsDeadline) {
-    ManualClock clock;
-    std::mutex m;
-    std::condition_variable cv;
-    bool ready = false, result = false;
-    std::thread waiter([&] {
-        std::unique_lock lk(m);
-        result = clock.WaitFor(lk, cv, 10000, [&] { return ready; });
-    });
-    ASSERT_TRUE(clock.AwaitWaiters(1));
-    {
-        std::lock_guard g(m);
-        ready = true;
+TEST(ManualClockTest, WaitEndsWhenNotifiedOrAtItsDeadline) {
+    for (const bool notify : {true, false}) {
+        SCOPED_TRACE(notify ? "notified" : "timed out");
+        ManualClock clock;
+        std::mutex m;
+        std::condition_variable cv;
+        bool ready = false, result = !notify;
+        std::thread waiter([&] {
+            std::unique_lock lk(m);
+            result = clock.WaitFor(lk, cv, 300, [&] { return ready; });
+        });
+        ASSERT_TRUE(clock.AwaitWaiters(1));
+        if (notify) {
+            std::lock_guard g(m);
+            ready = true;
+            cv.notify_all();
+        } else {
+            EXPECT_TRUE(clock.AdvanceToNextDeadline());
+        }
+        waiter.join();
+        EXPECT_EQ(result, notify);
+        EXPECT_EQ(clock.Now(), notify ? 0 : 300);
+        EXPECT_FALSE(clock.AdvanceToNextDeadline()) << "no waiter is left";
     }
-    cv.notify_all();
-    waiter.join();
-    EXPECT_TRUE(result);
-    EXPECT_EQ(clock.Now(), 0);
-}
-
-TEST(ManualClockTest, TimedOutWaitReportsFalse) {
-    ManualClock clock;
-    std::mutex m;
-    std::condition_variable cv;
-    bool result = true;
-    std::thread waiter([&] {
-        std::unique_lock lk(m);
-        result = clock.WaitFor(lk, cv, 300, [] { return false; });
-    });
-    ASSERT_TRUE(clock.AwaitWaiters(1));
-    EXPECT_TRUE(clock.AdvanceToNextDeadline());
-    waiter.join();
-    EXPECT_FALSE(result);
-    EXPECT_FALSE(clock.AdvanceToNextDeadline());
 }
 
 TEST(ManualClockTest, ManySleepersWakeInDeadlineOrder) {

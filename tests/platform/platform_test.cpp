@@ -17,14 +17,9 @@ namespace {
 using test::TempDir;
 
 TEST(SystemLanguageTest, LocalesMapToWindowsLanguageIds) {
-    EXPECT_EQ(LangIdForLocale("zh_CN.UTF-8"), 2052);
-    EXPECT_EQ(LangIdForLocale("en_US.UTF-8"), 1033);
-    EXPECT_EQ(LangIdForLocale("de_AT@euro"), 3079);
-    EXPECT_EQ(LangIdForLocale("de_LU"), 1031);
-    EXPECT_EQ(LangIdForLocale("zh_TW"), 1028);
-    EXPECT_EQ(LangIdForLocale("C"), 1033);
-    EXPECT_EQ(LangIdForLocale(""), 1033);
-    EXPECT_EQ(LangIdForLocale("xx_YY"), 1033);
+    for (auto [locale, id] : {std::pair{"zh_CN.UTF-8", 2052}, {"en_US.UTF-8", 1033}, {"de_AT@euro", 3079},
+                              {"de_LU", 1031}, {"zh_TW", 1028}, {"C", 1033}, {"", 1033}, {"xx_YY", 1033}})
+        EXPECT_EQ(LangIdForLocale(locale), id) << locale;
 }
 
 TEST(SystemLanguageTest, EnvironmentIsReadAtEveryCall) {
