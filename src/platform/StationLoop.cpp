@@ -127,7 +127,24 @@ void StationLoop::KillTimer(int id) {
 
 void StationLoop::Run() {
     std::unique_lock lk(mutex_);
-    while (!stopping_) {
+    Pump(lk, nullptr);
+}
+
+void StationLoop::PumpUntil(const std::function<bool()>& finished) {
+    std::unique_lock lk(mutex_);
+    Pump(lk, &finished);
+    // Stopped while nested: nothing is handled any more, but the caller still waits.
+    clock_.WaitFor(lk, wake_, kForever, [&] { return finished(); });
+}
+
+void StationLoop::Wake() {
+    { std::lock_guard g(mutex_); }  // a pump between its check and its wait sees the change
+    wake_.notify_all();
+}
+
+void StationLoop::Pump(std::unique_lock<std::mutex>& lk, const std::function<bool()>* finished) {
+    auto over = [&] { return stopping_ || (finished && (*finished)()); };
+    while (!over()) {
         // A due timer runs before the next message, so a busy queue never starves
         // the slots' elapsed-time display; each firing moves the timer a period on.
         timersChanged_ = false;
@@ -162,7 +179,7 @@ void StationLoop::Run() {
             }
             continue;
         }
-        auto ready = [&] { return stopping_ || !queue_.empty() || timersChanged_; };
+        auto ready = [&] { return over() || !queue_.empty() || timersChanged_; };
         if (next == kForever)
             clock_.WaitFor(lk, wake_, kForever, ready);
         else

@@ -64,6 +64,12 @@ public:
     void Call(const std::function<void()>& task);
     void PostTask(std::function<void()> task);
 
+    // On the station thread, inside a handler: goes on handling messages and timers, as a
+    // modal dialog's loop does, until `finished` holds. `finished` is read under the loop's
+    // lock; whoever makes it true calls Wake afterwards. After Stop it only waits.
+    void PumpUntil(const std::function<bool()>& finished);
+    void Wake();
+
     bool IsStationThread() const { return std::this_thread::get_id() == threadId_.load(); }
     bool Running() const;
 
@@ -81,6 +87,7 @@ private:
 
     void Enqueue(Item item, bool wait);
     void Run();
+    void Pump(std::unique_lock<std::mutex>& lk, const std::function<bool()>* finished);
 
     Clock& clock_;
     MessageHandler* handler_ = nullptr;

@@ -38,11 +38,24 @@ void QtConsoleUi::OnGuiThread(F f) {
                 std::lock_guard g(mutex_);
                 *done = true;
             }
-            finished_.notify_all();
+            Wake();
         },
         Qt::QueuedConnection);
+    auto answered = [&] {
+        std::lock_guard g(mutex_);
+        return *done || closed_;
+    };
+    if (loop_ && loop_->IsStationThread()) {
+        loop_->PumpUntil(answered);
+        return;
+    }
     std::unique_lock lock(mutex_);
     finished_.wait(lock, [&] { return *done || closed_; });
+}
+
+void QtConsoleUi::Wake() {
+    finished_.notify_all();
+    if (loop_) loop_->Wake();
 }
 
 void QtConsoleUi::CloseGui() {
@@ -50,7 +63,7 @@ void QtConsoleUi::CloseGui() {
         std::lock_guard g(mutex_);
         closed_ = true;
     }
-    finished_.notify_all();
+    Wake();
 }
 
 void QtConsoleUi::MessageBox(const std::string& text) {

@@ -3,7 +3,9 @@
 // and the caller waits for the operator as a modal dialog would make it.
 // Threads: any thread may call the dialogs; `CloseGui` is called on the GUI thread once
 // its event loop has ended, and releases every caller still waiting with the answer
-// "cancelled", so the station thread never hangs on a window that is gone.
+// "cancelled", so the station thread never hangs on a window that is gone. While the
+// station thread waits for a dialog it goes on handling its messages and timers, as a
+// modal loop would: workers reporting to it never stall behind an operator's answer.
 
 #include <QObject>
 #include <QPointer>
@@ -13,6 +15,7 @@
 #include <mutex>
 
 #include "app/ConsoleUi.h"
+#include "platform/StationLoop.h"
 
 namespace quorvel::console {
 
@@ -22,6 +25,7 @@ public:
     // Made on the GUI thread.
     explicit QtConsoleUi(QObject* guiObject);
     void SetParentWindow(QWidget* window) { parent_ = window; }
+    void SetStationLoop(platform::StationLoop* loop) { loop_ = loop; }
 
     void MessageBox(const std::string& text) override;
     bool RunSettingsDialog(app::SettingsDialogLogic& dialog) override;
@@ -33,10 +37,12 @@ public:
 private:
     template <class F>
     void OnGuiThread(F f);
+    void Wake();
 
     QObject* guiObject_;
     QObject calls_;  // context of the queued calls: those still queued die with it
     QPointer<QWidget> parent_;
+    platform::StationLoop* loop_ = nullptr;
     std::mutex mutex_;
     std::condition_variable finished_;
     bool closed_ = false;

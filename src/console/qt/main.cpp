@@ -38,6 +38,7 @@ int main(int argc, char** argv) {
     auto rig = std::make_unique<console::StationRig>(station, loop, controller);
     console::MainWindow window(station, loop, controller);
     ui.SetParentWindow(&window);
+    ui.SetStationLoop(&loop);
     loop.Start();
 
     // Initialisation runs on the station thread while the GUI thread stays free to
