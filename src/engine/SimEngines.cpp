@@ -78,6 +78,11 @@ void SimPhoneRegistry::Unplugged(std::uint64_t plug) {
     for (auto [it, end] = links_.equal_range(plug); it != end; ++it) it->second->Cancel();
 }
 
+bool SimPhoneRegistry::InUse(std::uint64_t plug) const {
+    std::lock_guard g(mutex_);
+    return links_.count(plug) > 0;
+}
+
 SimPhoneRegistry::Link::Link(SimPhoneRegistry& registry, std::uint64_t plug, CancellableWait& wait)
     : registry_(registry), plug_(plug), wait_(wait) {
     if (plug_ == 0) return;

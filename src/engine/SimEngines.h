@@ -67,6 +67,8 @@ public:
 
     // The phone of `plug` was pulled out: every job running on it ends at once, failed.
     void Unplugged(std::uint64_t plug);
+    // Whether a job is running on the phone of `plug`.
+    bool InUse(std::uint64_t plug) const;
 
     // A job's hold on its phone, from start to end; a job that starts on a phone already
     // gone is cut at once.

@@ -54,16 +54,18 @@ void AutoBench::Run() {
         if (clock_.WaitUntil(lk, wake_, next, [this] { return stopping_; })) break;
         lk.unlock();
         const auto i = static_cast<std::size_t>(socket);
-        if (taken[i]) {
+        if (taken[i] && bench_.JobRunningAt(socket)) {
+            // The operator waits for the result before pulling the phone.
+            due[i] = clock_.Now() + 1000;
+        } else if (taken[i]) {
             bench_.Unplug(socket);
             taken[i] = false;
             due[i] = clock_.Now() + 2000 + static_cast<platform::Millis>(random() % 3000);
         } else {
             const engine::PhoneProfile profile = ProfileFor(random);
             taken[i] = bench_.Plug(socket, kindNow_(), profile);
-            // Long enough for the whole job, its phone switches, a binding queue of sixteen
-            // sockets and the operator to see the result: the simulated engines do not end
-            // a job when its phone is pulled.
+            // Long enough for the whole job, its phone switches and a binding queue of
+            // sixteen sockets; a job still running then keeps its phone in.
             const double transferMs = profile.speedMBps > 0
                                           ? static_cast<double>(profile.sizeBytes >> 20) / profile.speedMBps * 1000
                                           : 0;

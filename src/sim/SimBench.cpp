@@ -233,6 +233,17 @@ std::optional<PhoneMode> SimBench::ModeAt(int socket) const {
     return it->second.mode;
 }
 
+bool SimBench::JobRunningAt(int socket) const {
+    std::uint64_t plug = 0;
+    {
+        std::lock_guard g(mutex_);
+        auto it = phones_.find(socket);
+        if (it == phones_.end()) return false;
+        plug = it->second.plugId;
+    }
+    return registry_.InUse(plug);
+}
+
 std::string SimBench::InstanceIdAt(int socket) const {
     std::lock_guard g(mutex_);
     auto it = phones_.find(socket);

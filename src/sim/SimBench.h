@@ -49,6 +49,8 @@ public:
     std::optional<PhoneMode> ModeAt(int socket) const;
     // The instance ID the phone on the socket shows now; empty when there is none.
     std::string InstanceIdAt(int socket) const;
+    // Whether an engine is working with the phone on `socket`.
+    bool JobRunningAt(int socket) const;
     std::string FriendlyNameAt(int socket) const;
 
     std::vector<app::HubPortEntry> EnumerateHubPorts() override;

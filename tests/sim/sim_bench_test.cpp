@@ -138,6 +138,8 @@ TEST(SimEngineUnplug, APulledPhoneFailsItsRunningJobAtOnceWithoutTimePassing) {
     mtk.SetDLPara(0, 0, 0, 0, 0, 0, 0, 0, "", "", "", 0, 0, 0);
     auto job = std::async(std::launch::async, [&] { return mtk.DLOperationStart(); });
     ASSERT_TRUE(f.clock.AwaitWaiters(2));
+    EXPECT_TRUE(bench.JobRunningAt(0));  // the automatic bench keeps such a phone in
+    EXPECT_FALSE(bench.JobRunningAt(1));
     ASSERT_TRUE(bench.Unplug(0));
     const bool ended = job.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
     if (!ended) mtk.CancelTask();
