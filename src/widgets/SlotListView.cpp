@@ -97,6 +97,9 @@ SlotListView::SlotListView(QWidget* parent) : QTableView(parent), delegate_(mode
     verticalHeader()->hide();
     verticalHeader()->setDefaultSectionSize(28);
     horizontalHeader()->setHighlightSections(false);
+    // The station sizes the columns for a narrower list; the last one takes what is left,
+    // so "Binded" is never clipped and no bare strip remains at the right.
+    horizontalHeader()->setStretchLastSection(true);
     setContextMenuPolicy(Qt::CustomContextMenu);
     connect(this, &QWidget::customContextMenuRequested, this, [this](const QPoint& pos) {
         Q_EMIT rowRightClicked(indexAt(pos).row(), viewport()->mapToGlobal(pos));
