@@ -16,7 +16,7 @@ QtConsoleUi::QtConsoleUi(QObject* guiObject) : guiObject_(guiObject) {}
 // A queued call and a wait that CloseGui can end, where a blocking queued call would
 // wait for an event loop that no longer runs.
 template <class F>
-void QtConsoleUi::OnGuiThread(F f) {
+void QtConsoleUi::OnGuiThread(F f, Waiting waiting) {
     if (QThread::currentThread() == guiObject_->thread()) {
         f();
         return;
@@ -45,7 +45,7 @@ void QtConsoleUi::OnGuiThread(F f) {
         std::lock_guard g(mutex_);
         return *done || closed_;
     };
-    if (loop_ && loop_->IsStationThread()) {
+    if (waiting == PUMPING && loop_ && loop_->IsStationThread()) {
         loop_->PumpUntil(answered);
         return;
     }
@@ -66,12 +66,17 @@ void QtConsoleUi::CloseGui() {
     Wake();
 }
 
+// A message box touches nothing of the station's, so the station thread may go on
+// meanwhile. The dialogs' logic changes the package and the language on the GUI thread
+// and needs the station thread held still, as it is when a dialog can be opened: stopped.
 void QtConsoleUi::MessageBox(const std::string& text) {
-    OnGuiThread([&] {
-        QMessageBox box(QMessageBox::NoIcon, QStringLiteral("Quorvel"), QString::fromUtf8(text.c_str()),
-                        QMessageBox::Ok, parent_);
-        box.exec();
-    });
+    OnGuiThread(
+        [&] {
+            QMessageBox box(QMessageBox::NoIcon, QStringLiteral("Quorvel"), QString::fromUtf8(text.c_str()),
+                            QMessageBox::Ok, parent_);
+            box.exec();
+        },
+        PUMPING);
 }
 
 bool QtConsoleUi::RunSettingsDialog(app::SettingsDialogLogic& dialog) {

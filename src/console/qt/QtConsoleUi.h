@@ -4,8 +4,8 @@
 // Threads: any thread may call the dialogs; `CloseGui` is called on the GUI thread once
 // its event loop has ended, and releases every caller still waiting with the answer
 // "cancelled", so the station thread never hangs on a window that is gone. While the
-// station thread waits for a dialog it goes on handling its messages and timers, as a
-// modal loop would: workers reporting to it never stall behind an operator's answer.
+// station thread waits for a message box it goes on handling its messages and timers, as
+// a modal loop would: workers reporting to it never stall behind an operator's answer.
 
 #include <QObject>
 #include <QPointer>
@@ -35,8 +35,10 @@ public:
     void CloseGui();
 
 private:
+    // PUMPING: the station thread handles its messages while it waits; HOLDING: it waits still.
+    enum Waiting { PUMPING, HOLDING };
     template <class F>
-    void OnGuiThread(F f);
+    void OnGuiThread(F f, Waiting waiting = HOLDING);
     void Wake();
 
     QObject* guiObject_;
