@@ -18,46 +18,24 @@ public:
     std::string GetStepName(int step) override { return "step" + std::to_string(step); }
 };
 
-class NamingFactory final : public engine::EngineFactory {
-public:
-    explicit NamingFactory(engine::EngineFactory& sim) : sim_(sim) {}
-    std::unique_ptr<engine::MtkEngine> MakeMtk(platform::MessageWindow& w) override { return sim_.MakeMtk(w); }
-    std::unique_ptr<engine::FpEngine> MakeFp(platform::MessageWindow& w) override { return sim_.MakeFp(w); }
-    std::unique_ptr<engine::SprdEngine> MakeSprd(platform::MessageWindow&) override {
-        return std::make_unique<NamingSprd>();
-    }
-
-private:
-    engine::EngineFactory& sim_;
-};
-
 class MessageRouterTest : public ::testing::Test {
 protected:
-    MessageRouterTest() : factory(probe.sim), h(8, &factory) {
-        h.fx.station->bindings.SetComName(1, "Diag (COM1)");
-        h.fx.station->bindings.SetComName(2, "Diag (COM12)");
+    MessageRouterTest() {
+        h.st.bindings.SetComName(0, "Other (COM5)");
+        h.st.bindings.SetComName(1, "Diag (COM1)");
+        h.st.bindings.SetComName(2, "Diag (COM12)");
     }
     platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l = 0) {
         return h.loop.Send(msg, w, l);
     }
     std::string Bar(int slot) { return h.Bar(slot); }
 
-    EngineHarness probe{0};
-    NamingFactory factory;
-    EngineHarness h;
+    EngineHarness h{8, {.sprd = [] { return std::make_unique<NamingSprd>(); }}};
 };
 
-TEST_F(MessageRouterTest, PortOneAndPortTwelveReachTheirOwnSlots) {
-    h.fx.station->bindings.SetComName(0, "Other (COM5)");
+TEST_F(MessageRouterTest, StepMessagesGoToTheSlotOfThePort) {
     EXPECT_EQ(h.router->SlotOfPort(12), 2);
     EXPECT_EQ(h.router->SlotOfPort(1), 1);
-    h.fx.station->bindings.SetComName(0, "Phone (COM1)");
-    EXPECT_EQ(h.router->SlotOfPort(1), 0);  // the first slot that matches
-    EXPECT_EQ(h.router->SlotOfPort(2), -1);
-}
-
-TEST_F(MessageRouterTest, StepMessagesGoToTheSlotOfThePort) {
-    h.fx.station->bindings.SetComName(0, "Other (COM5)");
     Send(kApp + 205, 12);
     EXPECT_EQ(Bar(2), "Connecting");
     EXPECT_NE(Bar(1), "Connecting");
@@ -71,10 +49,13 @@ TEST_F(MessageRouterTest, StepMessagesGoToTheSlotOfThePort) {
     engine::SprdPortResult record{};
     Send(kApp + 217, 1, reinterpret_cast<platform::LParam>(&record));
     EXPECT_EQ(h.Result(1), "PASS(1/1)");
+
+    h.st.bindings.SetComName(0, "Phone (COM1)");
+    EXPECT_EQ(h.router->SlotOfPort(1), 0);  // the first slot that matches
+    EXPECT_EQ(h.router->SlotOfPort(2), -1);
 }
 
 TEST_F(MessageRouterTest, StepNamesAreNumberedFromTheWorkStart) {
-    h.fx.station->bindings.SetComName(0, "Other (COM5)");
     Send(kApp + 202, 12);  // before any start: step 0
     Send(kApp + 201, 12);
     for (int i = 0; i < 3; ++i) {
@@ -88,21 +69,20 @@ TEST_F(MessageRouterTest, StepNamesAreNumberedFromTheWorkStart) {
 }
 
 TEST_F(MessageRouterTest, MessagesWithoutASlotChangeNothing) {
-    const auto before = h.fx.station->slotList.Snapshot();
+    const auto before = h.st.slotList.Snapshot();
     Send(kApp + 205, 77);                                           // no slot has COM77
     Send(app::MSG_SLOT_PROGRESS, engine::PackProgress(2, 20), 50);  // row 20 of 8
-    h.fx.station->bindings.SetComName(9, "Far (COM40)");            // slot 9 has no row
+    h.st.bindings.SetComName(9, "Far (COM40)");                     // slot 9 has no row
     Send(kApp + 205, 40);
-    EXPECT_EQ(h.fx.station->slotList.Snapshot().version, before.version);
+    EXPECT_EQ(h.st.slotList.Snapshot().version, before.version);
 }
 
 TEST_F(MessageRouterTest, ProgressGoesToTheRowInItsWParamAndTimersShowElapsedTime) {
     Send(app::MSG_SLOT_PROGRESS, engine::PackProgress(2, 3, 7), 55);
     EXPECT_EQ(Bar(3), "(0/0)(55%)");
-    h.fx.station->slots.startTime[4] = h.fx.clock.WallSeconds() - 61;
+    h.st.slots.startTime[4] = h.fx.clock.WallSeconds() - 61;
     h.loop.SetTimer(4, 1000);
-    ASSERT_TRUE(h.RunUntil(
-        [&] { return h.fx.station->slotList.CellText(4, app::COL_TIMER) == "00:01:02"; }));  // one tick later
+    ASSERT_TRUE(h.RunUntil([&] { return h.st.slotList.CellText(4, app::COL_TIMER) == "00:01:02"; }));  // one tick later
     h.loop.KillTimer(4);
 }
 

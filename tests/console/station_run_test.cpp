@@ -74,7 +74,14 @@ TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWor
     run.Manager().JoinWalks();
 }
 
-TEST_F(StationRunTest, FailedVerificationKeepsTheStationReady) {
+TEST_F(StationRunTest, MissingCfgFileOrFailedVerificationKeepsTheStationReady) {
+    st.package.kind = PACKAGE_MTK_CFG;
+    st.package.cfgFilePath = f.dir.File("fw/gone.cfg");
+    Click();
+    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_INIT);
+    EXPECT_EQ(Messages(), std::vector<std::string>{"Please select MTK CFG file first!"});
+
+    st.package.kind = PACKAGE_MTK_SCATTER;
     registry.SetVerifyPasses(false);
     Click();
     EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_INIT);
@@ -107,14 +114,6 @@ TEST_F(StationRunTest, CfgStopWaitsForRunningJobsAndEndsFinishedOnes) {
     Click();
     EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_START);
     run.Manager().JoinWalks();
-}
-
-TEST_F(StationRunTest, MissingCfgFileRefusesTheStart) {
-    st.package.kind = PACKAGE_MTK_CFG;
-    st.package.cfgFilePath = f.dir.File("fw/gone.cfg");
-    Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_INIT);
-    EXPECT_EQ(Messages(), std::vector<std::string>{"Please select MTK CFG file first!"});
 }
 
 TEST_F(StationRunTest, PhonesAlreadyInPreloaderModeGoToTheWorkerOfTheirPort) {

@@ -1,8 +1,10 @@
 #pragma once
 // Helpers of the device tests: a pseudo-terminal, a thread that moves a manual
-// clock to each deadline as soon as someone sleeps, and a window that records.
+// clock to each deadline as soon as someone sleeps, a window that records and a
+// station whose slots start unbound.
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -14,7 +16,9 @@
 #include <vector>
 
 #include "platform/Clock.h"
+#include "platform/ProfileIni.h"
 #include "platform/StationLoop.h"
+#include "support/StationFixture.h"
 
 namespace quorvel::test {
 
@@ -59,27 +63,55 @@ private:
     std::thread thread_;
 };
 
+// Keeps what is posted to it.
 class RecordingWindow final : public platform::MessageWindow {
 public:
     using Msg = std::tuple<std::uint32_t, platform::WParam, platform::LParam>;
-    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
-        std::lock_guard g(mutex_);
-        sent.emplace_back(msg, w, l);
-        return 0;
-    }
+    platform::LResult Send(std::uint32_t, platform::WParam, platform::LParam) override { return 0; }
     void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
         std::lock_guard g(mutex_);
-        posted.emplace_back(msg, w, l);
+        posted_.emplace_back(msg, w, l);
     }
     void SetTimer(int, platform::Millis) override {}
     void KillTimer(int) override {}
     std::vector<Msg> Posted() const {
         std::lock_guard g(mutex_);
-        return posted;
+        return posted_;
     }
 
+private:
     mutable std::mutex mutex_;
-    std::vector<Msg> sent, posted;
+    std::vector<Msg> posted_;
+};
+
+class UnboundStationTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n");
+        f.UnbindAllSlots();
+    }
+    void Bind(int slot, const std::string& hs, std::int32_t state = app::BIND_ALL_BINDED,
+              const std::string& ls = "NA") {
+        st.bindings.SetHsLocation(slot, hs);
+        st.bindings.SetLsLocation(slot, ls);
+        st.bindings.SetComName(slot, "Port (COM" + std::to_string(slot + 1) + ")");
+        st.bindings.SetState(slot, state);
+    }
+    // "hs ls STATE" of each of the first `n` slots.
+    std::vector<std::string> Table(int n) const {
+        std::vector<std::string> rows;
+        for (int i = 0; i < n; ++i)
+            rows.push_back(st.bindings.HsLocation(i) + " " + st.bindings.LsLocation(i) + " " +
+                           app::BindStateName(st.bindings.State(i)));
+        return rows;
+    }
+    // The slot's key in a section of the saved settings; "?" when absent.
+    std::string Saved(const char* section, int slot) const {
+        return platform::ProfileIni::ReadString(f.SettingsFile(), section, "Index" + std::to_string(slot), "?", 260);
+    }
+
+    StationFixture f;
+    app::Station& st = *f.station;
 };
 
 }  // namespace quorvel::test

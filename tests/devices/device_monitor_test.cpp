@@ -10,6 +10,7 @@ namespace quorvel::devices {
 namespace {
 
 using namespace app;
+using Ids = std::vector<std::string>;
 
 // A backend whose lists the test sets by hand.
 class FakeBackend final : public DeviceBackend {
@@ -18,13 +19,11 @@ public:
     std::vector<DeviceInfo> EnumeratePreloaderDevices() override { return {}; }
     bool ServiceExists(const std::string& s) override {
         std::lock_guard g(m);
-        return services.count(s) != 0;
+        return services.contains(s);
     }
     std::optional<std::vector<std::string>> ServiceDevices(const std::string& s) override {
         std::lock_guard g(m);
-        auto it = services.find(s);
-        if (it == services.end() || !it->second) return std::nullopt;
-        return *it->second;
+        return services.contains(s) ? services.at(s) : std::nullopt;
     }
     PortTable BuildPortTable(const std::string&) override {
         std::lock_guard g(m);
@@ -32,9 +31,7 @@ public:
     }
     std::optional<std::string> FriendlyNameOf(const std::string& id) override {
         std::lock_guard g(m);
-        auto it = names.find(id);
-        if (it == names.end()) return std::nullopt;
-        return it->second;
+        return names.contains(id) ? std::optional(names.at(id)) : std::nullopt;
     }
     std::string SerialNodeOf(int) override { return ""; }
     ChangeSignal& Changes() override { return changes; }
@@ -54,40 +51,35 @@ public:
     ChangeSignal changes;
 };
 
-// Keeps a copy of every 6024 record, as the handler would.
+// Keeps every device event as "+id name @location kind" ("-" for a removal).
 class EventSink final : public platform::MessageWindow {
 public:
     platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam) override {
         if (msg != MSG_DEVICE_EVENT) return 0;
+        const auto& r = *reinterpret_cast<const DeviceEventRecord*>(w);
         std::lock_guard g(m);
-        records.push_back(*reinterpret_cast<const DeviceEventRecord*>(w));
+        seen.push_back((r.arrived ? "+" : "-") + FieldText(r.instanceId) + " " + FieldText(r.friendlyName) + " @" +
+                       FieldText(r.location) + " " + std::to_string(r.kind));
         cv.notify_all();
         return 0;
     }
     void Post(std::uint32_t, platform::WParam, platform::LParam) override {}
     void SetTimer(int, platform::Millis) override {}
     void KillTimer(int) override {}
-    bool AwaitCount(std::size_t n) {
+    // The events once there are `n`, or fewer after five seconds.
+    Ids Await(std::size_t n) {
         std::unique_lock lk(m);
-        return cv.wait_for(lk, std::chrono::seconds(5), [&] { return records.size() >= n; });
-    }
-    std::vector<DeviceEventRecord> Records() {
-        std::lock_guard g(m);
-        return records;
+        cv.wait_for(lk, std::chrono::seconds(5), [&] { return seen.size() >= n; });
+        return seen;
     }
 
     std::mutex m;
     std::condition_variable cv;
-    std::vector<DeviceEventRecord> records;
+    Ids seen;
 };
-
-const char* const kPl = "USB\\VID_0E8D&PID_2000\\1-1.2:1.0";
 
 class DeviceMonitorTest : public ::testing::Test {
 protected:
-    std::string Id(std::size_t i) { return FieldText(sink.Records().at(i).instanceId); }
-    bool Arrived(std::size_t i) { return sink.Records().at(i).arrived == 1; }
-
     test::StationFixture f;
     Station& st = *f.station;
     FakeBackend backend;
@@ -96,25 +88,18 @@ protected:
 };
 
 TEST_F(DeviceMonitorTest, FirstPassReportsAllThenReEnumerationIsRemovalBeforeArrival) {
-    backend.services["wdm_usb"] = std::vector<std::string>{"USB\\VID_0E8D&PID_0003\\2-1.1:1.0", kPl};
-    backend.table.Add("2-1\\PORT1", "USB\\VID_0E8D&PID_0003\\2-1.1:1.0");
-    backend.names[kPl] = "Phone B (COM3)";
+    backend.services["wdm_usb"] = Ids{"USB\\BROM\\2-1.1", "USB\\PL\\1-1.2"};
+    backend.table.Add("2-1\\PORT1", "USB\\BROM\\2-1.1");
+    backend.names["USB\\PL\\1-1.2"] = "Phone B (COM3)";
     st.stationRunning = true;
     monitor.Start();
-    ASSERT_TRUE(sink.AwaitCount(2));
-    auto r = sink.Records();
-    EXPECT_EQ(FieldText(r[0].location), "2-1\\PORT1");
-    EXPECT_EQ(FieldText(r[0].friendlyName), "USB\\VID_0E8D&PID_0003\\2-1.1:1.0");  // no name: the ID
-    EXPECT_EQ(r[0].kind, 2u);
-    EXPECT_EQ(FieldText(r[1].friendlyName), "Phone B (COM3)");
-    EXPECT_EQ(FieldText(r[1].location), "");
-
-    backend.SetList("wdm_usb", std::vector<std::string>{"USB\\VID_0E8D&PID_2001\\1-1.1:1.0", kPl});
-    ASSERT_TRUE(sink.AwaitCount(4));
-    EXPECT_EQ(Id(2), "USB\\VID_0E8D&PID_0003\\2-1.1:1.0");
-    EXPECT_FALSE(Arrived(2));
-    EXPECT_EQ(Id(3), "USB\\VID_0E8D&PID_2001\\1-1.1:1.0");
-    EXPECT_TRUE(Arrived(3));
+    // Without a name the ID stands in for it.
+    EXPECT_EQ(sink.Await(2), (Ids{"+USB\\BROM\\2-1.1 USB\\BROM\\2-1.1 @2-1\\PORT1 2",  //
+                                  "+USB\\PL\\1-1.2 Phone B (COM3) @ 2"}));
+    backend.SetList("wdm_usb", Ids{"USB\\DA\\1-1.1", "USB\\PL\\1-1.2"});
+    const auto seen = sink.Await(4);
+    EXPECT_EQ(Ids(seen.begin() + 2, seen.end()), (Ids{"-USB\\BROM\\2-1.1 USB\\BROM\\2-1.1 @2-1\\PORT1 2",  //
+                                                      "+USB\\DA\\1-1.1 USB\\DA\\1-1.1 @ 2"}));
     st.stationRunning = false;
     monitor.Retire();
 }
@@ -127,13 +112,10 @@ TEST_F(DeviceMonitorTest, NoDeviceListYetMeansNoEventsUntilTheFirstDevice) {
     monitor.Start();
     const std::string longId = "USB\\VID_1782&PID_4D00\\" + std::string(80, '7');
     backend.table.Add("1-2\\PORT3", longId);
-    backend.SetList("sprdvcom", std::vector<std::string>{longId});
-    ASSERT_TRUE(sink.AwaitCount(1));
-    const auto r = sink.Records();
-    ASSERT_EQ(r.size(), 1u);
-    EXPECT_EQ(FieldText(r[0].instanceId), longId.substr(0, 63));
-    EXPECT_EQ(FieldText(r[0].location), "1-2\\PORT3");  // looked up with the full ID
-    EXPECT_EQ(r[0].kind, 3u);
+    backend.SetList("sprdvcom", Ids{longId});
+    // Texts are cut to their fields; the location is looked up with the full ID.
+    const std::string cut = longId.substr(0, 63);
+    EXPECT_EQ(sink.Await(1), Ids{"+" + cut + " " + cut + " @1-2\\PORT3 3"});
     st.stationRunning = false;
     monitor.Retire();
 }
@@ -149,13 +131,13 @@ TEST_F(DeviceMonitorTest, ServiceChoiceByPackageKind) {
     EXPECT_TRUE(monitor.SelectMonitorService());
     EXPECT_EQ(monitor.MonitorService(), 4);
     EXPECT_EQ(monitor.ConfiguredService(), "vendor_b");
-    backend.services["usbser"] = std::vector<std::string>{};
+    backend.services["usbser"] = Ids{};
     EXPECT_TRUE(monitor.SelectMonitorService());
     EXPECT_EQ(monitor.MonitorService(), 1);
     backend.services["wdm_usb"] = std::nullopt;  // both: the one with a device list wins
     EXPECT_TRUE(monitor.SelectMonitorService());
     EXPECT_EQ(monitor.MonitorService(), 1);
-    backend.services["wdm_usb"] = std::vector<std::string>{};
+    backend.services["wdm_usb"] = Ids{};
     EXPECT_TRUE(monitor.SelectMonitorService());
     EXPECT_EQ(monitor.MonitorService(), 0);
 
@@ -165,10 +147,10 @@ TEST_F(DeviceMonitorTest, ServiceChoiceByPackageKind) {
 }
 
 TEST_F(DeviceMonitorTest, ANewStartNeverLeavesTwoWatchesAndAStoppedOneEndsAtTheNextChange) {
-    backend.services["wdm_usb"] = std::vector<std::string>{"A"};
+    backend.services["wdm_usb"] = Ids{"A"};
     st.stationRunning = true;
     monitor.Start();
-    ASSERT_TRUE(sink.AwaitCount(1));
+    ASSERT_EQ(sink.Await(1).size(), 1u);
     ASSERT_TRUE(f.clock.AwaitWaiters(1));  // back in its wait
     // Stopped: the watch still waits for the next change.
     st.stationRunning = false;
@@ -180,15 +162,13 @@ TEST_F(DeviceMonitorTest, ANewStartNeverLeavesTwoWatchesAndAStoppedOneEndsAtTheN
     for (int i = 0; i < 500 && monitor.LiveWatches() > 1; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     EXPECT_EQ(monitor.LiveWatches(), 1);
-    EXPECT_EQ(sink.Records().size(), 1u);
-    backend.SetList("wdm_usb", std::vector<std::string>{"A", "B"});
-    ASSERT_TRUE(sink.AwaitCount(3));
-    EXPECT_EQ(Id(1), "A");
-    EXPECT_EQ(Id(2), "B");
+    EXPECT_EQ(sink.Await(0).size(), 1u);
+    backend.SetList("wdm_usb", Ids{"A", "B"});
+    EXPECT_EQ(sink.Await(3), (Ids{"+A A @ 2", "+A A @ 2", "+B B @ 2"}));
     ASSERT_TRUE(f.clock.AwaitWaiters(1));
     st.stationRunning = false;
-    backend.SetList("wdm_usb", std::vector<std::string>{"B"});
-    ASSERT_TRUE(sink.AwaitCount(4));  // the pass that was waiting still reports
+    backend.SetList("wdm_usb", Ids{"B"});
+    EXPECT_EQ(sink.Await(4).back(), "-A A @ 2");  // the pass that was waiting still reports
     for (int i = 0; i < 500 && monitor.LiveWatches() > 0; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     EXPECT_EQ(monitor.LiveWatches(), 0);

@@ -5,8 +5,6 @@
 #include "devices/PortBinding.h"
 #include "engine/DownloadManager.h"
 #include "engine/SimEngines.h"
-#include "platform/ProfileIni.h"
-#include "support/StationFixture.h"
 
 namespace quorvel::devices {
 namespace {
@@ -18,12 +16,8 @@ const char* const kPreloader = "USB\\VID_0E8D&PID_2000\\1-1.1:1.0";
 const char* const kDa = "USB\\VID_0E8D&PID_2001\\1-1.1:1.0";
 const char* const kSprd = "USB\\VID_1782&PID_4D00\\1-1.1:1.0";
 
-class PortBindingTest : public ::testing::Test {
+class PortBindingTest : public test::UnboundStationTest {
 protected:
-    void SetUp() override {
-        f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n");
-        f.UnbindAllSlots();
-    }
     void Workers(int n) {
         for (int i = 0; i < n; ++i) {
             HubPortEntry e{};
@@ -32,16 +26,8 @@ protected:
             manager.AddWorker(e);
         }
     }
-    static DeviceInfo Info(const std::string& id, const std::string& location, std::uint32_t kind = EVENT_MTK) {
-        DeviceInfo d{};
-        d.type = kind;
-        CopyField(d.instanceId, id);
-        CopyField(d.location, location);
-        CopyField(d.friendlyName, "Phone (COM5)");
-        return d;
-    }
-    static DeviceEventRecord Event(const std::string& id, const std::string& location, std::uint32_t kind, bool arrived,
-                                   const std::string& name = "Phone (COM5)") {
+    static DeviceEventRecord Event(const std::string& id, const std::string& location, std::uint32_t kind,
+                                   bool arrived = true, const std::string& name = "Phone (COM5)") {
         DeviceEventRecord r{};
         CopyField(r.instanceId, id);
         CopyField(r.friendlyName, name);
@@ -50,18 +36,12 @@ protected:
         r.arrived = arrived ? 1 : 0;
         return r;
     }
-    void Bind(int slot, const std::string& hs, std::int32_t state, const std::string& ls = "NA") {
-        st.bindings.SetHsLocation(slot, hs);
-        st.bindings.SetLsLocation(slot, ls);
-        st.bindings.SetState(slot, state);
+    static DeviceInfo Mtk(const std::string& id, const std::string& location) {
+        return PortBinding::InfoOf(Event(id, location, EVENT_MTK));
     }
     std::string DeviceOf(int slot) { return FieldText(manager.WorkerAt(slot)->Device().instanceId); }
-    std::string Saved(const char* key, int slot) {
-        return platform::ProfileIni::ReadString(f.SettingsFile(), key, "Index" + std::to_string(slot), "?", 260);
-    }
 
-    test::StationFixture f;
-    Station& st = *f.station;
+    test::ClockDriver driver{f.clock};
     test::RecordingWindow window;
     engine::SimPhoneRegistry registry;
     engine::SimEngineFactory engines{st, registry};
@@ -73,100 +53,96 @@ protected:
 
 TEST_F(PortBindingTest, BromPhoneTakesTheFirstIdleSlotAfterASlotOrderedDelay) {
     Workers(8);
-    test::ClockDriver driver(f.clock);
     auto t0 = f.clock.Now();
-    EXPECT_TRUE(binding.Bind_MTKDev_LS(Info(kBrom, "2-1\\PORT1")));
+    EXPECT_TRUE(binding.Bind_MTKDev_LS(Mtk(kBrom, "2-1\\PORT1")));
     EXPECT_EQ(f.clock.Now() - t0, 0);
-    EXPECT_EQ(st.bindings.Get(0).ls, "2-1\\PORT1");
-    EXPECT_EQ(st.bindings.State(0), BIND_BROM_BINDED);
+    EXPECT_EQ(Table(1), std::vector<std::string>{"NA 2-1\\PORT1 BROM_BINDED"});
     EXPECT_EQ(manager.WorkerAt(0)->ThreadIndex(), 0);
     EXPECT_EQ(DeviceOf(0), kBrom);
-    // The same LS socket again: already bound, nothing happens.
-    EXPECT_FALSE(binding.Bind_MTKDev_LS(Info(kBrom, "2-1\\PORT1")));
+    EXPECT_FALSE(binding.Bind_MTKDev_LS(Mtk(kBrom, "2-1\\PORT1"))) << "already bound";
 
     for (int i = 1; i < 5; ++i) Bind(i, "1-9\\PORT" + std::to_string(i), BIND_ALL_BINDED);
     t0 = f.clock.Now();
-    EXPECT_TRUE(binding.Bind_MTKDev_LS(Info(kBrom, "2-1\\PORT6")));
+    EXPECT_TRUE(binding.Bind_MTKDev_LS(Mtk(kBrom, "2-1\\PORT6")));
     EXPECT_EQ(f.clock.Now() - t0, 500);
     EXPECT_EQ(st.bindings.State(5), BIND_BROM_BINDED);
 }
 
 TEST_F(PortBindingTest, DaPhoneSkipsAPreloaderBoundSlotAndTakesTheFirstDaBoundOne) {
     Workers(4);
-    test::ClockDriver driver(f.clock);
     Bind(0, "1-1\\PORT1", BIND_PRELOADER_BINDED);
-    const DeviceInfo da = Info(kDa, "1-1\\PORT1");
+    const DeviceInfo da = Mtk(kDa, "1-1\\PORT1");
     EXPECT_FALSE(binding.HasBinded_MTK(da));
     EXPECT_FALSE(binding.Bind_MTKDev_HS(da));  // no slot waits for a DA phone
     EXPECT_EQ(st.bindings.State(0), BIND_PRELOADER_BINDED);
 
     Bind(2, "NA", BIND_DA_BINDED, "2-1\\PORT3");
     EXPECT_TRUE(binding.Bind_MTKDev_HS(da));
-    EXPECT_EQ(st.bindings.Get(2).hs, "1-1\\PORT1");
-    EXPECT_EQ(st.bindings.State(2), BIND_BUSY);
+    EXPECT_EQ(Table(3),
+              (std::vector<std::string>{"1-1\\PORT1 NA PRELOADER_BINDED", "NA NA IDLE", "1-1\\PORT1 2-1\\PORT3 BUSY"}));
     EXPECT_EQ(DeviceOf(2), kDa);
-    EXPECT_EQ(st.bindings.State(0), BIND_PRELOADER_BINDED);
 }
 
 TEST_F(PortBindingTest, BoundSocketsFeedTheirSlotWithoutChangingOrWithBusy) {
     Workers(4);
-    test::ClockDriver driver(f.clock);
     Bind(3, "1-1\\PORT4", BIND_ALL_BINDED, "2-1\\PORT4");
-    EXPECT_TRUE(binding.HasBinded_MTK(Info(kPreloader, "1-1\\PORT4")));
-    EXPECT_EQ(st.bindings.State(3), BIND_ALL_BINDED);
+    const struct {
+        const char* id;
+        const char* location;
+        bool fed;
+        std::int32_t state;
+    } arrivals[] = {
+        {kPreloader, "1-1\\PORT4", true, BIND_ALL_BINDED},
+        {kBrom, "2-1\\PORT4", true, BIND_ALL_BINDED},
+        {kDa, "1-1\\PORT4", true, BIND_BUSY},
+        {kPreloader, "1-1\\PORT4", false, BIND_BUSY},  // a busy slot's socket is ignored
+    };
+    for (const auto& a : arrivals) {
+        EXPECT_EQ(binding.HasBinded_MTK(Mtk(a.id, a.location)), a.fed) << a.id;
+        EXPECT_EQ(st.bindings.State(3), a.state) << a.id;
+    }
     EXPECT_EQ(manager.WorkerAt(3)->ThreadIndex(), 3);
-    EXPECT_TRUE(binding.HasBinded_MTK(Info(kBrom, "2-1\\PORT4")));
-    EXPECT_EQ(st.bindings.State(3), BIND_ALL_BINDED);
-    EXPECT_TRUE(binding.HasBinded_MTK(Info(kDa, "1-1\\PORT4")));
-    EXPECT_EQ(st.bindings.State(3), BIND_BUSY);
-    // A busy slot's socket reporting a new arrival is ignored.
-    EXPECT_FALSE(binding.HasBinded_MTK(Info(kPreloader, "1-1\\PORT4")));
-    EXPECT_FALSE(binding.Bind_MTKDev_HS(Info(kPreloader, "1-1\\PORT4")));
+    EXPECT_FALSE(binding.Bind_MTKDev_HS(Mtk(kPreloader, "1-1\\PORT4")));
 }
 
 TEST_F(PortBindingTest, SerialPhoneFillsTheGapAndSecondArrivalMakesTheSlotBusy) {
     Workers(4);
-    test::ClockDriver driver(f.clock);
     Bind(0, "1-1\\PORT1", BIND_ALL_BINDED);
     Bind(2, "1-1\\PORT3", BIND_ALL_BINDED);
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EVENT_SPRD, true));
-    EXPECT_EQ(st.bindings.Get(1).hs, "1-1\\PORT2");
-    EXPECT_EQ(st.bindings.State(1), BIND_ALL_BINDED);
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EVENT_SPRD));
+    EXPECT_EQ(Table(2)[1], "1-1\\PORT2 NA ALL_BINDED");
     EXPECT_EQ(Saved("USBPORTINFO", 1), "1-1\\PORT2");
     EXPECT_EQ(Saved("THREADSTATUS", 1), "ALL_BINDED");
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EVENT_SPRD, true));
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EVENT_SPRD));
     EXPECT_EQ(st.bindings.State(1), BIND_BUSY);
 }
 
 TEST_F(PortBindingTest, SlotsWithoutAWorkerAreNeverChosenAndStoredOnesAreNotFed) {
     Workers(2);
-    test::ClockDriver driver(f.clock);
     Bind(0, "1-1\\PORT1", BIND_ALL_BINDED);
     Bind(5, "1-1\\PORT6", BIND_ALL_BINDED);
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EVENT_SPRD, true));
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EVENT_SPRD));
     EXPECT_EQ(st.bindings.Get(1).hs, "1-1\\PORT2");
     // Slot 2 is idle but has no worker: the phone is not served, the table is still saved.
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT3", EVENT_SPRD, true));
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT3", EVENT_SPRD));
     for (int i = 2; i < kSlotCount; ++i) EXPECT_NE(st.bindings.Get(i).hs, "1-1\\PORT3");
     EXPECT_EQ(Saved("USBPORTINFO", 2), "NA");
     // A stored binding beyond the workers keeps its state.
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT6", EVENT_SPRD, true));
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT6", EVENT_SPRD));
     EXPECT_EQ(st.bindings.State(5), BIND_ALL_BINDED);
-    EXPECT_FALSE(binding.Bind_MTKDev_LS(Info(kBrom, "2-1\\PORT9")));
+    EXPECT_FALSE(binding.Bind_MTKDev_LS(Mtk(kBrom, "2-1\\PORT9")));
     EXPECT_EQ(st.bindings.State(2), BIND_IDLE);
 }
 
 TEST_F(PortBindingTest, MtkRemovalStopsAnIdleRunAfterOneSecondSerialRemovalDoesNot) {
     Workers(2);
-    test::ClockDriver driver(f.clock);
     st.stationRunning = true;
     const auto t0 = f.clock.Now();
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EVENT_SPRD, false));
     EXPECT_TRUE(window.Posted().empty());
     binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_MTK, false));
-    ASSERT_EQ(window.Posted().size(), 1u);
-    EXPECT_EQ(std::get<0>(window.Posted()[0]), WM_COMMAND);
-    EXPECT_EQ(std::get<1>(window.Posted()[0]), CMD_START_STOP);
+    using Msg = test::RecordingWindow::Msg;
+    EXPECT_EQ(window.Posted(), std::vector<Msg>{Msg(WM_COMMAND, CMD_START_STOP, 0)});
     EXPECT_EQ(f.clock.Now() - t0, 50 + 1000 + 50);
     // A slot at work keeps the run going.
     Bind(1, "1-1\\PORT2", BIND_BUSY);
@@ -176,20 +152,18 @@ TEST_F(PortBindingTest, MtkRemovalStopsAnIdleRunAfterOneSecondSerialRemovalDoesN
 
 TEST_F(PortBindingTest, UnknownDevicesAndUnopenableCfgPortsAreDropped) {
     Workers(2);
-    test::ClockDriver driver(f.clock);
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EVENT_MTK, true));  // class OTHER
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EVENT_MTK));  // class OTHER
     EXPECT_EQ(st.bindings.State(0), BIND_IDLE);
-    EXPECT_EQ(Saved("THREADSTATUS", 0), "?");                                              // nothing saved
+    EXPECT_EQ(Saved("THREADSTATUS", 0), "?") << "nothing saved";
     binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_CFG, true, "Phone (C)"));  // no port name
     EXPECT_EQ(st.bindings.State(0), BIND_IDLE);
-    binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_CFG, true));
+    binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_CFG));
     EXPECT_EQ(st.bindings.State(0), BIND_ALL_BINDED);
     EXPECT_EQ(DeviceOf(0), kPreloader);
 }
 
 TEST_F(PortBindingTest, RemovalReachesTheWorkerServingThatPhone) {
     Workers(2);
-    test::ClockDriver driver(f.clock);
     binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_MTK, true, "PreLoader (COM5)"));
     EXPECT_EQ(st.bindings.State(0), BIND_PRELOADER_BINDED);
     EXPECT_TRUE(binding.SignalRemoval("preloader (com5)"));

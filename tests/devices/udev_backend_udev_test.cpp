@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <thread>
+#include <type_traits>
 
 #include "devices/UdevBackend.h"
 
@@ -19,10 +20,8 @@ namespace {
 
 // The few libumockdev calls the tests use.
 struct Umockdev {
-    void* lib = nullptr;
     void* (*testbedNew)() = nullptr;
     char* (*addDevice)(void*, const char*, const char*, const char*, ...) = nullptr;
-    void (*removeDevice)(void*, const char*) = nullptr;
     void (*uevent)(void*, const char*, const char*) = nullptr;
     void (*setAttribute)(void*, const char*, const char*, const char*) = nullptr;
     char* (*sysDir)(void*) = nullptr;
@@ -30,17 +29,14 @@ struct Umockdev {
     void (*gfree)(void*) = nullptr;
 
     bool Load() {
-        lib = dlopen("libumockdev.so.0", RTLD_NOW | RTLD_GLOBAL);
-        if (!lib) return false;
-        testbedNew = reinterpret_cast<decltype(testbedNew)>(dlsym(lib, "umockdev_testbed_new"));
-        addDevice = reinterpret_cast<decltype(addDevice)>(dlsym(lib, "umockdev_testbed_add_device"));
-        removeDevice = reinterpret_cast<decltype(removeDevice)>(dlsym(lib, "umockdev_testbed_remove_device"));
-        uevent = reinterpret_cast<decltype(uevent)>(dlsym(lib, "umockdev_testbed_uevent"));
-        setAttribute = reinterpret_cast<decltype(setAttribute)>(dlsym(lib, "umockdev_testbed_set_attribute"));
-        sysDir = reinterpret_cast<decltype(sysDir)>(dlsym(lib, "umockdev_testbed_get_sys_dir"));
-        unref = reinterpret_cast<decltype(unref)>(dlsym(lib, "g_object_unref"));
-        gfree = reinterpret_cast<decltype(gfree)>(dlsym(lib, "g_free"));
-        return testbedNew && setAttribute && addDevice && removeDevice && uevent && sysDir && unref && gfree;
+        void* lib = dlopen("libumockdev.so.0", RTLD_NOW | RTLD_GLOBAL);
+        const auto sym = [lib](auto& fn, const char* name) {
+            fn = lib ? reinterpret_cast<std::remove_reference_t<decltype(fn)>>(dlsym(lib, name)) : nullptr;
+            return fn != nullptr;
+        };
+        return sym(testbedNew, "umockdev_testbed_new") && sym(addDevice, "umockdev_testbed_add_device") &&
+               sym(uevent, "umockdev_testbed_uevent") && sym(setAttribute, "umockdev_testbed_set_attribute") &&
+               sym(sysDir, "umockdev_testbed_get_sys_dir") && sym(unref, "g_object_unref") && sym(gfree, "g_free");
     }
 };
 

@@ -21,14 +21,18 @@
 
 namespace quorvel::test {
 
-class EngineHarness : public platform::MessageHandler {
+// Engines a test puts in place of the simulated ones.
+struct EngineSwap {
+    std::function<std::unique_ptr<engine::MtkEngine>()> mtk = nullptr;
+    std::function<std::unique_ptr<engine::SprdEngine>()> sprd = nullptr;
+};
+
+class EngineHarness : public platform::MessageHandler, private engine::EngineFactory {
 public:
-    explicit EngineHarness(int slots, engine::EngineFactory* factory = nullptr) {
-        auto& st = *fx.station;
+    explicit EngineHarness(int slots, EngineSwap swap = {}) : swap_(std::move(swap)) {
         fx.WriteSettings("[COMMON]\n");
         st.language.SetLanguageId(app::kLangEnglish + 1);  // English (the fixture's system is 1033)
-        engines_ = factory ? factory : &sim;
-        manager = std::make_unique<engine::DownloadManager>(st, loop, *engines_);
+        manager = std::make_unique<engine::DownloadManager>(st, loop, static_cast<engine::EngineFactory&>(*this));
         router = std::make_unique<console::MessageRouter>(st, *manager);
         for (int i = 0; i < slots; ++i) {
             st.bindings.SetHsLocation(i, "hub1\\PORT" + std::to_string(i + 1));
@@ -68,7 +72,7 @@ public:
     platform::LResult HandleMessage(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
         if (msg == app::MSG_SLOT_PROGRESS && (w & 0xFFFF) == 0 && l) {
             std::lock_guard g(mutex_);
-            statuses.push_back({static_cast<int>(w >> 24), reinterpret_cast<const char*>(l)});
+            statuses_.push_back({static_cast<int>(w >> 24), reinterpret_cast<const char*>(l)});
         }
         if (msg == app::WM_COMMAND && w == app::CMD_START_STOP) ++startStopCommands;
         platform::LResult r = 0;
@@ -79,14 +83,10 @@ public:
 
     // Starts the station: Ready, StartAll, and the start walk run through.
     void StartStation() {
-        fx.station->stationRunning = true;
+        st.stationRunning = true;
         manager->SetState(engine::Ready);
         loop.Call([&] { manager->StartAll(); });
-        RunUntil([&] {
-            for (int i = 0; i < manager->WorkerCount(); ++i)
-                if (!manager->WorkerAt(i)->IsRunning()) return false;
-            return true;
-        });
+        RunUntil([&] { return RunningWorkers() == manager->WorkerCount(); });
     }
 
     // Lets the other threads reach their waits, then moves virtual time to the next
@@ -128,35 +128,65 @@ public:
         });
     }
 
-    // Runs `task` on the station thread after `ms` of virtual time.
-    void Later(platform::Millis ms, std::function<void()> task) {
-        std::lock_guard g(mutex_);
-        later_.emplace_back([this, ms, task = std::move(task)] {
-            fx.clock.Sleep(ms);
-            loop.PostTask(task);
+    // Plays the simulated bench: an SPRD phone that switched to its download port
+    // arrives again on the slot of that port once re-enumeration took `ms`.
+    void ReplugSprdOnSwitch(platform::Millis ms) {
+        registry.SetSwitchHook([this, ms](const engine::SwitchEvent& e) {
+            if (e.kind != engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT) return;
+            const int slot = static_cast<int>(e.comPort) - 1;
+            const auto d = Device(app::EVENT_SPRD, "SPRD DL (COM" + std::to_string(e.comPort) + ")", "dl");
+            std::lock_guard g(mutex_);
+            later_.emplace_back([this, ms, slot, d] {
+                fx.clock.Sleep(ms);
+                loop.PostTask([this, slot, d] {
+                    manager->WorkerAt(slot)->SetThreadIndex(slot);
+                    manager->WorkerAt(slot)->AcceptDevice(d);
+                });
+            });
         });
     }
 
-    std::string Result(int slot) const { return fx.station->slotList.ResultText(slot); }
-    std::string Bar(int slot) const { return fx.station->slotList.Row(slot).progress.text; }
-    std::int32_t State(int slot) const { return fx.station->bindings.State(slot); }
+    int RunningWorkers() const {
+        int n = 0;
+        for (int i = 0; i < manager->WorkerCount(); ++i) n += manager->WorkerAt(i)->IsRunning() ? 1 : 0;
+        return n;
+    }
+    std::uint32_t Total() const { return st.statistics.Total(); }
+    std::uint32_t Fail() const { return st.statistics.Fail(); }
+    std::string Result(int slot) const { return st.slotList.ResultText(slot); }
+    std::string Bar(int slot) const { return st.slotList.Row(slot).progress.text; }
+    std::int32_t State(int slot) const { return st.bindings.State(slot); }
+    // "result | bar | binding state" of a slot, to check what an operator sees at once.
+    std::string Slot(int slot) const {
+        return Result(slot) + " | " + Bar(slot) + " | " + app::BindStateName(State(slot));
+    }
+    // Status texts shown on any slot, with their sub-code.
     std::vector<std::pair<int, std::string>> Statuses() const {
         std::lock_guard g(mutex_);
-        return statuses;
+        return statuses_;
     }
 
     StationFixture fx;
+    app::Station& st = *fx.station;
     platform::StationLoop loop{fx.clock};
     engine::SimPhoneRegistry registry;
-    engine::SimEngineFactory sim{*fx.station, registry};
+    engine::SimEngineFactory sim{st, registry};
     std::unique_ptr<engine::DownloadManager> manager;
     std::unique_ptr<console::MessageRouter> router;
     std::atomic<int> startStopCommands{0};
 
 private:
-    engine::EngineFactory* engines_ = nullptr;
+    std::unique_ptr<engine::MtkEngine> MakeMtk(platform::MessageWindow& w) override {
+        return swap_.mtk ? swap_.mtk() : sim.MakeMtk(w);
+    }
+    std::unique_ptr<engine::FpEngine> MakeFp(platform::MessageWindow& w) override { return sim.MakeFp(w); }
+    std::unique_ptr<engine::SprdEngine> MakeSprd(platform::MessageWindow& w) override {
+        return swap_.sprd ? swap_.sprd() : sim.MakeSprd(w);
+    }
+
+    EngineSwap swap_;
     mutable std::mutex mutex_;
-    std::vector<std::pair<int, std::string>> statuses;
+    std::vector<std::pair<int, std::string>> statuses_;
     std::vector<std::thread> later_;
 };
 

@@ -8,15 +8,12 @@ namespace {
 using test::EngineHarness;
 
 TEST(DownloadManagerTest, AddWorkerFillsBoundRowsAndSharesTheIndexOfAnUnfilledRow) {
-    test::StationFixture fx;
-    platform::StationLoop loop(fx.clock);
-    SimPhoneRegistry registry;
-    SimEngineFactory sim(*fx.station, registry);
-    auto& st = *fx.station;
+    EngineHarness h(0);
+    auto& st = h.st;
     st.bindings.SetState(0, app::BIND_ALL_BINDED);
     st.bindings.SetComName(0, "Diag (COM3)");
     st.bindings.SetState(1, app::BIND_PRELOADER_BINDED);
-    DownloadManager manager(st, loop, sim);
+    auto& manager = *h.manager;
     app::HubPortEntry entry{};
     for (int i = 0; i < 4; ++i) manager.AddWorker(entry);
     ASSERT_EQ(st.slotList.RowCount(), 2);
@@ -40,15 +37,10 @@ TEST(DownloadManagerTest, StartUpPickupByHubPortAndRemovalOfTheFirstMatch) {
     app::CopyField(d.hubPort.hubId, "hub1");
     d.hubPort.port = 2;
     h.loop.Call([&] { h.manager->AcceptDeviceByHubPort(d); });
-    EXPECT_EQ(h.manager->WorkerAt(5)->LastNotifyCode(), 2u);
     EXPECT_EQ(h.manager->WorkerAt(5)->ThreadIndex(), 5);
     d.hubPort.port = 9;  // no such port: ignored
     h.loop.Call([&] { h.manager->AcceptDeviceByHubPort(d); });
-    for (int i = 0; i < 8; ++i) {
-        if (i != 5) {
-            EXPECT_EQ(h.manager->WorkerAt(i)->LastNotifyCode(), 0u);
-        }
-    }
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(h.manager->WorkerAt(i)->LastNotifyCode(), i == 5 ? 2u : 0u) << i;
 
     h.HandOver(2, d);  // the same name on two slots
     bool found = false;
@@ -63,25 +55,21 @@ TEST(DownloadManagerTest, StopIsRefusedWhileASlotWorks) {
     h.StartStation();
     EXPECT_EQ(h.manager->State(), Running);
     for (auto state : {app::BIND_BUSY, app::BIND_BROM_BINDED, app::BIND_DA_BINDED}) {
-        h.fx.station->bindings.SetState(1, state);
+        h.st.bindings.SetState(1, state);
         bool stopped = true;
         h.loop.Call([&] { stopped = h.manager->StopAll(); });
         EXPECT_FALSE(stopped);
         EXPECT_EQ(h.manager->State(), Running);
     }
-    EXPECT_EQ(h.fx.ui.Messages().size(), 3u);
-    EXPECT_EQ(h.fx.ui.Messages()[0], "At least one thread is running, Please wait for a moment!");
-    h.fx.station->bindings.SetState(1, app::BIND_ALL_BINDED);
+    EXPECT_EQ(h.fx.ui.Messages(),
+              std::vector<std::string>(3, "At least one thread is running, Please wait for a moment!"));
+    h.st.bindings.SetState(1, app::BIND_ALL_BINDED);
     bool stopped = false;
     h.loop.Call([&] { stopped = h.manager->StopAll(); });
     EXPECT_TRUE(stopped);
     EXPECT_EQ(h.manager->State(), Stopped);
-    ASSERT_TRUE(h.RunUntil([&] {
-        for (int i = 0; i < 3; ++i)
-            if (h.manager->WorkerAt(i)->IsRunning()) return false;
-        return true;
-    }));
-    EXPECT_EQ(h.fx.station->slotList.CellText(0, app::COL_DEVICE), "Phone (COM1)");  // the thread's "no device"
+    ASSERT_TRUE(h.RunUntil([&] { return h.RunningWorkers() == 0; }));
+    EXPECT_EQ(h.st.slotList.CellText(0, app::COL_DEVICE), "Phone (COM1)");  // the thread's "no device"
 }
 
 TEST(DownloadManagerTest, StartWalkIsSpacedAndEndsOnStop) {
@@ -95,8 +83,7 @@ TEST(DownloadManagerTest, StartWalkIsSpacedAndEndsOnStop) {
     h.loop.Call([&] { h.manager->StopAll(); });
     h.fx.clock.Advance(1000);
     h.Settle();
-    EXPECT_FALSE(h.manager->WorkerAt(2)->IsRunning());
-    EXPECT_FALSE(h.manager->WorkerAt(3)->IsRunning());
+    EXPECT_FALSE(h.manager->WorkerAt(2)->IsRunning() || h.manager->WorkerAt(3)->IsRunning());
     // StartAll outside Ready starts nothing.
     h.loop.Call([&] { h.manager->StartAll(); });
     h.Settle();
@@ -123,12 +110,13 @@ public:
 
 TEST(DownloadManagerTest, VerifyPackageReportsEachFileThenTheVerdictAndCloses) {
     for (bool passes : {true, false}) {
+        SCOPED_TRACE(passes ? "passes" : "fails");
         EngineHarness h(1);
         h.registry.SetVerifyPasses(passes);
         h.fx.dir.Write("fw/scatter.txt", "x");
         h.fx.dir.Write("fw/boot.img", "abc");
         h.fx.dir.Write("fw/CheckSum.ini", "");
-        h.fx.station->package.scatterFilePath = h.fx.dir.File("fw/scatter.txt");
+        h.st.package.scatterFilePath = h.fx.dir.File("fw/scatter.txt");
         auto window = std::make_shared<RecordingWindow>();
         h.manager->VerifyPackage(window);
         ASSERT_TRUE(h.RunUntil([&] {

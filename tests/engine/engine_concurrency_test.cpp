@@ -13,29 +13,19 @@ TEST(EngineConcurrency, SixteenSlotsOfEveryPlatformCountEveryJob) {
     constexpr int kSlots = 16;
     constexpr int kRounds = 3;
     EngineHarness h(kSlots);
-    auto& st = *h.fx.station;
-    h.registry.SetSwitchHook([&h](const SwitchEvent& e) {
-        if (e.kind != SwitchEvent::SPRD_TO_DOWNLOAD_PORT) return;
-        const int slot = static_cast<int>(e.comPort) - 1;
-        const auto d = h.Device(app::EVENT_SPRD, "SPRD DL (COM" + std::to_string(e.comPort) + ")", "dl");
-        h.Later(1500, [&h, slot, d] {
-            h.manager->WorkerAt(slot)->SetThreadIndex(slot);
-            h.manager->WorkerAt(slot)->AcceptDevice(d);
-        });
-    });
+    h.ReplugSprdOnSwitch(1500);
     h.StartStation();
 
     std::uint32_t expectedFail = 0;
     std::vector<int> passed(kSlots, 0);
     for (int round = 0; round < kRounds; ++round) {
         for (int slot = 0; slot < kSlots; ++slot) {
+            SCOPED_TRACE("slot " + std::to_string(slot) + " round " + std::to_string(round));
             const int platform = (slot + round) % 3;
             const bool fails = (slot + round) % 4 == 0;
             expectedFail += fails ? 1 : 0;
             passed[static_cast<std::size_t>(slot)] += fails ? 0 : 1;
-            PhoneProfile p;
-            p.pass = !fails;
-            p.durationMs = 3000 + 500 * slot;
+            PhoneProfile p{.durationMs = 3000 + 500 * slot, .pass = !fails};
             const std::string id = "phone-" + std::to_string(round) + "-" + std::to_string(slot);
             const std::string port = "(COM" + std::to_string(slot + 1) + ")";
             if (platform == 0) {
@@ -51,34 +41,33 @@ TEST(EngineConcurrency, SixteenSlotsOfEveryPlatformCountEveryJob) {
             }
         }
         const auto jobs = static_cast<std::uint32_t>(kSlots * (round + 1));
-        ASSERT_TRUE(h.RunUntil([&] { return st.statistics.Total() == jobs; })) << "round " << round;
+        ASSERT_TRUE(h.RunUntil([&] { return h.Total() == jobs; })) << "round " << round;
         // Let every worker finish its end steps (the CFG batch end sleeps a second).
         for (int i = 0; i < 3; ++i) {
             h.Settle();
             h.fx.clock.Advance(1000);
         }
         h.Settle();
-        EXPECT_EQ(st.statistics.Fail(), expectedFail) << "round " << round;
+        EXPECT_EQ(h.Fail(), expectedFail) << "round " << round;
         for (int slot = 0; slot < kSlots; ++slot) {
+            SCOPED_TRACE("slot " + std::to_string(slot) + " round " + std::to_string(round));
             const int platform = (slot + round) % 3;
             const bool fails = (slot + round) % 4 == 0;
             const std::string counts =
                 "(" + std::to_string(passed[static_cast<std::size_t>(slot)]) + "/" + std::to_string(round + 1) + ")";
-            EXPECT_EQ(h.Result(slot), (fails ? "FAIL" : "PASS") + counts) << "slot " << slot << " round " << round;
+            EXPECT_EQ(h.Result(slot), (fails ? "FAIL" : "PASS") + counts);
             // MTK and SPRD slots end bound again; a CFG slot stays BUSY until the console's Stop.
-            EXPECT_EQ(h.State(slot), platform == 2 ? app::BIND_BUSY : app::BIND_ALL_BINDED) << "slot " << slot;
+            EXPECT_EQ(h.State(slot), platform == 2 ? app::BIND_BUSY : app::BIND_ALL_BINDED);
             if (platform == 0 && !fails) {
-                EXPECT_EQ(h.Bar(slot), "Download Completely!(100%)") << "slot " << slot;
+                EXPECT_EQ(h.Bar(slot), "Download Completely!(100%)");
             }
             if (platform == 1) {
                 EXPECT_EQ(h.Bar(slot), fails ? "Failed: Downloading... failed" : "Passed");
             }
         }
     }
-    for (int slot = 0; slot < kSlots; ++slot) {
-        const auto* w = h.manager->WorkerAt(slot);
-        EXPECT_EQ(const_cast<DownloadWorker*>(w)->Display().JobCount(), static_cast<std::uint32_t>(kRounds)) << slot;
-    }
+    for (int slot = 0; slot < kSlots; ++slot)
+        EXPECT_EQ(h.manager->WorkerAt(slot)->Display().JobCount(), static_cast<std::uint32_t>(kRounds)) << slot;
     const std::string file = h.fx.dir.File("Config/TestResult.ini");
     EXPECT_EQ(platform::ProfileIni::ReadInt(file, "total", "NUM", 0), kSlots * kRounds);
     EXPECT_EQ(platform::ProfileIni::ReadInt(file, "fail", "NUM", 0), expectedFail);
