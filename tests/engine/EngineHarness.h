@@ -102,10 +102,12 @@ public:
         return done();
     }
 
+    // The waiter count must hold for about 2 ms: on a loaded machine a thread between two
+    // waits can be off the processor for longer than a few hundred microseconds.
     void Settle() {
         int last = -1, stable = 0;
-        while (stable < 4) {
-            std::this_thread::sleep_for(std::chrono::microseconds(150));
+        while (stable < 8) {
+            std::this_thread::sleep_for(std::chrono::microseconds(250));
             const int now = fx.clock.Waiters();
             stable = now == last ? stable + 1 : 0;
             last = now;
