@@ -220,6 +220,7 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
     return true;
 }
 
+// A failure leaves the output file open; Unpack closes it.
 bool CBinPack::ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packageSize) {
     std::string name;
     ReadField(entry.FileName, name);  // checked before extraction began
@@ -244,9 +245,8 @@ bool CBinPack::ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packag
     // and the writes that follow skip the file system's per-page space reservation. The
     // size is kept so a dropped trailing NUL leaves no byte behind; file systems that
     // cannot reserve simply write as they go.
-    if (::fallocate(outFd_, FALLOC_FL_KEEP_SIZE, 0, entry.FileSize) != 0 && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG)) {
-        ::close(outFd_);
-        outFd_ = -1;
+    if (::fallocate(outFd_, FALLOC_FL_KEEP_SIZE, 0, entry.FileSize) != 0 &&
+        (errno == ENOSPC || errno == EDQUOT || errno == EFBIG)) {
         Fail(diskMessage_);
         return false;
     }
@@ -266,8 +266,6 @@ bool CBinPack::ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packag
             if (n < piece) break;
         }
         if (got < chunk) {
-            ::close(outFd_);
-            outFd_ = -1;
             Fail(texts::kPacReadFailed);
             return false;
         }
@@ -276,8 +274,6 @@ bool CBinPack::ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packag
         if (last && remaining == chunk && buffer_[chunk - 1] == 0) --toWrite;
         const bool written = WriteFully(outFd_, buffer_.data(), toWrite);
         if (!written) {
-            ::close(outFd_);
-            outFd_ = -1;
             Fail(diskMessage_);
             return false;
         }
