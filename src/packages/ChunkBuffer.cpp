@@ -21,15 +21,12 @@ ChunkBuffer::~ChunkBuffer() { Release(); }
 bool ChunkBuffer::Allocate(std::size_t size) {
     Release();
     data_ = new (std::nothrow) std::uint8_t[size == 0 ? 1 : size];
-    if (!data_) return false;
-    size_ = size;
-    return true;
+    return data_ != nullptr;
 }
 
 void ChunkBuffer::Release() {
     delete[] data_;
     data_ = nullptr;
-    size_ = 0;
 }
 #else
 namespace {
@@ -53,7 +50,6 @@ bool ChunkBuffer::Allocate(std::size_t size) {
     ::madvise(reinterpret_cast<void*>(start), length, MADV_HUGEPAGE);
 #endif
     data_ = reinterpret_cast<std::uint8_t*>(start);
-    size_ = size;
     mapped_ = length;
     return true;
 }
@@ -61,7 +57,6 @@ bool ChunkBuffer::Allocate(std::size_t size) {
 void ChunkBuffer::Release() {
     if (data_) ::munmap(data_, mapped_);
     data_ = nullptr;
-    size_ = 0;
     mapped_ = 0;
 }
 #endif

@@ -21,12 +21,10 @@ public:
     void Release();
 
     std::uint8_t* data() { return data_; }
-    std::size_t size() const { return size_; }
     std::uint8_t& operator[](std::size_t i) { return data_[i]; }
 
 private:
     std::uint8_t* data_ = nullptr;
-    std::size_t size_ = 0;
     std::size_t mapped_ = 0;
 };
 
