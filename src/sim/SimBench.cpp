@@ -148,10 +148,8 @@ bool SimBench::Enumerate(int socket, Phone& phone, bool keepCom) {
     enumSeen_[ServiceOf(phone)] = true;
     const std::string id = InstanceIdOf(socket, phone);
     names_[id] = FriendlyNameOf(phone);
-    engine::PhoneProfile profile = phone.profile;
-    profile.plug = phone.plugId;
-    registry_.SetProfile(id, profile);
-    if (phone.kind == PhoneKind::SPRD) registry_.SetPortProfile(static_cast<unsigned long>(phone.com), profile);
+    registry_.SetProfile(id, phone.profile);
+    if (phone.kind == PhoneKind::SPRD) registry_.SetPortProfile(static_cast<unsigned long>(phone.com), phone.profile);
     return true;
 }
 
@@ -160,6 +158,7 @@ bool SimBench::Plug(int socket, PhoneKind kind, const engine::PhoneProfile& prof
         std::lock_guard g(mutex_);
         if (socket < 0 || socket >= SocketCount() || phones_.count(socket)) return false;
         Phone phone{kind, PhoneMode::BROM, 0, -1, "", profile, nextPlugId_++, true};
+        phone.profile.plug = phone.plugId;  // the engines' jobs learn their connection from it
         switch (kind) {
             case PhoneKind::MTK_BROM: phone.mode = PhoneMode::BROM; break;
             case PhoneKind::MTK_PRELOADER: phone.mode = PhoneMode::PRELOADER; break;
