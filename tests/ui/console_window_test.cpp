@@ -3,7 +3,6 @@
 #include <QLineEdit>
 #include <QStatusBar>
 #include <QtTest>
-
 #include <chrono>
 #include <future>
 #include <thread>
@@ -20,7 +19,8 @@ class ConsoleWindowTest : public QObject {
     Q_OBJECT
 
     struct Console {
-        explicit Console(std::uint16_t systemLanguage) : f(systemLanguage), loop(f.clock), controller(*f.station, loop) {}
+        explicit Console(std::uint16_t systemLanguage)
+            : f(systemLanguage), loop(f.clock), controller(*f.station, loop) {}
         test::StationFixture f;
         platform::StationLoop loop;
         console::ConsoleController controller;
@@ -50,8 +50,8 @@ private Q_SLOTS:
         window.Refresh();
         QVERIFY(window.windowTitle().startsWith("Quorvel, Ver 3.1707.28.14; Compiler: "));
         QVERIFY(window.windowTitle().endsWith("; Compiled Date: (2017/07/28 14:32:28)"));
-        QCOMPARE(Headers(window), QStringList({"No.", "Device Information", "Download Progress", "Timer", "Result",
-                                               "Binded"}));
+        QCOMPARE(Headers(window),
+                 QStringList({"No.", "Device Information", "Download Progress", "Timer", "Result", "Binded"}));
         QCOMPARE(CounterTexts(window), QStringList({"8", "2", "75.00%"}));
         QCOMPARE(window.SlotList().model()->rowCount(), 0);
         auto* status = window.findChild<QStatusBar*>();
@@ -69,6 +69,28 @@ private Q_SLOTS:
         QCOMPARE(Headers(window).last(), QString::fromUtf8("绑定"));
         QVERIFY(window.windowTitle().endsWith("[SIMULATED BENCH]"));
         QCOMPARE(CounterTexts(window), QStringList({"0", "0", "0.00%"}));
+    }
+
+    void rowsShowTheirIconsAndTheDialogKeysCloseTheConsole() {
+        Console c(1033);
+        c.f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n[BENCH]\nSimulated=0\n");
+        QVERIFY(c.controller.OnInitDialog());
+        auto& list = c.f.station->slotList;
+        for (int icon : {1, 2}) list.SetCellIcon(list.InsertRow("0" + std::to_string(icon)), app::COL_DEVICE, icon);
+        for (const int key : {Qt::Key_Escape, Qt::Key_Return, Qt::Key_Enter}) {
+            console::MainWindow window(*c.f.station, c.loop, c.controller);
+            window.Refresh();
+            auto* model = window.SlotList().model();
+            for (int row : {0, 1}) {
+                const auto icon = model->data(model->index(row, app::COL_DEVICE), Qt::DecorationRole).value<QPixmap>();
+                QCOMPARE(icon.size(), QSize(24, 24));
+            }
+            window.show();
+            QApplication::setActiveWindow(&window);
+            QVERIFY(QTest::qWaitForWindowActive(&window));
+            QTest::keyClick(&window, static_cast<Qt::Key>(key));
+            QVERIFY(!window.isVisible());
+        }
     }
 
     void missingSettingsEndsTheConsole() {

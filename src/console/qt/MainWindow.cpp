@@ -6,6 +6,7 @@
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QMenu>
+#include <QShortcut>
 #include <QStatusBar>
 #include <QStyle>
 #include <QTimer>
@@ -22,7 +23,9 @@ namespace {
 constexpr int kRedrawIntervalMs = 40;  // at most 25 redraws a second
 const char* const kBackground = "rgb(247, 255, 252)";
 
-QString Q(const std::string& s) { return QString::fromUtf8(s.c_str()); }
+QString Q(const std::string& s) {
+    return QString::fromUtf8(s.c_str());
+}
 }  // namespace
 
 MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleController& controller)
@@ -45,8 +48,8 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     panel_->setObjectName("panel");
     panel_->setMinimumHeight(70);
     panel_->setWordWrap(true);
-    panel_->setStyleSheet(QString("QLabel#panel { background: %1; border: 1px solid #c8d8d0; padding: 4px; }")
-                              .arg(kBackground));
+    panel_->setStyleSheet(
+        QString("QLabel#panel { background: %1; border: 1px solid #c8d8d0; padding: 4px; }").arg(kBackground));
 
     auto* counters = new QGridLayout;
     totalLabel_ = new QLabel(this);
@@ -102,6 +105,11 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     layout->addWidget(banner_);
     layout->addWidget(slotList_, 1);
     layout->addWidget(status);
+
+    // The dialog keys end the console as the close box does.
+    for (const QKeySequence key :
+         {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)})
+        connect(new QShortcut(key, this), &QShortcut::activated, this, &QWidget::close);
 
     // Observers run on whichever thread changed the model; they only schedule a redraw.
     station_.view.SetObserver([this] { ScheduleRefresh(); });
@@ -162,8 +170,8 @@ void MainWindow::Refresh() {
         button->setEnabled(c.enabled);
     }
     // Icon 165 is the Stop button's.
-    startStop_->setIcon(style()->standardIcon(control(IDC_START_STOP).iconIn == 165 ? QStyle::SP_MediaStop
-                                                                                      : QStyle::SP_MediaPlay));
+    startStop_->setIcon(
+        style()->standardIcon(control(IDC_START_STOP).iconIn == 165 ? QStyle::SP_MediaStop : QStyle::SP_MediaPlay));
     for (int i = 0; i < 4; ++i) panes_[i]->setText(Q(s.panes[static_cast<std::size_t>(i)]));
     if (s.backgroundImage != shownBackground_) {
         shownBackground_ = s.backgroundImage;
