@@ -4,10 +4,10 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "app/Station.h"
 #include "app/Texts.h"
-#include "platform/AtomicFile.h"
 #include "platform/DayLog.h"
 #include "platform/ExeDir.h"
 #include "platform/MachineStamp.h"
@@ -26,14 +26,19 @@ const char* const kLsSection = "BROMPORTINFO";
 const char* const kComSection = "COM";
 const char* const kStateSection = "THREADSTATUS";
 
-std::string SlotKey(int slot) { return "Index" + std::to_string(slot); }
+std::string SlotKey(int slot) {
+    return "Index" + std::to_string(slot);
+}
 
-// Reads the values of one file already in memory.
+// Reads the values of one parsed file; an unreadable one reads as empty, as the
+// platform's reader does (its writes then fail and say so).
 class Reader {
 public:
-    explicit Reader(std::string contents) : contents_(std::move(contents)) {}
+    explicit Reader(const std::string& path) : doc_(ProfileIni::Load(path)) {
+        if (!doc_) doc_ = std::make_shared<const platform::ProfileDocument>(std::string());
+    }
     std::string Text(const char* section, const char* key, std::size_t buffer) const {
-        return ProfileIni::ReadStringFrom(contents_, section, key, "", buffer);
+        return ProfileIni::ReadStringFrom(*doc_, section, key, "", buffer);
     }
     // Converted only when non-empty, so an absent key keeps the built-in value.
     void Number(const char* section, const char* key, std::uint32_t& value) const {
@@ -42,7 +47,7 @@ public:
     }
 
 private:
-    std::string contents_;
+    std::shared_ptr<const platform::ProfileDocument> doc_;
 };
 }  // namespace
 
@@ -51,7 +56,9 @@ SettingsStore::SettingsStore(Station& station, MachineStampSource machineStamp)
       machineStamp_(machineStamp ? std::move(machineStamp)
                                  : MachineStampSource([] { return platform::FirstAdapterMac(); })) {}
 
-std::string SettingsStore::FilePath() const { return station_.ConfigPath("CommonSetting.ini"); }
+std::string SettingsStore::FilePath() const {
+    return station_.ConfigPath("CommonSetting.ini");
+}
 
 bool SettingsStore::CheckFileExists() const {
     struct stat st {};
@@ -65,9 +72,7 @@ bool SettingsStore::CheckFileExists() const {
 
 int SettingsStore::LanguageLoad() {
     if (!CheckFileExists()) return 0;
-    std::string contents;
-    platform::ReadWholeFile(FilePath(), contents);
-    Reader r(std::move(contents));
+    const Reader r(FilePath());
     std::uint32_t language = station_.language.LanguageId();
     r.Number("COMMON", "LANGUAGE", language);
     station_.language.SetLanguageId(language);
@@ -77,9 +82,7 @@ int SettingsStore::LanguageLoad() {
 
 int SettingsStore::SettingsLoad() {
     if (!CheckFileExists()) return 0;
-    std::string contents;
-    platform::ReadWholeFile(FilePath(), contents);
-    const Reader r(std::move(contents));
+    const Reader r(FilePath());
     Settings& s = station_.settings;
 
     r.Number("COMMON", "NVDATAZIP", s.NVDATAZIP);
@@ -143,7 +146,7 @@ int SettingsStore::SettingsLoad() {
 
     const std::string stored = r.Text("COMMON", "Mac", kOptionBuffer);
     const std::string computed = MachineStamp();
-    ProfileIni::WriteString(FilePath(), "COMMON", "Mac", computed);
+    Written(FilePath(), ProfileIni::WriteString(FilePath(), "COMMON", "Mac", computed));
 
     if (stored == computed) {
         for (int n = 0; n < kSlotCount; ++n) {
@@ -201,8 +204,8 @@ int SettingsStore::SettingsLoad() {
 
 void SettingsStore::LanguageSave() {
     std::lock_guard g(settingsLock_);
-    ProfileIni::WriteString(FilePath(), "COMMON", "LANGUAGE",
-                            station_.language.LanguageId() == kLangEnglish ? "1033" : "2052");
+    Written(FilePath(), ProfileIni::WriteString(FilePath(), "COMMON", "LANGUAGE",
+                                                station_.language.LanguageId() == kLangEnglish ? "1033" : "2052"));
 }
 
 void SettingsStore::SaveBindings() {
@@ -218,14 +221,29 @@ void SettingsStore::SaveBindings() {
         writes.push_back({kStateSection, key, BindStateName(e.state)});
     }
     const PackageSelection& pkg = station_.package;
-    if (pkg.kind == PACKAGE_MTK_SCATTER)
-        writes.push_back({"COMMON", "HasScan", station_.settings.HasScan ? "1" : "0"});
+    if (pkg.kind == PACKAGE_MTK_SCATTER) writes.push_back({"COMMON", "HasScan", station_.settings.HasScan ? "1" : "0"});
     if (pkg.kind != PACKAGE_NONE) writes.push_back({"COMMON", "FilePath", pkg.ActivePath()});
     // One atomic replacement: a crash leaves either the old or the new table.
-    ProfileIni::WriteMany(FilePath(), writes);
+    Written(FilePath(), ProfileIni::WriteMany(FilePath(), writes));
 }
 
-std::string SettingsStore::MachineStamp() const { return machineStamp_(); }
+void SettingsStore::Written(const std::string& path, bool ok) {
+    if (ok) return;
+    const int error = errno;
+    {
+        std::lock_guard g(reportedLock_);
+        if (!reported_.insert(path).second) return;
+    }
+    char text[1024];
+    std::snprintf(text, sizeof text, texts::kFileWriteFailedFormat, path.c_str(), std::strerror(error));
+    std::fprintf(stderr, "%s\n", text);
+    if (station_.settings.EnableDebug) UiLog(text);
+    station_.view.SetPane(0, text);
+}
+
+std::string SettingsStore::MachineStamp() const {
+    return machineStamp_();
+}
 
 void SettingsStore::UiLog(const std::string& text) const {
     platform::AppendDayLog(station_.ExeDir(), station_.clock.WallSeconds(), text);

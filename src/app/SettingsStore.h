@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <mutex>
+#include <set>
 #include <string>
 
 namespace quorvel::app {
@@ -27,12 +28,18 @@ public:
     std::string MachineStamp() const;
     void UiLog(const std::string& text) const;
 
+    // After a write to a settings or counter file: a failure is said once per file,
+    // on stderr, in the debug log and in the status bar. Reads errno. Any thread.
+    void Written(const std::string& path, bool ok);
+
 private:
     bool CheckFileExists() const;
 
     Station& station_;
     MachineStampSource machineStamp_;
     std::mutex settingsLock_;
+    std::mutex reportedLock_;
+    std::set<std::string> reported_;
 };
 
 }  // namespace quorvel::app

@@ -2,10 +2,10 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdio>
 
 #include "app/Station.h"
-#include "platform/AtomicFile.h"
 #include "platform/ProfileIni.h"
 
 namespace quorvel::app {
@@ -13,20 +13,22 @@ namespace quorvel::app {
 using platform::ProfileIni;
 
 namespace {
-std::vector<ProfileIni::Write> ZeroCounters() { return {{"total", "NUM", "0"}, {"fail", "NUM", "0"}}; }
+std::vector<ProfileIni::Write> ZeroCounters() {
+    return {{"total", "NUM", "0"}, {"fail", "NUM", "0"}};
+}
 }  // namespace
 
-std::string StatisticsStore::FilePath() const { return station_.ConfigPath("TestResult.ini"); }
+std::string StatisticsStore::FilePath() const {
+    return station_.ConfigPath("TestResult.ini");
+}
 
 int StatisticsStore::StatisticsLoad() {
     std::lock_guard g(mutex_);
     struct stat st {};
-    if (::stat(FilePath().c_str(), &st) != 0)
-        ProfileIni::WriteMany(FilePath(), ZeroCounters());
-    std::string contents;
-    platform::ReadWholeFile(FilePath(), contents);
-    fail_ = ProfileIni::ReadIntFrom(contents, "fail", "NUM", 0);
-    total_ = ProfileIni::ReadIntFrom(contents, "total", "NUM", 0);
+    if (::stat(FilePath().c_str(), &st) != 0 && errno == ENOENT)
+        station_.settingsStore.Written(FilePath(), ProfileIni::WriteMany(FilePath(), ZeroCounters()));
+    fail_ = ProfileIni::ReadInt(FilePath(), "fail", "NUM", 0);
+    total_ = ProfileIni::ReadInt(FilePath(), "total", "NUM", 0);
     float rate = 0;
     if (total_ > 0) rate = static_cast<float>(static_cast<std::uint32_t>(total_ - fail_) * 100.0 / total_);
     char text[64];
@@ -49,7 +51,8 @@ void StatisticsStore::SaveLocked() {
     station_.view.SetText(IDC_TOTAL, total);
     station_.view.SetText(IDC_FAILURES, fail);
     station_.view.SetText(IDC_PASS_RATE, std::string(text) + "%");
-    ProfileIni::WriteMany(FilePath(), {{"total", "NUM", total}, {"fail", "NUM", fail}});
+    station_.settingsStore.Written(FilePath(),
+                                   ProfileIni::WriteMany(FilePath(), {{"total", "NUM", total}, {"fail", "NUM", fail}}));
 }
 
 void StatisticsStore::StatisticsSave() {
@@ -66,7 +69,7 @@ void StatisticsStore::CountJob(bool failed) {
 
 void StatisticsStore::StatisticsReset() {
     std::lock_guard g(mutex_);
-    ProfileIni::WriteMany(FilePath(), ZeroCounters());
+    station_.settingsStore.Written(FilePath(), ProfileIni::WriteMany(FilePath(), ZeroCounters()));
     total_ = 0;
     fail_ = 0;
     station_.view.SetText(IDC_TOTAL, "0");

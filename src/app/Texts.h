@@ -14,6 +14,11 @@ inline constexpr const char* kCreateLogFolderFailed = "创建Log文件夹失败�
 inline constexpr const char* kRebootTool = "Please Reboot the Tool...";
 inline constexpr const char* kConfigFileMissingFormat = "the config file path is %s,The last error code: %d";
 inline constexpr LangText kConfigReadFailed{"配置文件读取失败！", "Failed to read configuration file!"};
+// Said once per file when a settings or counter file cannot be written; %s the path, %s the reason.
+inline constexpr const char* kFileWriteFailedFormat = "Cannot write %s (%s); it is left as it was.";
+// The single-instance lock: %s the place, %s the reason, %s the place used instead.
+inline constexpr const char* kLockFallbackFormat = "Cannot use the lock file %s (%s); using %s instead.";
+inline constexpr const char* kLockFailedFormat = "Cannot take the single-instance lock %s (%s).";
 inline constexpr LangText kSoftwarePath{"软件路径：", "Software Path:"};
 
 // DownloadType display names, by value 0..11.

@@ -1,14 +1,35 @@
 #include "platform/AtomicFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 namespace quorvel::platform {
+
+namespace {
+// Temporary files are named <file>.tmp<pid>.<n>.
+constexpr char kTempMark[] = ".tmp";
+
+// The writer's pid when `name` is one of our temporary files, else 0.
+pid_t TemporaryOwner(const std::string& name) {
+    const auto mark = name.rfind(kTempMark);
+    if (mark == std::string::npos || mark == 0) return 0;
+    const char* p = name.c_str() + mark + sizeof kTempMark - 1;
+    char* end = nullptr;
+    const long pid = std::strtol(p, &end, 10);
+    if (end == p || *end != '.' || pid <= 0) return 0;
+    const char* n = end + 1;
+    std::strtoul(n, &end, 10);
+    if (end == n || *end != '\0') return 0;
+    return static_cast<pid_t>(pid);
+}
+}  // namespace
 
 std::size_t ReadFully(int fd, void* buffer, std::size_t length) {
     auto* p = static_cast<char*>(buffer);
@@ -22,27 +43,54 @@ std::size_t ReadFully(int fd, void* buffer, std::size_t length) {
     return done;
 }
 
-bool ReadWholeFile(const std::string& path, std::string& contents) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+bool ReadWholeFile(const std::string& path, std::string& contents, struct stat* st) {
+    // Non-blocking, so a FIFO in the file's place cannot hang the reader.
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) return false;
-    struct stat st {};
-    if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
+    struct stat own {};
+    if (!st) st = &own;
+    if (::fstat(fd, st) != 0 || !S_ISREG(st->st_mode)) {
+        const int error = S_ISDIR(st->st_mode) ? EISDIR : EINVAL;
         ::close(fd);
+        errno = error;
         return false;
     }
     contents.clear();
-    char buf[16384];
-    while (const std::size_t n = ReadFully(fd, buf, sizeof buf)) contents.append(buf, n);
+    contents.reserve(static_cast<std::size_t>(st->st_size));
+    char buf[65536];
+    for (;;) {
+        const ssize_t n = ::read(fd, buf, sizeof buf);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) {
+            const int error = errno;
+            ::close(fd);
+            errno = error;
+            return false;
+        }
+        if (n == 0) break;
+        contents.append(buf, static_cast<std::size_t>(n));
+    }
     ::close(fd);
     return true;
 }
 
-bool ReplaceFileAtomically(const std::string& path, const std::string& contents) {
+bool ReplaceFileAtomically(const std::string& path, const std::string& contents, struct stat* written) {
     static std::atomic<unsigned> counter{0};
-    const std::string tmp = path + ".tmp" + std::to_string(::getpid()) + "." + std::to_string(counter++);
     mode_t mode = 0644;
-    struct stat st {};
-    if (::stat(path.c_str(), &st) == 0) mode = st.st_mode & 07777;
+    // The rename would replace a file we may not write; refuse as a write to it would.
+    if (int probe = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); probe >= 0) {
+        struct stat st {};
+        const bool regular = ::fstat(probe, &st) == 0 && S_ISREG(st.st_mode);
+        ::close(probe);
+        if (!regular) {
+            errno = EINVAL;
+            return false;
+        }
+        mode = st.st_mode & 07777;
+    } else if (errno != ENOENT) {
+        return false;
+    }
+    const std::string tmp = path + kTempMark + std::to_string(::getpid()) + "." + std::to_string(counter++);
     int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
     if (fd < 0) return false;
     const char* p = contents.data();
@@ -52,6 +100,7 @@ bool ReplaceFileAtomically(const std::string& path, const std::string& contents)
         ssize_t n = ::write(fd, p, left);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) {
+            if (n == 0) errno = EIO;
             ok = false;
             break;
         }
@@ -59,10 +108,39 @@ bool ReplaceFileAtomically(const std::string& path, const std::string& contents)
         left -= static_cast<std::size_t>(n);
     }
     ok = ok && ::fdatasync(fd) == 0;
-    ok = (::close(fd) == 0) && ok;
-    if (ok) ok = ::rename(tmp.c_str(), path.c_str()) == 0;
-    if (!ok) ::unlink(tmp.c_str());
-    return ok;
+    struct stat st {};
+    ok = ok && ::fstat(fd, &st) == 0;
+    int error = errno;
+    if (::close(fd) != 0 && ok) {
+        ok = false;
+        error = errno;
+    }
+    if (ok && ::rename(tmp.c_str(), path.c_str()) != 0) {
+        ok = false;
+        error = errno;
+    }
+    if (!ok) {
+        ::unlink(tmp.c_str());
+        errno = error;
+        return false;
+    }
+    if (written) *written = st;
+    return true;
+}
+
+int RemoveStaleTemporaries(const std::string& folder) {
+    DIR* dir = ::opendir(folder.c_str());
+    if (!dir) return 0;
+    int removed = 0;
+    const std::string base = folder.empty() || folder.back() == '/' ? folder : folder + "/";
+    while (const dirent* e = ::readdir(dir)) {
+        const pid_t owner = TemporaryOwner(e->d_name);
+        if (owner == 0 || owner == ::getpid()) continue;
+        if (::kill(owner, 0) == 0 || errno != ESRCH) continue;  // its writer may still rename it
+        if (::unlink((base + e->d_name).c_str()) == 0) ++removed;
+    }
+    ::closedir(dir);
+    return removed;
 }
 
 }  // namespace quorvel::platform

@@ -2,26 +2,57 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include <cerrno>
 
 namespace quorvel::platform {
 
-std::string InstanceLock::DefaultPath(const std::string& name) {
-    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    if (runtime && *runtime) return std::string(runtime) + "/" + name + ".lock";
-    return "/tmp/" + name + "-" + std::to_string(::getuid()) + ".lock";
-}
+namespace {
+constexpr int kOpenFlags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
-InstanceLock::InstanceLock(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+// Opens an existing lock file for locking (read access is enough for flock), else
+// creates it for everybody. O_CREAT is never used on an existing file, which a
+// sticky folder would refuse for a file of another user.
+int OpenLockFile(const std::string& path, int& error) {
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        int fd = ::open(path.c_str(), O_RDWR | kOpenFlags);
+        if (fd < 0 && errno == EACCES) fd = ::open(path.c_str(), O_RDONLY | kOpenFlags);
+        if (fd >= 0) {
+            struct stat st {};
+            if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) return fd;
+            ::close(fd);
+            error = EINVAL;
+            return -1;
+        }
+        if (errno != ENOENT) break;
+        fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | kOpenFlags, 0666);
+        if (fd >= 0) {
+            ::fchmod(fd, 0666);  // past the umask, so other users can lock it too
+            return fd;
+        }
+        if (errno != EEXIST) break;  // else another station created it just now
+    }
+    error = errno;
+    return -1;
+}
+}  // namespace
+
+InstanceLock::InstanceLock(const std::string& path) : path_(path) {
+    int fd = OpenLockFile(path, error_);
     if (fd < 0) return;
-    if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    int rc;
+    while ((rc = ::flock(fd, LOCK_EX | LOCK_NB)) != 0 && errno == EINTR) {
+    }
+    if (rc != 0) {
+        error_ = errno;
+        outcome_ = errno == EWOULDBLOCK ? Outcome::Held : Outcome::Failed;
         ::close(fd);
         return;
     }
     fd_ = fd;
+    outcome_ = Outcome::Acquired;
 }
 
 InstanceLock::~InstanceLock() {

@@ -3,24 +3,33 @@
 
 namespace quorvel::platform {
 
-// The station's single-instance lock: an exclusive flock on a lock file, held for
-// the life of this object and released by the kernel when the process dies, so a
-// crashed station never blocks the next start.
+// One single-instance lock: an exclusive flock on a lock file, held for the life of
+// this object and released by the kernel when the process dies, so a crashed
+// station never blocks the next start. The file may sit in a shared sticky folder
+// (/run/lock, /tmp): it is created readable and writable by every user, opened
+// without following links and without O_CREAT on an existing file, and locked
+// even when only readable, so a file left by another user or a dead process
+// locks as well as a fresh one.
 class InstanceLock {
 public:
-    // Default lock file for the named lock: in $XDG_RUNTIME_DIR, else /tmp, per user.
-    static std::string DefaultPath(const std::string& name);
+    enum class Outcome { Acquired, Held, Failed };
 
     explicit InstanceLock(const std::string& path);
     ~InstanceLock();
     InstanceLock(const InstanceLock&) = delete;
     InstanceLock& operator=(const InstanceLock&) = delete;
 
-    // False when another process holds the lock ("already exists").
-    bool Acquired() const { return fd_ >= 0; }
+    bool Acquired() const { return outcome_ == Outcome::Acquired; }
+    // Held: a live process holds the lock. Failed: the file could not be used (Error()).
+    Outcome Result() const { return outcome_; }
+    int Error() const { return error_; }
+    const std::string& Path() const { return path_; }
 
 private:
+    std::string path_;
     int fd_ = -1;
+    Outcome outcome_ = Outcome::Failed;
+    int error_ = 0;
 };
 
 }  // namespace quorvel::platform

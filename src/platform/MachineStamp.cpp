@@ -27,7 +27,9 @@ std::string FirstAdapterMac(const SysPaths& paths) {
     std::error_code ec;
     for (const auto& entry : fs::directory_iterator(fs::path(paths.sys) / "class/net", ec)) {
         const auto dir = entry.path();
-        if (ReadFirstLine(dir / "type") == "772") continue;  // loopback
+        // Only physical adapters: bridges, veth, tun, docker and other virtual ones
+        // have no device behind them, and their addresses may change at boot.
+        if (!fs::exists(dir / "device", ec)) continue;
         Adapter a{};
         const std::string address = ReadFirstLine(dir / "address");
         char tail = 0;
@@ -46,8 +48,8 @@ std::string FirstAdapterMac(const SysPaths& paths) {
     const auto& first =
         *std::min_element(adapters.begin(), adapters.end(), [](auto& x, auto& y) { return x.index < y.index; });
     char text[18];
-    std::snprintf(text, sizeof text, "%02X-%02X-%02X-%02X-%02X-%02X", first.bytes[0], first.bytes[1],
-                  first.bytes[2], first.bytes[3], first.bytes[4], first.bytes[5]);
+    std::snprintf(text, sizeof text, "%02X-%02X-%02X-%02X-%02X-%02X", first.bytes[0], first.bytes[1], first.bytes[2],
+                  first.bytes[3], first.bytes[4], first.bytes[5]);
     return text;
 }
 

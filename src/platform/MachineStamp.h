@@ -5,8 +5,8 @@
 
 namespace quorvel::platform {
 
-// Hardware address of the first network interface, in interface-index order, that
-// has a non-zero address (loopback excluded), as "%02X-%02X-%02X-%02X-%02X-%02X";
+// Hardware address of the first physical network interface (one with a device
+// behind it in sysfs), in interface-index order, that has a non-zero address, as "%02X-%02X-%02X-%02X-%02X-%02X";
 // empty when there is none.
 std::string FirstAdapterMac(const SysPaths& paths = {});
 

@@ -1,9 +1,9 @@
 #include "platform/ProfileIni.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
-#include <cctype>
-#include <cstring>
-#include <limits>
+#include <cerrno>
 #include <map>
 #include <mutex>
 
@@ -14,8 +14,11 @@ namespace quorvel::platform {
 namespace {
 
 constexpr std::string_view kBom = "\xEF\xBB\xBF";
+constexpr auto npos = std::string_view::npos;
 
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f'; }
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
+}
 
 std::string_view Trim(std::string_view s) {
     while (!s.empty() && IsBlank(s.front())) s.remove_prefix(1);
@@ -23,53 +26,57 @@ std::string_view Trim(std::string_view s) {
     return s;
 }
 
+char Lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// ASCII letters fold; other bytes compare as they are.
 bool EqualNoCase(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        unsigned char x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
-        if (x < 0x80 && y < 0x80) {
-            if (std::tolower(x) != std::tolower(y)) return false;
-        } else if (x != y) {
-            return false;
-        }
-    }
+    for (std::size_t i = 0; i < a.size(); ++i)
+        if (Lower(a[i]) != Lower(b[i])) return false;
     return true;
 }
 
-// One line of the file without its line ending, with its position.
-struct Line {
-    std::size_t begin, end, next;  // [begin,end) text, next = start of the following line
-    std::string_view text;
-};
-
-std::vector<Line> SplitLines(std::string_view s) {
-    std::vector<Line> lines;
-    std::size_t pos = s.substr(0, kBom.size()) == kBom ? kBom.size() : 0;
-    while (pos < s.size()) {
-        std::size_t nl = s.find('\n', pos);
-        std::size_t end = nl == std::string_view::npos ? s.size() : nl;
-        std::size_t next = nl == std::string_view::npos ? s.size() : nl + 1;
-        std::size_t textEnd = (end > pos && s[end - 1] == '\r') ? end - 1 : end;
-        lines.push_back({pos, textEnd, next, s.substr(pos, textEnd - pos)});
-        pos = next;
-    }
-    return lines;
+std::string LowerCopy(std::string_view s) {
+    std::string r(s);
+    for (char& c : r) c = Lower(c);
+    return r;
 }
 
-// Section name of a "[name]" line, or nullopt-like false.
+std::uint64_t HashNoCase(std::string_view s) {
+    std::uint64_t h = 14695981039346656037ull;
+    for (char c : s) h = (h ^ static_cast<unsigned char>(Lower(c))) * 1099511628211ull;
+    return h;
+}
+
+bool IsLineEnd(char c) {
+    return c == '\n' || c == '\r';
+}
+
+// End of the text of the line starting at `pos`, and the start of the next line.
+// LF, CR LF and a lone CR all end a line.
+std::pair<std::size_t, std::size_t> LineAt(std::string_view s, std::size_t pos) {
+    std::size_t end = pos;
+    while (end < s.size() && !IsLineEnd(s[end])) ++end;
+    std::size_t next = end;
+    if (next < s.size()) next += (s[next] == '\r' && next + 1 < s.size() && s[next + 1] == '\n') ? 2 : 1;
+    return {end, next};
+}
+
 bool SectionName(std::string_view line, std::string_view& name) {
     auto t = Trim(line);
     if (t.empty() || t.front() != '[') return false;
     auto close = t.find(']');
-    name = Trim(close == std::string_view::npos ? t.substr(1) : t.substr(1, close - 1));
+    name = Trim(close == npos ? t.substr(1) : t.substr(1, close - 1));
     return true;
 }
 
 bool KeyName(std::string_view line, std::string_view& key, std::string_view& value) {
     auto t = Trim(line);
-    if (t.empty() || t.front() == ';') return false;
+    if (t.empty() || t.front() == ';' || t.front() == '[') return false;
     auto eq = line.find('=');
-    if (eq == std::string_view::npos) return false;
+    if (eq == npos) return false;
     key = Trim(line.substr(0, eq));
     value = Trim(line.substr(eq + 1));
     return true;
@@ -86,6 +93,14 @@ std::string Cut(std::string_view v, std::size_t bufferSize) {
     return std::string(v.substr(0, bufferSize - 1));
 }
 
+// A written text can never start a line of its own: line breaks become blanks and a
+// NUL ends it, as it would end a C string.
+std::string OneLine(std::string_view s) {
+    std::string r(s.substr(0, s.find('\0')));
+    std::replace_if(r.begin(), r.end(), IsLineEnd, ' ');
+    return r;
+}
+
 std::mutex& PathMutex(const std::string& path) {
     static std::mutex registryMutex;
     static std::map<std::string, std::mutex> mutexes;
@@ -93,122 +108,223 @@ std::mutex& PathMutex(const std::string& path) {
     return mutexes[path];
 }
 
+// Parsed files by path, valid while the file keeps its identity.
+struct Identity {
+    dev_t dev;
+    ino_t ino;
+    off_t size;
+    long long mtimeSec, mtimeNsec;
+    bool operator==(const Identity&) const = default;
+};
+Identity IdentityOf(const struct stat& st) {
+    return {st.st_dev, st.st_ino, st.st_size, static_cast<long long>(st.st_mtim.tv_sec),
+            static_cast<long long>(st.st_mtim.tv_nsec)};
+}
+struct CacheEntry {
+    Identity id;
+    std::shared_ptr<const ProfileDocument> doc;
+};
+std::mutex cacheMutex;
+std::map<std::string, CacheEntry> cache;
+
+void Remember(const std::string& path, const Identity& id, std::shared_ptr<const ProfileDocument> doc) {
+    std::lock_guard g(cacheMutex);
+    if (cache.size() >= 16 && !cache.count(path)) cache.clear();  // bounds the memory held
+    cache[path] = {id, std::move(doc)};
+}
+
 }  // namespace
+
+ProfileDocument::ProfileDocument(std::string contents) : contents_(std::move(contents)) {
+    const std::string_view s(contents_);
+    const std::size_t start = s.substr(0, kBom.size()) == kBom ? kBom.size() : 0;
+    sections_.push_back({start, {}});
+    sectionIndex_.emplace("", 0);
+    Section* current = &sections_[0];
+    std::string_view eol;
+    for (std::size_t pos = start; pos < s.size();) {
+        const auto [end, next] = LineAt(s, pos);
+        if (eol.empty() && end < s.size()) eol = s.substr(end, next - end);
+        const std::string_view text = s.substr(pos, end - pos);
+        std::string_view name, k, v;
+        if (SectionName(text, name)) {
+            // Only the first occurrence of a section is read or written.
+            current = nullptr;
+            if (sectionIndex_.emplace(LowerCopy(name), sections_.size()).second) {
+                sections_.push_back({next, {}});
+                current = &sections_.back();
+            }
+        } else if (current) {
+            if (KeyName(text, k, v)) current->keys.push_back({HashNoCase(k), pos});
+            if (!Trim(text).empty()) current->insertAt = next;
+        }
+        pos = next;
+    }
+    eol_ = eol.empty() ? std::string_view("\n") : eol;
+    for (auto& sec : sections_)
+        std::stable_sort(sec.keys.begin(), sec.keys.end(), [](const Key& a, const Key& b) { return a.hash < b.hash; });
+}
+
+const ProfileDocument::Section* ProfileDocument::FindSection(std::string_view name) const {
+    auto it = sectionIndex_.find(LowerCopy(Trim(name)));
+    return it == sectionIndex_.end() ? nullptr : &sections_[it->second];
+}
+
+std::size_t ProfileDocument::FindKey(const Section& sec, std::string_view key) const {
+    key = Trim(key);
+    const std::uint64_t h = HashNoCase(key);
+    auto it =
+        std::lower_bound(sec.keys.begin(), sec.keys.end(), h, [](const Key& a, std::uint64_t v) { return a.hash < v; });
+    for (; it != sec.keys.end() && it->hash == h; ++it) {
+        const std::string_view s(contents_);
+        std::string_view k, v;
+        if (KeyName(s.substr(it->line, LineAt(s, it->line).first - it->line), k, v) && EqualNoCase(k, key))
+            return it->line;
+    }
+    return npos;
+}
+
+std::pair<bool, std::string> ProfileDocument::Lookup(std::string_view section, std::string_view key) const {
+    const Section* sec = FindSection(section);
+    if (!sec) return {false, {}};
+    const std::size_t line = FindKey(*sec, key);
+    if (line == npos) return {false, {}};
+    const std::string_view s(contents_);
+    std::string_view k, v;
+    KeyName(s.substr(line, LineAt(s, line).first - line), k, v);
+    return {true, std::string(Unquote(v))};
+}
+
+std::string ProfileDocument::Edited(const std::vector<Write>& writes) const {
+    struct Pending {
+        std::string key, value;
+    };
+    auto put = [](std::vector<Pending>& keys, std::string key, std::string value) {
+        for (auto& p : keys)
+            if (EqualNoCase(p.key, key)) {
+                p.value = std::move(value);
+                return;
+            }
+        keys.push_back({std::move(key), std::move(value)});
+    };
+    std::map<std::size_t, std::pair<std::size_t, std::string>> replaced;  // line -> (text end, new text)
+    std::map<std::size_t, std::vector<Pending>> inserted;                 // insertion offset -> keys
+    std::vector<std::pair<std::string, std::vector<Pending>>> added;      // new sections, in order
+    const std::string_view s(contents_);
+    for (const auto& w : writes) {
+        const std::string section(Trim(OneLine(w.section))), key(Trim(OneLine(w.key))), value = OneLine(w.value);
+        if (const Section* sec = FindSection(section)) {
+            if (const std::size_t line = FindKey(*sec, key); line != npos) {
+                // The key keeps its spelling and the line its ending.
+                const std::size_t end = LineAt(s, line).first;
+                const std::size_t eq = s.find('=', line);
+                replaced[line] = {end, std::string(s.substr(line, eq + 1 - line)) + value};
+            } else {
+                put(inserted[sec->insertAt], key, value);
+            }
+            continue;
+        }
+        auto it = std::find_if(added.begin(), added.end(), [&](auto& a) { return EqualNoCase(a.first, section); });
+        if (it == added.end()) it = added.insert(added.end(), {section, {}});
+        put(it->second, key, value);
+    }
+
+    std::string out;
+    out.reserve(s.size() + 64 * writes.size());
+    const std::size_t start = s.substr(0, kBom.size()) == kBom ? kBom.size() : 0;
+    std::size_t copied = 0;
+    auto copyTo = [&](std::size_t pos) {
+        out.append(s.substr(copied, pos - copied));
+        copied = pos;
+    };
+    auto ins = inserted.begin();
+    auto rep = replaced.begin();
+    while (ins != inserted.end() || rep != replaced.end()) {
+        if (ins != inserted.end() && (rep == replaced.end() || ins->first <= rep->first)) {
+            copyTo(ins->first);
+            if (ins->first > start && !IsLineEnd(s[ins->first - 1])) out += eol_;
+            for (const auto& p : ins->second) out += p.key + "=" + p.value + eol_;
+            ++ins;
+        } else {
+            copyTo(rep->first);
+            out += rep->second.second;
+            copied = rep->second.first;
+            ++rep;
+        }
+    }
+    copyTo(s.size());
+    for (const auto& [name, keys] : added) {
+        if (!out.empty() && !IsLineEnd(out.back())) out += eol_;
+        out += "[" + name + "]" + eol_;
+        for (const auto& p : keys) out += p.key + "=" + p.value + eol_;
+    }
+    return out;
+}
+
+std::shared_ptr<const ProfileDocument> ProfileIni::Load(const std::string& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0)
+        return errno == ENOENT || errno == ENOTDIR ? std::make_shared<const ProfileDocument>(std::string()) : nullptr;
+    if (S_ISDIR(st.st_mode)) {
+        errno = EISDIR;
+        return nullptr;
+    }
+    {
+        std::lock_guard g(cacheMutex);
+        auto it = cache.find(path);
+        if (it != cache.end() && it->second.id == IdentityOf(st)) return it->second.doc;
+    }
+    std::string contents;
+    if (!ReadWholeFile(path, contents, &st)) return nullptr;
+    auto doc = std::make_shared<const ProfileDocument>(std::move(contents));
+    Remember(path, IdentityOf(st), doc);
+    return doc;
+}
 
 std::pair<bool, std::string> ProfileIni::Lookup(std::string_view contents, std::string_view section,
                                                 std::string_view key) {
-    bool inSection = false, sectionSeen = false;
-    for (const auto& line : SplitLines(contents)) {
-        std::string_view name, k, v;
-        if (SectionName(line.text, name)) {
-            // First occurrence wins: a repeated section is not read again.
-            if (inSection) return {false, {}};
-            inSection = !sectionSeen && EqualNoCase(name, Trim(section));
-            sectionSeen = sectionSeen || inSection;
-            continue;
-        }
-        if (inSection && KeyName(line.text, k, v) && EqualNoCase(k, Trim(key))) return {true, std::string(Unquote(v))};
-    }
-    return {false, {}};
+    return ProfileDocument(std::string(contents)).Lookup(section, key);
 }
 
 std::string ProfileIni::Apply(std::string contents, std::string_view section, std::string_view key,
                               std::string_view value) {
-    const std::string_view s(contents);
-    const auto lines = SplitLines(s);
-    // New lines take the ending of the first terminated line: CR LF or LF.
-    std::string eol = "\n";
-    for (const auto& l : lines)
-        if (l.next > l.end && s[l.next - 1] == '\n') {
-            eol = l.next - l.end == 2 ? "\r\n" : "\n";
-            break;
-        }
-    section = Trim(section);
-    key = Trim(key);
-    const std::string newLine = std::string(key) + "=" + std::string(value);
+    return ProfileDocument(std::move(contents)).Edited({{std::string(section), std::string(key), std::string(value)}});
+}
 
-    bool inSection = false;
-    std::size_t insertAt = std::string::npos;  // after the last non-blank line of the section
-    for (const auto& line : lines) {
-        std::string_view name, k, v;
-        if (SectionName(line.text, name)) {
-            if (inSection) break;
-            if (insertAt == std::string::npos && EqualNoCase(name, section)) {
-                inSection = true;
-                insertAt = line.next;
-            }
-            continue;
-        }
-        if (!inSection) continue;
-        if (KeyName(line.text, k, v) && EqualNoCase(k, key)) {
-            // Keep the key as it was spelt and the line's own ending.
-            auto eq = line.text.find('=');
-            std::string replaced = std::string(line.text.substr(0, eq + 1)) + std::string(value);
-            contents.replace(line.begin, line.end - line.begin, replaced);
-            return contents;
-        }
-        if (!Trim(line.text).empty()) insertAt = line.next;
-    }
-    auto endsWithNewline = [&](std::size_t at) { return at == 0 || contents[at - 1] == '\n'; };
-    if (insertAt != std::string::npos) {
-        std::string add = newLine + eol;
-        if (!endsWithNewline(insertAt)) add = eol + add;
-        contents.insert(insertAt, add);
-        return contents;
-    }
-    std::string add = "[" + std::string(section) + "]" + eol + newLine + eol;
-    if (!contents.empty() && !endsWithNewline(contents.size())) add = eol + add;
-    contents += add;
-    return contents;
+std::string ProfileIni::ReadStringFrom(const ProfileDocument& doc, std::string_view section, std::string_view key,
+                                       std::string_view defaultValue, std::size_t bufferSize) {
+    auto [found, value] = doc.Lookup(section, key);
+    return Cut(found ? std::string_view(value) : defaultValue, bufferSize);
+}
+
+std::uint32_t ProfileIni::ReadIntFrom(const ProfileDocument& doc, std::string_view section, std::string_view key,
+                                      std::uint32_t defaultValue) {
+    const std::string text = ReadStringFrom(doc, section, key, "", kIntBuffer);
+    return text.empty() ? defaultValue : ParseProfileInt(text);
 }
 
 std::string ProfileIni::ReadStringFrom(std::string_view contents, std::string_view section, std::string_view key,
                                        std::string_view defaultValue, std::size_t bufferSize) {
-    auto [found, value] = Lookup(contents, section, key);
-    return Cut(found ? std::string_view(value) : defaultValue, bufferSize);
+    return ReadStringFrom(ProfileDocument(std::string(contents)), section, key, defaultValue, bufferSize);
 }
 
 std::uint32_t ProfileIni::ReadIntFrom(std::string_view contents, std::string_view section, std::string_view key,
                                       std::uint32_t defaultValue) {
-    const std::string text = ReadStringFrom(contents, section, key, "", 256);
-    std::string_view t = text;
-    while (!t.empty() && IsBlank(t.front())) t.remove_prefix(1);
-    if (t.empty()) return defaultValue;
-    bool negative = false;
-    if (t.front() == '+' || t.front() == '-') {
-        negative = t.front() == '-';
-        t.remove_prefix(1);
-    }
-    unsigned base = 10;
-    if (t.size() >= 2 && t[0] == '0' && (t[1] == 'x' || t[1] == 'X')) {
-        base = 16;
-        t.remove_prefix(2);
-    }
-    std::uint64_t v = 0;
-    for (char c : t) {
-        unsigned d;
-        if (c >= '0' && c <= '9') d = static_cast<unsigned>(c - '0');
-        else if (base == 16 && c >= 'a' && c <= 'f') d = static_cast<unsigned>(c - 'a' + 10);
-        else if (base == 16 && c >= 'A' && c <= 'F') d = static_cast<unsigned>(c - 'A' + 10);
-        else break;
-        v = std::min<std::uint64_t>(v * base + d, 0xFFFFFFFFull + 1);
-    }
-    if (negative) return 0;
-    return static_cast<std::uint32_t>(std::min<std::uint64_t>(v, 0xFFFFFFFFull));
+    return ReadIntFrom(ProfileDocument(std::string(contents)), section, key, defaultValue);
 }
 
 std::string ProfileIni::ReadString(const std::string& path, std::string_view section, std::string_view key,
                                    std::string_view defaultValue, std::size_t bufferSize) {
-    std::string contents;
-    if (!ReadWholeFile(path, contents)) return Cut(defaultValue, bufferSize);
-    return ReadStringFrom(contents, section, key, defaultValue, bufferSize);
+    const auto doc = Load(path);
+    if (!doc) return Cut(defaultValue, bufferSize);
+    return ReadStringFrom(*doc, section, key, defaultValue, bufferSize);
 }
 
 std::uint32_t ProfileIni::ReadInt(const std::string& path, std::string_view section, std::string_view key,
                                   std::uint32_t defaultValue) {
-    std::string contents;
-    if (!ReadWholeFile(path, contents)) return defaultValue;
-    return ReadIntFrom(contents, section, key, defaultValue);
+    const auto doc = Load(path);
+    if (!doc) return defaultValue;
+    return ReadIntFrom(*doc, section, key, defaultValue);
 }
 
 bool ProfileIni::WriteString(const std::string& path, std::string_view section, std::string_view key,
@@ -218,10 +334,38 @@ bool ProfileIni::WriteString(const std::string& path, std::string_view section, 
 
 bool ProfileIni::WriteMany(const std::string& path, const std::vector<Write>& writes) {
     std::lock_guard g(PathMutex(path));
-    std::string contents;
-    ReadWholeFile(path, contents);  // a missing file starts empty
-    for (const auto& w : writes) contents = Apply(std::move(contents), w.section, w.key, w.value);
-    return ReplaceFileAtomically(path, contents);
+    // A file that exists but cannot be read is never taken for an empty one.
+    const auto doc = Load(path);
+    if (!doc) return false;
+    std::string contents = doc->Edited(writes);
+    struct stat st {};
+    if (!ReplaceFileAtomically(path, contents, &st)) return false;
+    Remember(path, IdentityOf(st), std::make_shared<const ProfileDocument>(std::move(contents)));
+    return true;
+}
+
+std::uint32_t ParseProfileInt(std::string_view t) {
+    while (!t.empty() && static_cast<unsigned char>(t.front()) <= ' ') t.remove_prefix(1);
+    bool negative = false;
+    if (!t.empty() && (t.front() == '+' || t.front() == '-')) {
+        negative = t.front() == '-';
+        t.remove_prefix(1);
+    }
+    unsigned base = 10;
+    if (t.size() >= 2 && t[0] == '0') {
+        base = t[1] == 'x' ? 16 : t[1] == 'o' ? 8 : t[1] == 'b' ? 2 : 10;
+        if (base != 10) t.remove_prefix(2);
+    }
+    std::uint32_t v = 0;
+    for (char c : t) {
+        unsigned d = c >= '0' && c <= '9'   ? static_cast<unsigned>(c - '0')
+                     : c >= 'a' && c <= 'z' ? static_cast<unsigned>(c - 'a' + 10)
+                     : c >= 'A' && c <= 'Z' ? static_cast<unsigned>(c - 'A' + 10)
+                                            : 99;
+        if (d >= base) break;
+        v = v * base + d;
+    }
+    return negative ? 0u - v : v;
 }
 
 std::uint32_t ParseUnsigned(std::string_view text) {
@@ -231,19 +375,12 @@ std::uint32_t ParseUnsigned(std::string_view text) {
         negative = text.front() == '-';
         text.remove_prefix(1);
     }
-    std::uint64_t v = 0;
-    bool overflow = false;
+    std::uint32_t v = 0;
     for (char c : text) {
         if (c < '0' || c > '9') break;
         v = v * 10 + static_cast<unsigned>(c - '0');
-        if (v > 0xFFFFFFFFull) {
-            overflow = true;
-            v = 0xFFFFFFFFull;
-        }
     }
-    if (overflow) return 0xFFFFFFFFu;
-    auto r = static_cast<std::uint32_t>(v);
-    return negative ? static_cast<std::uint32_t>(0u - r) : r;
+    return negative ? 0u - v : v;
 }
 
 }  // namespace quorvel::platform

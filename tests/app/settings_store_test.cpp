@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <fstream>
 
@@ -6,6 +7,7 @@
 #include "platform/DayLog.h"
 #include "platform/ProfileIni.h"
 #include "support/StationFixture.h"
+#include "support/Unprivileged.h"
 
 namespace quorvel::app {
 namespace {
@@ -23,8 +25,8 @@ TEST(SettingsLoadTest, ValuesAreConvertedOnlyWhenNonEmpty) {
     StationFixture f;
     f.WriteSettings(
         "[COMMON]\nSleepTimeRestart=\nBattery=abc\nCheckSum= 0 \nFlashCheckSum=\nDA_BR=\"BR name\"\n"
-        "MTK_SERVICE_NAME=wdm_usb,,usbser, x\nNVDATAZIP=-1\nDA_PL=" + std::string(100, 'p') +
-        "\n[MEMORYTEST]\nPatternNum=7\nDataBus=\n");
+        "MTK_SERVICE_NAME=wdm_usb,,usbser, x\nNVDATAZIP=-1\nBromLog=4294967297\nDA_PL=" +
+        std::string(100, 'p') + "\n[MEMORYTEST]\nPatternNum=7\nDataBus=\n");
     ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
     const Settings& s = f.station->settings;
     EXPECT_EQ(s.SleepTimeRestart, 10000u);
@@ -34,6 +36,7 @@ TEST(SettingsLoadTest, ValuesAreConvertedOnlyWhenNonEmpty) {
     EXPECT_EQ(s.DA_BR, "BR name");
     EXPECT_EQ(s.DA_PL, std::string(63, 'p'));  // text options are cut to 63 characters
     EXPECT_EQ(s.NVDATAZIP, 0xFFFFFFFFu);
+    EXPECT_EQ(s.BromLog, 1u);  // modulo 2^32
     EXPECT_EQ(s.ServiceNameList, (std::vector<std::string>{"wdm_usb", "usbser", " x"}));
     EXPECT_EQ(s.memoryTest.PatternNum, 7u);
     EXPECT_EQ(s.memoryTest.DataBus, 1u);
@@ -147,6 +150,29 @@ TEST(SaveBindingsTest, WritesEverySlotInOrderAndThePackagePath) {
     again.station->settingsStore.SettingsLoad();
     EXPECT_EQ(Slot(*again.station, 3), "hub\\PORT4|hub2\\PORT4|Port (COM7)|ALL_BINDED");
     EXPECT_EQ(again.station->package.scatterFilePath, "/fw/MT_scatter.txt");
+}
+
+// A settings file this process cannot read is never rewritten from an empty copy:
+// the writes fail, the file stays whole, and the station says so once.
+TEST(SaveBindingsTest, UnreadableFileIsLeftAsItWasAndSaidOnce) {
+    StationFixture f;
+    const std::string original = "[COMMON]\nMac=00-11-22-33-44-55\n[MEMORYTEST]\nDataBus=0\n[BENCH]\nSimulated=1\n";
+    f.WriteSettings(original);
+    ::chmod(f.dir.Path().c_str(), 0755);
+    ::chmod(f.dir.File("Config").c_str(), 0777);
+    ::chmod(f.SettingsFile().c_str(), 0200);
+    const int result = test::RunUnprivileged([&] {
+        if (f.station->settingsStore.SettingsLoad() != 1) return 1;
+        const std::string said = f.station->view.Pane(0);
+        if (said.rfind("Cannot write " + f.SettingsFile(), 0) != 0) return 2;
+        f.station->view.SetPane(0, "");
+        f.station->settingsStore.SaveBindings();
+        f.station->settingsStore.LanguageSave();
+        return f.station->view.Pane(0).empty() ? 0 : 3;
+    });
+    ::chmod(f.SettingsFile().c_str(), 0644);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(f.ReadSettings(), original);
 }
 
 TEST(LanguageTest, LoadAndSaveKeepOnlyTheTwoValues) {

@@ -1,6 +1,10 @@
-// Saves bindings and counters in a tight loop until killed; used by the crash test.
+// Starts as the station does and then counts jobs and saves bindings in a tight loop
+// until killed; prints each total once it is on disk. Used by the crash test.
+#include <unistd.h>
+
 #include <string>
 
+#include "app/AppStartup.h"
 #include "app/Station.h"
 
 int main(int argc, char** argv) {
@@ -11,13 +15,17 @@ int main(int argc, char** argv) {
     options.exeDir = argv[1];
     options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
     quorvel::app::Station st(std::move(options), clock, ui);
+    quorvel::app::AppStartup::CreateFolders(st.ExeDir(), ui);
     if (!st.settingsStore.SettingsLoad()) return 3;
     for (unsigned i = 0;; ++i) {
         for (int n = 0; n < quorvel::app::kSlotCount; ++n) {
             st.bindings.SetHsLocation(n, "hub\\PORT" + std::to_string(i % 7));
-            st.bindings.SetComName(n, "Diag (COM" + std::to_string(n + 1) + ")");
+            // A product string with line breaks must not change the file's structure.
+            st.bindings.SetComName(n, "Diag\r\n[COMMON]\nMac=0 (COM" + std::to_string(n + 1) + ")");
         }
         st.settingsStore.SaveBindings();
         st.statistics.CountJob(i % 3 == 0);
+        const std::string line = std::to_string(st.statistics.Total()) + "\n";
+        if (::write(1, line.data(), line.size()) < 0) return 4;
     }
 }

@@ -1,8 +1,11 @@
-#include "platform/ProfileIni.h"
-
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <filesystem>
+
+#include "platform/ProfileIni.h"
 #include "support/TempDir.h"
 #include "support/Unprivileged.h"
 
@@ -43,6 +46,8 @@ TEST(ProfileIniRead, LookupRules) {
         {"bom_crlf_comment_raw_bytes", odd, "S", "k", true, "\xFF\xFE\x80 raw"},
         {"line_without_equals", odd, "S", "no equals sign", false, ""},
         {"key_before_any_section", "k=1\n[S]\n", "S", "k", false, ""},
+        {"nameless_first_section", "k=1\n[S]\n", "", "k", true, "1"},
+        {"lone_cr_lines", "[S]\rk=1\rj=2\r", "S", "j", true, "2"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
@@ -58,13 +63,28 @@ TEST(ProfileIniRead, ValueIsCutToTheBuffer) {
     EXPECT_EQ(ProfileIni::ReadStringFrom("[S]\nk=abc\n", "S", "k", "", 0), "");
 }
 
-TEST(ProfileIniRead, IntegersConvertAsTheIntegerReaderAndA32BitStrtoulDo) {
-    for (auto [v, expected] : {std::pair{"12", 12u}, {"  12abc", 12u}, {"abc", 0u}, {"", 99u}, {"-5", 0u},
-                               {"0x1F", 31u}, {"+7", 7u}, {"99999999999999", 0xFFFFFFFFu}})
-        EXPECT_EQ(ProfileIni::ReadIntFrom(std::string("[S]\nk=") + v + "\n", "S", "k", 99), expected) << v;
-    // Decimal only, and negatives wrap.
-    for (auto [v, expected] : {std::pair{"abc", 0u}, {"  10000ms", 10000u}, {"-1", 0xFFFFFFFFu},
-                               {"4294967296", 0xFFFFFFFFu}, {"0x10", 0u}})
+TEST(ProfileIniRead, IntegersConvertAsThePlatformReadersDo) {
+    const std::string zeros(28, '0');
+    // The integer reader: prefixes in lower case only, a 30-character buffer, modulo 2^32.
+    for (auto [v, expected] : {std::pair<std::string, std::uint32_t>{"12", 12u},
+                               {"  12abc", 12u},
+                               {"abc", 0u},
+                               {"", 99u},
+                               {"-5", 4294967291u},
+                               {"\"-1\"", 0xFFFFFFFFu},
+                               {"+7", 7u},
+                               {"0x1F", 31u},
+                               {"0X1F", 0u},
+                               {"0o17", 15u},
+                               {"0b101", 5u},
+                               {"99999999999999", 276447231u},
+                               {"4294967297", 1u},
+                               {zeros + "7", 7u},
+                               {zeros + "07", 0u}})
+        EXPECT_EQ(ProfileIni::ReadIntFrom("[S]\nk=" + v + "\n", "S", "k", 99), expected) << v;
+    // Option values: decimal only, modulo 2^32 too.
+    for (auto [v, expected] :
+         {std::pair{"abc", 0u}, {"  10000ms", 10000u}, {"-1", 0xFFFFFFFFu}, {"4294967297", 1u}, {"0x10", 0u}})
         EXPECT_EQ(ParseUnsigned(v), expected) << v;
 }
 
@@ -73,7 +93,8 @@ TEST(ProfileIniWrite, ReplacesInPlaceOrAppendsAndKeepsEverythingElse) {
     const struct {
         const char* label;
         std::string before;
-        const char *section, *key, *value;
+        const char *section, *key;
+        std::string value;
         std::string after;
     } rows[] = {
         {"replace", "; note\r\n[COMMON]\r\nA = 1 ; not a comment\r\nLANGUAGE=2052\r\n\r\n[OTHER]\r\nx=y\r\n", "common",
@@ -83,6 +104,12 @@ TEST(ProfileIniWrite, ReplacesInPlaceOrAppendsAndKeepsEverythingElse) {
         {"section_at_end", "[A]\r\na=1\r\n", "C", "d", "4", "[A]\r\na=1\r\n[C]\r\nd=4\r\n"},
         {"empty_file", "", "S", "k", "v", "[S]\nk=v\n"},
         {"duplicates_and_bom", "\xEF\xBB\xBF[S]\nk=1\n[S]\nk=2\n", "S", "k", "9", "\xEF\xBB\xBF[S]\nk=9\n[S]\nk=2\n"},
+        {"lone_cr_file", "[A]\ra=1\r", "A", "b", "2", "[A]\ra=1\rb=2\r"},
+        {"nameless_section", "; top\nk=1\n[S]\n", "", "j", "2", "; top\nk=1\nj=2\n[S]\n"},
+        // No value may add lines or sections: breaks become blanks, a NUL ends the text.
+        {"line_breaks", "[COM]\nIndex0=NA\n", "COM", "Index0", "Phone\r\n[COMMON]\nMac=x (COM3)",
+         "[COM]\nIndex0=Phone  [COMMON] Mac=x (COM3)\n"},
+        {"nul", "", "S", "k", std::string("a\0\nb", 4), "[S]\nk=a\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
@@ -102,16 +129,52 @@ TEST(ProfileIniWrite, CreatesTheFileAndReadsBackButNeedsItsFolder) {
     EXPECT_FALSE(ProfileIni::WriteString(dir.File("no/such/a.ini"), "S", "k", "2"));
 }
 
-TEST(ProfileIniWrite, ReadOnlyFolderFailsWithoutDamage) {
+// A file the writer may not read or write, or a folder it may not write, stays as it
+// was; an unreadable file is never taken for an empty one.
+TEST(ProfileIniWrite, FilesThatCannotBeWrittenStayAsTheyWere) {
+    const struct {
+        const char* label;
+        mode_t folder, file;
+    } rows[] = {
+        {"read_only_folder", 0555, 0666},
+        {"read_only_file", 0777, 0444},
+        {"unreadable_file", 0777, 0200},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        TempDir dir;
+        dir.Write("c/a.ini", "[S]\nk=1\n[MEMORYTEST]\nDataBus=0\n");
+        ::chmod(dir.Path().c_str(), 0755);
+        ::chmod(dir.File("c").c_str(), row.folder);
+        ::chmod(dir.File("c/a.ini").c_str(), row.file);
+        const int refused = test::RunUnprivileged([&] {
+            return !ProfileIni::WriteString(dir.File("c/a.ini"), "S", "k", "2") &&
+                           !ProfileIni::WriteMany(dir.File("c/a.ini"), {{"T", "k", "3"}})
+                       ? 0
+                       : 1;
+        });
+        ::chmod(dir.File("c").c_str(), 0755);
+        ::chmod(dir.File("c/a.ini").c_str(), 0644);
+        EXPECT_EQ(refused, 0);
+        EXPECT_EQ(dir.Read("c/a.ini"), "[S]\nk=1\n[MEMORYTEST]\nDataBus=0\n");
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.File("c")), {}), 1);
+    }
+}
+
+// Reads share one parse per change: a change by another program is seen, even of the same size.
+TEST(ProfileIniRead, AChangedFileIsReadAgain) {
     TempDir dir;
-    dir.Write("ro/a.ini", "[S]\nk=1\n");
-    ::chmod(dir.Path().c_str(), 0755);
-    ::chmod(dir.File("ro").c_str(), 0555);
-    ::chmod(dir.File("ro/a.ini").c_str(), 0666);
-    const int refused =
-        test::RunUnprivileged([&] { return ProfileIni::WriteString(dir.File("ro/a.ini"), "S", "k", "2") ? 0 : 1; });
-    EXPECT_EQ(refused, 1);
-    EXPECT_EQ(dir.Read("ro/a.ini"), "[S]\nk=1\n");
+    const auto path = dir.File("a.ini");
+    dir.Write("a.ini", "[S]\nk=1\n");
+    EXPECT_EQ(ProfileIni::ReadInt(path, "S", "k", 0), 1u);
+    dir.Write("a.ini", "[S]\nk=2\n");
+    const timespec later[2] = {{0, UTIME_OMIT}, {2000000000, 0}};
+    ::utimensat(AT_FDCWD, path.c_str(), later, 0);
+    EXPECT_EQ(ProfileIni::ReadInt(path, "S", "k", 0), 2u);
+    ASSERT_TRUE(ProfileIni::WriteString(path, "S", "k", "3"));
+    EXPECT_EQ(ProfileIni::ReadInt(path, "S", "k", 0), 3u);
+    ::unlink(path.c_str());
+    EXPECT_EQ(ProfileIni::ReadInt(path, "S", "k", 0), 0u);
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ int main(int argc, char** argv) {
     options.exeDir = platform::ExeDir();
     app::Station station(std::move(options), clock, ui);
 
-    auto lock = app::AppStartup::CheckSingleInstance(platform::InstanceLock::DefaultPath("QuorvelTool"),
+    auto lock = app::AppStartup::CheckSingleInstance(app::AppStartup::DefaultLockPlaces(station.ExeDir()),
                                                      station.language, ui);
     if (!lock) return 0;
     app::AppStartup::CreateFolders(station.ExeDir(), ui);
