@@ -38,8 +38,7 @@ std::map<std::string, std::string> Seeds() {
 }
 
 TEST(PacCorpus, SeedsMatchTheWriter) {
-    // This file lives in <source>/tests/packages/.
-    const auto source = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
+    const std::filesystem::path source = QUORVEL_SOURCE_DIR;
     const std::string folder = (source / "fuzz/corpus/pac_parse/").string();
     const bool write = std::getenv("QUORVEL_WRITE_PAC_CORPUS") != nullptr;
     if (write) std::filesystem::create_directories(folder);
