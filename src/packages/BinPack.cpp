@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -195,13 +196,17 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
         Fail(texts::kPacOutOfMemory);
         return false;
     }
-    if (!buffer_.Allocate(kPacChunkSize)) {
-        Fail(texts::kPacOutOfMemory);
-        return false;
-    }
     const std::size_t tableBytes = count * kPacEntrySize;
     if (ReadPackage(table.data(), tableBytes) < tableBytes) {
         Fail(texts::kPacReadFailed);
+        return false;
+    }
+    // The buffer never needs to be larger than the largest file that will be copied.
+    std::size_t largest = 0;
+    for (const auto& e : table)
+        if (e.FileSize < header.PackageSize) largest = std::max<std::size_t>(largest, e.FileSize);
+    if (!buffer_.Allocate(std::min(largest, kPacChunkSize))) {
+        Fail(texts::kPacOutOfMemory);
         return false;
     }
     if (crcOn_) dataCrc_ = CalcCrc16(dataCrc_, table.data(), tableBytes);
