@@ -19,12 +19,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string text(reinterpret_cast<const char*>(data), size);
     scratch.Write("Config/CommonSetting.ini", data, size);
 
-    // A fresh station each time, so no value is left over from an earlier input.
-    app::StationOptions options;
-    options.exeDir = scratch.Path();
-    options.systemLanguage = [] { return std::uint16_t{1033}; };
-    options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-    app::Station station(std::move(options), clock, ui);
+    static app::Station station(
+        [] {
+            app::StationOptions options;
+            options.exeDir = scratch.Path();
+            options.systemLanguage = [] { return std::uint16_t{1033}; };
+            options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
+            return options;
+        }(),
+        clock, ui);
+    // Nothing left over from an earlier input.
+    station.settings = app::Settings{};
+    station.package = app::PackageSelection{};
     station.settingsStore.LanguageLoad();
     if (station.settingsStore.SettingsLoad()) {
         for (const auto& name : station.settings.ServiceNameList)
