@@ -144,6 +144,7 @@ inline constexpr const char* kPacFileNameRefused =
     "Bin packet's file name [%s] of entry %d is refused: %s.\nOnly a bare file name can be extracted!";
 inline constexpr const char* kPacTextTooLong = "Bin packet's entry %d has a text longer than its field!";
 inline constexpr const char* kPacPathTooLong = "Extract path [%s] is too long!";
+inline constexpr const char* kPacTooManyFiles = "Bin packet lists %d files, more than the %d that can be handled!";
 // SPRD download configuration (English only).
 inline constexpr const char* kSprdNoNvChosen =
     "Configure dangerouse: have not selected NV file to dwonload.\nPlease select right packet!";

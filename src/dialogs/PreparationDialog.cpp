@@ -1,6 +1,7 @@
 #include "dialogs/PreparationDialog.h"
 
 #include <QApplication>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QPointer>
 #include <QProgressBar>
@@ -45,6 +46,15 @@ void PreparationDialog::Refresh() {
     bar_->setFormat(QString::fromUtf8(v.barText.c_str()).replace('%', "%%"));
     status_->setText(QString::fromUtf8(v.status.c_str()));
     if (v.closed && isVisible()) accept();
+}
+
+void PreparationDialog::keyPressEvent(QKeyEvent* event) {
+    // Enter ends the window as Escape does; the work goes on in the background.
+    if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
+        reject();
+        return;
+    }
+    QDialog::keyPressEvent(event);
 }
 
 void PreparationDialog::reject() {

@@ -1,6 +1,7 @@
 #pragma once
 // The package preparation window over PreparationWindowLogic: a title, a progress
-// bar with its text and a status line. The work closes it; Escape closes it early.
+// bar with its text and a status line. The work's end notice closes it; Escape or
+// Enter closes it early.
 // GUI thread only.
 
 #include <QDialog>
@@ -20,6 +21,9 @@ public:
     // Starts the work and shows the window until the work or the operator closes it.
     void Run();
     void reject() override;
+
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
     void Refresh();

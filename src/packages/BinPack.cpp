@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -46,6 +47,19 @@ bool WriteFully(int fd, const std::uint8_t* data, std::size_t length) {
 
 }  // namespace
 
+int OpenRegularFile(const std::string& path) {
+    // O_NONBLOCK so that opening a FIFO does not wait for a writer.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) return -1;
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || ::fcntl(fd, F_SETFL, 0) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    return fd;
+}
+
 CBinPack::CBinPack(app::ConsoleUi& ui, platform::Clock& clock, platform::MessageWindow* progressWindow)
     : ui_(ui), clock_(clock), window_(progressWindow), tempFolder_(SystemTempFolder) {}
 
@@ -57,12 +71,11 @@ CBinPack::~CBinPack() {
 int CBinPack::Open(const std::string& path) {
     Close();
     packagePath_ = path;
-    fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    fd_ = OpenRegularFile(path);
     if (fd_ < 0) {
         ui_.MessageBox(Format(texts::kPacCannotOpen, path.c_str()));
         return 0;
     }
-    ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
     return 1;
 }
 
@@ -123,6 +136,8 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
         return false;
     }
 
+    // A file that shrank since fstat leaves no byte of the header unset.
+    header = PacHeader{};
     const std::size_t headerRead = ReadPackage(&header, kPacHeaderSize);
     crcOn_ = PacCrcOn(header);
     std::string message;
@@ -159,7 +174,8 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
     }
     prefix_ = outputFolder_ + "/";
 
-    // The table. A count the package cannot hold is refused before any allocation.
+    // The table. A count the package cannot hold, or memory cannot, is refused before
+    // any allocation.
     if (header.FileCount < 0) {
         Fail(texts::kPacOutOfMemory);
         return false;
@@ -169,6 +185,10 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
         Fail(texts::kPacReadFailed);
         return false;
     }
+    if (header.FileCount > kPacMaxFileCount) {
+        Fail(Format(texts::kPacTooManyFiles, header.FileCount, kPacMaxFileCount));
+        return false;
+    }
     std::vector<PacFileEntry> table;
     try {
         table.resize(count);
@@ -176,13 +196,17 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
         Fail(texts::kPacOutOfMemory);
         return false;
     }
-    if (!buffer_.Allocate(kPacChunkSize)) {
-        Fail(texts::kPacOutOfMemory);
-        return false;
-    }
     const std::size_t tableBytes = count * kPacEntrySize;
     if (ReadPackage(table.data(), tableBytes) < tableBytes) {
         Fail(texts::kPacReadFailed);
+        return false;
+    }
+    // The buffer never needs to be larger than the largest file that will be copied.
+    std::size_t largest = 0;
+    for (const auto& e : table)
+        if (e.FileSize < header.PackageSize) largest = std::max<std::size_t>(largest, e.FileSize);
+    if (!buffer_.Allocate(std::min(largest, kPacChunkSize))) {
+        Fail(texts::kPacOutOfMemory);
         return false;
     }
     if (crcOn_) dataCrc_ = CalcCrc16(dataCrc_, table.data(), tableBytes);
@@ -194,6 +218,8 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
     }
 
     Notice(PAC_NOTICE_START, header.PackageSize);
+    taken_.clear();
+    nextSuffix_.clear();
 
     int unnamed = 0;
     for (std::size_t i = 0; i < table.size(); ++i) {
@@ -224,21 +250,30 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
 bool CBinPack::ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packageSize) {
     std::string name;
     ReadField(entry.FileName, name);  // checked before extraction began
-    std::string path = prefix_ + name;
-    for (int n = 1; Exists(path); ++n) path = Format("%s%s(%d)", prefix_.c_str(), name.c_str(), n);
-
-    // The full path goes back into the entry, and on to the engine's 256-byte record.
-    if (path.size() > 255 || !WriteField(entry.FileName, path)) {
-        Fail(Format(texts::kPacPathTooLong, path.c_str()));
-        return false;
-    }
-    if (last) lastFilePath_ = path;
-
-    // O_EXCL: the chosen name was free a moment ago; anything planted there since is not followed.
-    outFd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC, 0666);
-    if (outFd_ < 0) {
-        Fail(diskMessage_);
-        return false;
+    // The first free one of name, name(1), name(2), ... Names this extraction wrote are
+    // known without asking the file system, and each name resumes its count where it
+    // stopped, so a package of one name repeated stays linear. O_EXCL finds anything
+    // else in the way and never follows what was planted there.
+    int& n = nextSuffix_[name];
+    for (;;) {
+        const std::string candidate = n == 0 ? name : Format("%s(%d)", name.c_str(), n);
+        ++n;
+        if (taken_.count(candidate)) continue;
+        const std::string path = prefix_ + candidate;
+        // The full path goes back into the entry, and on to the engine's 256-byte record.
+        if (path.size() > 255 || !WriteField(entry.FileName, path)) {
+            Fail(Format(texts::kPacPathTooLong, path.c_str()));
+            return false;
+        }
+        if (last) lastFilePath_ = path;
+        outFd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC, 0666);
+        if (outFd_ < 0 && errno == EEXIST) continue;
+        if (outFd_ < 0) {
+            Fail(diskMessage_);
+            return false;
+        }
+        taken_.insert(candidate);
+        break;
     }
     ::posix_fadvise(outFd_, 0, 0, POSIX_FADV_SEQUENTIAL);
     // Room for the whole file is taken before its first byte: a full disk shows at once,

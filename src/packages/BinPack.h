@@ -12,6 +12,8 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "packages/ChunkBuffer.h"
@@ -94,7 +96,13 @@ private:
     std::string diskMessage_;
     ChunkBuffer buffer_;
     int outFd_ = -1;
+    std::unordered_set<std::string> taken_;            // names written in the folder
+    std::unordered_map<std::string, int> nextSuffix_;  // per name: the next count to try
 };
+
+// Opens `path` for reading when it is a regular file: a FIFO, device or folder gives -1
+// at once, without blocking. The descriptor is blocking again and hinted sequential.
+int OpenRegularFile(const std::string& path);
 
 // The mount point of the file system that holds `path` (or its nearest existing parent):
 // the "disk" named in the out-of-space message.

@@ -145,8 +145,7 @@ std::string UnsafeFileNameReason(const std::string& name) {
     if (name.empty()) return "it is empty";
     if (name.find('/') != std::string::npos || name.find('\\') != std::string::npos)
         return "it contains a path separator";
-    if (name.find("..") != std::string::npos) return "it contains \"..\"";
-    if (name == ".") return "it names the folder itself";
+    if (name == "." || name == "..") return "it names a folder, not a file";
     return {};
 }
 

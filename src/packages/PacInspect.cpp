@@ -20,9 +20,7 @@ namespace {
 
 class File {
 public:
-    explicit File(const std::string& path) : fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
-        if (fd_ >= 0) ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
-    }
+    explicit File(const std::string& path) : fd_(OpenRegularFile(path)) {}
     ~File() {
         if (fd_ >= 0) ::close(fd_);
     }
@@ -107,6 +105,7 @@ bool ReadContents(File& file, const std::string& path, PacContents& out, std::st
         message = texts::kPacTooSmall;
         return false;
     }
+    out.header = PacHeader{};
     const std::size_t got = file.Read(&out.header, kPacHeaderSize);
     if (!CheckPacHeader(out.header, got, out.fileSize, message)) return false;
     if (out.header.FileCount < 0) {
@@ -115,6 +114,10 @@ bool ReadContents(File& file, const std::string& path, PacContents& out, std::st
     }
     if (out.header.FileCount > PacTableCapacity(out.fileSize)) {
         message = texts::kPacReadFailed;
+        return false;
+    }
+    if (out.header.FileCount > kPacMaxFileCount) {
+        message = Format(texts::kPacTooManyFiles, out.header.FileCount, kPacMaxFileCount);
         return false;
     }
     out.table.resize(static_cast<std::size_t>(out.header.FileCount));

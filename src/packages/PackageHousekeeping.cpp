@@ -3,13 +3,37 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cctype>
 #include <filesystem>
+#include <string_view>
 
 #include "packages/BinPack.h"
 #include "platform/Clock.h"
 
 namespace quorvel::packages {
 namespace fs = std::filesystem;
+
+namespace {
+
+// Wildcards match as the station's home platform matches them: ignoring ASCII case.
+bool EqualNoCase(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        const auto x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
+        if (std::tolower(x) != std::tolower(y)) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool MatchesPrefixNoCase(std::string_view name, std::string_view prefix) {
+    return name.size() >= prefix.size() && EqualNoCase(name.substr(0, prefix.size()), prefix);
+}
+
+bool MatchesSuffixNoCase(std::string_view name, std::string_view suffix) {
+    return name.size() >= suffix.size() && EqualNoCase(name.substr(name.size() - suffix.size()), suffix);
+}
 
 std::int64_t PackageHousekeeping::AgeInDays(const std::string& path) const {
     struct statx sx;
@@ -23,7 +47,7 @@ void PackageHousekeeping::DeleteOldTempFolders(const std::string& tempFolder) co
     for (fs::directory_iterator it(tempFolder, ec), end; !ec && it != end; it.increment(ec)) {
         std::error_code entryEc;
         if (!it->is_directory(entryEc) || it->is_symlink(entryEc)) continue;
-        if (it->path().filename().string().rfind("_DownloadFiles", 0) != 0) continue;
+        if (!MatchesPrefixNoCase(it->path().filename().string(), "_DownloadFiles")) continue;
         if (AgeInDays(it->path().string()) >= kTempFolderDays) CBinPack::DeleteFolder(it->path().c_str());
     }
 }
@@ -34,7 +58,7 @@ void PackageHousekeeping::DeleteOldImageStoreFiles(const std::string& imgstoreFo
         std::error_code entryEc;
         if (it->is_directory(entryEc)) continue;
         const std::string name = it->path().filename().string();
-        if (name.size() < 4 || name.compare(name.size() - 4, 4, ".bin") != 0) continue;
+        if (!MatchesSuffixNoCase(name, ".bin")) continue;
         if (AgeInDays(it->path().string()) >= kImageStoreDays) fs::remove(it->path(), entryEc);
     }
 }

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quorvel::platform {
@@ -23,6 +24,7 @@ public:
     explicit PackageHousekeeping(platform::Clock& clock) : clock_(clock) {}
 
     // Rule 1: folders "_DownloadFiles*" in `tempFolder` at least one whole day old.
+    // Both rules' wildcards ignore letter case.
     void DeleteOldTempFolders(const std::string& tempFolder) const;
     // Rule 2: "*.bin" files (not folders) in `imgstoreFolder` at least seven whole days old.
     void DeleteOldImageStoreFiles(const std::string& imgstoreFolder) const;
@@ -39,5 +41,9 @@ public:
 private:
     platform::Clock& clock_;
 };
+
+// "prefix*" and "*suffix" wildcards, ignoring ASCII letter case.
+bool MatchesPrefixNoCase(std::string_view name, std::string_view prefix);
+bool MatchesSuffixNoCase(std::string_view name, std::string_view suffix);
 
 }  // namespace quorvel::packages

@@ -12,26 +12,50 @@ namespace quorvel::packages {
 namespace texts = app::texts;
 
 // Forwards to the window while it is open; a closed or destroyed window drops messages.
+// No lock is held while a handler runs: a handler may wait for the operator (a message
+// box on the GUI thread) while the GUI thread closes the window.
 class PreparationWindowLogic::WindowReceiver final : public platform::MessageWindow {
 public:
-    explicit WindowReceiver(PreparationWindowLogic* logic) : logic_(logic) {}
+    WindowReceiver(PreparationWindowLogic* logic, platform::Clock& clock) : logic_(logic), clock_(clock) {}
     platform::LResult Send(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) override {
-        std::lock_guard g(mutex_);  // held while handling, so Detach waits for a handler in progress
-        return logic_ ? logic_->HandleMessage(msg, wParam, lParam) : 0;
+        PreparationWindowLogic* logic;
+        {
+            std::lock_guard g(mutex_);
+            if (!logic_) return 0;
+            logic = logic_;
+            ++handling_;
+        }
+        const platform::LResult r = logic->HandleMessage(msg, wParam, lParam);
+        {
+            std::lock_guard g(mutex_);
+            --handling_;
+        }
+        idle_.notify_all();
+        return r;
     }
     void Post(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) override {
         Send(msg, wParam, lParam);
     }
     void SetTimer(int, platform::Millis) override {}
     void KillTimer(int) override {}
+    // Later messages are dropped; a handler already running finishes.
     void Detach() {
         std::lock_guard g(mutex_);
         logic_ = nullptr;
     }
+    // Detaches and waits until no handler runs, so the logic may go away.
+    void DetachAndWait() {
+        std::unique_lock lk(mutex_);
+        logic_ = nullptr;
+        clock_.WaitFor(lk, idle_, platform::kForever, [this] { return handling_ == 0; });
+    }
 
 private:
-    std::recursive_mutex mutex_;  // a handler may close the window, which detaches
+    std::mutex mutex_;
+    std::condition_variable idle_;
     PreparationWindowLogic* logic_;
+    int handling_ = 0;
+    platform::Clock& clock_;
 };
 
 std::string FormatBarText(const std::string& format, int position) {
@@ -58,7 +82,7 @@ PreparationWindowLogic::PreparationWindowLogic(app::Station& station, StartVerif
     : station_(station),
       startVerify_(std::move(startVerify)),
       tempFolder_(CBinPack::SystemTempFolder),
-      receiver_(std::make_shared<WindowReceiver>(this)) {
+      receiver_(std::make_shared<WindowReceiver>(this, station.clock)) {
     view_.status = texts::kPrepInProgress;
     view_.barText = FormatBarText(barFormat_, 0);
 }
@@ -66,8 +90,8 @@ PreparationWindowLogic::PreparationWindowLogic(app::Station& station, StartVerif
 std::shared_ptr<platform::MessageWindow> PreparationWindowLogic::Receiver() const { return receiver_; }
 
 PreparationWindowLogic::~PreparationWindowLogic() {
-    receiver_->Detach();
     WaitForWork();
+    receiver_->DetachAndWait();
 }
 
 void PreparationWindowLogic::WaitForWork() {
@@ -79,6 +103,7 @@ bool PreparationWindowLogic::Open() {
     {
         std::lock_guard g(mutex_);
         result_ = 0;
+        workEnded_ = false;
         view_.barPosition = 0;
         barFormat_ = "%d%%";
         view_.barText = FormatBarText(barFormat_, 0);
@@ -101,9 +126,13 @@ bool PreparationWindowLogic::Open() {
             CSprdDownloadConfig config(station_, receiver.get());
             config.SetTempFolderSource(temp);
             config.LoadPackage(path.c_str());
-            // A load that failed before extraction began sent no end notice: with the work
-            // over there is nothing left to show, so the window closes (result 0).
-            CloseWindow();
+            // Only the end notice closes the window; a load that failed before extraction
+            // sent none, and the window waits for the operator.
+            {
+                std::lock_guard g(mutex_);
+                workEnded_ = true;
+            }
+            closedCv_.notify_all();
         });
         started = true;
         std::lock_guard g(mutex_);
@@ -128,7 +157,11 @@ void PreparationWindowLogic::Close() { CloseWindow(); }
 
 void PreparationWindowLogic::WaitClosed() {
     std::unique_lock lk(mutex_);
-    station_.clock.WaitFor(lk, closedCv_, platform::kForever, [this] { return view_.closed; });
+    station_.clock.WaitFor(lk, closedCv_, platform::kForever, [this] { return view_.closed || workEnded_; });
+    const bool operatorCloses = !view_.closed;
+    lk.unlock();
+    // Nothing is left that could close the window: the operator without a screen ends it.
+    if (operatorCloses) CloseWindow();
 }
 
 platform::LResult PreparationWindowLogic::HandleMessage(std::uint32_t msg, platform::WParam wParam,

@@ -6,10 +6,13 @@
 //
 // Threads: Open, Close and the view accessors on the station thread (the console waits
 // in RunPreparationDialog meanwhile); messages arrive through Receiver() on the work's
-// threads, each handled before the sender goes on. After the window has closed, later
-// messages find no receiver and are dropped. A PAC load that ends without an end
-// notice (it failed before extraction) closes the window too. The destructor waits for the preparation
-// thread, so the console never goes on while a PAC load still writes its parameters.
+// threads, each handled before the sender goes on; no lock is held while a handler waits
+// for the operator. After the window has closed, later messages find no receiver and are
+// dropped. Only the end notice (or the operator) closes the window; a PAC load that failed
+// before extraction sends none, so the window waits for the operator (WaitClosed, without
+// a screen, plays the operator once the work has ended). The destructor waits for the
+// preparation thread, so the console never goes on while a PAC load still writes its
+// parameters, and for any handler still running.
 
 #include <condition_variable>
 #include <cstdint>
@@ -88,6 +91,7 @@ private:
     PreparationView view_;
     std::string barFormat_ = "%d%%";
     int result_ = 0;
+    bool workEnded_ = false;  // the PAC preparation thread has finished
     std::function<void()> observer_;
 };
 

@@ -24,11 +24,19 @@ std::string Upper(std::string text) {
 
 bool StartsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
 
-// An INI name must stay on its line and keep its meaning.
-bool IniSafe(const std::string& name, const char* forbidden) {
-    for (unsigned char c : name)
-        if (c < 0x20 || c == 0x7F) return false;
-    return name.find_first_of(forbidden) == std::string::npos;
+// The selection record's texts as its lines can carry them: a character that would end
+// the line, the section name or the key, or turn the line into a section header or a
+// comment, is written as '_'. Everything else, brackets and semicolons included, stays.
+enum class IniPart { Section, Key, Value };
+std::string IniText(std::string text, IniPart part) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        bool unsafe = c < 0x20 || c == 0x7F;
+        if (part == IniPart::Section) unsafe = unsafe || c == ']';
+        if (part == IniPart::Key) unsafe = unsafe || c == '=' || (i == 0 && (c == '[' || c == ';'));
+        if (unsafe) text[i] = '_';
+    }
+    return text;
 }
 
 }  // namespace
@@ -172,14 +180,15 @@ int CSprdDownloadConfig::BuildConfiguration(const char* packagePath) {
     }
     const std::string ini = station_.ConfigPath("UpgradeDownload.ini");
     struct stat st;
-    if (::stat(ini.c_str(), &st) == 0 && IniSafe(productName, "[]")) {
+    if (::stat(ini.c_str(), &st) == 0) {
+        const std::string section = IniText(productName, IniPart::Section);
         std::vector<platform::ProfileIni::Write> writes;
         for (const auto& [id, value] : selection.record) {
-            if (id.empty() || !IniSafe(id, "=[];")) continue;  // a key the file cannot hold
-            writes.push_back({productName, id,
-                              Format("%d@%s", static_cast<int>(value.first), value.second.c_str())});
+            if (id.find_first_not_of(" \t") == std::string::npos) continue;  // no key to read back
+            const std::string text = Format("%d@%s", static_cast<int>(value.first), value.second.c_str());
+            writes.push_back({section, IniText(id, IniPart::Key), IniText(text, IniPart::Value)});
         }
-        writes.push_back({"Selection", "SelectProduct", productName});
+        writes.push_back({"Selection", "SelectProduct", IniText(productName, IniPart::Value)});
         platform::ProfileIni::WriteMany(ini, writes);
     }
     return 1;

@@ -1,4 +1,4 @@
-// The fuzz seed corpus for PAC parsing is made by the test package writer. This test
+// The fuzz seed corpora for PAC parsing and extraction are made by the test package writer. This test
 // checks the checked-in seeds still equal what the writer makes; run it with
 // QUORVEL_WRITE_PAC_CORPUS=1 to write them again.
 #include <gtest/gtest.h>
@@ -17,7 +17,8 @@ using quorvel::test::PacSpec;
 
 namespace {
 
-std::map<std::string, std::string> Seeds() {
+// Seeds of the table checks, by file name.
+std::map<std::string, std::string> ParseSeeds() {
     std::map<std::string, std::string> seeds;
     seeds["typical.pac"] = test::BuildPac(test::TypicalSprdPac());
     PacSpec noCrc = test::TypicalSprdPac();
@@ -37,17 +38,33 @@ std::map<std::string, std::string> Seeds() {
     return seeds;
 }
 
+// Seeds of the extraction: names repeated, dotted, and a configuration file last.
+std::map<std::string, std::string> ExtractSeeds() {
+    std::map<std::string, std::string> seeds;
+    seeds["typical.pac"] = test::BuildPac(test::TypicalSprdPac());
+    PacSpec names;
+    names.entries = {{"A", "same", "1"}, {"B", "same(1)", "2"}, {"C", "same", "3"},
+                     {"D", "boot..img", "4"}, {"", "config.xml", std::string("<c/>\0", 5)}};
+    seeds["names.pac"] = test::BuildPac(names);
+    PacSpec noCrc = names;
+    noCrc.withCrc = false;
+    seeds["names_no_crc.pac"] = test::BuildPac(noCrc);
+    return seeds;
+}
+
 TEST(PacCorpus, SeedsMatchTheWriter) {
-    // This file lives in <source>/tests/packages/.
-    const auto source = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
-    const std::string folder = (source / "fuzz/corpus/pac_parse/").string();
+    const std::filesystem::path source = QUORVEL_SOURCE_DIR;
     const bool write = std::getenv("QUORVEL_WRITE_PAC_CORPUS") != nullptr;
-    if (write) std::filesystem::create_directories(folder);
-    for (const auto& [name, bytes] : Seeds()) {
-        if (write) test::WriteBytes(folder + name, bytes);
-        std::ifstream in(folder + name, std::ios::binary);
-        const std::string stored((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-        EXPECT_EQ(stored, bytes) << name << ": run with QUORVEL_WRITE_PAC_CORPUS=1 to write the seeds again";
+    for (const auto& [target, seeds] : {std::pair{"pac_parse", ParseSeeds()}, {"pac_extract", ExtractSeeds()}}) {
+        const std::string folder = (source / "fuzz/corpus" / target).string() + "/";
+        if (write) std::filesystem::create_directories(folder);
+        for (const auto& [name, bytes] : seeds) {
+            if (write) test::WriteBytes(folder + name, bytes);
+            std::ifstream in(folder + name, std::ios::binary);
+            const std::string stored((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+            EXPECT_TRUE(stored == bytes) << target << "/" << name
+                                         << ": run with QUORVEL_WRITE_PAC_CORPUS=1 to write the seeds again";
+        }
     }
 }
 

@@ -3,6 +3,7 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include "app/Texts.h"
 #include "packages/BinPack.h"
 #include "packages/Crc16.h"
+#include "packages/PacInspect.h"
 #include "packages/PackageHousekeeping.h"
 #include "platform/StationLoop.h"
 #include "support/PacWriter.h"
@@ -170,17 +172,23 @@ TEST_F(PacExtract, TrailingZeroRuleTouchesOnlyTheLastFilesFinalByte) {
 TEST_F(PacExtract, DuplicateNamesZeroSizedAndUnnamedEntries) {
     const Result r = Unpack(With({
         {"", "same.bin", "1"},  // unnamed, first: the LAST entry is dropped
-        {"B", "same.bin", "2"},
+        {"B", "same.bin(2)", "2"},  // a name that a later duplicate would have taken
         {"C", "same.bin", "3"},
+        {"D", "same.bin", "4"},
         {"", "empty.bin", ""},  // no data: not unnamed, bare name kept
-        {"E", "last.bin", "5"},
+        {"F", "boot..img", "6"},  // dots inside a name are not a way out of the folder
+        {"G", "a...b", "7"},
     }));
-    ASSERT_EQ(r.ok, 1);
-    EXPECT_EQ(FilesIn(r.folder), (std::vector<std::string>{"last.bin", "same.bin", "same.bin(1)", "same.bin(2)"}));
-    EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/same.bin(2)"), "3");
-    ASSERT_EQ(r.entries.size(), 4u);
+    ASSERT_EQ(r.ok, 1) << r.messages[0];
+    EXPECT_EQ(FilesIn(r.folder), (std::vector<std::string>{"a...b", "boot..img", "same.bin", "same.bin(1)",
+                                                           "same.bin(2)", "same.bin(3)"}));
+    EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/same.bin(2)"), "2");
+    EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/same.bin(3)"), "4");
+    ASSERT_EQ(r.entries.size(), 6u);
     EXPECT_EQ(Text(r.entries[0].FileName), r.folder + "/same.bin");
-    EXPECT_EQ(Text(r.entries[3].FileName), "empty.bin");
+    EXPECT_EQ(Text(r.entries[3].FileName), r.folder + "/same.bin(3)");
+    EXPECT_EQ(Text(r.entries[4].FileName), "empty.bin");
+    EXPECT_EQ(r.lastFile, r.folder + "/a...b");
 }
 
 TEST_F(PacExtract, ProductPrefixAndNoCrcWithoutMagic) {
@@ -251,7 +259,8 @@ TEST_F(PacExtract, EachFailureShowsItsMessageAndEndsWithTheFailureNotice) {
          tx::kPacCrcError},
         // Names that would leave the folder are refused before the first file is written.
         {"name_parent", [](PacSpec& s) { s.entries[1].name = "../../evil"; }, Refused("../../evil", 1, sep)},
-        {"name_dots", [](PacSpec& s) { s.entries[1].name = ".."; }, Refused("..", 1, "it contains \"..\"")},
+        {"name_dots", [](PacSpec& s) { s.entries[1].name = ".."; }, Refused("..", 1, "it names a folder, not a file")},
+        {"name_dot", [](PacSpec& s) { s.entries[0].name = "."; }, Refused(".", 0, "it names a folder, not a file")},
         {"name_absolute", [](PacSpec& s) { s.entries[0].name = "/etc/passwd"; }, Refused("/etc/passwd", 0, sep)},
         {"name_backslash", [](PacSpec& s) { s.entries[0].name = "C:\\x"; }, Refused("C:\\x", 0, sep)},
         {"name_empty", [](PacSpec& s) { s.entries[1].name = ""; }, Refused("", 1, "it is empty")},
@@ -284,6 +293,45 @@ TEST_F(PacExtract, EachFailureShowsItsMessageAndEndsWithTheFailureNotice) {
     EXPECT_FALSE(fs::exists(dir.Path() + "evil"));
 }
 
+TEST_F(PacExtract, OnlyRegularFilesOpenAndWithoutWaiting) {
+    // A FIFO would block an ordinary open until a writer came; a folder reads as nothing.
+    ASSERT_EQ(::mkfifo(dir.File("fifo.pac").c_str(), 0600), 0);
+    fs::create_directories(dir.Path() + "folder.pac");
+    for (const char* name : {"fifo.pac", "folder.pac", "missing.pac"}) {
+        SCOPED_TRACE(name);
+        const std::string path = dir.File(name), expected = "Can not open file [" + path + "]\n";
+        CBinPack pack(ui, clock);
+        EXPECT_EQ(pack.Open(path), 0);
+        EXPECT_EQ(ui.Messages(), std::vector<std::string>{expected});
+        ui.Clear();
+        PacContents contents;
+        std::string message;
+        EXPECT_FALSE(ReadPacContents(path, contents, message));
+        EXPECT_EQ(message, expected);
+    }
+}
+
+TEST_F(PacExtract, ATableBeyondTheMemoryLimitIsRefusedBeforeItIsRead) {
+    // A sparse package whose size matches a table of one entry more than the limit.
+    const std::uint64_t size = kPacHeaderSize + std::uint64_t{kPacMaxFileCount + 1} * kPacEntrySize + 10;
+    PacSpec layout = With({{"A", "a.bin", "1"}});
+    layout.withCrc = false;
+    layout.tweak = [&](PacHeader& h, std::vector<PacFileEntry>&) {
+        h.PackageSize = static_cast<std::uint32_t>(size);
+        h.FileCount = kPacMaxFileCount + 1;
+    };
+    dir.Write("big.pac", test::BuildPac(layout));
+    fs::resize_file(dir.File("big.pac"), size);
+    const std::string expected = "Bin packet lists 16385 files, more than the 16384 that can be handled!";
+    const Result r = UnpackFile(dir.File("big.pac"), images.c_str());
+    EXPECT_EQ(r.ok, 0);
+    EXPECT_EQ(r.messages, std::vector<std::string>{expected});
+    PacVerification v;
+    std::string message;
+    EXPECT_FALSE(VerifyPac(dir.File("big.pac"), v, message));
+    EXPECT_EQ(message, expected);
+}
+
 TEST_F(PacExtract, ExtractionPathLongerThanItsFieldIsRefused) {
     const std::string base = dir.Path() + std::string(200, 'd');
     fs::create_directories(base);
@@ -311,9 +359,6 @@ TEST_F(PacExtract, ParamsTempFolderAndDirectoryFailures) {
         EXPECT_EQ(pack.Unpack(images.c_str(), &h, &t), 0);
         EXPECT_TRUE(ui.Messages().empty());
         EXPECT_EQ(window.notices, Notices{kEndFailed});
-        EXPECT_EQ(pack.Open(dir.File("missing.pac")), 0);
-        EXPECT_EQ(ui.Messages(), std::vector<std::string>{"Can not open file [" + dir.File("missing.pac") + "]\n"});
-        ui.Clear();
     }
     tempSource = [] { return std::optional<std::string>(); };
     EXPECT_EQ(UnpackFile(dir.File("pkg.pac"), nullptr).messages, std::vector<std::string>{app::texts::kPacNoTempPath});
@@ -383,8 +428,9 @@ TEST(Housekeeping, AgeRulesEmptyingAndRecordedFolders) {
     test::TempDir dir;
     auto has = [&](const std::string& p) { return fs::exists(dir.Path() + p); };
     const auto now = static_cast<std::int64_t>(std::time(nullptr));
-    for (const char* f : {"tmp/_DownloadFiles5/f", "tmp/_DownloadFilesX/f", "tmp/other/f", "imgstore/a.bin",
-                          "imgstore/b.txt", "tmp/_DownloadFilesFile"})  // the last, a file not a folder: kept
+    // Wildcards ignore letter case.
+    for (const char* f : {"tmp/_DownloadFiles5/f", "tmp/_downloadFILESX/f", "tmp/other/f", "imgstore/a.bin",
+                          "imgstore/A2.BIN", "imgstore/b.txt", "tmp/_DownloadFilesFile"})  // the last, a file: kept
         dir.Write(f, "x");
     fs::create_directories(dir.Path() + "imgstore/c.bin");
 
@@ -396,7 +442,7 @@ TEST(Housekeeping, AgeRulesEmptyingAndRecordedFolders) {
     PackageHousekeeping(aDay).DeleteOldTempFolders(dir.Path() + "tmp/");
     PackageHousekeeping(aDay).DeleteOldImageStoreFiles(dir.Path() + "imgstore");
     EXPECT_FALSE(has("tmp/_DownloadFiles5"));
-    EXPECT_FALSE(has("tmp/_DownloadFilesX"));
+    EXPECT_FALSE(has("tmp/_downloadFILESX"));
     EXPECT_TRUE(has("tmp/other/f"));
     EXPECT_TRUE(has("tmp/_DownloadFilesFile"));
     EXPECT_TRUE(has("imgstore/a.bin"));  // 1 day < 7
@@ -404,6 +450,7 @@ TEST(Housekeeping, AgeRulesEmptyingAndRecordedFolders) {
     platform::ManualClock aWeek(0, now + 7 * 86400 + 100);
     PackageHousekeeping(aWeek).DeleteOldImageStoreFiles(dir.Path() + "imgstore");
     EXPECT_FALSE(has("imgstore/a.bin"));
+    EXPECT_FALSE(has("imgstore/A2.BIN"));
     EXPECT_TRUE(has("imgstore/b.txt"));
     EXPECT_TRUE(has("imgstore/c.bin"));  // a folder
 

@@ -2,7 +2,10 @@
 // 6029), the result, closing by the work or by the operator while the work goes on.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "app/Messages.h"
+#include "app/Station.h"
 #include "app/Texts.h"
 #include "packages/PreparationWindowLogic.h"
 #include "support/PacWriter.h"
@@ -45,7 +48,7 @@ TEST(PreparationWindow, TheLoadsOutcomeDecidesResultAndMessages) {
         {"extraction_fails", badVersion, 0, {tx::kPacVersionNotSupported, tx::kPrepUnzipFailed}},
         // A configuration check failing after a good extraction still gives 1.
         {"check_fails_after_extraction", noBackup, 1, {tx::kSprdNoNvBackup}},
-        // No end notice ever comes: the ended work closes the window.
+        // No end notice ever comes: the window waits for the operator (below).
         {"never_reaches_extraction", std::nullopt, 0, {}},
     };
     for (const auto& row : rows) {
@@ -54,7 +57,16 @@ TEST(PreparationWindow, TheLoadsOutcomeDecidesResultAndMessages) {
         UsePac(fx, row.layout);
         PreparationWindowLogic window(*fx.station);
         WithTempFolder(window, fx);
-        fx.ui.RunPreparationDialog(window);
+        if (row.layout) {
+            fx.ui.RunPreparationDialog(window);
+        } else {
+            // Only an end notice closes the window by itself; without a screen the
+            // operator closes it once the work has ended.
+            ASSERT_TRUE(window.Open());
+            window.WaitForWork();
+            EXPECT_FALSE(window.View().closed);
+            window.WaitClosed();
+        }
         window.WaitForWork();
         EXPECT_EQ(window.PreparationResult(), row.result);
         EXPECT_TRUE(window.View().closed);
@@ -131,6 +143,42 @@ TEST(PreparationWindow, ClosedByTheOperatorKeepsZeroWhileTheWorkGoesOn) {
         EXPECT_NE(window.View().barPosition, 100);
     }
     EXPECT_EQ(fx.station->sprdParams.Get()->SelectedFileCount, 3);  // the load itself finished
+}
+
+TEST(PreparationWindow, TheOperatorClosesWhileAHandlersMessageBoxWaits) {
+    // As on the GUI: while a handler's box waits, the operator's Escape is taken on
+    // another thread. A lock held across the box would never let that close finish.
+    struct Gui final : app::HeadlessConsoleUi {
+        PreparationWindowLogic* window = nullptr;
+        void MessageBox(const std::string& text) override {
+            HeadlessConsoleUi::MessageBox(text);
+            std::thread escape([this] { window->Close(); });
+            escape.join();
+        }
+    };
+    const char* text = "checksum of b.img is wrong";
+    const struct {
+        std::uint32_t msg;
+        platform::WParam wParam;
+        platform::LParam lParam;
+    } rows[] = {{app::MSG_CHECKSUM, CHECKSUM_MESSAGE, reinterpret_cast<platform::LParam>(text)},
+                {app::MSG_PAC_PROGRESS, PAC_NOTICE_END, 0}};
+    for (const auto& row : rows) {
+        test::StationFixture fx;
+        Gui gui;
+        app::StationOptions options;
+        options.exeDir = fx.dir.Path();
+        options.systemLanguage = [] { return std::uint16_t{1033}; };
+        app::Station station(std::move(options), fx.clock, gui);
+        station.package.kind = app::PACKAGE_MTK_SCATTER;
+        std::shared_ptr<platform::MessageWindow> receiver;
+        PreparationWindowLogic window(station, [&](auto r) { receiver = r; });
+        gui.window = &window;
+        ASSERT_TRUE(window.Open());
+        receiver->Send(row.msg, row.wParam, row.lParam);
+        EXPECT_TRUE(window.View().closed);
+        EXPECT_EQ(gui.Messages().size(), 1u);
+    }
 }
 
 TEST(PreparationWindow, NothingStartedClosesAtOnceWithResultZero) {

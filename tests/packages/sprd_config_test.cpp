@@ -2,6 +2,7 @@
 // the INI record.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "app/Texts.h"
@@ -167,6 +168,30 @@ TEST_F(SprdLoad, SuccessPublishesEverythingAndRecordsOnlyIntoAnExistingIni) {
     EXPECT_EQ(read("PAC_Other", "NV"), "1@" + fx.dir.Path() + "ImageFiles/_DownloadFiles78/nv.bin");
     EXPECT_EQ(read("PAC_Other", "EXTRA"), "0@");
     EXPECT_EQ(read("Selection", "SelectProduct"), "PAC_Other");
+}
+
+TEST_F(SprdLoad, BracketsEqualsAndSemicolonsAreRecordedWithoutBreakingTheIni) {
+    fx.dir.Write("Config/UpgradeDownload.ini", "[Selection]\nSelectProduct=old\n");
+    PacSpec layout;
+    layout.productName = "X[1];v=2]";
+    layout.entries = {{"NV", "nv.bin", "n"}, {"A]B", "a", "a"},  {"C;D[", "c", "c"},
+                      {"[E", "e", "e"},      {";F", "f", "f"},    {"G=H", "g", "g"}};
+    ASSERT_EQ(Load(layout), 1);
+    const std::string ini = fx.dir.File("Config/UpgradeDownload.ini");
+    const std::string once = fx.dir.Read("Config/UpgradeDownload.ini");
+    ASSERT_EQ(Load(layout), 1);  // a second load replaces its lines, adds none
+    EXPECT_EQ(fx.dir.Read("Config/UpgradeDownload.ini").size(), once.size());
+    EXPECT_EQ(std::count(once.begin(), once.end(), '\n'), 2 + 6 + 1);
+
+    // Only what would end a section name or a key, or make a line a header or a
+    // comment, is written as '_'.
+    const std::string section = "PAC_X[1_;v=2_";
+    const std::string folder = fx.dir.Path() + "ImageFiles/_DownloadFiles0/";
+    for (auto [key, file] : {std::pair{"A]B", "a"}, {"C;D[", "c"}, {"_E", "e"}, {"_F", "f"}, {"G_H", "g"}}) {
+        EXPECT_EQ(platform::ProfileIni::ReadString(ini, section, key, "-", 512), std::string("1@") + folder + file)
+            << key;
+    }
+    EXPECT_EQ(platform::ProfileIni::ReadString(ini, "Selection", "SelectProduct", "-", 512), "PAC_X[1];v=2]");
 }
 
 TEST_F(SprdLoad, FailedChecksDeleteTheExtractionAndKeepTheProductName) {

@@ -1,0 +1,38 @@
+// The efuse XML of an MTK package, as arbitrary bytes: no crash, and whatever chip name
+// it yields selects one of the four download-agent folders.
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "FuzzScratch.h"
+#include "app/ConsoleUi.h"
+#include "app/Station.h"
+#include "packages/MtkPreparation.h"
+#include "platform/Clock.h"
+
+using namespace quorvel;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const fuzz::Scratch scratch;
+    static platform::ManualClock clock;
+    static app::HeadlessConsoleUi ui;
+    static app::Station station(
+        [] {
+            app::StationOptions options;
+            options.exeDir = scratch.Path();
+            options.systemLanguage = [] { return std::uint16_t{1033}; };
+            options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
+            return options;
+        }(),
+        clock, ui);
+    const std::string xml = scratch.Write("fw/efuse.xml", data, size);
+
+    packages::MtkPreparation prep(station);
+    prep.LoadChipName(xml);
+    prep.SelectDaVariant();
+    const int variant = prep.State().DaVariant;
+    if (variant < 0 || variant > 3 || variant != packages::DaVariantOf(prep.State().ChipName)) std::abort();
+    if (packages::DaFolderOf(station.ExeDir(), variant).rfind(station.ExeDir(), 0) != 0) std::abort();
+    ui.Clear();
+    return 0;
+}

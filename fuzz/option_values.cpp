@@ -1,0 +1,46 @@
+// CommonSetting.ini as arbitrary bytes, loaded as the station loads it at start-up: no
+// crash, and the lists made from option values hold no empty or comma-bearing names.
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "FuzzScratch.h"
+#include "app/ConsoleUi.h"
+#include "app/Station.h"
+#include "platform/Clock.h"
+#include "platform/ProfileIni.h"
+
+using namespace quorvel;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const fuzz::Scratch scratch;
+    static platform::ManualClock clock;
+    static app::HeadlessConsoleUi ui;
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    scratch.Write("Config/CommonSetting.ini", data, size);
+
+    static app::Station station(
+        [] {
+            app::StationOptions options;
+            options.exeDir = scratch.Path();
+            options.systemLanguage = [] { return std::uint16_t{1033}; };
+            options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
+            return options;
+        }(),
+        clock, ui);
+    // Nothing left over from an earlier input.
+    station.settings = app::Settings{};
+    station.package = app::PackageSelection{};
+    station.settingsStore.LanguageLoad();
+    if (station.settingsStore.SettingsLoad()) {
+        for (const auto& name : station.settings.ServiceNameList)
+            if (name.empty() || name.find(',') != std::string::npos) std::abort();
+        for (const auto& [service, driver] : station.settings.serviceDrivers)
+            if (service.empty() || service.find(',') != std::string::npos) std::abort();
+    }
+    // The option conversions on the raw bytes too.
+    (void)platform::ParseUnsigned(text);
+    (void)platform::ProfileIni::ReadIntFrom(text, "COMMON", "SleepTimeRestart", 7);
+    ui.Clear();
+    return 0;
+}
