@@ -114,7 +114,9 @@ TEST(CrashSafetyTest, KilledStationLeavesCompleteFilesAndNoTemporaries) {
         EXPECT_LE(fail, saved);
         total = saved;
     }
-    EXPECT_GT(total, 200u);
+    // Three rounds in four wait for a count, so each of them adds at least one job; more
+    // depends on the machine's speed, which a test must not.
+    EXPECT_GE(total, 150u);
     RecordProperty("temporaries_seen", temporariesSeen);
 }
 
