@@ -146,7 +146,8 @@ int SettingsStore::SettingsLoad() {
 
     const std::string stored = r.Text("COMMON", "Mac", kOptionBuffer);
     const std::string computed = MachineStamp();
-    Written(FilePath(), ProfileIni::WriteString(FilePath(), "COMMON", "Mac", computed));
+    const bool macWritten = ProfileIni::WriteString(FilePath(), "COMMON", "Mac", computed);
+    const int macError = errno;
 
     if (stored == computed) {
         for (int n = 0; n < kSlotCount; ++n) {
@@ -199,6 +200,9 @@ int SettingsStore::SettingsLoad() {
         station_.view.SetText(IDC_FAILURES, "0");
         station_.view.SetText(IDC_PASS_RATE, "0");
     }
+    // Said after the package path, so the status bar keeps the failure.
+    errno = macError;
+    Written(FilePath(), macWritten);
     return 1;
 }
 

@@ -152,27 +152,31 @@ TEST(SaveBindingsTest, WritesEverySlotInOrderAndThePackagePath) {
     EXPECT_EQ(again.station->package.scatterFilePath, "/fw/MT_scatter.txt");
 }
 
-// A settings file this process cannot read is never rewritten from an empty copy:
-// the writes fail, the file stays whole, and the station says so once.
-TEST(SaveBindingsTest, UnreadableFileIsLeftAsItWasAndSaidOnce) {
-    StationFixture f;
-    const std::string original = "[COMMON]\nMac=00-11-22-33-44-55\n[MEMORYTEST]\nDataBus=0\n[BENCH]\nSimulated=1\n";
-    f.WriteSettings(original);
-    ::chmod(f.dir.Path().c_str(), 0755);
-    ::chmod(f.dir.File("Config").c_str(), 0777);
-    ::chmod(f.SettingsFile().c_str(), 0200);
-    const int result = test::RunUnprivileged([&] {
-        if (f.station->settingsStore.SettingsLoad() != 1) return 1;
-        const std::string said = f.station->view.Pane(0);
-        if (said.rfind("Cannot write " + f.SettingsFile(), 0) != 0) return 2;
-        f.station->view.SetPane(0, "");
-        f.station->settingsStore.SaveBindings();
-        f.station->settingsStore.LanguageSave();
-        return f.station->view.Pane(0).empty() ? 0 : 3;
-    });
-    ::chmod(f.SettingsFile().c_str(), 0644);
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(f.ReadSettings(), original);
+// A settings file this process cannot read is never rewritten from an empty copy, nor
+// a read-only one replaced: the writes fail, the file stays whole, and the station
+// says so once, in the status bar even when the package path is shown there too.
+TEST(SaveBindingsTest, FileThatCannotBeWrittenIsLeftAsItWasAndSaidOnce) {
+    const std::string original =
+        "[COMMON]\nMac=00-11-22-33-44-55\nFilePath=/fw/a.pac\n[MEMORYTEST]\nDataBus=0\n[BENCH]\nSimulated=1\n";
+    for (const mode_t mode : {0200, 0444}) {
+        SCOPED_TRACE(mode);
+        StationFixture f;
+        f.WriteSettings(original);
+        ::chmod(f.dir.Path().c_str(), 0755);
+        ::chmod(f.dir.File("Config").c_str(), 0777);
+        ::chmod(f.SettingsFile().c_str(), mode);
+        const int result = test::RunUnprivileged([&] {
+            if (f.station->settingsStore.SettingsLoad() != 1) return 1;
+            if (f.station->view.Pane(0).rfind("Cannot write " + f.SettingsFile(), 0) != 0) return 2;
+            f.station->view.SetPane(0, "");
+            f.station->settingsStore.SaveBindings();
+            f.station->settingsStore.LanguageSave();
+            return f.station->view.Pane(0).empty() ? 0 : 3;
+        });
+        ::chmod(f.SettingsFile().c_str(), 0644);
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(f.ReadSettings(), original);
+    }
 }
 
 TEST(LanguageTest, LoadAndSaveKeepOnlyTheTwoValues) {
