@@ -111,6 +111,10 @@ std::string LocationOf(udev_device* d) {
     return SocketLocation(HubIdentity(HubFactsOf(hub)), port);
 }
 
+int ComOfNodePath(const std::string& path) {
+    return path.empty() ? 0 : ComNumberOfNode(path.substr(path.find_last_of('/') + 1));
+}
+
 // The COM number of the first serial node below the device; 0 when it has none (yet).
 int ComOf(struct udev* u, udev_device* d) {
     std::unique_ptr<udev_enumerate, UdevDeleter> e(udev_enumerate_new(u));
@@ -284,6 +288,102 @@ std::optional<std::string> UdevBackend::FriendlyNameOf(const std::string& instan
     auto it = names_.find(instanceId);
     if (it == names_.end()) return std::nullopt;
     return it->second;
+}
+
+namespace {
+bool IsPhone(udev_device* usb) {
+    const std::string vid = Attr(usb, "idVendor"), pid = Attr(usb, "idProduct");
+    return (vid == "0e8d" && (pid == "0003" || pid == "2000" || pid == "2001")) ||
+           (vid == "1782" && (pid == "4d00" || pid == "4d03"));
+}
+
+// The first serial node below a USB device, as a /dev path; empty when none.
+std::string NodeBelow(struct udev* u, udev_device* usb, const std::string& dev) {
+    std::unique_ptr<udev_enumerate, UdevDeleter> e(udev_enumerate_new(u));
+    if (!e) return "";
+    udev_enumerate_add_match_parent(e.get(), usb);
+    udev_enumerate_add_match_subsystem(e.get(), "tty");
+    udev_enumerate_scan_devices(e.get());
+    udev_list_entry* entry;
+    udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(e.get())) {
+        const std::string path = udev_list_entry_get_name(entry);
+        const std::string name = path.substr(path.find_last_of('/') + 1);
+        if (ComNumberOfNode(name) > 0) return dev + "/" + name;
+    }
+    return "";
+}
+}  // namespace
+
+std::vector<SocketRow> UdevBackend::Sockets() {
+    std::vector<SocketRow> rows;
+    Udev u(udev_new());
+    if (!u) return rows;
+    std::map<std::string, std::map<unsigned, udev_device*>> plugged;  // hub syspath -> port -> device
+    std::vector<Device> keep;
+    ForEach(u.get(), "usb", "usb_device", [&](udev_device* d) {
+        keep.emplace_back(udev_device_ref(d));
+        udev_device* hub = nullptr;
+        unsigned port = 0;
+        if (HubPortOf(d, hub, port)) plugged[Text(udev_device_get_syspath(hub))][port] = d;
+    });
+    for (const auto& d : keep) {
+        udev_device* hub = d.get();
+        if (Attr(hub, "bDeviceClass") != "09") continue;
+        if (IsUsb11RootHub(IsRootHub(hub), Attr(hub, "version"), Attr(hub, "speed"))) continue;
+        const int n = std::atoi(Attr(hub, "maxchild").c_str());
+        const std::string identity = HubIdentity(HubFactsOf(hub));
+        for (int p = 1; p <= n; ++p) {
+            SocketRow row;
+            row.location = SocketLocation(identity, static_cast<unsigned>(p));
+            auto& ports = plugged[Text(udev_device_get_syspath(hub))];
+            if (auto it = ports.find(static_cast<unsigned>(p)); it != ports.end()) {
+                udev_device* dev = it->second;
+                row.ids = Attr(dev, "idVendor") + ":" + Attr(dev, "idProduct");
+                row.product = Attr(dev, "product");
+                row.cls = Attr(dev, "bDeviceClass");
+                // The driver of its first bound interface, and the interface class when
+                // the device leaves the class to its interfaces.
+                const std::string devPath = Text(udev_device_get_syspath(dev));
+                ForEach(u.get(), "usb", "usb_interface", [&](udev_device* i) {
+                    udev_device* parent = udev_device_get_parent(i);
+                    if (!parent || Text(udev_device_get_syspath(parent)) != devPath) return;
+                    if (row.driver.empty()) row.driver = Text(udev_device_get_driver(i));
+                    if (row.cls == "00" || row.cls.empty()) row.cls = Attr(i, "bInterfaceClass");
+                });
+                if (Attr(dev, "bDeviceClass") != "09") row.node = NodeBelow(u.get(), dev, paths_.dev);  // not a hub's
+                if (const int com = ComOfNodePath(row.node); com > 0) row.com = "COM" + std::to_string(com);
+            }
+            rows.push_back(row);
+        }
+    }
+    return rows;
+}
+
+void UdevBackend::AddDeviceFacts(BenchFacts& facts) {
+    Udev u(udev_new());
+    if (!u) return;
+    std::map<std::string, int> perController;
+    ForEach(u.get(), "usb", "usb_device", [&](udev_device* d) {
+        std::string controller = ControllerPathOf(d);
+        if (controller.empty()) controller = "bus " + Attr(d, "busnum");
+        ++perController[controller];
+        // A hub's empty sockets are devices waiting to come.
+        if (Attr(d, "bDeviceClass") == "09") perController[controller] += std::atoi(Attr(d, "maxchild").c_str());
+        if (!IsPhone(d)) return;
+        PhoneNode p;
+        p.device = Text(udev_device_get_sysname(d));
+        p.autosuspend = Attr(d, "power/control") == "auto";
+        p.node = NodeBelow(u.get(), d, paths_.dev);
+        if (!p.node.empty()) {
+            p.accessible = ::access(p.node.c_str(), R_OK | W_OK) == 0;
+            const std::string name = p.node.substr(p.node.find_last_of('/') + 1);
+            Device tty(udev_device_new_from_subsystem_sysname(u.get(), "tty", name.c_str()));
+            p.modemManagerIgnores =
+                tty && Text(udev_device_get_property_value(tty.get(), "ID_MM_DEVICE_IGNORE")) == "1";
+        }
+        facts.phones.push_back(p);
+    });
+    for (const auto& [controller, n] : perController) facts.controllers.emplace_back(controller, n);
 }
 
 std::string UdevBackend::SerialNodeOf(int comNumber) {

@@ -13,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "devices/BenchSurvey.h"
 #include "devices/DeviceBackend.h"
 #include "platform/SysPaths.h"
 
@@ -37,6 +38,11 @@ public:
     std::optional<std::string> FriendlyNameOf(const std::string& instanceId) override;
     std::string SerialNodeOf(int comNumber) override;
     ChangeSignal& Changes() override { return changes_; }
+
+    // Every socket of every hub (USB 1.1 root hubs left out), with what is plugged in.
+    std::vector<SocketRow> Sockets();
+    // The phones' serial nodes and the load of each controller.
+    void AddDeviceFacts(BenchFacts& facts);
 
     std::string DriverOf(const std::string& service) const;
     bool DriverLoaded(const std::string& driver) const;

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -194,6 +195,18 @@ TEST_F(UdevBackendTest, ABenchGivesOneDevicePerPhoneAtSocketsNamedByPhysicalPath
     // Never the data half of a CDC pair.
     for (const auto& [service, list] : ids) EXPECT_EQ(backend.ServiceDevices(service), list) << service;
     EXPECT_EQ(backend.SerialNodeOf(101), "/dev/ttyUSB0");
+
+    // The socket map shows the same locations, with what is plugged in.
+    const auto sockets = backend.Sockets();
+    ASSERT_EQ(sockets.size(), 10u);
+    auto at = [&](const std::string& location) {
+        const auto r =
+            std::find_if(sockets.begin(), sockets.end(), [&](const SocketRow& x) { return x.location == location; });
+        return r == sockets.end() ? "?" : r->ids + " " + r->cls + " " + r->driver + " " + r->node + " " + r->com;
+    };
+    EXPECT_EQ(at(kHs + "-0:1.2\\PORT1"), "0e8d:2000 02 cdc_acm /dev/ttyACM0 COM1");
+    EXPECT_EQ(at(kHs + "-0:1.2\\PORT4"), "    ");
+    EXPECT_EQ(at(kHs + "-0:1\\PORT2"), "1a40:0101 09   ") << "a hub shows no serial node of its own";
 
     // Only the vendor's preloader is picked up at start-up.
     const auto pre = backend.EnumeratePreloaderDevices();
