@@ -65,26 +65,30 @@ void SimBench::ReturnLoop() {
         if (stopping_) return;
         bool changed = false;
         const platform::Millis now = clock_.Now();
+        // Taken out first: a phone coming back schedules its own serial port.
+        std::vector<Return> due;
         for (auto it = returns_.begin(); it != returns_.end();) {
             if (it->due > now) {
                 ++it;
                 continue;
             }
-            auto p = phones_.find(it->socket);
-            if (p == phones_.end() || p->second.plugId != it->plugId) {
-                // that phone has gone
-            } else if (it->enumeration != 0) {
-                Phone& phone = p->second;
-                if (phone.present && phone.enumeration == it->enumeration && !phone.portReady) {
+            due.push_back(*it);
+            it = returns_.erase(it);
+        }
+        for (const Return& r : due) {
+            auto p = phones_.find(r.socket);
+            if (p == phones_.end() || p->second.plugId != r.plugId) continue;  // that phone has gone
+            Phone& phone = p->second;
+            if (r.enumeration != 0) {
+                if (phone.present && phone.enumeration == r.enumeration && !phone.portReady) {
                     phone.portReady = true;
-                    names_[InstanceIdOf(it->socket, phone)] = FriendlyNameOf(phone);
+                    names_[InstanceIdOf(r.socket, phone)] = FriendlyNameOf(phone);
                     changed = true;
                 }
-            } else if (!p->second.present) {
-                p->second.present = Enumerate(it->socket, p->second, it->keepCom);
+            } else if (!phone.present) {
+                phone.present = Enumerate(r.socket, phone, r.keepCom);
                 changed = true;
             }
-            it = returns_.erase(it);
         }
         if (changed) {
             lk.unlock();
