@@ -145,7 +145,10 @@ void DeviceMonitor::Run(Watch& w, MonitorChoice choice) {
         if (w.retired) return;
         consumed_ = seen;
         auto current = backend_.ServiceDevices(choice.service);
-        if (!current) continue;  // no device list yet: wait for the service to get one
+        if (!current) {  // no device list (yet): wait for the service to get one
+            waiting.clear();
+            continue;
+        }
         const ListDiff diff = DiffLists(previous, *current);
         for (const auto& id : diff.removed) {
             if (w.retired) return;
