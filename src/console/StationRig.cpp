@@ -1,5 +1,8 @@
 #include "console/StationRig.h"
 
+#include <thread>
+
+#include "devices/BenchSurvey.h"
 #include "devices/UdevBackend.h"
 
 namespace quorvel::console {
@@ -7,6 +10,9 @@ namespace quorvel::console {
 class StationRig::ChosenBackend final : public devices::DeviceBackend {
 public:
     ChosenBackend(app::Station& station, engine::SimPhoneRegistry& registry) : station_(station), registry_(registry) {}
+    ~ChosenBackend() override {
+        if (check_.joinable()) check_.join();
+    }
 
     devices::DeviceBackend& Get() {
         std::lock_guard g(mutex_);
@@ -19,7 +25,12 @@ public:
                 bench_ = bench.get();
                 chosen_ = std::move(bench);
             } else {
-                chosen_ = std::make_unique<devices::UdevBackend>(platform::SysPaths{}, s.serviceDrivers);
+                auto udev = std::make_unique<devices::UdevBackend>(platform::SysPaths{}, s.serviceDrivers);
+                devices::UdevBackend* real = udev.get();
+                chosen_ = std::move(udev);
+                // The bench check runs once, beside the start-up: it reads files and
+                // walks /proc, and never holds the station up.
+                check_ = std::thread([this, real] { CheckBench(*real); });
             }
         }
         return *chosen_;
@@ -41,8 +52,18 @@ public:
     devices::ChangeSignal& Changes() override { return Get().Changes(); }
 
 private:
+    // Findings go to the log; the first one also to the status bar.
+    void CheckBench(devices::UdevBackend& backend) {
+        devices::BenchFacts facts = devices::GatherSystemFacts(platform::SysPaths{});
+        backend.AddDeviceFacts(facts);
+        const auto findings = devices::CheckBench(facts);
+        for (const auto& f : findings) station_.settingsStore.UiLog("bench check: " + f.problem + "; fix: " + f.fix);
+        if (!findings.empty()) station_.view.SetPane(1, "bench check: " + findings.front().problem);
+    }
+
     app::Station& station_;
     engine::SimPhoneRegistry& registry_;
+    std::thread check_;
     std::mutex mutex_;
     std::unique_ptr<devices::DeviceBackend> chosen_;
     sim::SimBench* bench_ = nullptr;

@@ -18,7 +18,12 @@ StationRun::StationRun(Station& station, platform::StationLoop& loop, ConsoleCon
       console_(console),
       backend_(backend),
       manager_(station, loop, engines),
-      probe_(station.clock, [&backend](int com) { return backend.SerialNodeOf(com); }),
+      probe_(
+          station.clock, [&backend](int com) { return backend.SerialNodeOf(com); },
+          [&station](const std::string& text) {
+              station.settingsStore.UiLog(text);
+              station.view.SetPane(1, text);
+          }),
       binding_(station, manager_, probe_, loop),
       monitor_(station, backend, loop),
       router_(std::make_unique<MessageRouter>(station, manager_)) {

@@ -1,10 +1,16 @@
 #include "devices/ComProbe.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
 
 #include "devices/DeviceText.h"
 
@@ -23,22 +29,65 @@ speed_t SpeedOf(int baud) {
 }
 }  // namespace
 
+std::vector<int> HoldersOf(const std::string& procRoot, const std::string& node) {
+    std::vector<int> holders;
+    char real[PATH_MAX];
+    if (!::realpath(node.c_str(), real)) return holders;
+    const std::string wanted = real;
+    const long self = static_cast<long>(::getpid());
+    DIR* proc = ::opendir(procRoot.c_str());
+    if (!proc) return holders;
+    // readlink on each descriptor is what fuser does; it is the cheap part, so the
+    // whole walk stays within a few milliseconds on a bench PC.
+    char link[PATH_MAX];
+    while (const dirent* p = ::readdir(proc)) {
+        char* end = nullptr;
+        const long pid = std::strtol(p->d_name, &end, 10);
+        if (!end || *end != '\0' || pid <= 0 || pid == self) continue;
+        const std::string fds = procRoot + "/" + p->d_name + "/fd";
+        DIR* dir = ::opendir(fds.c_str());
+        if (!dir) continue;  // gone, or not ours to look at
+        while (const dirent* f = ::readdir(dir)) {
+            if (f->d_name[0] == '.') continue;
+            const ssize_t n = ::readlinkat(::dirfd(dir), f->d_name, link, sizeof link - 1);
+            if (n <= 0 || static_cast<std::size_t>(n) != wanted.size() ||
+                wanted.compare(0, wanted.size(), link, static_cast<std::size_t>(n)) != 0)
+                continue;
+            holders.push_back(static_cast<int>(pid));
+            break;
+        }
+        ::closedir(dir);
+    }
+    ::closedir(proc);
+    return holders;
+}
+
 bool SerialPort::Open(const std::string& node, int baud) {
     Close();
+    error_ = ENOENT;
     if (node.empty()) return false;
     const int fd = ::open(node.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return false;
-    // TIOCEXCL keeps later openers out (root excepted); the advisory lock also tells
-    // us about an opener that came first, as the original no-sharing open did.
-    if (::flock(fd, LOCK_EX | LOCK_NB) != 0 || ::ioctl(fd, TIOCEXCL) != 0) {
-        ::close(fd);
+    if (fd < 0) {
+        error_ = errno;
         return false;
     }
-    if (::tcflush(fd, TCIOFLUSH) != 0) {
+    // Until we know the port is ours, nothing may touch it: no flush, no flags.
+    // The advisory lock catches an opener in this process, /proc the others (as root,
+    // their TIOCEXCL would not have kept us out).
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0 || !HoldersOf(procRoot_, node).empty()) {
+        ::close(fd);
+        error_ = EBUSY;
+        return false;
+    }
+    // TIOCEXCL keeps later openers out (root excepted).
+    if (::ioctl(fd, TIOCEXCL) != 0 || ::tcflush(fd, TCIOFLUSH) != 0) {
+        error_ = errno;
+        ::ioctl(fd, TIOCNXCL);
         ::close(fd);
         return false;
     }
     fd_ = fd;
+    error_ = 0;
     // Settings failures are not fatal: a port that opens is ready.
     termios tio{};
     if (::tcgetattr(fd, &tio) == 0) {
@@ -58,7 +107,8 @@ bool SerialPort::Open(const std::string& node, int baud) {
 
 bool SerialPort::Close() {
     if (fd_ < 0) return true;
-    ::tcflush(fd_, TCIOFLUSH);
+    // Nothing is pending on a port we only opened; a flush here could only hurt
+    // someone who got in meanwhile (root can).
     ::ioctl(fd_, TIOCNXCL);
     const int rc = ::close(fd_);
     fd_ = -1;
@@ -69,15 +119,20 @@ bool ComProbe::Probe(const std::string& friendlyName) {
     const std::string portName = PortNameOf(friendlyName);
     if (portName.size() < 3) return false;
     const int number = PortNumberOf(portName);
-    SerialPort port;
+    SerialPort port(paths_.proc);
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         // Asked anew each time: the node may appear only while we wait.
-        if (port.Open(nodeOf_(number), 115200)) {
+        const std::string node = nodeOf_(number);
+        if (port.Open(node, 115200)) {
             clock_.Sleep(50);
             if (!port.Close()) return false;
             clock_.Sleep(kSpacingMs);
             return true;
         }
+        // EACCES may pass once udev has applied the rule: retried like the others,
+        // but told once, as it rarely passes by itself.
+        if ((port.Error() == EACCES || port.Error() == EPERM) && reported_.insert(node).second && noPermission_)
+            noPermission_("no permission on " + node + ": is the udev rule installed?");
         clock_.Sleep(kSpacingMs);
     }
     port.Close();

@@ -34,11 +34,17 @@ public:
     // Wakes every waiter without a change, so it can test its own stop condition.
     void Interrupt();
     std::uint64_t Generation() const;
-    // Blocks until the generation differs from `seen` or `stop()` holds.
+    // Blocks until the generation differs from `seen`, `stop()` holds or the clock
+    // reaches `deadline` (kForever: no limit).
     template <class Stop>
-    std::uint64_t Wait(platform::Clock& clock, std::uint64_t seen, Stop stop) {
+    std::uint64_t Wait(platform::Clock& clock, std::uint64_t seen, Stop stop,
+                       platform::Millis deadline = platform::kForever) {
         std::unique_lock lk(mutex_);
-        clock.WaitFor(lk, cv_, platform::kForever, [&] { return generation_ != seen || stop(); });
+        const auto moved = [&] { return generation_ != seen || stop(); };
+        if (deadline == platform::kForever)
+            clock.WaitFor(lk, cv_, platform::kForever, moved);
+        else
+            clock.WaitUntil(lk, cv_, deadline, moved);
         return generation_;
     }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
+#include <map>
 
 #include "app/Messages.h"
 #include "app/Station.h"
@@ -130,25 +132,45 @@ int DeviceMonitor::LiveWatches() const {
 }
 
 void DeviceMonitor::Run(Watch& w, MonitorChoice choice) {
-    std::vector<std::string> previous;
+    std::vector<std::string> previous;                // what has been reported as present
+    std::map<std::string, platform::Millis> waiting;  // arrived, serial port not yet there: until when
     ChangeSignal& changes = backend_.Changes();
+    platform::Clock& clock = station_.clock;
     for (;;) {
         if (!station_.stationRunning || w.retired) return;
-        const std::uint64_t seen = changes.Wait(station_.clock, consumed_.load(), [&] { return w.retired.load(); });
+        platform::Millis until = platform::kForever;
+        for (const auto& [id, due] : waiting) until = until == platform::kForever ? due : std::min(until, due);
+        const std::uint64_t seen = changes.Wait(
+            clock, consumed_.load(), [&] { return w.retired.load(); }, until);
         if (w.retired) return;
         consumed_ = seen;
         auto current = backend_.ServiceDevices(choice.service);
-        if (!current) continue;  // no device list yet: wait for the service to get one
+        if (!current) {  // no device list (yet): wait for the service to get one
+            waiting.clear();
+            continue;
+        }
         const ListDiff diff = DiffLists(previous, *current);
         for (const auto& id : diff.removed) {
             if (w.retired) return;
             SendEvent(id, false, choice);
         }
+        // A phone that left while its port was awaited was never reported: nothing to say.
+        for (auto it = waiting.begin(); it != waiting.end();)
+            it = std::find(current->begin(), current->end(), it->first) == current->end() ? waiting.erase(it)
+                                                                                          : std::next(it);
+        const platform::Millis now = clock.Now();
         for (const auto& id : diff.arrived) {
             if (w.retired) return;
+            if (!NamesSerialPort(backend_.FriendlyNameOf(id).value_or(""))) {
+                const auto due = waiting.try_emplace(id, now + kSerialPortWaitMs).first->second;
+                if (now < due) continue;  // reported with its port once the port is there
+            }
+            waiting.erase(id);
             SendEvent(id, true, choice);
         }
-        previous = std::move(*current);
+        previous.clear();
+        for (auto& id : *current)
+            if (!waiting.count(id)) previous.push_back(std::move(id));
     }
 }
 

@@ -2,6 +2,7 @@
 // The device-arrival watch of one run: on every change of the watched service's
 // device list it reports removals, then arrivals, to the console with message 6024,
 // sent synchronously. SelectMonitorService picks the service when a run starts.
+// A phone is reported once, with its serial port when that comes in time.
 //
 // Threads: Start, Retire and the destructor on the station thread; the watch on its
 // own thread. A new Start retires the previous watch first: a retired watch wakes at
@@ -55,6 +56,12 @@ std::string LocationIn(const PortTable& table, const std::string& instanceId);
 
 class DeviceMonitor {
 public:
+    // A phone's serial port often appears a little after its interface is bound; its
+    // arrival is held back until the port is there, for at most this long, and then
+    // reported without a port. Ports of cdc_acm and option appear within tens of ms;
+    // the rest covers a loaded machine and slow udev rules.
+    static constexpr platform::Millis kSerialPortWaitMs = 1500;
+
     DeviceMonitor(app::Station& station, DeviceBackend& backend, platform::MessageWindow& console);
     ~DeviceMonitor();
     DeviceMonitor(const DeviceMonitor&) = delete;

@@ -44,6 +44,12 @@ int PortNumberOf(const std::string& portName) {
     return static_cast<int>(std::atoi(portName.c_str() + 3));
 }
 
+bool NamesSerialPort(const std::string& name) {
+    const auto open = name.rfind("(COM");
+    if (open == std::string::npos || name.empty() || name.back() != ')') return false;
+    return Digits(name.substr(open + 4, name.size() - open - 5)) > 0;
+}
+
 int ComNumberOfNode(const std::string& node) {
     auto after = [&](const char* prefix) -> long {
         const std::string p = prefix;

@@ -17,6 +17,8 @@ PidClass ClassOf(const std::string& instanceId);
 std::string PortNameOf(const std::string& friendlyName);
 // The number after the three letters of a port name; 0 when it is not numeric.
 int PortNumberOf(const std::string& portName);
+// Whether the friendly name ends in a COM port, "(COM<n>)" with n > 0.
+bool NamesSerialPort(const std::string& friendlyName);
 
 // Serial node name (no folder) <-> COM number: ttyACM<k> is COM k+1, ttyUSB<k> COM k+101.
 int ComNumberOfNode(const std::string& nodeName);  // 0: not a serial node we map

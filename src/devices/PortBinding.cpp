@@ -1,5 +1,7 @@
 #include "devices/PortBinding.h"
 
+#include <strings.h>
+
 #include "app/Messages.h"
 #include "app/Station.h"
 #include "devices/DeviceText.h"
@@ -28,6 +30,12 @@ bool PortBinding::HasWorker(int i) {
 }
 
 platform::LResult PortBinding::OnDeviceEvent(const DeviceEventRecord& record) {
+    // A device that sits on no known socket can be bound to nothing: it is dropped
+    // before any probing, so no binding without a location is ever made or saved.
+    if (record.arrived && record.location[0] == '\0') {
+        Log(std::string("no location: ") + app::FieldText(record.instanceId));
+        return 0;
+    }
     switch (record.kind) {
         case app::EVENT_MTK: OnMtkEvent(record); break;
         case app::EVENT_SPRD: OnSerialEvent(record, false); break;
@@ -56,7 +64,7 @@ void PortBinding::OnMtkEvent(const DeviceEventRecord& record) {
             }
             Log("HasBinded_MTK run");
         } else {
-            SignalRemoval(app::FieldText(info.friendlyName));
+            SignalRemoval(info);
             AutoStopCheck();
         }
     }
@@ -77,7 +85,7 @@ void PortBinding::OnSerialEvent(const DeviceEventRecord& record, bool portCheck)
         Log("HasBinded_SPRD run");
     } else {
         if (portCheck) station_.clock.Sleep(500);
-        SignalRemoval(app::FieldText(info.friendlyName));
+        SignalRemoval(info);
     }
     station_.clock.Sleep(50);
 }
@@ -87,7 +95,26 @@ bool PortBinding::DispatchToSlot(int i, const app::DeviceInfo& info) {
     if (!worker) return false;
     worker->SetThreadIndex(i);
     worker->AcceptDevice(info);
+    ForgetPortElsewhere(i, info);
     return true;
+}
+
+void PortBinding::ForgetPortElsewhere(int slot, const app::DeviceInfo& info) {
+    // Port numbers are reused lowest-free: a slot whose phone has gone must not keep
+    // the number that now belongs to this phone, or SPRD messages keyed by it
+    // ("(COM%d)") would reach that slot.
+    const std::string name = app::FieldText(info.friendlyName);
+    if (!NamesSerialPort(name)) return;
+    const std::string port = name.substr(name.rfind("(COM"));
+    for (int i = 0; i < kSlotCount; ++i) {
+        if (i == slot) continue;
+        std::string com = station_.bindings.ComName(i);
+        const auto at = com.find(port);
+        if (at == std::string::npos) continue;
+        com.erase(at, port.size());
+        while (!com.empty() && com.back() == ' ') com.pop_back();
+        station_.bindings.SetComName(i, com);
+    }
 }
 
 bool PortBinding::HasBinded_MTK(const app::DeviceInfo& info) {
@@ -121,6 +148,7 @@ bool PortBinding::Bind_MTKDev_LS(const app::DeviceInfo& info) {
         // Spreads the BROM handshakes of phones plugged together over time.
         station_.clock.Sleep(100 * i);
         worker->AcceptDevice(info);
+        ForgetPortElsewhere(i, info);
         t.SetLsLocation(i, location);
         t.SetState(i, app::BIND_BROM_BINDED);
         return true;
@@ -176,8 +204,21 @@ bool PortBinding::Bind_SPRDDev(const app::DeviceInfo& info) {
     return false;
 }
 
-bool PortBinding::SignalRemoval(const std::string& friendlyName) {
-    return manager_.SignalRemoval(friendlyName);
+bool PortBinding::SignalRemoval(const app::DeviceInfo& gone) {
+    // Matched by name as always, and also by instance ID where both are known: the
+    // ID names the socket, so a slot still holding a gone phone's name (a reused port
+    // number on another socket) cannot take this phone's removal.
+    const std::string name = app::FieldText(gone.friendlyName);
+    const std::string id = app::FieldText(gone.instanceId);
+    for (int i = 0; engine::DownloadWorker* w = manager_.WorkerAt(i); ++i) {
+        const app::DeviceInfo held = w->Device();
+        if (strcasecmp(app::FieldText(held.friendlyName).c_str(), name.c_str()) != 0) continue;
+        const std::string heldId = app::FieldText(held.instanceId);
+        if (!id.empty() && !heldId.empty() && heldId != id) continue;
+        w->NotifyDevice(engine::NOTIFY_REMOVED, "");
+        return true;
+    }
+    return false;
 }
 
 void PortBinding::AutoStopCheck() {

@@ -43,7 +43,8 @@ public:
     bool Bind_SPRDDev(const app::DeviceInfo& info);
     // False when slot i has no worker.
     bool DispatchToSlot(int i, const app::DeviceInfo& info);
-    bool SignalRemoval(const std::string& friendlyName);
+    // The first worker holding the gone device (same name, same instance ID) is told.
+    bool SignalRemoval(const app::DeviceInfo& gone);
     void AutoStopCheck();
 
     static app::DeviceInfo InfoOf(const DeviceEventRecord& record);
@@ -52,6 +53,7 @@ private:
     void OnMtkEvent(const DeviceEventRecord& record);
     void OnSerialEvent(const DeviceEventRecord& record, bool portCheck);
     bool HasWorker(int i);
+    void ForgetPortElsewhere(int slot, const app::DeviceInfo& info);
     void Log(const std::string& text);
 
     app::Station& station_;

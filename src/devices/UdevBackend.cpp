@@ -13,6 +13,8 @@
 #include <memory>
 
 #include "devices/DeviceText.h"
+#include "devices/KernelDrivers.h"
+#include "devices/UsbTopology.h"
 
 namespace quorvel::devices {
 
@@ -66,47 +68,72 @@ std::string InstanceIdOf(udev_device* d) {
     return id;
 }
 
-// The hub a USB device hangs off and its 1-based port there: the last number of
-// its devpath ("1.4" -> 4, "3" -> 3). False for root hubs and odd names.
-bool HubPortOf(udev_device* usb, udev_device*& hub, unsigned& port) {
-    hub = udev_device_get_parent_with_subsystem_devtype(usb, "usb", "usb_device");
-    const std::string devpath = Attr(usb, "devpath");
-    if (!hub || devpath.empty() || devpath == "0") return false;
-    const auto cut = devpath.find_last_of('.');
-    const std::string last = cut == std::string::npos ? devpath : devpath.substr(cut + 1);
-    char* end = nullptr;
-    port = static_cast<unsigned>(std::strtoul(last.c_str(), &end, 10));
-    return end && *end == '\0' && port > 0;
+bool IsRootHub(udev_device* usb) {
+    return udev_device_get_parent_with_subsystem_devtype(usb, "usb", "usb_device") == nullptr;
 }
 
-// "<hub sysfs name>\PORT<n>": the socket, whatever is plugged into it and however often.
+// The host controller above a root hub, named as udev's path_id names it.
+std::string ControllerPathOf(udev_device* usb) {
+    udev_device* root = usb;
+    while (udev_device* up = udev_device_get_parent_with_subsystem_devtype(root, "usb", "usb_device")) root = up;
+    udev_device* controller = udev_device_get_parent(root);
+    if (!controller) return "";
+    const std::string subsystem = Text(udev_device_get_subsystem(controller));
+    if (subsystem.empty() || subsystem == "usb") return "";
+    return subsystem + "-" + Text(udev_device_get_sysname(controller));
+}
+
+HubFacts HubFactsOf(udev_device* hub) {
+    HubFacts f;
+    f.idPath = Text(udev_device_get_property_value(hub, "ID_PATH_WITH_USB_REVISION"));
+    f.controllerPath = ControllerPathOf(hub);
+    f.devpath = Attr(hub, "devpath");
+    if (f.devpath.empty() || IsRootHub(hub)) f.devpath = "0";
+    f.sysname = Text(udev_device_get_sysname(hub));
+    f.usb3 = std::atoi(Attr(hub, "speed").c_str()) >= 5000;
+    return f;
+}
+
+// The hub a USB device hangs off and its 1-based port there. False for root hubs
+// and odd names.
+bool HubPortOf(udev_device* usb, udev_device*& hub, unsigned& port) {
+    hub = udev_device_get_parent_with_subsystem_devtype(usb, "usb", "usb_device");
+    port = PortOfDevpath(Attr(usb, "devpath"));
+    return hub && port > 0;
+}
+
+// "<hub's physical path>\PORT<n>": the socket, whatever is plugged into it and however often.
 std::string LocationOf(udev_device* d) {
     udev_device* usb = UsbDeviceOf(d);
     udev_device* hub = nullptr;
     unsigned port = 0;
     if (!usb || !HubPortOf(usb, hub, port)) return "";
-    return Text(udev_device_get_sysname(hub)) + "\\PORT" + std::to_string(port);
+    return SocketLocation(HubIdentity(HubFactsOf(hub)), port);
+}
+
+int ComOfNodePath(const std::string& path) {
+    return path.empty() ? 0 : ComNumberOfNode(path.substr(path.find_last_of('/') + 1));
+}
+
+// The COM number of the first serial node below the device; 0 when it has none (yet).
+int ComOf(struct udev* u, udev_device* d) {
+    std::unique_ptr<udev_enumerate, UdevDeleter> e(udev_enumerate_new(u));
+    if (!e) return 0;
+    udev_enumerate_add_match_parent(e.get(), d);
+    udev_enumerate_add_match_subsystem(e.get(), "tty");
+    udev_enumerate_scan_devices(e.get());
+    udev_list_entry* entry;
+    udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(e.get())) {
+        const std::string path = udev_list_entry_get_name(entry);
+        if (const int n = ComNumberOfNode(path.substr(path.find_last_of('/') + 1)); n > 0) return n;
+    }
+    return 0;
 }
 
 // "<product> (COM<n>)" when a serial node hangs below the device.
 std::optional<std::string> FriendlyNameOfDevice(struct udev* u, udev_device* d) {
     std::string product = Attr(UsbDeviceOf(d), "product");
-    int com = 0;
-    std::unique_ptr<udev_enumerate, UdevDeleter> e(udev_enumerate_new(u));
-    if (e) {
-        udev_enumerate_add_match_parent(e.get(), d);
-        udev_enumerate_add_match_subsystem(e.get(), "tty");
-        udev_enumerate_scan_devices(e.get());
-        udev_list_entry* entry;
-        udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(e.get())) {
-            const std::string path = udev_list_entry_get_name(entry);
-            const int n = ComNumberOfNode(path.substr(path.find_last_of('/') + 1));
-            if (n > 0) {
-                com = n;
-                break;
-            }
-        }
-    }
+    const int com = ComOf(u, d);
     if (product.empty() && com == 0) return std::nullopt;
     if (com == 0) return product;
     return (product.empty() ? std::string("USB Serial Port") : product) + " (COM" + std::to_string(com) + ")";
@@ -115,7 +142,7 @@ std::optional<std::string> FriendlyNameOfDevice(struct udev* u, udev_device* d) 
 }  // namespace
 
 UdevBackend::UdevBackend(platform::SysPaths paths, std::map<std::string, std::string> aliases)
-    : paths_(std::move(paths)), aliases_(std::move(aliases)) {
+    : paths_(std::move(paths)), aliases_(std::move(aliases)), release_(KernelRelease()) {
     stopFd_ = ::eventfd(0, EFD_CLOEXEC);
     if (stopFd_ >= 0) watcher_ = std::thread([this] { Watch(); });
 }
@@ -160,6 +187,7 @@ std::vector<app::HubPortEntry> UdevBackend::EnumerateHubPorts() {
     std::vector<std::pair<std::string, int>> hubs;
     ForEach(u.get(), "usb", "usb_device", [&](udev_device* d) {
         if (Attr(d, "bDeviceClass") != "09") return;
+        if (IsUsb11RootHub(IsRootHub(d), Attr(d, "version"), Attr(d, "speed"))) return;
         const int n = std::atoi(Attr(d, "maxchild").c_str());
         if (n > 0) hubs.emplace_back(InstanceIdOf(d), n);
     });
@@ -179,10 +207,11 @@ std::vector<app::DeviceInfo> UdevBackend::EnumeratePreloaderDevices() {
     if (!u) return found;
     ForEach(u.get(), "usb", "usb_device", [&](udev_device* d) {
         // The product string of a preloader is not the Windows driver's name, so
-        // its product id counts as well as the name.
+        // its ids count as well as the name; PID 2000 alone is any vendor's.
         const auto name = FriendlyNameOfDevice(u.get(), d);
         if (!name) return;
-        if (name->find("PreLoader") == std::string::npos && ClassOf(InstanceIdOf(d)) != PID_PRELOADER) return;
+        const bool mtkPreloader = Attr(d, "idVendor") == "0e8d" && ClassOf(InstanceIdOf(d)) == PID_PRELOADER;
+        if (name->find("PreLoader") == std::string::npos && !mtkPreloader) return;
         udev_device* hub = nullptr;
         unsigned port = 0;
         if (!HubPortOf(d, hub, port)) return;
@@ -198,8 +227,11 @@ std::vector<app::DeviceInfo> UdevBackend::EnumeratePreloaderDevices() {
 }
 
 bool UdevBackend::ServiceExists(const std::string& service) {
+    return DriverAvailable(paths_, release_, DriverOf(service));
+}
+
+bool UdevBackend::DriverLoaded(const std::string& driver) const {
     struct stat st {};
-    const std::string driver = DriverOf(service);
     return !driver.empty() && ::stat((paths_.sys + "/bus/usb/drivers/" + driver).c_str(), &st) == 0;
 }
 
@@ -207,16 +239,28 @@ std::vector<UdevBackend::Interface> UdevBackend::InterfacesOf(const std::string&
     std::vector<Interface> list;
     Udev u(udev_new());
     if (!u) return list;
+    std::vector<Interface> all;
+    std::vector<InterfaceFacts> facts;
     ForEach(u.get(), "usb", "usb_interface", [&](udev_device* d) {
         if (Text(udev_device_get_driver(d)) != driver) return;
-        list.push_back({Text(udev_device_get_sysname(d)), InstanceIdOf(d), LocationOf(d)});
+        udev_device* usb = UsbDeviceOf(d);
+        InterfaceFacts f;
+        f.sysname = Text(udev_device_get_sysname(d));
+        f.device = usb ? Text(udev_device_get_sysname(usb)) : f.sysname;
+        const std::string cls = Attr(d, "bInterfaceClass");
+        f.interfaceClass = cls.empty() ? -1 : static_cast<int>(std::strtol(cls.c_str(), nullptr, 16));
+        f.hasSerialPort = ComOf(u.get(), d) > 0;
+        facts.push_back(f);
+        all.push_back({f.sysname, InstanceIdOf(d), LocationOf(d)});
     });
-    std::sort(list.begin(), list.end(), [](const Interface& a, const Interface& b) { return a.sysname < b.sysname; });
+    // One entry per phone: never the data half of a CDC pair, nor a second interface.
+    for (std::size_t i : PhoneInterfaces(facts)) list.push_back(all[i]);
     return list;
 }
 
 std::optional<std::vector<std::string>> UdevBackend::ServiceDevices(const std::string& service) {
-    if (!ServiceExists(service)) return std::nullopt;
+    // A driver that is not loaded has never had a device: no list yet.
+    if (!DriverLoaded(DriverOf(service))) return std::nullopt;
     std::vector<std::string> ids;
     for (const auto& i : InterfacesOf(DriverOf(service))) ids.push_back(i.instanceId);
     return ids;
@@ -244,6 +288,102 @@ std::optional<std::string> UdevBackend::FriendlyNameOf(const std::string& instan
     auto it = names_.find(instanceId);
     if (it == names_.end()) return std::nullopt;
     return it->second;
+}
+
+namespace {
+bool IsPhone(udev_device* usb) {
+    const std::string vid = Attr(usb, "idVendor"), pid = Attr(usb, "idProduct");
+    return (vid == "0e8d" && (pid == "0003" || pid == "2000" || pid == "2001")) ||
+           (vid == "1782" && (pid == "4d00" || pid == "4d03"));
+}
+
+// The first serial node below a USB device, as a /dev path; empty when none.
+std::string NodeBelow(struct udev* u, udev_device* usb, const std::string& dev) {
+    std::unique_ptr<udev_enumerate, UdevDeleter> e(udev_enumerate_new(u));
+    if (!e) return "";
+    udev_enumerate_add_match_parent(e.get(), usb);
+    udev_enumerate_add_match_subsystem(e.get(), "tty");
+    udev_enumerate_scan_devices(e.get());
+    udev_list_entry* entry;
+    udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(e.get())) {
+        const std::string path = udev_list_entry_get_name(entry);
+        const std::string name = path.substr(path.find_last_of('/') + 1);
+        if (ComNumberOfNode(name) > 0) return dev + "/" + name;
+    }
+    return "";
+}
+}  // namespace
+
+std::vector<SocketRow> UdevBackend::Sockets() {
+    std::vector<SocketRow> rows;
+    Udev u(udev_new());
+    if (!u) return rows;
+    std::map<std::string, std::map<unsigned, udev_device*>> plugged;  // hub syspath -> port -> device
+    std::vector<Device> keep;
+    ForEach(u.get(), "usb", "usb_device", [&](udev_device* d) {
+        keep.emplace_back(udev_device_ref(d));
+        udev_device* hub = nullptr;
+        unsigned port = 0;
+        if (HubPortOf(d, hub, port)) plugged[Text(udev_device_get_syspath(hub))][port] = d;
+    });
+    for (const auto& d : keep) {
+        udev_device* hub = d.get();
+        if (Attr(hub, "bDeviceClass") != "09") continue;
+        if (IsUsb11RootHub(IsRootHub(hub), Attr(hub, "version"), Attr(hub, "speed"))) continue;
+        const int n = std::atoi(Attr(hub, "maxchild").c_str());
+        const std::string identity = HubIdentity(HubFactsOf(hub));
+        for (int p = 1; p <= n; ++p) {
+            SocketRow row;
+            row.location = SocketLocation(identity, static_cast<unsigned>(p));
+            auto& ports = plugged[Text(udev_device_get_syspath(hub))];
+            if (auto it = ports.find(static_cast<unsigned>(p)); it != ports.end()) {
+                udev_device* dev = it->second;
+                row.ids = Attr(dev, "idVendor") + ":" + Attr(dev, "idProduct");
+                row.product = Attr(dev, "product");
+                row.cls = Attr(dev, "bDeviceClass");
+                // The driver of its first bound interface, and the interface class when
+                // the device leaves the class to its interfaces.
+                const std::string devPath = Text(udev_device_get_syspath(dev));
+                ForEach(u.get(), "usb", "usb_interface", [&](udev_device* i) {
+                    udev_device* parent = udev_device_get_parent(i);
+                    if (!parent || Text(udev_device_get_syspath(parent)) != devPath) return;
+                    if (row.driver.empty()) row.driver = Text(udev_device_get_driver(i));
+                    if (row.cls == "00" || row.cls.empty()) row.cls = Attr(i, "bInterfaceClass");
+                });
+                if (Attr(dev, "bDeviceClass") != "09") row.node = NodeBelow(u.get(), dev, paths_.dev);  // not a hub's
+                if (const int com = ComOfNodePath(row.node); com > 0) row.com = "COM" + std::to_string(com);
+            }
+            rows.push_back(row);
+        }
+    }
+    return rows;
+}
+
+void UdevBackend::AddDeviceFacts(BenchFacts& facts) {
+    Udev u(udev_new());
+    if (!u) return;
+    std::map<std::string, int> perController;
+    ForEach(u.get(), "usb", "usb_device", [&](udev_device* d) {
+        std::string controller = ControllerPathOf(d);
+        if (controller.empty()) controller = "bus " + Attr(d, "busnum");
+        ++perController[controller];
+        // A hub's empty sockets are devices waiting to come.
+        if (Attr(d, "bDeviceClass") == "09") perController[controller] += std::atoi(Attr(d, "maxchild").c_str());
+        if (!IsPhone(d)) return;
+        PhoneNode p;
+        p.device = Text(udev_device_get_sysname(d));
+        p.autosuspend = Attr(d, "power/control") == "auto";
+        p.node = NodeBelow(u.get(), d, paths_.dev);
+        if (!p.node.empty()) {
+            p.accessible = ::access(p.node.c_str(), R_OK | W_OK) == 0;
+            const std::string name = p.node.substr(p.node.find_last_of('/') + 1);
+            Device tty(udev_device_new_from_subsystem_sysname(u.get(), "tty", name.c_str()));
+            p.modemManagerIgnores =
+                tty && Text(udev_device_get_property_value(tty.get(), "ID_MM_DEVICE_IGNORE")) == "1";
+        }
+        facts.phones.push_back(p);
+    });
+    for (const auto& [controller, n] : perController) facts.controllers.emplace_back(controller, n);
 }
 
 std::string UdevBackend::SerialNodeOf(int comNumber) {

@@ -1,8 +1,9 @@
 #pragma once
 // The device backend of a real bench, on udev: hubs and their port counts from the
 // USB topology, Windows-shaped instance IDs (USB\VID_xxxx&PID_xxxx\<sysfs name>) so
-// the station's text rules work unchanged, socket locations "<hub sysfs name>\PORT<n>"
-// that stay the same across re-plugging, driver services as kernel drivers through
+// the station's text rules work unchanged, one device per phone (the interface that
+// owns the serial port), socket locations "<hub's physical path>\PORT<n>" that stay
+// the same across re-plugging, reboots and added controllers, driver services as kernel drivers through
 // the alias table, friendly names "<product> (COM<n>)" from the serial node, and
 // hot-plug from a udev monitor. Any thread may call; each call opens its own udev
 // context, and one background thread watches the monitor.
@@ -12,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "devices/BenchSurvey.h"
 #include "devices/DeviceBackend.h"
 #include "platform/SysPaths.h"
 
@@ -37,18 +39,25 @@ public:
     std::string SerialNodeOf(int comNumber) override;
     ChangeSignal& Changes() override { return changes_; }
 
+    // Every socket of every hub (USB 1.1 root hubs left out), with what is plugged in.
+    std::vector<SocketRow> Sockets();
+    // The phones' serial nodes and the load of each controller.
+    void AddDeviceFacts(BenchFacts& facts);
+
     std::string DriverOf(const std::string& service) const;
+    bool DriverLoaded(const std::string& driver) const;
 
 private:
     struct Interface {
         std::string sysname, instanceId, location;
     };
-    // The USB interfaces bound to the driver, sorted by sysfs name.
+    // The phones' interfaces bound to the driver, sorted by sysfs name.
     std::vector<Interface> InterfacesOf(const std::string& driver);
     void Watch();
 
     platform::SysPaths paths_;
     std::map<std::string, std::string> aliases_;
+    std::string release_;
     ChangeSignal changes_;
     std::mutex namesMutex_;
     std::map<std::string, std::string> names_;  // last known name of each device asked about

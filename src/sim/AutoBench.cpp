@@ -7,7 +7,9 @@ namespace quorvel::sim {
 AutoBench::AutoBench(SimBench& bench, platform::Clock& clock, std::function<PhoneKind()> kindNow)
     : bench_(bench), clock_(clock), kindNow_(std::move(kindNow)) {}
 
-AutoBench::~AutoBench() { Stop(); }
+AutoBench::~AutoBench() {
+    Stop();
+}
 
 void AutoBench::Start() {
     std::lock_guard g(mutex_);
@@ -66,9 +68,8 @@ void AutoBench::Run() {
             taken[i] = bench_.Plug(socket, kindNow_(), profile);
             // Long enough for the whole job, its phone switches and a binding queue of
             // sixteen sockets; a job still running then keeps its phone in.
-            const double transferMs = profile.speedMBps > 0
-                                          ? static_cast<double>(profile.sizeBytes >> 20) / profile.speedMBps * 1000
-                                          : 0;
+            const double transferMs =
+                profile.speedMBps > 0 ? static_cast<double>(profile.sizeBytes >> 20) / profile.speedMBps * 1000 : 0;
             due[i] = clock_.Now() + profile.durationMs + static_cast<platform::Millis>(transferMs) + 20000;
         }
         lk.lock();

@@ -74,6 +74,9 @@ std::optional<Scenario> ParseScenario(const std::string& text, std::string* erro
         } else if (action == "unplug" && w.size() == 3 && Number(w[2], 255, socket)) {
             step.action = ScenarioStep::UNPLUG;
             step.socket = static_cast<int>(socket);
+        } else if (action == "serial-delay" && w.size() == 3 && Number(w[2], 60000LL, socket)) {
+            step.action = ScenarioStep::SERIAL_DELAY;
+            step.delay = socket;
         } else if (action == "plug" && w.size() >= 4 && Number(w[2], 255, socket)) {
             step.action = ScenarioStep::PLUG;
             step.socket = static_cast<int>(socket);
@@ -113,6 +116,10 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, SimBen
                 break;
             case ScenarioStep::UNPLUG:
                 note(st, (bench.Unplug(st.socket) ? "unplug " : "unplug refused ") + std::to_string(st.socket));
+                break;
+            case ScenarioStep::SERIAL_DELAY:
+                bench.SetSerialDelay(st.delay);
+                note(st, "serial-delay " + std::to_string(st.delay));
                 break;
             case ScenarioStep::END: note(st, "end"); break;
         }

@@ -7,6 +7,7 @@
 //   200    plug 0 brom              socket 0 gets a phone (brom, preloader, sprd, cfg)
 //   200    plug 1 sprd fail step=2 duration=3000 size=64
 //   9000   unplug 0
+//   0      serial-delay 300         later phones' serial ports appear 300 ms after them
 //   15000  end                      the scenario ends here (default: after the last step)
 //
 // Parsing is pure; running sleeps through the station clock on the caller's thread.
@@ -23,9 +24,10 @@
 namespace quorvel::sim {
 
 struct ScenarioStep {
-    enum Action { PRESS, PLUG, UNPLUG, END } action;
+    enum Action { PRESS, PLUG, UNPLUG, SERIAL_DELAY, END } action;
     platform::Millis at = 0;
     int socket = -1;
+    platform::Millis delay = 0;  // SERIAL_DELAY
     PhoneKind kind = PhoneKind::MTK_BROM;
     engine::PhoneProfile profile;
     int line = 0;

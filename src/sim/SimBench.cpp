@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "devices/UsbTopology.h"
+
 namespace quorvel::sim {
 
 namespace {
@@ -63,17 +65,30 @@ void SimBench::ReturnLoop() {
         if (stopping_) return;
         bool changed = false;
         const platform::Millis now = clock_.Now();
+        // Taken out first: a phone coming back schedules its own serial port.
+        std::vector<Return> due;
         for (auto it = returns_.begin(); it != returns_.end();) {
             if (it->due > now) {
                 ++it;
                 continue;
             }
-            auto p = phones_.find(it->socket);
-            if (p != phones_.end() && p->second.plugId == it->plugId && !p->second.present) {
-                p->second.present = Enumerate(it->socket, p->second, it->keepCom);
+            due.push_back(*it);
+            it = returns_.erase(it);
+        }
+        for (const Return& r : due) {
+            auto p = phones_.find(r.socket);
+            if (p == phones_.end() || p->second.plugId != r.plugId) continue;  // that phone has gone
+            Phone& phone = p->second;
+            if (r.enumeration != 0) {
+                if (phone.present && phone.enumeration == r.enumeration && !phone.portReady) {
+                    phone.portReady = true;
+                    names_[InstanceIdOf(r.socket, phone)] = FriendlyNameOf(phone);
+                    changed = true;
+                }
+            } else if (!phone.present) {
+                phone.present = Enumerate(r.socket, phone, r.keepCom);
                 changed = true;
             }
-            it = returns_.erase(it);
         }
         if (changed) {
             lk.unlock();
@@ -101,12 +116,12 @@ std::string SimBench::LocationOf(int socket, const Phone& phone) const {
     return phone.mode == PhoneMode::BROM ? LsLocation(socket) : HsLocation(socket);
 }
 
-std::string SimBench::InstanceIdOf(int socket, const Phone& phone) const {
+std::string SimBench::InstanceIdOf(int socket, const Phone& phone, int iface) const {
     char id[128];
     const bool brom = phone.mode == PhoneMode::BROM;
     const unsigned vid = phone.kind == PhoneKind::SPRD ? kSprdVid : kMtkVid;
-    std::snprintf(id, sizeof id, "USB\\VID_%04X&PID_%04X\\%s.%d:1.0", vid, PidOf(phone.mode),
-                  HubName(socket, !brom).c_str(), socket % socketsPerHub_ + 1);
+    std::snprintf(id, sizeof id, "USB\\VID_%04X&PID_%04X\\%s.%d:1.%d", vid, PidOf(phone.mode),
+                  HubName(socket, !brom).c_str(), socket % socketsPerHub_ + 1, iface);
     return id;
 }
 
@@ -120,7 +135,21 @@ std::string SimBench::FriendlyNameOf(const Phone& phone) const {
         case PhoneMode::SPRD: base = "SPRD Serial Port"; break;
         case PhoneMode::SPRD_DOWNLOAD: base = "SPRD Download Port"; break;
     }
+    if (!phone.portReady) return base;
     return std::string(base) + " (COM" + std::to_string(phone.com) + ")";
+}
+
+int SimBench::LowestFreeCom() const {
+    for (int n = 1;; ++n) {
+        bool taken = false;
+        for (const auto& [socket, phone] : phones_) taken = taken || phone.com == n;
+        if (!taken) return n;
+    }
+}
+
+void SimBench::SetSerialDelay(platform::Millis ms) {
+    std::lock_guard g(mutex_);
+    serialDelay_ = std::max<platform::Millis>(0, ms);
 }
 
 std::string SimBench::ServiceOf(const Phone& phone) {
@@ -144,7 +173,16 @@ bool SimBench::Enumerate(int socket, Phone& phone, bool keepCom) {
     }
     phone.master = master;
     phone.slavePath = name;
-    if (!keepCom) phone.com = nextCom_++;
+    if (!keepCom) {
+        phone.com = 0;  // its old number is free for itself as for any other
+        phone.com = LowestFreeCom();
+    }
+    ++phone.enumeration;
+    phone.portReady = serialDelay_ == 0;
+    if (!phone.portReady) {
+        returns_.push_back({clock_.Now() + serialDelay_, socket, phone.plugId, false, phone.enumeration});
+        returnsChanged_.notify_all();
+    }
     enumSeen_[ServiceOf(phone)] = true;
     const std::string id = InstanceIdOf(socket, phone);
     names_[id] = FriendlyNameOf(phone);
@@ -286,21 +324,46 @@ bool SimBench::ServiceExists(const std::string& service) {
     return service == "wdm_usb" || service == "sprdvcom";
 }
 
+std::vector<std::string> SimBench::PhoneIdsLocked(const std::string& service,
+                                                  std::vector<std::string>* locations) const {
+    // Every interface bound to the driver, as the kernel lists them; the station's rule
+    // picks the phone's own.
+    std::vector<devices::InterfaceFacts> facts;
+    std::vector<std::pair<std::string, std::string>> idAndLocation;
+    for (const auto& [socket, phone] : phones_) {
+        if (!phone.present || ServiceOf(phone).find(service) == std::string::npos) continue;
+        const bool cdc = ServiceOf(phone) == "wdm_usb";
+        for (int iface = 0; iface < (cdc ? 2 : 1); ++iface) {
+            const std::string id = InstanceIdOf(socket, phone, iface);
+            devices::InterfaceFacts f;
+            f.sysname = id.substr(id.find_last_of('\\') + 1);
+            f.device = f.sysname.substr(0, f.sysname.find(':'));
+            f.interfaceClass = iface == 1 ? devices::kCdcDataClass : (cdc ? 0x02 : 0xFF);
+            f.hasSerialPort = iface == 0 && phone.portReady;
+            facts.push_back(f);
+            idAndLocation.emplace_back(id, LocationOf(socket, phone));
+        }
+    }
+    std::vector<std::string> ids;
+    for (std::size_t i : devices::PhoneInterfaces(facts)) {
+        ids.push_back(idAndLocation[i].first);
+        if (locations) locations->push_back(idAndLocation[i].second);
+    }
+    return ids;
+}
+
 std::optional<std::vector<std::string>> SimBench::ServiceDevices(const std::string& service) {
     std::lock_guard g(mutex_);
     if (!ServiceExists(service) || !enumSeen_.count(service)) return std::nullopt;
-    std::vector<std::string> ids;
-    for (const auto& [socket, phone] : phones_)
-        if (phone.present && ServiceOf(phone) == service) ids.push_back(InstanceIdOf(socket, phone));
-    return ids;
+    return PhoneIdsLocked(service, nullptr);
 }
 
 devices::PortTable SimBench::BuildPortTable(const std::string& service) {
     std::lock_guard g(mutex_);
     devices::PortTable table;
-    for (const auto& [socket, phone] : phones_)
-        if (phone.present && ServiceOf(phone).find(service) != std::string::npos)
-            table.Add(LocationOf(socket, phone), InstanceIdOf(socket, phone));
+    std::vector<std::string> locations;
+    const auto ids = PhoneIdsLocked(service, &locations);
+    for (std::size_t i = 0; i < ids.size(); ++i) table.Add(locations[i], ids[i]);
     return table;
 }
 
@@ -315,7 +378,7 @@ std::optional<std::string> SimBench::FriendlyNameOf(const std::string& instanceI
 std::string SimBench::SerialNodeOf(int comNumber) {
     std::lock_guard g(mutex_);
     for (const auto& [socket, phone] : phones_)
-        if (phone.present && phone.com == comNumber) return phone.slavePath;
+        if (phone.present && phone.portReady && phone.com == comNumber) return phone.slavePath;
     return "";
 }
 

@@ -4,6 +4,10 @@
 // list of its driver service in its current mode, with a friendly name ending in
 // "(COM<n>)" backed by a real pseudo-terminal, and re-enumerates when the simulated
 // engine switches it (BROM to DA, SPRD to its download port).
+// Phones present themselves as real ones do: an MTK phone (cdc_acm) has two
+// interfaces, the control half owning the serial port and the data half; the serial
+// port appears SetSerialDelay ms after the interface (0 by default); port numbers
+// are reused lowest-free; every mode switch is a new device.
 // A SPRD phone switched to its download port is gone for a moment (kReEnumerateMs
 // on the clock) before it shows up again, as a real one is; the worker relies on
 // that pause. A BROM phone shows up in DA mode at once, because the simulated MTK
@@ -39,6 +43,8 @@ public:
     ~SimBench() override;
 
     int SocketCount() const { return hubs_ * socketsPerHub_; }
+    // How long after a phone (or its new mode) appears its serial port does; for later plugs.
+    void SetSerialDelay(platform::Millis ms);
     // Sockets are numbered from 0 across the hubs.
     std::string HsLocation(int socket) const;
     std::string LsLocation(int socket) const;
@@ -70,14 +76,17 @@ private:
         int master = -1;  // pseudo-terminal master; the slave is the COM port
         std::string slavePath;
         engine::PhoneProfile profile;
-        std::uint64_t plugId = 0;  // tells a re-plugged phone from the one that left
-        bool present = true;       // false while re-enumerating
+        std::uint64_t plugId = 0;       // tells a re-plugged phone from the one that left
+        bool present = true;            // false while re-enumerating
+        bool portReady = true;          // its serial port exists
+        std::uint64_t enumeration = 0;  // counts its enumerations
     };
     struct Return {
         platform::Millis due;
         int socket;
         std::uint64_t plugId;
         bool keepCom;
+        std::uint64_t enumeration = 0;  // non-zero: only the serial port of that enumeration appears
     };
     void ReturnLoop();
     void OnSwitch(const engine::SwitchEvent& event);
@@ -85,8 +94,10 @@ private:
     // COM number unless `keepCom`.
     bool Enumerate(int socket, Phone& phone, bool keepCom);
     void Release(Phone& phone);
-    std::string InstanceIdOf(int socket, const Phone& phone) const;
+    std::string InstanceIdOf(int socket, const Phone& phone, int iface = 0) const;
     std::string FriendlyNameOf(const Phone& phone) const;
+    // The phones' own interfaces of the service (sorted by sysfs name), with their locations.
+    std::vector<std::string> PhoneIdsLocked(const std::string& service, std::vector<std::string>* locations) const;
     std::string LocationOf(int socket, const Phone& phone) const;
     static std::string ServiceOf(const Phone& phone);
     std::string HubName(int socket, bool hs) const;
@@ -98,7 +109,8 @@ private:
     std::map<int, Phone> phones_;               // by socket
     std::map<std::string, bool> enumSeen_;      // services that have had a device
     std::map<std::string, std::string> names_;  // friendly names of every device seen
-    int nextCom_ = 1;
+    int LowestFreeCom() const;
+    platform::Millis serialDelay_ = 0;
     std::uint64_t nextPlugId_ = 1;
     platform::Clock& clock_;
     std::condition_variable returnsChanged_;

@@ -155,6 +155,26 @@ TEST_F(StationRunE2e, BromPhoneIsBoundByBothLocationsPassesAndKeepsItsSlotAfterA
     }
 }
 
+// Phones as the kernel presents them: two interfaces each, serial ports that come
+// late, a port number freed by one phone and reused by the next.
+TEST_F(StationRunE2e, ThreePhonesGiveThreeRowsThreeJobsAndNoBindingWithoutALocation) {
+    {
+        Process p(dir);
+        ASSERT_TRUE(p.Init());
+        p.Bench().SetSerialDelay(300);
+        p.PressStartStop();
+        for (int socket : {1, 2, 3}) ASSERT_TRUE(p.Bench().Plug(socket, sim::PhoneKind::MTK_PRELOADER, QuickPhone()));
+        ASSERT_TRUE(Process::Await([&] { return p.station->statistics.Total() == 3; }));
+        EXPECT_EQ(p.station->slotList.RowCount(), 3);
+        std::vector<std::string> bound;
+        for (int i = 0; i < 4; ++i) bound.push_back(p.station->bindings.HsLocation(i));
+        EXPECT_EQ(bound, (std::vector<std::string>{p.Bench().HsLocation(1), p.Bench().HsLocation(2),
+                                                   p.Bench().HsLocation(3), "NA"}));
+    }
+    EXPECT_EQ(platform::ProfileIni::ReadString(dir.File("Config/TestResult.ini"), "total", "NUM", "?", 32), "3");
+    for (int i = 0; i < kSlotCount; ++i) EXPECT_NE(Saved("USBPORTINFO", i), "") << i;
+}
+
 TEST_F(StationRunE2e, SprdPhonesAreServedThroughBothPhasesAndTheirUnplugKeepsTheRun) {
     test::WritePac(dir.File("fw/phone.pac"), test::TypicalSprdPac());
     WriteSettings(dir.File("fw/phone.pac"));

@@ -2,7 +2,12 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
+
+#include <fstream>
 
 #include "DeviceTestKit.h"
 #include "devices/ComProbe.h"
@@ -62,6 +67,73 @@ TEST_F(ComProbeTest, PortHeldByAnotherOpenerFailsEveryAttempt) {
     EXPECT_EQ(asked.size(), 100u);
     EXPECT_EQ(took, 1000);
     ::close(other);
+}
+
+// Another process holds the port (as root we could open it anyway): every attempt
+// fails, and its pending input, line settings and exclusive flag stay as they were.
+TEST_F(ComProbeTest, PortHeldByAnotherProcessIsLeftAlone) {
+    int master = ::posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(master, 0);
+    char slave[128];
+    ASSERT_TRUE(::grantpt(master) == 0 && ::unlockpt(master) == 0 && ::ptsname_r(master, slave, sizeof slave) == 0);
+    int ready[2], done[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    ASSERT_EQ(::pipe(done), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const int fd = ::open(slave, O_RDWR | O_NOCTTY);
+        termios tio{};
+        ::tcgetattr(fd, &tio);
+        ::cfmakeraw(&tio);
+        ::cfsetspeed(&tio, B9600);
+        ::tcsetattr(fd, TCSANOW, &tio);
+        ::ioctl(fd, TIOCEXCL);
+        char c = 1;
+        [[maybe_unused]] auto w = ::write(ready[1], &c, 1);
+        [[maybe_unused]] auto r = ::read(done[0], &c, 1);
+        char got[8] = {};
+        int excl = 0;
+        ::ioctl(fd, TIOCGEXCL, &excl);
+        ::tcgetattr(fd, &tio);
+        const bool intact =
+            ::read(fd, got, 5) == 5 && std::string(got) == "hello" && excl == 1 && ::cfgetispeed(&tio) == B9600;
+        ::_exit(intact ? 0 : 1);
+    }
+    char c = 0;
+    ASSERT_EQ(::read(ready[0], &c, 1), 1);
+    ASSERT_EQ(::write(master, "hello", 5), 5);
+    nodeOf = [&](int) { return std::string(slave); };
+    const auto [ok, took] = Run("Port (COM5)");
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(took, 1000);
+    ASSERT_EQ(::write(done[1], &c, 1), 1);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the holder's port was disturbed";
+    for (int fd : {master, ready[0], ready[1], done[0], done[1]}) ::close(fd);
+}
+
+// A node we may not open is retried within the attempts and reported once.
+TEST_F(ComProbeTest, NoPermissionIsReportedOnce) {
+    const std::string node = ::testing::TempDir() + "quorvel-ttyACM3";
+    { std::ofstream(node) << ""; }
+    ASSERT_EQ(::chmod(node.c_str(), 0), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::getuid() == 0 && ::setuid(65534) != 0) ::_exit(99);
+        std::vector<std::string> said;
+        test::ClockDriver driver(clock);
+        ComProbe p(
+            clock, [&](int) { return node; }, [&](const std::string& t) { said.push_back(t); });
+        const bool ok = p.Probe("Port (COM4)") || p.Probe("Port (COM4)");
+        const bool once =
+            said == std::vector<std::string>{"no permission on " + node + ": is the udev rule installed?"};
+        ::_exit(!ok && once ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    ::unlink(node.c_str());
 }
 
 TEST_F(ComProbeTest, NamesThatAreNoComPort) {

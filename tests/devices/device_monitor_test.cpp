@@ -23,6 +23,7 @@ public:
     }
     std::optional<std::vector<std::string>> ServiceDevices(const std::string& s) override {
         std::lock_guard g(m);
+        ++passes;
         return services.contains(s) ? services.at(s) : std::nullopt;
     }
     PortTable BuildPortTable(const std::string&) override {
@@ -43,12 +44,21 @@ public:
         }
         changes.Notify();
     }
+    void SetName(const std::string& id, const std::string& name) {
+        std::lock_guard g(m);
+        names[id] = name;
+    }
+    int Passes() {
+        std::lock_guard g(m);
+        return passes;
+    }
 
     std::mutex m;
     std::map<std::string, std::optional<std::vector<std::string>>> services;
     PortTable table;
     std::map<std::string, std::string> names;
     ChangeSignal changes;
+    int passes = 0;
 };
 
 // Keeps every device event as "+id name @location kind" ("-" for a removal).
@@ -58,6 +68,7 @@ public:
         if (msg != MSG_DEVICE_EVENT) return 0;
         const auto& r = *reinterpret_cast<const DeviceEventRecord*>(w);
         std::lock_guard g(m);
+        if (clock) at.push_back(clock->Now());
         seen.push_back((r.arrived ? "+" : "-") + FieldText(r.instanceId) + " " + FieldText(r.friendlyName) + " @" +
                        FieldText(r.location) + " " + std::to_string(r.kind));
         cv.notify_all();
@@ -76,6 +87,8 @@ public:
     std::mutex m;
     std::condition_variable cv;
     Ids seen;
+    platform::Clock* clock = nullptr;
+    std::vector<platform::Millis> at;  // virtual time of each event, when `clock` is set
 };
 
 class DeviceMonitorTest : public ::testing::Test {
@@ -90,18 +103,77 @@ protected:
 TEST_F(DeviceMonitorTest, FirstPassReportsAllThenReEnumerationIsRemovalBeforeArrival) {
     backend.services["wdm_usb"] = Ids{"USB\\BROM\\2-1.1", "USB\\PL\\1-1.2"};
     backend.table.Add("2-1\\PORT1", "USB\\BROM\\2-1.1");
+    backend.names["USB\\BROM\\2-1.1"] = "Phone A (COM1)";
     backend.names["USB\\PL\\1-1.2"] = "Phone B (COM3)";
+    backend.names["USB\\DA\\1-1.1"] = "Phone A (COM2)";
     st.stationRunning = true;
     monitor.Start();
-    // Without a name the ID stands in for it.
-    EXPECT_EQ(sink.Await(2), (Ids{"+USB\\BROM\\2-1.1 USB\\BROM\\2-1.1 @2-1\\PORT1 2",  //
+    EXPECT_EQ(sink.Await(2), (Ids{"+USB\\BROM\\2-1.1 Phone A (COM1) @2-1\\PORT1 2",  //
                                   "+USB\\PL\\1-1.2 Phone B (COM3) @ 2"}));
     backend.SetList("wdm_usb", Ids{"USB\\DA\\1-1.1", "USB\\PL\\1-1.2"});
     const auto seen = sink.Await(4);
-    EXPECT_EQ(Ids(seen.begin() + 2, seen.end()), (Ids{"-USB\\BROM\\2-1.1 USB\\BROM\\2-1.1 @2-1\\PORT1 2",  //
-                                                      "+USB\\DA\\1-1.1 USB\\DA\\1-1.1 @ 2"}));
+    EXPECT_EQ(Ids(seen.begin() + 2, seen.end()), (Ids{"-USB\\BROM\\2-1.1 Phone A (COM1) @2-1\\PORT1 2",  //
+                                                      "+USB\\DA\\1-1.1 Phone A (COM2) @ 2"}));
     st.stationRunning = false;
     monitor.Retire();
+}
+
+// A phone is reported once its serial port is there, at most kSerialPortWaitMs late.
+TEST_F(DeviceMonitorTest, LateSerialPortIsAwaitedReportedOnceAndNeverLost) {
+    constexpr platform::Millis kWait = DeviceMonitor::kSerialPortWaitMs;
+    struct Step {
+        platform::Millis at;
+        std::optional<std::string> name;  // the device's friendly name from then on
+        bool listed;
+    };
+    struct Case {
+        const char* what;
+        std::vector<Step> steps;
+        Ids events;
+        std::vector<platform::Millis> at;
+    };
+    const Case cases[] = {
+        {"port 300 ms late", {{0, "X", true}, {300, "X (COM3)", true}}, {"+X X (COM3) @ 2"}, {300}},
+        {"port never comes", {{0, std::nullopt, true}, {kWait, "X", true}}, {"+X X @ 2"}, {kWait}},
+        {"leaves while awaited, back with a port",
+         {{0, "X", true}, {100, "X", false}, {kWait - 100, "X (COM1)", true}},
+         {"+X X (COM1) @ 2"},
+         {kWait - 100}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        test::StationFixture fx;
+        FakeBackend fake;
+        EventSink events;
+        events.clock = &fx.clock;
+        DeviceMonitor watch{*fx.station, fake, events};
+        fake.services["wdm_usb"] = Ids{};
+        fx.station->stationRunning = true;
+        watch.Start();
+        // Each change or passed deadline is one pass; wait for it to end.
+        auto settle = [&](int before) {
+            for (int i = 0; i < 1000 && fake.Passes() == before; ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            ASSERT_TRUE(fx.clock.AwaitWaiters(1));
+        };
+        settle(0);
+        for (const Step& s : c.steps) {
+            const int before = fake.Passes();
+            const bool deadline = fx.clock.Now() < kWait && s.at >= kWait;
+            fx.clock.AdvanceTo(s.at);
+            if (deadline && fake.Passes() == before) settle(before);
+            const int again = fake.Passes();
+            if (s.name) fake.SetName("X", *s.name);
+            fake.SetList("wdm_usb", s.listed ? Ids{"X"} : Ids{});
+            settle(again);
+        }
+        fx.clock.Advance(10 * kWait);  // nothing more comes, however long we wait
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_EQ(events.Await(c.events.size()), c.events);
+        EXPECT_EQ(events.at, c.at);
+        fx.station->stationRunning = false;
+        watch.Retire();
+    }
 }
 
 TEST_F(DeviceMonitorTest, NoDeviceListYetMeansNoEventsUntilTheFirstDevice) {
@@ -112,6 +184,7 @@ TEST_F(DeviceMonitorTest, NoDeviceListYetMeansNoEventsUntilTheFirstDevice) {
     monitor.Start();
     const std::string longId = "USB\\VID_1782&PID_4D00\\" + std::string(80, '7');
     backend.table.Add("1-2\\PORT3", longId);
+    backend.names[longId] = longId + " (COM1)";
     backend.SetList("sprdvcom", Ids{longId});
     // Texts are cut to their fields; the location is looked up with the full ID.
     const std::string cut = longId.substr(0, 63);
@@ -148,6 +221,7 @@ TEST_F(DeviceMonitorTest, ServiceChoiceByPackageKind) {
 
 TEST_F(DeviceMonitorTest, ANewStartNeverLeavesTwoWatchesAndAStoppedOneEndsAtTheNextChange) {
     backend.services["wdm_usb"] = Ids{"A"};
+    backend.names = {{"A", "A (COM1)"}, {"B", "B (COM2)"}};
     st.stationRunning = true;
     monitor.Start();
     ASSERT_EQ(sink.Await(1).size(), 1u);
@@ -164,11 +238,11 @@ TEST_F(DeviceMonitorTest, ANewStartNeverLeavesTwoWatchesAndAStoppedOneEndsAtTheN
     EXPECT_EQ(monitor.LiveWatches(), 1);
     EXPECT_EQ(sink.Await(0).size(), 1u);
     backend.SetList("wdm_usb", Ids{"A", "B"});
-    EXPECT_EQ(sink.Await(3), (Ids{"+A A @ 2", "+A A @ 2", "+B B @ 2"}));
+    EXPECT_EQ(sink.Await(3), (Ids{"+A A (COM1) @ 2", "+A A (COM1) @ 2", "+B B (COM2) @ 2"}));
     ASSERT_TRUE(f.clock.AwaitWaiters(1));
     st.stationRunning = false;
     backend.SetList("wdm_usb", Ids{"B"});
-    EXPECT_EQ(sink.Await(4).back(), "-A A @ 2");  // the pass that was waiting still reports
+    EXPECT_EQ(sink.Await(4).back(), "-A A (COM1) @ 2");  // the pass that was waiting still reports
     for (int i = 0; i < 500 && monitor.LiveWatches() > 0; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     EXPECT_EQ(monitor.LiveWatches(), 0);

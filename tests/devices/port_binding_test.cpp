@@ -47,7 +47,8 @@ protected:
     engine::SimEngineFactory engines{st, registry};
     engine::DownloadManager manager{st, window, engines};
     test::Pty pty;
-    ComProbe probe{f.clock, [this](int) { return pty.Slave(); }};
+    int probed = 0;
+    ComProbe probe{f.clock, [this](int) { return ++probed, pty.Slave(); }};
     PortBinding binding{st, manager, probe, window};
 };
 
@@ -150,8 +151,12 @@ TEST_F(PortBindingTest, MtkRemovalStopsAnIdleRunAfterOneSecondSerialRemovalDoesN
     EXPECT_EQ(window.Posted().size(), 1u);
 }
 
-TEST_F(PortBindingTest, UnknownDevicesAndUnopenableCfgPortsAreDropped) {
+TEST_F(PortBindingTest, UnknownDevicesUnlocatedOnesAndUnopenableCfgPortsAreDropped) {
     Workers(2);
+    // Nowhere to bind it: dropped before probing, for every kind.
+    for (std::uint32_t kind : {EVENT_MTK, EVENT_SPRD, EVENT_CFG}) binding.OnDeviceEvent(Event(kPreloader, "", kind));
+    EXPECT_EQ(probed, 0);
+    EXPECT_EQ(Table(2), (std::vector<std::string>{"NA NA IDLE", "NA NA IDLE"}));
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EVENT_MTK));  // class OTHER
     EXPECT_EQ(st.bindings.State(0), BIND_IDLE);
     EXPECT_EQ(Saved("THREADSTATUS", 0), "?") << "nothing saved";
@@ -162,13 +167,24 @@ TEST_F(PortBindingTest, UnknownDevicesAndUnopenableCfgPortsAreDropped) {
     EXPECT_EQ(DeviceOf(0), kPreloader);
 }
 
-TEST_F(PortBindingTest, RemovalReachesTheWorkerServingThatPhone) {
-    Workers(2);
-    binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_MTK, true, "PreLoader (COM5)"));
-    EXPECT_EQ(st.bindings.State(0), BIND_PRELOADER_BINDED);
-    EXPECT_TRUE(binding.SignalRemoval("preloader (com5)"));
+TEST_F(PortBindingTest, AGonePhoneSteersNothingWhenItsPortNumberIsReusedElsewhere) {
+    Workers(3);
+    const std::string a = "USB\\VID_1782&PID_4D00\\1-1.3:1.0", b = "USB\\VID_1782&PID_4D00\\1-1.4:1.0";
+    st.stationRunning = true;  // slot rows and COM names are kept while running
+    // Phone A on socket 3 had COM4 and left; phone B on socket 4 now has COM4.
+    binding.OnDeviceEvent(Event(a, "1-1\\PORT3", EVENT_SPRD, true, "SPRD (COM4)"));
+    binding.OnDeviceEvent(Event(a, "", EVENT_SPRD, false, "sprd (com4)"));
     EXPECT_EQ(manager.WorkerAt(0)->LastNotifyCode(), engine::NOTIFY_REMOVED);
-    EXPECT_FALSE(binding.SignalRemoval("Other (COM6)"));
+    binding.OnDeviceEvent(Event(b, "1-1\\PORT4", EVENT_SPRD, true, "SPRD (COM4)"));
+    ASSERT_EQ(DeviceOf(1), b);
+    // SPRD messages are keyed by "(COM4)": only B's slot may still carry it.
+    EXPECT_EQ(st.bindings.ComName(0).find("(COM4)"), std::string::npos) << st.bindings.ComName(0);
+    EXPECT_NE(st.bindings.ComName(1).find("(COM4)"), std::string::npos);
+    // B's removal reaches B's worker, not the one still holding A's name.
+    binding.OnDeviceEvent(Event(b, "", EVENT_SPRD, false, "SPRD (COM4)"));
+    EXPECT_EQ(manager.WorkerAt(1)->LastNotifyCode(), engine::NOTIFY_REMOVED);
+    // A removal that matches no worker is ignored.
+    EXPECT_FALSE(binding.SignalRemoval(PortBinding::InfoOf(Event(b, "", EVENT_SPRD, false, "Other (COM6)"))));
 }
 
 }  // namespace

@@ -81,6 +81,32 @@ TEST_F(SimBenchTest, PhonesShowInTheirServiceAndReEnumerateWhenTheEngineSwitches
     EXPECT_EQ(bench.ServiceDevices("wdm_usb")->size(), 0u);
 }
 
+TEST_F(SimBenchTest, PhonesAreShapedLikeRealOnesLatePortsAndLowestFreeNumbers) {
+    ASSERT_TRUE(clock.AwaitWaiters(1));
+    bench.SetSerialDelay(300);
+    ASSERT_TRUE(bench.Plug(0, PhoneKind::MTK_PRELOADER, {}));
+    const std::string id = bench.InstanceIdAt(0);
+    // Two interfaces, one device: never the data half.
+    EXPECT_EQ(*bench.ServiceDevices("wdm_usb"), std::vector<std::string>{id});
+    EXPECT_EQ(id.substr(id.size() - 4), ":1.0");
+    EXPECT_EQ(*bench.FriendlyNameOf(id), "MTK PreLoader USB VCOM");
+    EXPECT_EQ(bench.SerialNodeOf(1), "");
+    const auto g = bench.Changes().Generation();
+    ASSERT_TRUE(clock.AwaitWaiters(1));
+    clock.Advance(300);
+    for (int i = 0; i < 500 && bench.Changes().Generation() == g; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_EQ(*bench.FriendlyNameOf(id), "MTK PreLoader USB VCOM (COM1)");
+    EXPECT_NE(bench.SerialNodeOf(1), "");
+
+    bench.SetSerialDelay(0);
+    ASSERT_TRUE(bench.Plug(1, PhoneKind::MTK_PRELOADER, {}));
+    ASSERT_TRUE(bench.Unplug(0));
+    ASSERT_TRUE(bench.Plug(3, PhoneKind::MTK_PRELOADER, {}));
+    EXPECT_EQ(bench.FriendlyNameAt(1), "MTK PreLoader USB VCOM (COM2)");
+    EXPECT_EQ(bench.FriendlyNameAt(3), "MTK PreLoader USB VCOM (COM1)") << "the number the gone phone had";
+}
+
 TEST_F(SimBenchTest, ComPortsArePseudoTerminalsThatVanishWithThePhone) {
     platform::SystemClock real;
     devices::ComProbe probe(real, [this](int n) { return bench.SerialNodeOf(n); });
@@ -162,9 +188,11 @@ TEST(SimEngineUnplug, APulledPhoneFailsItsRunningJobAtOnceWithoutTimePassing) {
 TEST(ScenarioTest, ParsesStepsAndOptions) {
     const auto s = ParseScenario(
         "# bench\n0 press\n200 plug 0 brom\n200 plug 1 sprd fail step=2 duration=3000 size=64\n\n9000 unplug 0\n"
-        "15000 end # done\n");
+        "9000 serial-delay 300\n15000 end # done\n");
     ASSERT_TRUE(s);
-    ASSERT_EQ(s->steps.size(), 5u);
+    ASSERT_EQ(s->steps.size(), 6u);
+    EXPECT_EQ(s->steps[4].action, ScenarioStep::SERIAL_DELAY);
+    EXPECT_EQ(s->steps[4].delay, 300);
     EXPECT_EQ(s->steps[2].action, ScenarioStep::PLUG);
     EXPECT_EQ(s->steps[2].kind, PhoneKind::SPRD);
     EXPECT_FALSE(s->steps[2].profile.pass);
