@@ -107,7 +107,7 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     layout->addWidget(status);
 
     // The dialog keys end the console as the close box does.
-    for (const QKeySequence key :
+    for (const QKeySequence& key :
          {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)})
         connect(new QShortcut(key, this), &QShortcut::activated, this, &QWidget::close);
 
