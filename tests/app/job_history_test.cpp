@@ -48,6 +48,9 @@ TEST(JobHistoryLine, FixedFormat) {
         R"("duration_s":150,"bytes":1048576,"result":"FAIL","step":"DA download","error":"Download failed!"})"
         "\n");
     EXPECT_EQ(ParseJobLine(JobLine(r).substr(0, JobLine(r).size() - 1)), r);
+    const std::string id = MakeJobId(r.start, 7);
+    EXPECT_EQ(id.rfind("20261123T104005-s07-", 0), 0u) << id;
+    EXPECT_NE(MakeJobId(r.start, 7), id);
 }
 
 std::string Replaced(int n) {
