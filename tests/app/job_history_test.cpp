@@ -12,6 +12,8 @@
 namespace quorvel::app {
 namespace {
 
+using namespace std::string_literals;
+
 TimeStamp At(const char* iso) {
     return *ParseIsoText(iso);
 }
@@ -66,8 +68,7 @@ TEST(JobHistoryLine, AnyBytesGiveOneValidLineThatReadsBack) {
         std::string readBack;
     } rows[] = {
         {"quotes_backslash", R"(a"b\c\"d)", R"(a"b\c\"d)"},
-        {"controls", std::string("l1\nl2\r\t\x01\x1f\x7f end\0x", 18),
-         std::string("l1\nl2\r\t\x01\x1f\x7f end\0x", 18)},
+        {"controls", "l1\nl2\r\t\x01\x1f\x7f end\0x"s, "l1\nl2\r\t\x01\x1f\x7f end\0x"s},
         {"record_start_inside", R"({"id":"x"})", R"({"id":"x"})"},
         {"chinese_and_emoji", "下载失败 \xF0\x9F\x93\xB1", "下载失败 \xF0\x9F\x93\xB1"},
         {"invalid_utf8",
