@@ -1,0 +1,33 @@
+#pragma once
+// The station's job history: one JSON line per finished job in TestLog/<yyyymmdd>.jsonl,
+// named by the local day the job ended. Append may be called from any number of worker
+// threads at once: each line goes out in one write(2) on an O_APPEND descriptor, so lines
+// never interleave, and is on disk (fdatasync) before Append returns.
+
+#include <string>
+
+#include "app/JobRecord.h"
+
+namespace quorvel::app {
+
+// The record as one line of flat JSON ending in "\n". Every text is valid JSON whatever
+// its bytes: quotes, backslashes and control characters are escaped, bytes that are not
+// UTF-8 become U+FFFD. Keys always in the same order, starting with "id".
+std::string JobLine(const JobRecord& record);
+
+class JobHistory {
+public:
+    // `testLogDir`: the station's TestLog folder; made on the first append when missing.
+    explicit JobHistory(std::string testLogDir) : dir_(std::move(testLogDir)) {}
+
+    // The file a job that ended at `end` goes to.
+    std::string FileFor(const TimeStamp& end) const;
+    // Appends the record's line and syncs it. False (and the reason in `error`) when the
+    // line could not be written whole; nothing is retried, the caller says it once.
+    bool Append(const JobRecord& record, std::string* error = nullptr) const;
+
+private:
+    std::string dir_;
+};
+
+}  // namespace quorvel::app

@@ -1,0 +1,65 @@
+#pragma once
+// One finished (or interrupted) job of one slot, as the history keeps it, and the
+// ISO 8601 time stamps it is written with. Plain values: any thread may use them.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quorvel::app {
+
+// A moment and the local UTC offset it was seen with, so the text it is written as
+// ("2026-11-23T10:40:05+01:00") and the local day it belongs to never depend on the
+// time zone of whoever reads it later.
+struct TimeStamp {
+    std::int64_t utc = 0;   // seconds since the Unix epoch
+    int offsetMinutes = 0;  // local time minus UTC
+
+    std::int64_t Local() const { return utc + std::int64_t{offsetMinutes} * 60; }
+    bool operator==(const TimeStamp&) const = default;
+};
+
+// `utc` with the offset of this machine's time zone at that moment.
+TimeStamp LocalTimeStamp(std::int64_t utc);
+// "YYYY-MM-DDTHH:MM:SS+HH:MM".
+std::string IsoText(const TimeStamp& t);
+// Reads IsoText's form; also "Z" for the offset. Nothing else is accepted.
+std::optional<TimeStamp> ParseIsoText(std::string_view text);
+// The local day as yyyymmdd (20261123).
+int LocalDay(const TimeStamp& t);
+// Days since 1970-01-01 of a civil date, and back (proleptic Gregorian).
+std::int64_t DaysFromCivil(int year, int month, int day);
+int CivilFromDays(std::int64_t days);  // yyyymmdd
+
+enum class JobResult { Pass, Fail, Interrupted };
+// "PASS", "FAIL", "interrupted": the words the operator sees and the file holds.
+const char* JobResultText(JobResult r);
+std::optional<JobResult> ParseJobResult(std::string_view text);
+
+struct JobRecord {
+    std::string jobId;
+    std::string machine;    // the station's machine stamp
+    int slot = 0;           // ThreadIndex
+    std::string location;   // socket location text
+    std::string port;       // COM name as the slot row shows it
+    std::string platform;   // engine kind: MTK, SPRD, CFG
+    std::string operation;  // download type
+    std::string package;    // package path
+    std::string version;    // product/version text of the package
+    TimeStamp start;
+    TimeStamp end;
+    std::int64_t durationSeconds = 0;
+    std::optional<std::uint64_t> bytesSent;  // only where the engine tells it
+    JobResult result = JobResult::Fail;
+    std::string failedStep;  // as the engine gave them; empty on a pass
+    std::string errorText;
+
+    bool operator==(const JobRecord&) const = default;
+};
+
+// A job id unique on this station: local start time, slot and a per-process sequence
+// ("20261123T104005-s07-3"). Any thread.
+std::string MakeJobId(const TimeStamp& start, int slot);
+
+}  // namespace quorvel::app
