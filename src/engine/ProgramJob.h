@@ -1,0 +1,69 @@
+#pragma once
+// One run of an engine program: starts it, reads its protocol lines, hands their
+// events to the caller, and ends it in every case (result, cancel, crash, garbage,
+// silence, wrong version) with the program reaped and its descriptors closed.
+// Free output, standard error, faults and (when recording) the protocol lines with
+// their times go to the job's log file. All waits run on the station clock.
+// Threads: Run on the caller's thread (a worker or an engine thread), which also
+// receives the events; Cancel and Reset from any thread. A reader thread per run.
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/EngineProtocol.h"
+#include "platform/ChildProcess.h"
+#include "platform/Clock.h"
+
+namespace quorvel::engine {
+
+struct JobOutcome {
+    enum Kind { PASSED, FAILED, CANCELLED, FAULT } kind = FAULT;
+    std::string text;  // FAILED: the program's error text; FAULT: what went wrong
+};
+
+struct JobSpec {
+    std::vector<std::string> argv;
+    std::string logPath;  // created with its folder; empty: no log
+    platform::Millis silenceMs = 60000;
+    platform::Millis graceMs = 3000;
+    bool record = false;
+};
+
+class ProgramJob {
+public:
+    explicit ProgramJob(platform::Clock& clock) : clock_(clock) {}
+
+    JobOutcome Run(const JobSpec& spec, const std::function<void(const protocol::Event&)>& onEvent);
+    // Ends the running program (SIGTERM, then SIGKILL after the grace period); a Run
+    // that starts after Cancel and before Reset ends at once as cancelled.
+    void Cancel();
+    void Reset();
+
+private:
+    struct Line {
+        std::string text;
+        platform::Millis at;
+    };
+    void ReadOutput(platform::ChildProcess& child, platform::Millis started);
+    // With mutex_ held: waits for the reader to see the exit, at most `ms` (kForever: no limit).
+    bool AwaitExit(std::unique_lock<std::mutex>& lk, platform::Millis ms);
+    void Terminate(std::unique_lock<std::mutex>& lk, platform::ChildProcess& child, platform::Millis graceMs);
+
+    platform::Clock& clock_;
+    std::mutex mutex_;
+    std::condition_variable cv_;
+    bool cancelled_ = false;
+    // One run's reader state, guarded by mutex_.
+    std::deque<Line> lines_;
+    std::optional<platform::ChildProcess::Exit> exit_;
+};
+
+// The fault texts, shown in the slot row and written to the job log.
+std::string ExitFaultText(const platform::ChildProcess::Exit& exit);
+
+}  // namespace quorvel::engine
