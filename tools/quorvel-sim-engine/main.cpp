@@ -32,6 +32,7 @@ struct Options {
     int progressRate = 0;  // progress lines a second during the transfer; 0: ten in all
     int announce = protocol::kVersion;
     std::string misbehave;  // crash, garbage, silent, no-result, ignore-term, no-hello
+    std::string device;     // the phone's device instance ID ({device})
     std::string replay;
 };
 
@@ -42,7 +43,9 @@ void Usage() {
         "usage: quorvel-sim-engine [--platform MTK|FP|SPRD] [--phase 1|2] [--duration MS] [--fail]\n"
         "         [--fail-step N] [--size BYTES] [--speed MBPS] [--no-switch] [--sprd-phase1 MS]\n"
         "         [--time-scale F] [--progress-rate N] [--protocol N]\n"
-        "         [--misbehave crash|garbage|silent|no-result|ignore-term|no-hello]\n"
+        "         [--misbehave MODE[@DEVICE]] [--device ID]\n"
+        "MODE: crash, garbage, silent, no-result, ignore-term or no-hello; with @DEVICE only for\n"
+        "the job whose --device is DEVICE.\n"
         "       quorvel-sim-engine --replay LOG [--time-scale F]\n"
         "Other arguments (NAME=VALUE options, paths) are accepted and ignored.");
 }
@@ -185,9 +188,12 @@ int main(int argc, char** argv) {
         else if (a == "--protocol") g.announce = std::atoi(next().c_str());
         else if (a == "--misbehave") g.misbehave = next();
         else if (a == "--replay") g.replay = next();
+        else if (a == "--device") g.device = next();
         else if (a == "--help" || a == "-h") return Usage(), 0;
     }
     if (!g.replay.empty()) return Replay();
+    if (const auto at = g.misbehave.find('@'); at != std::string::npos)
+        g.misbehave = g.misbehave.substr(at + 1) == g.device ? g.misbehave.substr(0, at) : "";
     if (g.misbehave == "ignore-term") signal(SIGTERM, SIG_IGN);
     std::fprintf(stderr, "quorvel-sim-engine: %s job, phase %d\n", g.platform.c_str(), g.phase);
     if (g.misbehave != "no-hello")
