@@ -5,11 +5,13 @@
 #include <fstream>
 
 #include "app/Station.h"
+#include "engine/SimEngineProgram.h"
 
 namespace quorvel::engine {
 
-ProgramContext::ProgramContext(app::Station& st, ProgramSettings s, std::function<void(const SwitchEvent&)> hook)
-    : station(st), settings(std::move(s)), switchHook_(std::move(hook)) {}
+ProgramContext::ProgramContext(app::Station& st, ProgramSettings s, std::function<void(const SwitchEvent&)> hook,
+                               const SimPhoneRegistry* benchPhones)
+    : station(st), settings(std::move(s)), switchHook_(std::move(hook)), benchPhones_(benchPhones) {}
 
 std::string ProgramContext::LogPath(const char* platform, const std::string& unit) {
     const std::time_t now = static_cast<std::time_t>(station.clock.WallSeconds());
@@ -46,6 +48,12 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
         values["files"] = listPath;
     }
     spec.argv = ExpandCommandLine(args, values, options);
+    if (benchPhones_) {
+        const PhoneProfile p = std::string(platform) == "SPRD"
+                                   ? benchPhones_->ForPort(std::strtoul(values["port"].c_str(), nullptr, 10))
+                                   : benchPhones_->ForDevice(values["device"]);
+        for (auto& a : SimProfileArgs(p)) spec.argv.push_back(std::move(a));
+    }
     spec.silenceMs = settings.silenceMs;
     spec.graceMs = kProgramGraceMs;
     spec.record = settings.record;

@@ -22,8 +22,11 @@ namespace quorvel::engine {
 
 class ProgramContext {
 public:
+    // `benchPhones`: the simulated bench's phones, whose profiles are passed to the
+    // simulated engine program as arguments; null on a real bench.
     ProgramContext(app::Station& station, ProgramSettings settings,
-                   std::function<void(const SwitchEvent&)> switchHook = nullptr);
+                   std::function<void(const SwitchEvent&)> switchHook = nullptr,
+                   const SimPhoneRegistry* benchPhones = nullptr);
 
     app::Station& station;
     const ProgramSettings settings;
@@ -43,6 +46,7 @@ private:
     std::string LogPath(const char* platform, const std::string& unit);
 
     std::function<void(const SwitchEvent&)> switchHook_;
+    const SimPhoneRegistry* benchPhones_;
     std::atomic<unsigned> jobs_{0};
 };
 

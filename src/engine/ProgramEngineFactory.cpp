@@ -4,18 +4,28 @@
 #include "engine/ProgramFpEngine.h"
 #include "engine/ProgramMtkEngine.h"
 #include "engine/ProgramSprdEngine.h"
+#include "engine/SimEngineProgram.h"
 
 namespace quorvel::engine {
 
 ProgramEngineFactory::ProgramEngineFactory(app::Station& station, EngineFactory& fallback,
-                                           std::function<void(const SwitchEvent&)> switchHook)
-    : station_(station), fallback_(fallback), switchHook_(std::move(switchHook)) {}
+                                           std::function<void(const SwitchEvent&)> switchHook,
+                                           const SimPhoneRegistry* benchPhones)
+    : station_(station), fallback_(fallback), switchHook_(std::move(switchHook)), benchPhones_(benchPhones) {}
 
 ProgramContext& ProgramEngineFactory::Context() {
     std::lock_guard g(mutex_);
-    if (!context_)
-        context_ = std::make_unique<ProgramContext>(
-            station_, ProgramSettings::Load(station_.settingsStore.FilePath()), switchHook_);
+    if (context_) return *context_;
+    ProgramSettings s = ProgramSettings::Load(station_.settingsStore.FilePath());
+    const bool bench = s.benchProgram && station_.settings.simulatedBench && benchPhones_;
+    if (bench) {
+        const auto* scaled = dynamic_cast<const platform::ScaledClock*>(&station_.clock);
+        const double scale = scaled ? scaled->Factor() : 1.0;
+        const std::string program = FindSimEngineProgram(station_.ExeDir());
+        for (auto [line, platform] : {std::pair{&s.mtk, "MTK"}, {&s.fp, "FP"}, {&s.sprd, "SPRD"}})
+            if (line->empty()) *line = SimEngineCommandLine(program, platform, scale);
+    }
+    context_ = std::make_unique<ProgramContext>(station_, std::move(s), switchHook_, bench ? benchPhones_ : nullptr);
     return *context_;
 }
 

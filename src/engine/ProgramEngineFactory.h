@@ -1,7 +1,9 @@
 #pragma once
 // Chooses per platform between the engine program of [ENGINES] and the engines of
 // `fallback` (the simulated or in-process ones). The settings are read when the first
-// engine is made, which is after the station has loaded its settings.
+// engine is made, which is after the station has loaded its settings. On the simulated
+// bench with [BENCH] EngineProgram=1, platforms without a program run quorvel-sim-engine
+// with the profiles of `benchPhones`.
 // Threads: the Make calls come from the thread that builds the slots.
 
 #include <functional>
@@ -16,7 +18,8 @@ namespace quorvel::engine {
 class ProgramEngineFactory final : public EngineFactory {
 public:
     ProgramEngineFactory(app::Station& station, EngineFactory& fallback,
-                         std::function<void(const SwitchEvent&)> switchHook = nullptr);
+                         std::function<void(const SwitchEvent&)> switchHook = nullptr,
+                         const SimPhoneRegistry* benchPhones = nullptr);
 
     std::unique_ptr<MtkEngine> MakeMtk(platform::MessageWindow& window) override;
     std::unique_ptr<FpEngine> MakeFp(platform::MessageWindow& window) override;
@@ -31,6 +34,7 @@ private:
     app::Station& station_;
     EngineFactory& fallback_;
     std::function<void(const SwitchEvent&)> switchHook_;
+    const SimPhoneRegistry* benchPhones_;
     std::mutex mutex_;
     std::unique_ptr<ProgramContext> context_;
 };

@@ -18,6 +18,8 @@ struct ProgramSettings {
     std::string mtk, fp, sprd;           // command lines; empty: the in-process engine
     platform::Millis silenceMs = 60000;  // SilenceSeconds
     bool record = false;                 // Record: protocol lines with times into the job log
+    bool benchProgram = false;           // [BENCH] EngineProgram: the simulated bench's phones on
+                                         // quorvel-sim-engine where no program is named
 
     // The [ENGINES] keys of the settings file at `iniPath`; absent keys keep the defaults.
     static ProgramSettings Load(const std::string& iniPath);
