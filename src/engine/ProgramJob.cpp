@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <thread>
 
@@ -69,23 +70,63 @@ void ProgramJob::Reset() {
     cancelled_ = false;
 }
 
-void ProgramJob::ReadOutput(ChildProcess& child, Millis started) {
+// Merges progress `e` into the older, not yet handed on `into`: the newer values win.
+void MergeProgress(protocol::Event& into, const protocol::Event& e) {
+    protocol::Event merged = e;
+    if (!e.done && into.done) {
+        merged.done = into.done;
+        merged.total = into.total;
+    }
+    into = std::move(merged);
+}
+
+// The reader classifies, so that the consumer wakes for progress only when it hands it
+// on; consecutive progress lines merge in the queue unless every line must be kept.
+void ProgramJob::ReadOutput(ChildProcess& child, Millis started, bool keepEveryLine, Millis pace) {
     std::string partial;
     bool skipping = false;  // inside an over-long line, already reported
     char buffer[16384];
+    bool onlyProgress = false;  // the last chunk held lines, and nothing but progress
+    bool sawLine = false;
     auto push = [&](std::string text) {
+        Line line{std::move(text), clock_.Now() - started, protocol::LineKind::TEXT, {}, {}};
+        line.kind = protocol::Classify(line.text, line.event, line.why);
+        const bool isProgress =
+            line.kind == protocol::LineKind::PROTOCOL && line.event.type == protocol::Event::PROGRESS;
+        onlyProgress = onlyProgress && isProgress;
+        sawLine = true;
+        bool wake;
         {
             std::lock_guard g(mutex_);
-            lines_.push_back({std::move(text), clock_.Now() - started});
+            wake = holdingProgress_ ? !isProgress : lines_.empty();
+            if (isProgress && !keepEveryLine && !lines_.empty() && lines_.back().kind == protocol::LineKind::PROTOCOL &&
+                lines_.back().event.type == protocol::Event::PROGRESS) {
+                MergeProgress(lines_.back().event, line.event);
+            } else {
+                lines_.push_back(std::move(line));
+            }
         }
-        cv_.notify_all();
+        if (wake) cv_.notify_all();  // otherwise the consumer has lines to take, or waits to hand on progress
     };
     for (;;) {
+        // While nothing but progress comes, read at most once per interval: the lines wait
+        // in the pipe and are taken together, so a fast program does not wake the station
+        // for every line it writes.
+        if (onlyProgress && pace > 0) {
+            std::unique_lock lk(mutex_);
+            clock_.WaitFor(lk, readerCv_, pace, [&] { return readerStop_; });
+            if (readerStop_) return;
+        }
+        onlyProgress = !keepEveryLine;
+        sawLine = false;
         std::size_t got = 0;
         const auto r = child.Read(buffer, sizeof buffer, got);
         if (r == ChildProcess::ReadResult::INTERRUPTED) return;
-        if (r == ChildProcess::ReadResult::END) continue;  // the exit comes next
         if (r == ChildProcess::ReadResult::EXITED) break;
+        if (r == ChildProcess::ReadResult::END) {  // the exit comes next
+            onlyProgress = false;
+            continue;
+        }
         for (std::size_t i = 0; i < got; ++i) {
             if (buffer[i] == '\n') {
                 if (!skipping) push(std::move(partial));
@@ -100,6 +141,7 @@ void ProgramJob::ReadOutput(ChildProcess& child, Millis started) {
                 }
             }
         }
+        onlyProgress = onlyProgress && sawLine;
     }
     if (!partial.empty() && !skipping) push(std::move(partial));
     const ChildProcess::Exit exit = child.Reap();
@@ -144,22 +186,50 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
     if (!child) return finish({JobOutcome::FAULT, "engine program could not start: " + error});
 
     const Millis started = clock_.Now();
-    std::thread reader([&] { ReadOutput(*child, started); });
+    {
+        std::lock_guard g(mutex_);
+        readerStop_ = false;
+    }
+    std::thread reader([&] {
+        ReadOutput(*child, started, spec.record || spec.progressIntervalMs <= 0, spec.progressIntervalMs);
+    });
     bool hello = false;
     std::optional<JobOutcome> result;
     std::optional<JobOutcome> fault;
     bool cancelled = false;
+    // Progress is handed on at most once per interval: a newer line replaces one not yet
+    // handed on, so a fast program costs the station no more than a slow one.
+    std::optional<protocol::Event> pending;
+    Millis lastProgress = clock_.Now() - spec.progressIntervalMs;
+    auto flush = [&] {
+        if (!pending) return;
+        onEvent(*pending);
+        pending.reset();
+        lastProgress = clock_.Now();
+    };
+    auto progress = [&](const protocol::Event& e) {
+        if (pending) MergeProgress(*pending, e);
+        else pending = e;
+        if (clock_.Now() - lastProgress >= spec.progressIntervalMs) flush();
+    };
     {
         std::unique_lock lk(mutex_);
         Millis lastHeard = clock_.Now();
         while (!result && !fault && !cancelled) {
-            const bool woke = clock_.WaitUntil(lk, cv_, lastHeard + spec.silenceMs,
-                                               [&] { return cancelled_ || !lines_.empty() || exit_.has_value(); });
+            const Millis silenceAt = lastHeard + spec.silenceMs;
+            const Millis flushAt = pending ? lastProgress + spec.progressIntervalMs : silenceAt;
+            holdingProgress_ = pending.has_value();
+            clock_.WaitUntil(lk, cv_, std::min(silenceAt, flushAt), [&] {
+                return cancelled_ || exit_.has_value() ||
+                       (!lines_.empty() && (!holdingProgress_ || lines_.back().event.type != protocol::Event::PROGRESS ||
+                                            lines_.size() > 1));
+            });
+            holdingProgress_ = false;
             if (cancelled_) {
                 cancelled = true;
                 break;
             }
-            if (!woke) {
+            if (lines_.empty() && !exit_ && clock_.Now() >= silenceAt) {
                 fault = JobOutcome{JobOutcome::FAULT,
                                    "engine program silent for " + std::to_string(spec.silenceMs / 1000) + " s"};
                 break;
@@ -167,11 +237,11 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
             while (!lines_.empty() && !result && !fault) {
                 Line line = std::move(lines_.front());
                 lines_.pop_front();
-                lastHeard = clock_.Now();
+                lastHeard = std::max(lastHeard, started + line.at);
                 lk.unlock();
-                protocol::Event event;
-                std::string why;
-                switch (protocol::Classify(line.text, event, why)) {
+                const protocol::Event& event = line.event;
+                const std::string& why = line.why;
+                switch (line.kind) {
                     case protocol::LineKind::TEXT: log.Write(line.text); break;
                     case protocol::LineKind::GARBAGE:
                         log.Write(line.text.substr(0, 4096));
@@ -181,7 +251,8 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
                         if (spec.record) log.Write(Recorded(line.text, line.at));
                         if (!hello) {
                             if (event.type != protocol::Event::HELLO) {
-                                fault = JobOutcome{JobOutcome::FAULT, "engine program wrote a protocol line before its hello"};
+                                fault = JobOutcome{JobOutcome::FAULT,
+                                                   "engine program wrote a protocol line before its hello"};
                             } else if (event.version != protocol::kVersion) {
                                 fault = JobOutcome{JobOutcome::FAULT,
                                                    "engine program speaks protocol version " +
@@ -191,16 +262,31 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
                                 hello = true;
                                 log.Write("# program: " + event.program);
                             }
+                        } else if (event.type == protocol::Event::PROGRESS) {
+                            progress(event);
                         } else if (event.type == protocol::Event::RESULT) {
+                            flush();
                             result = JobOutcome{event.ok ? JobOutcome::PASSED : JobOutcome::FAILED, event.error};
                         } else if (event.type != protocol::Event::HELLO) {
+                            flush();
                             onEvent(event);
                         }
                         break;
                 }
                 lk.lock();
             }
-            if (!result && !fault && lines_.empty() && exit_) fault = JobOutcome{JobOutcome::FAULT, ExitFaultText(*exit_)};
+            // Newer progress taken above first, so what is handed on is the latest.
+            if (!result && !fault && pending && clock_.Now() >= lastProgress + spec.progressIntervalMs) {
+                lk.unlock();
+                flush();
+                lk.lock();
+            }
+            if (!result && !fault && lines_.empty() && exit_) {
+                lk.unlock();
+                flush();
+                lk.lock();
+                fault = JobOutcome{JobOutcome::FAULT, ExitFaultText(*exit_)};
+            }
         }
         // The program ends in every case: after its result it may finish by itself.
         if (cancelled || fault) {
@@ -209,6 +295,11 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
             Terminate(lk, *child, spec.graceMs);
         }
     }
+    {
+        std::lock_guard g(mutex_);
+        readerStop_ = true;
+    }
+    readerCv_.notify_all();
     child->Interrupt();
     reader.join();
     child.reset();

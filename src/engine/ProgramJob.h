@@ -32,6 +32,7 @@ struct JobSpec {
     platform::Millis silenceMs = 60000;
     platform::Millis graceMs = 3000;
     bool record = false;
+    platform::Millis progressIntervalMs = 20;  // progress handed on at most this often
 };
 
 class ProgramJob {
@@ -45,22 +46,29 @@ public:
     void Reset();
 
 private:
+    // One line as the reader classified it.
     struct Line {
         std::string text;
         platform::Millis at;
+        protocol::LineKind kind;
+        protocol::Event event;
+        std::string why;
     };
-    void ReadOutput(platform::ChildProcess& child, platform::Millis started);
+    void ReadOutput(platform::ChildProcess& child, platform::Millis started, bool keepEveryLine, platform::Millis pace);
     // With mutex_ held: waits for the reader to see the exit, at most `ms` (kForever: no limit).
     bool AwaitExit(std::unique_lock<std::mutex>& lk, platform::Millis ms);
     void Terminate(std::unique_lock<std::mutex>& lk, platform::ChildProcess& child, platform::Millis graceMs);
 
     platform::Clock& clock_;
     std::mutex mutex_;
-    std::condition_variable cv_;
+    std::condition_variable cv_;        // the consumer: lines, exit, cancel
+    std::condition_variable readerCv_;  // the reader's pause between reads
     bool cancelled_ = false;
     // One run's reader state, guarded by mutex_.
     std::deque<Line> lines_;
     std::optional<platform::ChildProcess::Exit> exit_;
+    bool readerStop_ = false;
+    bool holdingProgress_ = false;  // the consumer waits to hand on progress: more progress need not wake it
 };
 
 // The fault texts, shown in the slot row and written to the job log.

@@ -152,10 +152,11 @@ TEST(EngineProgram, RecordedSessionReplaysTheSameEvents) {
     platform::SystemClock clock;
     test::TempDir dir;
     const std::string log = dir.Path() + "rec.log";
-    const JobRun recorded = RunJob(clock, {Args({"--fail-step", "2"}), log, 5000, 1000, true});
+    // Every progress line handed on, so both runs see all of them.
+    const JobRun recorded = RunJob(clock, {Args({"--fail-step", "2"}), log, 5000, 1000, true, 0});
     ASSERT_EQ(recorded.outcome.kind, JobOutcome::FAILED);
     const JobRun replayed =
-        RunJob(clock, {{SimEngine(), "--replay", log, "--time-scale", "50"}, dir.Path() + "replay.log", 5000, 1000, false});
+        RunJob(clock, {{SimEngine(), "--replay", log, "--time-scale", "50"}, dir.Path() + "replay.log", 5000, 1000, false, 0});
     EXPECT_EQ(replayed.outcome.kind, JobOutcome::FAILED);
     EXPECT_EQ(replayed.events, recorded.events);
     EXPECT_GT(recorded.events.size(), 5u);

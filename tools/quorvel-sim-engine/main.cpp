@@ -33,6 +33,7 @@ struct Options {
     int announce = protocol::kVersion;
     std::string misbehave;  // crash, garbage, silent, no-result, ignore-term, no-hello
     std::string device;     // the phone's device instance ID ({device})
+    bool stamp = false;     // progress "done" = the monotonic clock in microseconds, for latency benchmarks
     std::string replay;
 };
 
@@ -42,7 +43,7 @@ void Usage() {
     std::puts(
         "usage: quorvel-sim-engine [--platform MTK|FP|SPRD] [--phase 1|2] [--duration MS] [--fail]\n"
         "         [--fail-step N] [--size BYTES] [--speed MBPS] [--no-switch] [--sprd-phase1 MS]\n"
-        "         [--time-scale F] [--progress-rate N] [--protocol N]\n"
+        "         [--time-scale F] [--progress-rate N] [--stamp] [--protocol N]\n"
         "         [--misbehave MODE[@DEVICE]] [--device ID]\n"
         "MODE: crash, garbage, silent, no-result, ignore-term or no-hello; with @DEVICE only for\n"
         "the job whose --device is DEVICE.\n"
@@ -76,7 +77,12 @@ void Result(bool ok, const std::string& error = "") {
     Emit(std::string("{\"t\":\"result\",\"ok\":") + (ok ? "true" : "false") +
          (error.empty() ? "" : ",\"error\":" + protocol::Quote(error)) + "}");
 }
+double NowMs();
 void Progress(unsigned long long done, unsigned long long total) {
+    if (g.stamp) {
+        total = 0xFFFFFFFFull;
+        done = static_cast<unsigned long long>(NowMs() * 1000.0) & total;
+    }
     Emit("{\"t\":\"progress\",\"done\":" + std::to_string(done) + ",\"total\":" + std::to_string(total) +
          ",\"percent\":" + std::to_string(total ? done * 100 / total : 0) + "}");
 }
@@ -189,6 +195,7 @@ int main(int argc, char** argv) {
         else if (a == "--misbehave") g.misbehave = next();
         else if (a == "--replay") g.replay = next();
         else if (a == "--device") g.device = next();
+        else if (a == "--stamp") g.stamp = true;
         else if (a == "--help" || a == "-h") return Usage(), 0;
     }
     if (!g.replay.empty()) return Replay();
