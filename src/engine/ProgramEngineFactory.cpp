@@ -1,6 +1,7 @@
 #include "engine/ProgramEngineFactory.h"
 
 #include "app/Station.h"
+#include "engine/ProgramCheck.h"
 #include "engine/ProgramFpEngine.h"
 #include "engine/ProgramMtkEngine.h"
 #include "engine/ProgramSprdEngine.h"
@@ -47,6 +48,17 @@ std::unique_ptr<SprdEngine> ProgramEngineFactory::MakeSprd(platform::MessageWind
     ProgramContext& c = Context();
     if (c.settings.sprd.empty()) return fallback_.MakeSprd(window);
     return std::make_unique<ProgramSprdEngine>(c, window);
+}
+
+std::string ProgramEngineFactory::StartProblem(int packageKind) {
+    const ProgramSettings& s = Context().settings;
+    const char* platform = packageKind == 1 ? "MTK" : packageKind == 2 ? "SPRD" : packageKind == 3 ? "FP" : nullptr;
+    const std::string& line = packageKind == 1 ? s.mtk : packageKind == 2 ? s.sprd : s.fp;
+    if (!platform || line.empty()) return {};
+    const ProgramCheckResult r = CheckEngineProgram(line, station_.ExeDir(), station_.clock);
+    if (r.ok) return {};
+    return std::string("The engine program for ") + platform + " cannot run: " +
+           (r.program.empty() ? line : r.program) + ": " + r.problem;
 }
 
 }  // namespace quorvel::engine

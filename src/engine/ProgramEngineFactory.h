@@ -24,6 +24,9 @@ public:
     std::unique_ptr<MtkEngine> MakeMtk(platform::MessageWindow& window) override;
     std::unique_ptr<FpEngine> MakeFp(platform::MessageWindow& window) override;
     std::unique_ptr<SprdEngine> MakeSprd(platform::MessageWindow& window) override;
+    // The configured program of the package's platform checked (ProgramCheck.h): its path
+    // and the reason when it cannot run.
+    std::string StartProblem(int packageKind) override;
 
     // The settings in use (read on first use).
     const ProgramSettings& Settings();

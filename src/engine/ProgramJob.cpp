@@ -175,6 +175,7 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
         else if (o.kind == JobOutcome::CANCELLED) log.Write("# cancelled");
         return o;
     };
+    hello_.clear();
     {
         std::lock_guard g(mutex_);
         lines_.clear();
@@ -260,6 +261,7 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
                                                        std::to_string(protocol::kVersion)};
                             } else {
                                 hello = true;
+                                hello_ = event.program.empty() ? "(unnamed)" : event.program;
                                 log.Write("# program: " + event.program);
                             }
                         } else if (event.type == protocol::Event::PROGRESS) {

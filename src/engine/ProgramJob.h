@@ -44,6 +44,8 @@ public:
     // that starts after Cancel and before Reset ends at once as cancelled.
     void Cancel();
     void Reset();
+    // The program name and version of the last run's hello; empty when it gave none.
+    std::string LastHello() const { return hello_; }
 
 private:
     // One line as the reader classified it.
@@ -60,6 +62,7 @@ private:
     void Terminate(std::unique_lock<std::mutex>& lk, platform::ChildProcess& child, platform::Millis graceMs);
 
     platform::Clock& clock_;
+    std::string hello_;  // Run's thread only
     std::mutex mutex_;
     std::condition_variable cv_;        // the consumer: lines, exit, cancel
     std::condition_variable readerCv_;  // the reader's pause between reads

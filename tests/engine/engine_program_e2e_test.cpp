@@ -13,6 +13,7 @@
 #include "app/Station.h"
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
+#include "platform/ExeDir.h"
 #include "sim/SimBench.h"
 #include "support/TempDir.h"
 
@@ -24,17 +25,22 @@ struct Outcome {
     std::vector<std::string> results;
 };
 
-Outcome RunBench(bool engineProgram) {
-    test::TempDir dir;
+// A station folder with an MTK scatter package on a four-socket simulated bench.
+void WriteStation(const test::TempDir& dir, const std::string& extra) {
     dir.Write("fw/MT6765_Android_scatter.txt", "scatter\n");
     std::string text = "[COMMON]\nCheckSum=0\nLANGUAGE=1033\nMac=00-11-22-33-44-55\nFilePath=" +
                        dir.File("fw/MT6765_Android_scatter.txt") + "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=4\n" +
-                       "EngineProgram=" + (engineProgram ? "1" : "0") + "\n";
+                       extra;
     for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
         text += std::string("[") + section + "]\n";
         for (int i = 0; i < app::kSlotCount; ++i) text += "Index" + std::to_string(i) + "=NA\n";
     }
     dir.Write("Config/CommonSetting.ini", text);
+}
+
+Outcome RunBench(bool engineProgram) {
+    test::TempDir dir;
+    WriteStation(dir, std::string("EngineProgram=") + (engineProgram ? "1" : "0") + "\n");
 
     platform::ScaledClock clock(4.0);
     app::HeadlessConsoleUi ui;
@@ -94,6 +100,60 @@ TEST(EngineProgramE2e, BenchGivesTheSameRowsOnTheEngineProgram) {
     EXPECT_EQ(program.total, inProcess.total);
     EXPECT_EQ(program.fail, inProcess.fail);
     EXPECT_EQ(program.results, inProcess.results);
+}
+
+// A program that cannot run refuses Start with its path and the reason, as a failed
+// pre-start check does.
+TEST(EngineProgramE2e, BadProgramRefusesStart) {
+    const std::string sim = platform::ExeDir() + "../tools/quorvel-sim-engine/quorvel-sim-engine";
+    struct Case {
+        std::string command;
+        const char* reason;  // empty: Start goes ahead
+    };
+    test::TempDir files;
+    files.Write("flasher.sh", "#!/bin/sh\n");  // not executable
+    files.Write("old.sh", "#!/bin/sh\necho '{\"t\":\"hello\",\"protocol\":2,\"program\":\"old 0.9\"}'\n");
+    std::filesystem::permissions(files.File("old.sh"), std::filesystem::perms::owner_all);
+    const Case cases[] = {
+        {"/nonexistent/flasher --port {port}", "/nonexistent/flasher: not found"},
+        {files.File("flasher.sh"), "flasher.sh: not executable"},
+        {files.File("old.sh") + " --port {port}", "old.sh: speaks protocol version 2, the station speaks 1"},
+        {"\"unclosed", "command line: a quote is not closed"},
+        {sim, ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.command);
+        test::TempDir dir;
+        WriteStation(dir, "[ENGINES]\nMTK=" + c.command + "\n");
+        platform::ScaledClock clock(4.0);
+        app::HeadlessConsoleUi ui;
+        app::StationOptions options;
+        options.exeDir = dir.Path();
+        options.systemLanguage = [] { return std::uint16_t{1033}; };
+        options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
+        app::Station station(std::move(options), clock, ui);
+        platform::StationLoop loop(clock);
+        ConsoleController controller(station, loop);
+        loop.SetHandler(&controller);
+        StationRig rig(station, loop, controller);
+        loop.Start();
+        bool ok = false;
+        loop.Call([&] { ok = controller.OnInitDialog(); });
+        ASSERT_TRUE(ok);
+        loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+        EXPECT_EQ(station.stationRunning.load(), std::string(c.reason).empty());
+        const auto messages = ui.Messages();
+        if (std::string(c.reason).empty()) {
+            EXPECT_TRUE(messages.empty());
+            loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+        } else {
+            ASSERT_EQ(messages.size(), 1u);
+            EXPECT_NE(messages[0].find("The engine program for MTK cannot run: "), std::string::npos) << messages[0];
+            EXPECT_NE(messages[0].find(c.reason), std::string::npos) << messages[0];
+        }
+        loop.Stop();
+        rig.Run().Manager().JoinWalks();
+    }
 }
 
 }  // namespace

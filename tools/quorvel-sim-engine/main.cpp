@@ -45,6 +45,7 @@ void Usage() {
         "         [--fail-step N] [--size BYTES] [--speed MBPS] [--no-switch] [--sprd-phase1 MS]\n"
         "         [--time-scale F] [--progress-rate N] [--stamp] [--protocol N]\n"
         "         [--misbehave MODE[@DEVICE]] [--device ID]\n"
+        "       quorvel-sim-engine --version   (writes its hello and exits)\n"
         "MODE: crash, garbage, silent, no-result, ignore-term or no-hello; with @DEVICE only for\n"
         "the job whose --device is DEVICE.\n"
         "       quorvel-sim-engine --replay LOG [--time-scale F]\n"
@@ -197,6 +198,7 @@ int main(int argc, char** argv) {
         else if (a == "--device") g.device = next();
         else if (a == "--stamp") g.stamp = true;
         else if (a == "--help" || a == "-h") return Usage(), 0;
+        else if (a == "--version") g.misbehave = "version";
     }
     if (!g.replay.empty()) return Replay();
     if (const auto at = g.misbehave.find('@'); at != std::string::npos)
@@ -205,6 +207,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "quorvel-sim-engine: %s job, phase %d\n", g.platform.c_str(), g.phase);
     if (g.misbehave != "no-hello")
         Emit("{\"t\":\"hello\",\"protocol\":" + std::to_string(g.announce) + ",\"program\":\"quorvel-sim-engine 1.0\"}");
+    if (g.misbehave == "version") return 0;  // the hello is the answer
     Emit("simulated engine started");  // free text: goes to the job log
     if (g.misbehave == "crash") {
         Status("bind");
