@@ -156,12 +156,13 @@ bool ProgramJob::AwaitExit(std::unique_lock<std::mutex>& lk, Millis ms) {
     return clock_.WaitFor(lk, cv_, ms, [&] { return exit_.has_value(); });
 }
 
-void ProgramJob::Terminate(std::unique_lock<std::mutex>& lk, ChildProcess& child, Millis graceMs) {
-    if (exit_) return;
+bool ProgramJob::Terminate(std::unique_lock<std::mutex>& lk, ChildProcess& child, Millis graceMs) {
+    if (exit_) return false;
     child.Signal(SIGTERM);
-    if (AwaitExit(lk, graceMs)) return;
+    if (AwaitExit(lk, graceMs)) return false;
     child.Signal(SIGKILL);
     AwaitExit(lk, platform::kForever);
+    return true;
 }
 
 JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const protocol::Event&)>& onEvent) {
@@ -170,7 +171,7 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
     for (const auto& a : spec.argv) command += (command.empty() ? "" : " ") + a;
     log.Write("# engine program: " + command);
     JobOutcome outcome;
-    auto finish = [&](JobOutcome o) {
+    auto finish = [&](const JobOutcome& o) {
         if (o.kind == JobOutcome::FAULT) log.Write("# fault: " + o.text);
         else if (o.kind == JobOutcome::CANCELLED) log.Write("# cancelled");
         return o;
@@ -198,6 +199,7 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
     std::optional<JobOutcome> result;
     std::optional<JobOutcome> fault;
     bool cancelled = false;
+    bool killed = false;
     // Progress is handed on at most once per interval: a newer line replaces one not yet
     // handed on, so a fast program costs the station no more than a slow one.
     std::optional<protocol::Event> pending;
@@ -291,11 +293,7 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
             }
         }
         // The program ends in every case: after its result it may finish by itself.
-        if (cancelled || fault) {
-            Terminate(lk, *child, spec.graceMs);
-        } else if (!AwaitExit(lk, spec.graceMs)) {
-            Terminate(lk, *child, spec.graceMs);
-        }
+        if (cancelled || fault || !AwaitExit(lk, spec.graceMs)) killed = Terminate(lk, *child, spec.graceMs);
     }
     {
         std::lock_guard g(mutex_);
@@ -305,8 +303,10 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
     child->Interrupt();
     reader.join();
     child.reset();
-    if (cancelled) return finish({JobOutcome::CANCELLED, ""});
-    return finish(fault ? *fault : *result);
+    JobOutcome out = cancelled ? JobOutcome{JobOutcome::CANCELLED, ""} : fault ? *fault : *result;
+    out.killed = killed;
+    if (killed) log.Write("# killed after the grace period");
+    return finish(out);
 }
 
 }  // namespace quorvel::engine

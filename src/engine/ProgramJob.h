@@ -24,6 +24,7 @@ namespace quorvel::engine {
 struct JobOutcome {
     enum Kind { PASSED, FAILED, CANCELLED, FAULT } kind = FAULT;
     std::string text;  // FAILED: the program's error text; FAULT: what went wrong
+    bool killed = false;  // it did not exit in time and was killed with SIGKILL
 };
 
 struct JobSpec {
@@ -59,7 +60,8 @@ private:
     void ReadOutput(platform::ChildProcess& child, platform::Millis started, bool keepEveryLine, platform::Millis pace);
     // With mutex_ held: waits for the reader to see the exit, at most `ms` (kForever: no limit).
     bool AwaitExit(std::unique_lock<std::mutex>& lk, platform::Millis ms);
-    void Terminate(std::unique_lock<std::mutex>& lk, platform::ChildProcess& child, platform::Millis graceMs);
+    // True when SIGKILL was needed.
+    bool Terminate(std::unique_lock<std::mutex>& lk, platform::ChildProcess& child, platform::Millis graceMs);
 
     platform::Clock& clock_;
     std::string hello_;  // Run's thread only
