@@ -211,6 +211,10 @@ int main(int argc, char** argv) {
     Emit("simulated engine started");  // free text: goes to the job log
     if (g.misbehave == "crash") {
         Status("bind");
+        // The default action, even where a sanitizer catches the signal for its report.
+        struct sigaction dfl {};
+        dfl.sa_handler = SIG_DFL;
+        sigaction(SIGSEGV, &dfl, nullptr);
         raise(SIGSEGV);
     }
     if (g.misbehave == "garbage") {
