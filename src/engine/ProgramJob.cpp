@@ -170,7 +170,6 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
     std::string command;
     for (const auto& a : spec.argv) command += (command.empty() ? "" : " ") + a;
     log.Write("# engine program: " + command);
-    JobOutcome outcome;
     auto finish = [&](const JobOutcome& o) {
         if (o.kind == JobOutcome::FAULT) log.Write("# fault: " + o.text);
         else if (o.kind == JobOutcome::CANCELLED) log.Write("# cancelled");

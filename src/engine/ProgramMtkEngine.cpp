@@ -6,6 +6,7 @@
 #include "app/Station.h"
 #include "app/Texts.h"
 #include "engine/DownloadWorker.h"
+#include "engine/ProgramCheck.h"
 
 namespace quorvel::engine {
 
@@ -154,6 +155,19 @@ int ProgramMtkEngine::DLOperationStart() {
                       {"phase", "1"}},
                      options, &noFiles, spec, error);
     return RunMtkStyleProgram(context_, job_, window_, slot_, spec, error, true, app::FieldText(device_.instanceId));
+}
+
+void ProgramMtkEngine::GetVersionInfo(app::VersionInfo* info) {
+    package_->GetVersionInfo(info);
+    if (!info) return;
+    auto fill = [&](const std::string& line, char(&version)[32], char(&build)[128]) {
+        if (line.empty()) return;
+        const ProgramCheckResult r = CheckEngineProgram(line, context_.station.ExeDir(), context_.station.clock);
+        app::CopyField(version, r.ok ? r.version : "engine program");
+        app::CopyField(build, r.ok ? r.program : r.problem);
+    };
+    fill(context_.settings.mtk, info->module1Version, info->module1Build);
+    fill(context_.settings.fp, info->module2Version, info->module2Build);
 }
 
 }  // namespace quorvel::engine

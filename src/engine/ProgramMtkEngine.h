@@ -1,8 +1,8 @@
 #pragma once
 // The MTK scatter-package engine as an engine program: one program run per job,
 // its protocol lines turned into the 6028 messages the in-process engine sends.
-// The package-wide operations (version, pre-load, verification) stay with the
-// in-process engine given as `packageEngine`.
+// The package-wide operations (pre-load, verification) stay with the in-process engine
+// given as `packageEngine`; the version query also asks the programs.
 // Threads: as MtkEngine (EngineInterfaces.h); CancelTask from the stop thread ends
 // the running program.
 
@@ -35,7 +35,9 @@ public:
     void CancelTask() override { job_.Cancel(); }
 
     int GetPCLoadVersion(char* buffer260) override { return package_->GetPCLoadVersion(buffer260); }
-    void GetVersionInfo(app::VersionInfo* info) override { package_->GetVersionInfo(info); }
+    // The in-process engine's versions, with the MTK and FP programs' own (their --version
+    // hello) in the two module entries.
+    void GetVersionInfo(app::VersionInfo* info) override;
     int PreLoadFiles(char* scatterPath, bool a2, int checksum, int type, app::SpmtkEfuseInfo efuse,
                      bool reserve) override {
         return package_->PreLoadFiles(scatterPath, a2, checksum, type, efuse, reserve);

@@ -146,6 +146,10 @@ TEST(EngineProgramE2e, BadProgramRefusesStart) {
         if (std::string(c.reason).empty()) {
             EXPECT_TRUE(messages.empty());
             loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+            // The About dialog's versions name the program where the MTK module stands.
+            app::VersionInfo info{};
+            loop.Call([&] { rig.Run().Manager().WorkerAt(0)->FillVersionInfo(&info); });
+            EXPECT_EQ(app::FieldText(info.module1Version), "quorvel-sim-engine 1.0");
         } else {
             ASSERT_EQ(messages.size(), 1u);
             EXPECT_NE(messages[0].find("The engine program for MTK cannot run: "), std::string::npos) << messages[0];
