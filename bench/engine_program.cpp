@@ -12,9 +12,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -143,9 +143,10 @@ int main(int argc, char** argv) {
     const int passed = static_cast<int>(std::count(results.begin(), results.end(), 0));
     std::printf("slots %d, %d progress lines/s each, %.1f s: %zu progress updates, %d/%d jobs passed\n", kSlots, rate,
                 wall, lat.size(), passed, kSlots);
-    std::printf("station CPU %.2f s = %.2f %% of one core; station loop and slot displays %.2f %%, "
-                "engine-program adapters (readers, job threads, sending) %.2f %%\n",
-                cpu, 100.0 * cpu / wall, 100.0 * loopCpu / wall, 100.0 * (cpu - loopCpu) / wall);
+    std::printf(
+        "station CPU %.2f s = %.2f %% of one core; station loop and slot displays %.2f %%, "
+        "engine-program adapters (readers, job threads, sending) %.2f %%\n",
+        cpu, 100.0 * cpu / wall, 100.0 * loopCpu / wall, 100.0 * (cpu - loopCpu) / wall);
     std::printf("line to slot row: p50 %.2f ms, p99 %.2f ms, max %.2f ms\n", pct(0.5), pct(0.99),
                 lat.empty() ? 0.0 : lat.back() / 1000.0);
     std::error_code ec;

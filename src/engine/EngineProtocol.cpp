@@ -123,10 +123,14 @@ private:
         for (int k = 0; k < 4; ++k) {
             const char c = s_[i_++];
             cp <<= 4;
-            if (c >= '0' && c <= '9') cp |= static_cast<std::uint32_t>(c - '0');
-            else if (c >= 'a' && c <= 'f') cp |= static_cast<std::uint32_t>(c - 'a' + 10);
-            else if (c >= 'A' && c <= 'F') cp |= static_cast<std::uint32_t>(c - 'A' + 10);
-            else return false;
+            if (c >= '0' && c <= '9')
+                cp |= static_cast<std::uint32_t>(c - '0');
+            else if (c >= 'a' && c <= 'f')
+                cp |= static_cast<std::uint32_t>(c - 'a' + 10);
+            else if (c >= 'A' && c <= 'F')
+                cp |= static_cast<std::uint32_t>(c - 'A' + 10);
+            else
+                return false;
         }
         return true;
     }
@@ -177,8 +181,7 @@ private:
 
 // Whole non-negative numbers up to 2^53, where doubles are still exact.
 bool Count(const Value& v, std::uint64_t& out) {
-    if (v.kind != Value::NUMBER || v.number < 0 || v.number > 9007199254740992.0 ||
-        v.number != std::floor(v.number))
+    if (v.kind != Value::NUMBER || v.number < 0 || v.number > 9007199254740992.0 || v.number != std::floor(v.number))
         return false;
     out = static_cast<std::uint64_t>(v.number);
     return true;
@@ -189,7 +192,9 @@ const Value* Field(const Object& o, std::string_view key, Value::Kind kind) {
     return it != o.end() && it->second.kind == kind ? &it->second : nullptr;
 }
 
-bool Has(const Object& o, std::string_view key) { return o.find(key) != o.end(); }
+bool Has(const Object& o, std::string_view key) {
+    return o.find(key) != o.end();
+}
 
 LineKind Garbage(std::string& why, const char* text) {
     why = text;

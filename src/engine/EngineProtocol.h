@@ -29,11 +29,11 @@ std::optional<Object> ParseObject(std::string_view line);
 
 struct Event {
     enum Type { HELLO, STEP, STATUS, PROGRESS, SWITCH, RESULT, OTHER } type = OTHER;
-    int version = 0;          // HELLO
-    std::string program;      // HELLO: name and version of the program
-    int step = -1;            // STEP
-    std::string key;          // STATUS: one of the well-known status keys, or empty
-    std::string text;         // STATUS: free text (used when key is empty)
+    int version = 0;                           // HELLO
+    std::string program;                       // HELLO: name and version of the program
+    int step = -1;                             // STEP
+    std::string key;                           // STATUS: one of the well-known status keys, or empty
+    std::string text;                          // STATUS: free text (used when key is empty)
     std::optional<std::uint64_t> done, total;  // PROGRESS, bytes
     std::optional<int> percent;                // PROGRESS, 0..100
     bool ok = false;                           // RESULT

@@ -18,8 +18,8 @@ std::string ProgramContext::LogPath(const char* platform, const std::string& uni
     std::tm tm{};
     localtime_r(&now, &tm);
     char name[96];
-    std::snprintf(name, sizeof name, "%s_%s_%04d%02d%02d-%02d%02d%02d_%u.log", platform, unit.c_str(), tm.tm_year + 1900,
-                  tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, ++jobs_);
+    std::snprintf(name, sizeof name, "%s_%s_%04d%02d%02d-%02d%02d%02d_%u.log", platform, unit.c_str(),
+                  tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, ++jobs_);
     return station.ExeDir() + "TestLog/engine/" + name;
 }
 
@@ -33,8 +33,10 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
     }
     args[0] = ResolveProgram(args[0], station.ExeDir());
     char unit[32];
-    if (slot >= 0) std::snprintf(unit, sizeof unit, "slot%02d", slot);
-    else std::snprintf(unit, sizeof unit, "com%s", values["port"].c_str());
+    if (slot >= 0)
+        std::snprintf(unit, sizeof unit, "slot%02d", slot);
+    else
+        std::snprintf(unit, sizeof unit, "com%s", values["port"].c_str());
     spec.logPath = LogPath(platform, unit);
     values["platform"] = platform;
     values["slot"] = slot >= 0 ? std::to_string(slot) : "";

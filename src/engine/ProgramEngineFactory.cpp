@@ -30,7 +30,9 @@ ProgramContext& ProgramEngineFactory::Context() {
     return *context_;
 }
 
-const ProgramSettings& ProgramEngineFactory::Settings() { return Context().settings; }
+const ProgramSettings& ProgramEngineFactory::Settings() {
+    return Context().settings;
+}
 
 std::unique_ptr<MtkEngine> ProgramEngineFactory::MakeMtk(platform::MessageWindow& window) {
     ProgramContext& c = Context();
@@ -57,8 +59,8 @@ std::string ProgramEngineFactory::StartProblem(int packageKind) {
     if (!platform || line.empty()) return {};
     const ProgramCheckResult r = CheckEngineProgram(line, station_.ExeDir(), station_.clock);
     if (r.ok) return {};
-    return std::string("The engine program for ") + platform + " cannot run: " +
-           (r.program.empty() ? line : r.program) + ": " + r.problem;
+    return std::string("The engine program for ") + platform +
+           " cannot run: " + (r.program.empty() ? line : r.program) + ": " + r.problem;
 }
 
 }  // namespace quorvel::engine

@@ -171,8 +171,10 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
     for (const auto& a : spec.argv) command += (command.empty() ? "" : " ") + a;
     log.Write("# engine program: " + command);
     auto finish = [&](const JobOutcome& o) {
-        if (o.kind == JobOutcome::FAULT) log.Write("# fault: " + o.text);
-        else if (o.kind == JobOutcome::CANCELLED) log.Write("# cancelled");
+        if (o.kind == JobOutcome::FAULT)
+            log.Write("# fault: " + o.text);
+        else if (o.kind == JobOutcome::CANCELLED)
+            log.Write("# cancelled");
         return o;
     };
     hello_.clear();
@@ -191,9 +193,8 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
         std::lock_guard g(mutex_);
         readerStop_ = false;
     }
-    std::thread reader([&] {
-        ReadOutput(*child, started, spec.record || spec.progressIntervalMs <= 0, spec.progressIntervalMs);
-    });
+    std::thread reader(
+        [&] { ReadOutput(*child, started, spec.record || spec.progressIntervalMs <= 0, spec.progressIntervalMs); });
     bool hello = false;
     std::optional<JobOutcome> result;
     std::optional<JobOutcome> fault;
@@ -210,8 +211,10 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
         lastProgress = clock_.Now();
     };
     auto progress = [&](const protocol::Event& e) {
-        if (pending) MergeProgress(*pending, e);
-        else pending = e;
+        if (pending)
+            MergeProgress(*pending, e);
+        else
+            pending = e;
         if (clock_.Now() - lastProgress >= spec.progressIntervalMs) flush();
     };
     {
@@ -223,8 +226,9 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
             holdingProgress_ = pending.has_value();
             clock_.WaitUntil(lk, cv_, std::min(silenceAt, flushAt), [&] {
                 return cancelled_ || exit_.has_value() ||
-                       (!lines_.empty() && (!holdingProgress_ || lines_.back().event.type != protocol::Event::PROGRESS ||
-                                            lines_.size() > 1));
+                       (!lines_.empty() &&
+                        (!holdingProgress_ || lines_.back().event.type != protocol::Event::PROGRESS ||
+                         lines_.size() > 1));
             });
             holdingProgress_ = false;
             if (cancelled_) {
@@ -256,10 +260,10 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
                                 fault = JobOutcome{JobOutcome::FAULT,
                                                    "engine program wrote a protocol line before its hello"};
                             } else if (event.version != protocol::kVersion) {
-                                fault = JobOutcome{JobOutcome::FAULT,
-                                                   "engine program speaks protocol version " +
-                                                       std::to_string(event.version) + ", the station speaks " +
-                                                       std::to_string(protocol::kVersion)};
+                                fault = JobOutcome{JobOutcome::FAULT, "engine program speaks protocol version " +
+                                                                          std::to_string(event.version) +
+                                                                          ", the station speaks " +
+                                                                          std::to_string(protocol::kVersion)};
                             } else {
                                 hello = true;
                                 hello_ = event.program.empty() ? "(unnamed)" : event.program;

@@ -23,7 +23,7 @@ namespace quorvel::engine {
 
 struct JobOutcome {
     enum Kind { PASSED, FAILED, CANCELLED, FAULT } kind = FAULT;
-    std::string text;  // FAILED: the program's error text; FAULT: what went wrong
+    std::string text;     // FAILED: the program's error text; FAULT: what went wrong
     bool killed = false;  // it did not exit in time and was killed with SIGKILL
 };
 

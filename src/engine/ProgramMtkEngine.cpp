@@ -12,16 +12,24 @@ namespace quorvel::engine {
 
 namespace {
 
-std::string Option(const char* name, const std::string& value) { return std::string(name) + "=" + value; }
-std::string Option(const char* name, int value) { return Option(name, std::to_string(value)); }
+std::string Option(const char* name, const std::string& value) {
+    return std::string(name) + "=" + value;
+}
+std::string Option(const char* name, int value) {
+    return Option(name, std::to_string(value));
+}
 
 // A well-known status key in the station's language; otherwise the program's own text.
 std::string StatusText(const app::Language& language, const protocol::Event& e) {
     static const std::pair<const char*, const app::LangText*> keys[] = {
-        {"bind", &app::texts::kStatusBindIndex},       {"da_switched", &app::texts::kStatusSwitchDa},
-        {"formatting", &app::texts::kStatusFormatting}, {"meta", &app::texts::kStatusEnterMeta},
-        {"memory_test", &app::texts::kStatusMemoryTesting}, {"downloading", &app::texts::kSimDownloading},
-        {"complete", &app::texts::kStatusDownloadComplete}, {"failed", &app::texts::kSimFailed},
+        {"bind", &app::texts::kStatusBindIndex},
+        {"da_switched", &app::texts::kStatusSwitchDa},
+        {"formatting", &app::texts::kStatusFormatting},
+        {"meta", &app::texts::kStatusEnterMeta},
+        {"memory_test", &app::texts::kStatusMemoryTesting},
+        {"downloading", &app::texts::kSimDownloading},
+        {"complete", &app::texts::kStatusDownloadComplete},
+        {"failed", &app::texts::kSimFailed},
         {"cancelled", &app::texts::kSimCancelled},
     };
     for (const auto& [key, text] : keys)
@@ -56,8 +64,10 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
                         lastTotal = total;
                         value(3, std::min<std::uint64_t>(*e.done, 0xFFFFFFFEu));
                     }
-                    if (e.percent) value(2, static_cast<std::uint64_t>(*e.percent));
-                    else if (e.total && *e.total > 0) value(2, *e.done * 100 / *e.total);
+                    if (e.percent)
+                        value(2, static_cast<std::uint64_t>(*e.percent));
+                    else if (e.total && *e.total > 0)
+                        value(2, *e.done * 100 / *e.total);
                     break;
                 }
                 case protocol::Event::SWITCH:
@@ -129,8 +139,12 @@ void ProgramMtkEngine::SetEfusePara(int enabled, const char* xmlPath, int, const
                      Option("DaPl", daPl ? daPl : "")};
 }
 
-void ProgramMtkEngine::SetDAPort(int threadIndex) { daPort_ = threadIndex; }
-void ProgramMtkEngine::SetDownloadType(int type) { downloadType_ = type; }
+void ProgramMtkEngine::SetDAPort(int threadIndex) {
+    daPort_ = threadIndex;
+}
+void ProgramMtkEngine::SetDownloadType(int type) {
+    downloadType_ = type;
+}
 
 void ProgramMtkEngine::SetDeviceInfo(app::DeviceInfo* device) {
     if (device) device_ = *device;

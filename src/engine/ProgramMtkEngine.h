@@ -16,12 +16,12 @@ namespace quorvel::engine {
 // One MTK-style job (MTK and CFG packages): runs `spec`, reports to row `slot` and
 // returns 0 passed, 1 failed, 2 cancelled, 3 a fault of the program.
 int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::MessageWindow& window, int slot,
-                       const JobSpec& spec, const std::string& makeError, bool daSwitch,
-                       const std::string& instanceId);
+                       const JobSpec& spec, const std::string& makeError, bool daSwitch, const std::string& instanceId);
 
 class ProgramMtkEngine final : public MtkEngine {
 public:
-    ProgramMtkEngine(ProgramContext& context, platform::MessageWindow& window, std::unique_ptr<MtkEngine> packageEngine);
+    ProgramMtkEngine(ProgramContext& context, platform::MessageWindow& window,
+                     std::unique_ptr<MtkEngine> packageEngine);
 
     void SetDLPara(int threadIndex, int checkVersion, int bromLog, int flashCheckSum, int forceWatchdogReset,
                    int enableAutoPulling, int battery, int arg8, const char* arg9, const char* nvramFile,

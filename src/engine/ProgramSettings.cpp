@@ -22,8 +22,9 @@ ProgramSettings ProgramSettings::Load(const std::string& iniPath) {
         if (seconds > 0 && seconds <= 24 * 3600) s.silenceMs = seconds * 1000;
     }
     s.record = std::strtol(text("Record").c_str(), nullptr, 10) != 0;
-    s.benchProgram = std::strtol(platform::ProfileIni::ReadStringFrom(contents, "BENCH", "EngineProgram", "", 16).c_str(),
-                                 nullptr, 10) != 0;
+    s.benchProgram =
+        std::strtol(platform::ProfileIni::ReadStringFrom(contents, "BENCH", "EngineProgram", "", 16).c_str(), nullptr,
+                    10) != 0;
     return s;
 }
 

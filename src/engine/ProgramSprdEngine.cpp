@@ -24,7 +24,9 @@ std::uint32_t StepMessage(int step) {
 ProgramSprdEngine::ProgramSprdEngine(ProgramContext& context, platform::MessageWindow& window)
     : context_(context), window_(window), job_(context.station.clock) {}
 
-ProgramSprdEngine::~ProgramSprdEngine() { StopThread(); }
+ProgramSprdEngine::~ProgramSprdEngine() {
+    StopThread();
+}
 
 void ProgramSprdEngine::SetSPRDParameters(int selectedFileCount, unsigned long, std::string productName,
                                           std::vector<app::DlFileInfo> files, std::string configFilePath) {
@@ -97,17 +99,18 @@ void ProgramSprdEngine::RunPort(unsigned long port, JobSpec spec, std::string ma
     if (makeError.empty()) {
         outcome = job_.Run(spec, [&](const protocol::Event& e) {
             switch (e.type) {
-                case protocol::Event::STEP:
-                    {
-                        std::lock_guard g(mutex_);
-                        steps_.push_back(e.step);
-                    }
+                case protocol::Event::STEP: {
+                    std::lock_guard g(mutex_);
+                    steps_.push_back(e.step);
+                }
                     send(app::WM_APP + 202);
                     send(StepMessage(e.step));
                     break;
                 case protocol::Event::PROGRESS:
-                    if (e.percent) send(app::WM_APP + 208, *e.percent);
-                    else if (e.total && *e.total > 0) send(app::WM_APP + 208, static_cast<platform::LParam>(*e.done * 100 / *e.total));
+                    if (e.percent)
+                        send(app::WM_APP + 208, *e.percent);
+                    else if (e.total && *e.total > 0)
+                        send(app::WM_APP + 208, static_cast<platform::LParam>(*e.done * 100 / *e.total));
                     break;
                 case protocol::Event::SWITCH: switching = true; break;
                 default: break;

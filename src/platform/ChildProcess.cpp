@@ -73,8 +73,10 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
     posix_spawnattr_setflags(&s.attr, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     posix_spawn_file_actions_addopen(&s.actions, 0, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&s.actions, out[1], 1);
-    if (stderrFd >= 0) posix_spawn_file_actions_adddup2(&s.actions, stderrFd, 2);
-    else posix_spawn_file_actions_addopen(&s.actions, 2, "/dev/null", O_WRONLY, 0);
+    if (stderrFd >= 0)
+        posix_spawn_file_actions_adddup2(&s.actions, stderrFd, 2);
+    else
+        posix_spawn_file_actions_addopen(&s.actions, 2, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addclosefrom_np(&s.actions, 3);
 
     std::vector<char*> args;

@@ -25,8 +25,7 @@ public:
 
     // Starts argv[0] (searched in PATH when it has no '/') with stdin /dev/null, stdout a
     // pipe and stderr on `stderrFd` (/dev/null when -1). Null with `error` set on failure.
-    static std::unique_ptr<ChildProcess> Spawn(const std::vector<std::string>& argv, int stderrFd,
-                                               std::string& error);
+    static std::unique_ptr<ChildProcess> Spawn(const std::vector<std::string>& argv, int stderrFd, std::string& error);
     ~ChildProcess();  // kills and reaps a child still there, closes the descriptors
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
@@ -49,8 +48,8 @@ private:
     ChildProcess() = default;
 
     pid_t pid_ = -1;
-    int out_ = -1;     // read end of stdout
-    int pidfd_ = -1;   // readable when the child has exited
+    int out_ = -1;    // read end of stdout
+    int pidfd_ = -1;  // readable when the child has exited
     int wakeR_ = -1, wakeW_ = -1;
     bool outEnded_ = false;  // reader thread only
     std::mutex mutex_;       // guards reaped_ against Signal

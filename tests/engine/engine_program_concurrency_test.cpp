@@ -2,9 +2,8 @@
 // and kill, crash isolation between slots, no zombie or descriptor after many jobs,
 // and replay of a recorded session. The programs run in real time.
 #include <dirent.h>
-#include <sys/wait.h>
-
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <atomic>
 #include <chrono>
@@ -24,7 +23,9 @@
 namespace quorvel::engine {
 namespace {
 
-std::string SimEngine() { return platform::ExeDir() + "../tools/quorvel-sim-engine/quorvel-sim-engine"; }
+std::string SimEngine() {
+    return platform::ExeDir() + "../tools/quorvel-sim-engine/quorvel-sim-engine";
+}
 
 int OpenFds() {
     int n = 0;
@@ -136,7 +137,10 @@ TEST(EngineProgram, ThousandJobsLeaveNoZombieAndNoDescriptor) {
         threads.emplace_back([&, t] {
             ProgramJob job(clock);
             const JobSpec spec{{SimEngine(), "--duration", "0", "--speed", "0", t % 2 ? "--fail" : "--no-switch"},
-                               "", 10000, 1000, false};
+                               "",
+                               10000,
+                               1000,
+                               false};
             for (int i = 0; i < 250; ++i) {
                 const auto kind = job.Run(spec, [](const protocol::Event&) {}).kind;
                 passed += kind == (t % 2 ? JobOutcome::FAILED : JobOutcome::PASSED) ? 1 : 0;
@@ -156,8 +160,8 @@ TEST(EngineProgram, RecordedSessionReplaysTheSameEvents) {
     // Every progress line handed on, so both runs see all of them.
     const JobRun recorded = RunJob(clock, {Args({"--fail-step", "2"}), log, 5000, 1000, true, 0});
     ASSERT_EQ(recorded.outcome.kind, JobOutcome::FAILED);
-    const JobRun replayed =
-        RunJob(clock, {{SimEngine(), "--replay", log, "--time-scale", "50"}, dir.Path() + "replay.log", 5000, 1000, false, 0});
+    const JobRun replayed = RunJob(
+        clock, {{SimEngine(), "--replay", log, "--time-scale", "50"}, dir.Path() + "replay.log", 5000, 1000, false, 0});
     EXPECT_EQ(replayed.outcome.kind, JobOutcome::FAILED);
     EXPECT_EQ(replayed.events, recorded.events);
     EXPECT_GT(recorded.events.size(), 5u);
@@ -234,10 +238,10 @@ public:
     test::TempDir dir;
     platform::ScaledClock clock{5};
     app::HeadlessConsoleUi ui;
-    std::unique_ptr<app::Station> st = std::make_unique<app::Station>(
-        app::StationOptions{dir.Path(), [] { return static_cast<std::uint16_t>(1033); },
-                            [] { return std::string("00-11-22-33-44-55"); }},
-        clock, ui);
+    std::unique_ptr<app::Station> st =
+        std::make_unique<app::Station>(app::StationOptions{dir.Path(), [] { return static_cast<std::uint16_t>(1033); },
+                                                           [] { return std::string("00-11-22-33-44-55"); }},
+                                       clock, ui);
     platform::StationLoop loop{clock};
     SimPhoneRegistry registry;
     SimEngineFactory sim{*st, registry};
@@ -259,8 +263,10 @@ TEST(EngineProgram, CrashFailsOnlyItsOwnSlot) {
     ASSERT_TRUE(s.WaitFor([&] { return s.manager->WorkerAt(15)->IsRunning(); }));
     for (int slot = 0; slot < 16; ++slot) {
         const std::string port = "(COM" + std::to_string(slot + 1) + ")";
-        if (slot % 4 == 3) s.HandOver(slot, app::EVENT_SPRD, "SPRD U2S Diag " + port, "sprd" + std::to_string(slot));
-        else s.HandOver(slot, app::EVENT_MTK, "MTK PreLoader " + port, "phone" + std::to_string(slot));
+        if (slot % 4 == 3)
+            s.HandOver(slot, app::EVENT_SPRD, "SPRD U2S Diag " + port, "sprd" + std::to_string(slot));
+        else
+            s.HandOver(slot, app::EVENT_MTK, "MTK PreLoader " + port, "phone" + std::to_string(slot));
     }
     ASSERT_TRUE(s.WaitFor([&] { return s.st->statistics.Total() == 16; }))
         << s.st->slotList.ResultText(3) << " | " << s.st->slotList.Row(3).progress.text;

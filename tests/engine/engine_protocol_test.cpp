@@ -1,8 +1,8 @@
-#include "engine/EngineProtocol.h"
-
 #include <gtest/gtest.h>
 
 #include <random>
+
+#include "engine/EngineProtocol.h"
 
 namespace quorvel::engine::protocol {
 namespace {

@@ -2,10 +2,10 @@
 // the engine line protocol (docs/engine-protocol.md) and prints what conforms.
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
-#include <functional>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -73,8 +73,10 @@ int main(int argc, char** argv) {
     int i = 1;
     for (; i < argc && argv[i][0] == '-' && argv[i][1] == '-'; ++i) {
         const std::string a = argv[i];
-        if (a == "--fail-args" && i + 1 < argc) failArgs = argv[++i];
-        else if (a == "--silence" && i + 1 < argc) silenceSeconds = std::atol(argv[++i]);
+        if (a == "--fail-args" && i + 1 < argc)
+            failArgs = argv[++i];
+        else if (a == "--silence" && i + 1 < argc)
+            silenceSeconds = std::atol(argv[++i]);
         else if (a == "--") {
             ++i;
             break;
@@ -104,14 +106,15 @@ int main(int argc, char** argv) {
 
     // A whole job: progress, a result, nothing broken, never silent too long.
     const Run pass = RunOnce(clock, job, silenceMs);
-    const bool garbage = pass.outcome.kind == JobOutcome::FAULT && pass.outcome.text.find("garbage") != std::string::npos;
+    const bool garbage =
+        pass.outcome.kind == JobOutcome::FAULT && pass.outcome.text.find("garbage") != std::string::npos;
     const bool silent = pass.outcome.kind == JobOutcome::FAULT && pass.outcome.text.find("silent") != std::string::npos;
     const bool version =
         pass.outcome.kind == JobOutcome::FAULT && (pass.outcome.text.find("protocol version") != std::string::npos ||
                                                    pass.outcome.text.find("before its hello") != std::string::npos);
-    Report(pass.progress > 0, "progress", std::to_string(pass.progress) + " progress, " + std::to_string(pass.steps) +
-                                              " step, " + std::to_string(pass.statuses) + " status, " +
-                                              std::to_string(pass.switches) + " switch lines");
+    Report(pass.progress > 0, "progress",
+           std::to_string(pass.progress) + " progress, " + std::to_string(pass.steps) + " step, " +
+               std::to_string(pass.statuses) + " status, " + std::to_string(pass.switches) + " switch lines");
     Report(pass.outcome.kind == JobOutcome::PASSED && !pass.outcome.killed, "pass",
            Describe(pass.outcome) + (pass.outcome.killed ? ", then had to be killed" : ""));
     Report(!garbage, "garbage", garbage ? pass.outcome.text : "every line free text or a valid protocol line");

@@ -72,8 +72,12 @@ double NowMs() {
     return static_cast<double>(ts.tv_sec) * 1000.0 + static_cast<double>(ts.tv_nsec) / 1e6;
 }
 
-void Status(const char* key) { Emit(std::string("{\"t\":\"status\",\"key\":") + protocol::Quote(key) + "}"); }
-void Step(int step) { Emit("{\"t\":\"step\",\"step\":" + std::to_string(step) + "}"); }
+void Status(const char* key) {
+    Emit(std::string("{\"t\":\"status\",\"key\":") + protocol::Quote(key) + "}");
+}
+void Step(int step) {
+    Emit("{\"t\":\"step\",\"step\":" + std::to_string(step) + "}");
+}
 void Result(bool ok, const std::string& error = "") {
     Emit(std::string("{\"t\":\"result\",\"ok\":") + (ok ? "true" : "false") +
          (error.empty() ? "" : ",\"error\":" + protocol::Quote(error)) + "}");
@@ -87,7 +91,9 @@ void Progress(unsigned long long done, unsigned long long total) {
     Emit("{\"t\":\"progress\",\"done\":" + std::to_string(done) + ",\"total\":" + std::to_string(total) +
          ",\"percent\":" + std::to_string(total ? done * 100 / total : 0) + "}");
 }
-void Percent(int p) { Emit("{\"t\":\"progress\",\"percent\":" + std::to_string(p) + "}"); }
+void Percent(int p) {
+    Emit("{\"t\":\"progress\",\"percent\":" + std::to_string(p) + "}");
+}
 
 double TransferMs(unsigned long long bytes) {
     return g.speedMBps <= 0 ? 0 : static_cast<double>(bytes) / (1024.0 * 1024.0) / g.speedMBps * 1000.0;
@@ -99,8 +105,10 @@ bool Transfer(double ms, bool failing, bool bytes) {
     const int chunks = g.progressRate > 0 ? std::max(1, static_cast<int>(ms / 1000.0 * g.progressRate)) : 10;
     for (int i = 1; i <= chunks; ++i) {
         SleepMs(ms / chunks);
-        if (bytes) Progress(g.sizeBytes * static_cast<unsigned long long>(i) / chunks, g.sizeBytes);
-        else Percent(i * 100 / chunks);
+        if (bytes)
+            Progress(g.sizeBytes * static_cast<unsigned long long>(i) / chunks, g.sizeBytes);
+        else
+            Percent(i * 100 / chunks);
         if (failing && i * 2 >= chunks) return false;
     }
     return true;
@@ -126,9 +134,9 @@ int MtkJob() {
 }
 
 int SprdJob() {
-    static const char* const names[] = {"Waiting",        "Checking baudrate", "Connecting",   "Erasing flash",
-                                        "Downloading...", "Reading Flash",     "Reseting",     "Read Chip Type",
-                                        "Read NV Item",   "Change Baud",       "Finish",       "Unplugged",
+    static const char* const names[] = {"Waiting",        "Checking baudrate", "Connecting", "Erasing flash",
+                                        "Downloading...", "Reading Flash",     "Reseting",   "Read Chip Type",
+                                        "Read NV Item",   "Change Baud",       "Finish",     "Unplugged",
                                         "Paused",         "Enumerating port"};
     const bool phase1 = g.phase == 1;
     static const int p1[] = {1, 2, 4}, p2[] = {1, 2, 3, 4, 9};
@@ -181,24 +189,42 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         auto next = [&]() -> std::string { return i + 1 < argc ? argv[++i] : ""; };
-        if (a == "--platform") g.platform = next();
-        else if (a == "--phase") g.phase = std::atoi(next().c_str());
-        else if (a == "--duration") g.durationMs = std::atol(next().c_str());
-        else if (a == "--fail") g.pass = false;
-        else if (a == "--fail-step") g.pass = false, g.failingStep = std::atoi(next().c_str());
-        else if (a == "--size") g.sizeBytes = std::strtoull(next().c_str(), nullptr, 10);
-        else if (a == "--speed") g.speedMBps = std::atof(next().c_str());
-        else if (a == "--no-switch") g.switchPort = false;
-        else if (a == "--sprd-phase1") g.sprdPhase1Ms = std::atol(next().c_str());
-        else if (a == "--time-scale") g.timeScale = std::max(1e-3, std::atof(next().c_str()));
-        else if (a == "--progress-rate") g.progressRate = std::atoi(next().c_str());
-        else if (a == "--protocol") g.announce = std::atoi(next().c_str());
-        else if (a == "--misbehave") g.misbehave = next();
-        else if (a == "--replay") g.replay = next();
-        else if (a == "--device") g.device = next();
-        else if (a == "--stamp") g.stamp = true;
-        else if (a == "--help" || a == "-h") return Usage(), 0;
-        else if (a == "--version") g.misbehave = "version";
+        if (a == "--platform")
+            g.platform = next();
+        else if (a == "--phase")
+            g.phase = std::atoi(next().c_str());
+        else if (a == "--duration")
+            g.durationMs = std::atol(next().c_str());
+        else if (a == "--fail")
+            g.pass = false;
+        else if (a == "--fail-step")
+            g.pass = false, g.failingStep = std::atoi(next().c_str());
+        else if (a == "--size")
+            g.sizeBytes = std::strtoull(next().c_str(), nullptr, 10);
+        else if (a == "--speed")
+            g.speedMBps = std::atof(next().c_str());
+        else if (a == "--no-switch")
+            g.switchPort = false;
+        else if (a == "--sprd-phase1")
+            g.sprdPhase1Ms = std::atol(next().c_str());
+        else if (a == "--time-scale")
+            g.timeScale = std::max(1e-3, std::atof(next().c_str()));
+        else if (a == "--progress-rate")
+            g.progressRate = std::atoi(next().c_str());
+        else if (a == "--protocol")
+            g.announce = std::atoi(next().c_str());
+        else if (a == "--misbehave")
+            g.misbehave = next();
+        else if (a == "--replay")
+            g.replay = next();
+        else if (a == "--device")
+            g.device = next();
+        else if (a == "--stamp")
+            g.stamp = true;
+        else if (a == "--help" || a == "-h")
+            return Usage(), 0;
+        else if (a == "--version")
+            g.misbehave = "version";
     }
     if (!g.replay.empty()) return Replay();
     if (const auto at = g.misbehave.find('@'); at != std::string::npos)
@@ -206,9 +232,10 @@ int main(int argc, char** argv) {
     if (g.misbehave == "ignore-term") signal(SIGTERM, SIG_IGN);
     std::fprintf(stderr, "quorvel-sim-engine: %s job, phase %d\n", g.platform.c_str(), g.phase);
     if (g.misbehave != "no-hello")
-        Emit("{\"t\":\"hello\",\"protocol\":" + std::to_string(g.announce) + ",\"program\":\"quorvel-sim-engine 1.0\"}");
+        Emit("{\"t\":\"hello\",\"protocol\":" + std::to_string(g.announce) +
+             ",\"program\":\"quorvel-sim-engine 1.0\"}");
     if (g.misbehave == "version") return 0;  // the hello is the answer
-    Emit("simulated engine started");  // free text: goes to the job log
+    Emit("simulated engine started");        // free text: goes to the job log
     if (g.misbehave == "crash") {
         Status("bind");
         // The default action, even where a sanitizer catches the signal for its report.
