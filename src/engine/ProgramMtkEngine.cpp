@@ -46,8 +46,13 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
     auto status = [&](const std::string& text) {
         window.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row), reinterpret_cast<platform::LParam>(text.c_str()));
     };
+    // Values carry no pointer, so they are posted: the job does not wait for the station
+    // for each of them. Texts and the result are sent, as the station reads them at once.
     auto value = [&](std::uint32_t kind, std::uint64_t v) {
-        window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kind, row), static_cast<platform::LParam>(v));
+        if (kind == 5)
+            window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kind, row), static_cast<platform::LParam>(v));
+        else
+            window.Post(app::MSG_SLOT_PROGRESS, PackProgress(kind, row), static_cast<platform::LParam>(v));
     };
     auto choose = [&](const app::LangText& t) { return context.station.language.ChooseText(t); };
 

@@ -93,6 +93,8 @@ std::string ProgramSprdEngine::GetStepName(int step) {
 
 void ProgramSprdEngine::RunPort(unsigned long port, JobSpec spec, std::string makeError, bool phase1) {
     auto send = [&](std::uint32_t msg, platform::LParam l = 0) { window_.Send(msg, port, l); };
+    // The percent carries no pointer: posted, so the engine thread does not wait for it.
+    auto post = [&](platform::LParam percent) { window_.Post(app::WM_APP + 208, port, percent); };
     send(app::WM_APP + 201);
     bool switching = false;
     JobOutcome outcome{JobOutcome::FAULT, makeError};
@@ -108,9 +110,9 @@ void ProgramSprdEngine::RunPort(unsigned long port, JobSpec spec, std::string ma
                     break;
                 case protocol::Event::PROGRESS:
                     if (e.percent)
-                        send(app::WM_APP + 208, *e.percent);
+                        post(*e.percent);
                     else if (e.total && *e.total > 0)
-                        send(app::WM_APP + 208, static_cast<platform::LParam>(*e.done * 100 / *e.total));
+                        post(static_cast<platform::LParam>(*e.done * 100 / *e.total));
                     break;
                 case protocol::Event::SWITCH: switching = true; break;
                 default: break;
