@@ -72,8 +72,9 @@ private:
 StationRig::StationRig(app::Station& station, platform::StationLoop& loop, ConsoleController& console)
     : station_(station),
       engines_(station, registry_),
+      programs_(station, engines_, [this](const engine::SwitchEvent& e) { registry_.NotifySwitch(e); }, &registry_),
       backend_(std::make_unique<ChosenBackend>(station, registry_)),
-      run_(std::make_unique<StationRun>(station, loop, console, *backend_, engines_)) {}
+      run_(std::make_unique<StationRun>(station, loop, console, *backend_, programs_)) {}
 
 // The run (its monitor and workers) goes before the backend it watches.
 StationRig::~StationRig() {

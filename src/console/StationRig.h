@@ -2,8 +2,8 @@
 // Everything a station runs on besides its window: the device backend and the
 // engines, the download manager and the run logic. Made before OnInitDialog; the
 // device backend is chosen by the settings ([BENCH] Simulated) at its first use,
-// which is BuildSlots, after the settings have been loaded. Only simulated engines
-// exist, so both backends drive them.
+// which is BuildSlots, after the settings have been loaded. The engines are the
+// simulated ones unless [ENGINES] names an engine program for a platform.
 // Threads: made and destroyed on one thread while the station loop does not run
 // handlers of it (before Start, after Stop); the backend itself is thread-safe.
 
@@ -12,6 +12,7 @@
 
 #include "app/Station.h"
 #include "console/StationRun.h"
+#include "engine/ProgramEngineFactory.h"
 #include "engine/SimEngines.h"
 #include "sim/SimBench.h"
 
@@ -34,6 +35,7 @@ private:
     app::Station& station_;
     engine::SimPhoneRegistry registry_;
     engine::SimEngineFactory engines_;
+    engine::ProgramEngineFactory programs_;  // engines_ where no program is configured
     std::unique_ptr<ChosenBackend> backend_;
     std::unique_ptr<StationRun> run_;
 };

@@ -17,6 +17,7 @@ StationRun::StationRun(Station& station, platform::StationLoop& loop, ConsoleCon
       loop_(loop),
       console_(console),
       backend_(backend),
+      engines_(engines),
       manager_(station, loop, engines),
       probe_(
           station.clock, [&backend](int com) { return backend.SerialNodeOf(com); },
@@ -59,6 +60,11 @@ int StationRun::PreStartCheck() {
     namespace fs = std::filesystem;
     PackageSelection& p = station_.package;
     std::error_code ec;
+    // An engine program that cannot run refuses Start here, never failing phone by phone.
+    if (const std::string problem = engines_.StartProblem(p.kind); !problem.empty()) {
+        station_.ui.MessageBox(problem);
+        return 0;
+    }
     switch (p.kind) {
         case PACKAGE_MTK_SCATTER:
             monitor_.SelectMonitorService();

@@ -44,6 +44,7 @@ private:
     platform::StationLoop& loop_;
     ConsoleController& console_;
     devices::DeviceBackend& backend_;
+    engine::EngineFactory& engines_;
     engine::DownloadManager manager_;
     devices::ComProbe probe_;
     devices::PortBinding binding_;

@@ -78,6 +78,9 @@ public:
     virtual std::unique_ptr<MtkEngine> MakeMtk(platform::MessageWindow& window) = 0;
     virtual std::unique_ptr<FpEngine> MakeFp(platform::MessageWindow& window) = 0;
     virtual std::unique_ptr<SprdEngine> MakeSprd(platform::MessageWindow& window) = 0;
+    // Why jobs of `packageKind` cannot run on these engines (an operator's message), or
+    // empty. Asked at Start, on the station thread.
+    virtual std::string StartProblem(int /*packageKind*/) { return {}; }
 };
 
 // Message 6028's wParam: kind in bits 0..15, row in 16..23, sub-code in 24..31.

@@ -1,0 +1,65 @@
+#include "engine/ProgramContext.h"
+
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+
+#include "app/Station.h"
+#include "engine/SimEngineProgram.h"
+
+namespace quorvel::engine {
+
+ProgramContext::ProgramContext(app::Station& st, ProgramSettings s, std::function<void(const SwitchEvent&)> hook,
+                               const SimPhoneRegistry* benchPhones)
+    : station(st), settings(std::move(s)), switchHook_(std::move(hook)), benchPhones_(benchPhones) {}
+
+std::string ProgramContext::LogPath(const char* platform, const std::string& unit) {
+    const std::time_t now = static_cast<std::time_t>(station.clock.WallSeconds());
+    std::tm tm{};
+    localtime_r(&now, &tm);
+    char name[96];
+    std::snprintf(name, sizeof name, "%s_%s_%04d%02d%02d-%02d%02d%02d_%u.log", platform, unit.c_str(),
+                  tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, ++jobs_);
+    return station.ExeDir() + "TestLog/engine/" + name;
+}
+
+bool ProgramContext::MakeJob(const std::string& commandLine, const char* platform, int slot,
+                             std::map<std::string, std::string> values, const std::vector<std::string>& options,
+                             const std::vector<std::string>* files, JobSpec& spec, std::string& error) {
+    std::vector<std::string> args;
+    if (!SplitCommandLine(commandLine, args, error)) {
+        error = "engine program command line: " + error;
+        return false;
+    }
+    args[0] = ResolveProgram(args[0], station.ExeDir());
+    char unit[32];
+    if (slot >= 0)
+        std::snprintf(unit, sizeof unit, "slot%02d", slot);
+    else
+        std::snprintf(unit, sizeof unit, "com%s", values["port"].c_str());
+    spec.logPath = LogPath(platform, unit);
+    values["platform"] = platform;
+    values["slot"] = slot >= 0 ? std::to_string(slot) : "";
+    values["log"] = spec.logPath;
+    if (files && commandLine.find("{files}") != std::string::npos) {
+        const std::string listPath = spec.logPath.substr(0, spec.logPath.size() - 4) + ".files";
+        std::error_code ec;
+        std::filesystem::create_directories(std::filesystem::path(listPath).parent_path(), ec);
+        std::ofstream out(listPath, std::ios::trunc);
+        for (const auto& line : *files) out << line << '\n';
+        values["files"] = listPath;
+    }
+    spec.argv = ExpandCommandLine(args, values, options);
+    if (benchPhones_) {
+        const PhoneProfile p = std::string(platform) == "SPRD"
+                                   ? benchPhones_->ForPort(std::strtoul(values["port"].c_str(), nullptr, 10))
+                                   : benchPhones_->ForDevice(values["device"]);
+        for (auto& a : SimProfileArgs(p)) spec.argv.push_back(std::move(a));
+    }
+    spec.silenceMs = settings.silenceMs;
+    spec.graceMs = kProgramGraceMs;
+    spec.record = settings.record;
+    return true;
+}
+
+}  // namespace quorvel::engine

@@ -1,0 +1,53 @@
+#pragma once
+// What every engine-program adapter of a station shares: the station, the [ENGINES]
+// settings, the hook that tells the simulated bench a phone re-enumerates, and the
+// making of one job's arguments and log path. Read-only after construction; any thread.
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/ProgramJob.h"
+#include "engine/ProgramSettings.h"
+#include "engine/SimEngines.h"
+
+namespace quorvel::app {
+class Station;
+}
+
+namespace quorvel::engine {
+
+class ProgramContext {
+public:
+    // `benchPhones`: the simulated bench's phones, whose profiles are passed to the
+    // simulated engine program as arguments; null on a real bench.
+    ProgramContext(app::Station& station, ProgramSettings settings,
+                   std::function<void(const SwitchEvent&)> switchHook = nullptr,
+                   const SimPhoneRegistry* benchPhones = nullptr);
+
+    app::Station& station;
+    const ProgramSettings settings;
+
+    void NotifySwitch(const SwitchEvent& event) const {
+        if (switchHook_) switchHook_(event);
+    }
+
+    // The job for `commandLine` with its placeholders filled; false with `error` when the
+    // command line cannot be split. `values` gets {platform}, {slot} (empty for -1, SPRD), {log} (and {files}
+    // when `files` is given: the list is written beside the log).
+    bool MakeJob(const std::string& commandLine, const char* platform, int slot,
+                 std::map<std::string, std::string> values, const std::vector<std::string>& options,
+                 const std::vector<std::string>* files, JobSpec& spec, std::string& error);
+
+private:
+    std::string LogPath(const char* platform, const std::string& unit);
+
+    std::function<void(const SwitchEvent&)> switchHook_;
+    const SimPhoneRegistry* benchPhones_;
+    std::atomic<unsigned> jobs_{0};
+};
+
+}  // namespace quorvel::engine

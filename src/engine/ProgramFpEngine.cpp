@@ -1,0 +1,38 @@
+#include "engine/ProgramFpEngine.h"
+
+#include "app/Station.h"
+#include "engine/DownloadWorker.h"
+#include "engine/ProgramMtkEngine.h"
+
+namespace quorvel::engine {
+
+ProgramFpEngine::ProgramFpEngine(ProgramContext& context, platform::MessageWindow& window,
+                                 std::unique_ptr<FpEngine> packageEngine)
+    : context_(context), window_(window), package_(std::move(packageEngine)), job_(context.station.clock) {}
+
+void ProgramFpEngine::SetDeviceInfo(app::DeviceInfo* device) {
+    if (device) device_ = *device;
+}
+
+void ProgramFpEngine::SetDLPara(int threadIndex) {
+    slot_ = threadIndex;
+    job_.Reset();
+}
+
+int ProgramFpEngine::MTKFP_OperationStart() {
+    const int com = DownloadWorker::ExtractComNumber(app::FieldText(device_.friendlyName));
+    const std::vector<std::string> noFiles;
+    JobSpec spec;
+    std::string error;
+    context_.MakeJob(context_.settings.fp, "FP", slot_,
+                     {{"port", std::to_string(com)},
+                      {"node", SerialNodeOfCom(com)},
+                      {"device", app::FieldText(device_.instanceId)},
+                      {"location", app::FieldText(device_.location)},
+                      {"package", context_.station.package.cfgFilePath},
+                      {"phase", "1"}},
+                     {"DownloadType=" + std::to_string(downloadType_)}, &noFiles, spec, error);
+    return RunMtkStyleProgram(context_, job_, window_, slot_, spec, error, false, app::FieldText(device_.instanceId));
+}
+
+}  // namespace quorvel::engine

@@ -1,0 +1,192 @@
+#include "engine/ProgramMtkEngine.h"
+
+#include <algorithm>
+
+#include "app/Messages.h"
+#include "app/Station.h"
+#include "app/Texts.h"
+#include "engine/DownloadWorker.h"
+#include "engine/ProgramCheck.h"
+
+namespace quorvel::engine {
+
+namespace {
+
+std::string Option(const char* name, const std::string& value) {
+    return std::string(name) + "=" + value;
+}
+std::string Option(const char* name, int value) {
+    return Option(name, std::to_string(value));
+}
+
+// A well-known status key in the station's language; otherwise the program's own text.
+std::string StatusText(const app::Language& language, const protocol::Event& e) {
+    static const std::pair<const char*, const app::LangText*> keys[] = {
+        {"bind", &app::texts::kStatusBindIndex},
+        {"da_switched", &app::texts::kStatusSwitchDa},
+        {"formatting", &app::texts::kStatusFormatting},
+        {"meta", &app::texts::kStatusEnterMeta},
+        {"memory_test", &app::texts::kStatusMemoryTesting},
+        {"downloading", &app::texts::kSimDownloading},
+        {"complete", &app::texts::kStatusDownloadComplete},
+        {"failed", &app::texts::kSimFailed},
+        {"cancelled", &app::texts::kSimCancelled},
+    };
+    for (const auto& [key, text] : keys)
+        if (e.key == key) return language.ChooseText(*text);
+    return e.text.empty() ? e.key : e.text;
+}
+
+}  // namespace
+
+int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::MessageWindow& window, int slot,
+                       const JobSpec& spec, const std::string& makeError, bool daSwitch,
+                       const std::string& instanceId) {
+    const auto row = static_cast<std::uint32_t>(slot);
+    auto status = [&](const std::string& text) {
+        window.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row), reinterpret_cast<platform::LParam>(text.c_str()));
+    };
+    // Values carry no pointer, so they are posted: the job does not wait for the station
+    // for each of them. Texts and the result are sent, as the station reads them at once.
+    auto value = [&](std::uint32_t kind, std::uint64_t v) {
+        if (kind == 5)
+            window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kind, row), static_cast<platform::LParam>(v));
+        else
+            window.Post(app::MSG_SLOT_PROGRESS, PackProgress(kind, row), static_cast<platform::LParam>(v));
+    };
+    auto choose = [&](const app::LangText& t) { return context.station.language.ChooseText(t); };
+
+    JobOutcome outcome{JobOutcome::FAULT, makeError};
+    if (makeError.empty()) {
+        std::uint64_t lastTotal = ~0ull;
+        outcome = job.Run(spec, [&](const protocol::Event& e) {
+            switch (e.type) {
+                case protocol::Event::STATUS: status(StatusText(context.station.language, e)); break;
+                case protocol::Event::PROGRESS: {
+                    if (e.total) {
+                        const std::uint64_t total = std::min<std::uint64_t>(*e.total, 0xFFFFFFFEu);
+                        if (total != lastTotal) value(4, total);
+                        lastTotal = total;
+                        value(3, std::min<std::uint64_t>(*e.done, 0xFFFFFFFEu));
+                    }
+                    if (e.percent)
+                        value(2, static_cast<std::uint64_t>(*e.percent));
+                    else if (e.total && *e.total > 0)
+                        value(2, *e.done * 100 / *e.total);
+                    break;
+                }
+                case protocol::Event::SWITCH:
+                    if (daSwitch) {
+                        status(choose(app::texts::kStatusSwitchDa));
+                        context.NotifySwitch({SwitchEvent::MTK_TO_DA, instanceId, 0, slot});
+                    }
+                    break;
+                default: break;
+            }
+        });
+    }
+    switch (outcome.kind) {
+        case JobOutcome::PASSED:
+            status(choose(app::texts::kStatusDownloadComplete));
+            value(2, 100);
+            value(5, 1);
+            return 0;
+        case JobOutcome::FAILED:
+            status(outcome.text.empty() ? choose(app::texts::kSimFailed) : outcome.text);
+            value(5, 0);
+            return 1;
+        case JobOutcome::CANCELLED:
+            status(choose(app::texts::kSimCancelled));
+            value(5, 0);
+            return 2;
+        case JobOutcome::FAULT: break;
+    }
+    status(outcome.text);
+    value(5, 0);
+    return 3;
+}
+
+ProgramMtkEngine::ProgramMtkEngine(ProgramContext& context, platform::MessageWindow& window,
+                                   std::unique_ptr<MtkEngine> packageEngine)
+    : context_(context), window_(window), package_(std::move(packageEngine)), job_(context.station.clock) {}
+
+void ProgramMtkEngine::SetDLPara(int threadIndex, int checkVersion, int bromLog, int flashCheckSum,
+                                 int forceWatchdogReset, int enableAutoPulling, int battery, int, const char*,
+                                 const char* nvramFile, const char* proinfoFile, int upgradeBkNv,
+                                 int cleanBinRegionData, int nvDataZip) {
+    slot_ = threadIndex;
+    daPort_ = -1;
+    efuse_ = 0;
+    efuseOptions_.clear();
+    options_ = {Option("CheckVersion", checkVersion),
+                Option("BromLog", bromLog),
+                Option("FlashCheckSum", flashCheckSum),
+                Option("ForceWatchdogReset", forceWatchdogReset),
+                Option("EnableAutoPulling", enableAutoPulling),
+                Option("Battery", battery),
+                Option("NvramFile", nvramFile ? nvramFile : ""),
+                Option("ProinfoFile", proinfoFile ? proinfoFile : ""),
+                Option("UpgradeBkNv", upgradeBkNv),
+                Option("CleanBinRegionData", cleanBinRegionData),
+                Option("NvDataZip", nvDataZip)};
+    job_.Reset();
+}
+
+void ProgramMtkEngine::SetMemoryTestPara(int dataBus, int addrBus, int patternTest, int incDecTest, int patternNum) {
+    memoryOptions_ = {Option("DataBus", dataBus), Option("AddrBus", addrBus), Option("PatternTest", patternTest),
+                      Option("IncDecTest", incDecTest), Option("PatternNum", patternNum)};
+}
+
+void ProgramMtkEngine::SetEfusePara(int enabled, const char* xmlPath, int, const char*, const char* daBr,
+                                    const char* daPl) {
+    efuse_ = enabled;
+    efuseOptions_ = {Option("EfuseXml", xmlPath ? xmlPath : ""), Option("DaBr", daBr ? daBr : ""),
+                     Option("DaPl", daPl ? daPl : "")};
+}
+
+void ProgramMtkEngine::SetDAPort(int threadIndex) {
+    daPort_ = threadIndex;
+}
+void ProgramMtkEngine::SetDownloadType(int type) {
+    downloadType_ = type;
+}
+
+void ProgramMtkEngine::SetDeviceInfo(app::DeviceInfo* device) {
+    if (device) device_ = *device;
+}
+
+int ProgramMtkEngine::DLOperationStart() {
+    std::vector<std::string> options = options_;
+    options.insert(options.end(), memoryOptions_.begin(), memoryOptions_.end());
+    options.push_back(Option("DownloadType", downloadType_));
+    options.push_back(Option("DaPort", daPort_));
+    if (efuse_) options.insert(options.end(), efuseOptions_.begin(), efuseOptions_.end());
+    const int com = DownloadWorker::ExtractComNumber(app::FieldText(device_.friendlyName));
+    const std::vector<std::string> noFiles;
+    JobSpec spec;
+    std::string error;
+    context_.MakeJob(context_.settings.mtk, "MTK", slot_,
+                     {{"port", std::to_string(com)},
+                      {"node", SerialNodeOfCom(com)},
+                      {"device", app::FieldText(device_.instanceId)},
+                      {"location", app::FieldText(device_.location)},
+                      {"package", context_.station.package.scatterFilePath},
+                      {"phase", "1"}},
+                     options, &noFiles, spec, error);
+    return RunMtkStyleProgram(context_, job_, window_, slot_, spec, error, true, app::FieldText(device_.instanceId));
+}
+
+void ProgramMtkEngine::GetVersionInfo(app::VersionInfo* info) {
+    package_->GetVersionInfo(info);
+    if (!info) return;
+    auto fill = [&](const std::string& line, char(&version)[32], char(&build)[128]) {
+        if (line.empty()) return;
+        const ProgramCheckResult r = CheckEngineProgram(line, context_.station.ExeDir(), context_.station.clock);
+        app::CopyField(version, r.ok ? r.version : "engine program");
+        app::CopyField(build, r.ok ? r.program : r.problem);
+    };
+    fill(context_.settings.mtk, info->module1Version, info->module1Build);
+    fill(context_.settings.fp, info->module2Version, info->module2Build);
+}
+
+}  // namespace quorvel::engine

@@ -1,0 +1,63 @@
+#pragma once
+// The MTK scatter-package engine as an engine program: one program run per job,
+// its protocol lines turned into the 6028 messages the in-process engine sends.
+// The package-wide operations (pre-load, verification) stay with the in-process engine
+// given as `packageEngine`; the version query also asks the programs.
+// Threads: as MtkEngine (EngineInterfaces.h); CancelTask from the stop thread ends
+// the running program.
+
+#include <memory>
+
+#include "engine/EngineInterfaces.h"
+#include "engine/ProgramContext.h"
+
+namespace quorvel::engine {
+
+// One MTK-style job (MTK and CFG packages): runs `spec`, reports to row `slot` and
+// returns 0 passed, 1 failed, 2 cancelled, 3 a fault of the program.
+int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::MessageWindow& window, int slot,
+                       const JobSpec& spec, const std::string& makeError, bool daSwitch, const std::string& instanceId);
+
+class ProgramMtkEngine final : public MtkEngine {
+public:
+    ProgramMtkEngine(ProgramContext& context, platform::MessageWindow& window,
+                     std::unique_ptr<MtkEngine> packageEngine);
+
+    void SetDLPara(int threadIndex, int checkVersion, int bromLog, int flashCheckSum, int forceWatchdogReset,
+                   int enableAutoPulling, int battery, int arg8, const char* arg9, const char* nvramFile,
+                   const char* proinfoFile, int upgradeBkNv, int cleanBinRegionData, int nvDataZip) override;
+    void SetMemoryTestPara(int dataBus, int addrBus, int patternTest, int incDecTest, int patternNum) override;
+    void SetEfusePara(int enabled, const char* xmlPath, int, const char*, const char* daBr, const char* daPl) override;
+    void SetDAPort(int threadIndex) override;
+    void SetDownloadType(int type) override;
+    void SetDeviceInfo(app::DeviceInfo* device) override;
+    int DLOperationStart() override;
+    void CancelTask() override { job_.Cancel(); }
+
+    int GetPCLoadVersion(char* buffer260) override { return package_->GetPCLoadVersion(buffer260); }
+    // The in-process engine's versions, with the MTK and FP programs' own (their --version
+    // hello) in the two module entries.
+    void GetVersionInfo(app::VersionInfo* info) override;
+    int PreLoadFiles(char* scatterPath, bool a2, int checksum, int type, app::SpmtkEfuseInfo efuse,
+                     bool reserve) override {
+        return package_->PreLoadFiles(scatterPath, a2, checksum, type, efuse, reserve);
+    }
+    int VerifyHostBufferBeforeStart(const char* ini) override { return package_->VerifyHostBufferBeforeStart(ini); }
+    void SetChkSumWnd(platform::MessageWindow* window) override { package_->SetChkSumWnd(window); }
+
+private:
+    ProgramContext& context_;
+    platform::MessageWindow& window_;
+    std::unique_ptr<MtkEngine> package_;
+    ProgramJob job_;
+    int slot_ = 0;
+    int daPort_ = -1;
+    int efuse_ = 0;
+    app::DeviceInfo device_{};
+    std::vector<std::string> options_;  // DL parameters, memory test, efuse, download type
+    std::vector<std::string> efuseOptions_;
+    std::vector<std::string> memoryOptions_;
+    int downloadType_ = 0;
+};
+
+}  // namespace quorvel::engine

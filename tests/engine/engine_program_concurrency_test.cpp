@@ -1,0 +1,285 @@
+// Engine programs run as child processes: the protocol's outcomes and faults, cancel
+// and kill, crash isolation between slots, no zombie or descriptor after many jobs,
+// and replay of a recorded session. The programs run in real time.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "app/Messages.h"
+#include "console/MessageRouter.h"
+#include "engine/DownloadManager.h"
+#include "engine/ProgramEngineFactory.h"
+#include "engine/ProgramJob.h"
+#include "platform/ExeDir.h"
+#include "platform/StationLoop.h"
+#include "support/TempDir.h"
+
+namespace quorvel::engine {
+namespace {
+
+std::string SimEngine() {
+    return platform::ExeDir() + "../tools/quorvel-sim-engine/quorvel-sim-engine";
+}
+
+int OpenFds() {
+    int n = 0;
+    if (DIR* d = ::opendir("/proc/self/fd")) {
+        while (::readdir(d)) ++n;
+        ::closedir(d);
+    }
+    return n;
+}
+
+// True when this process has no child at all, not even a zombie.
+bool NoChildren() {
+    errno = 0;
+    return ::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD;
+}
+
+std::vector<std::string> Args(std::initializer_list<std::string> extra) {
+    std::vector<std::string> a{SimEngine(), "--time-scale", "50", "--duration", "500", "--size", "4096"};
+    a.insert(a.end(), extra);
+    return a;
+}
+
+// One event as text, to compare whole runs.
+std::string Describe(const protocol::Event& e) {
+    std::ostringstream s;
+    s << e.type << ':' << e.step << ':' << e.key << e.text << ':' << (e.done ? *e.done : 0) << '/'
+      << (e.total ? *e.total : 0) << ':' << (e.percent ? *e.percent : -1);
+    return s.str();
+}
+
+struct JobRun {
+    JobOutcome outcome;
+    std::vector<std::string> events;
+};
+
+JobRun RunJob(platform::Clock& clock, JobSpec spec) {
+    ProgramJob job(clock);
+    JobRun run;
+    run.outcome = job.Run(spec, [&](const protocol::Event& e) { run.events.push_back(Describe(e)); });
+    return run;
+}
+
+TEST(EngineProgram, OutcomesAndFaults) {
+    struct Case {
+        const char* name;
+        std::vector<std::string> argv;
+        JobOutcome::Kind kind;
+        const char* text;  // contained in the outcome's text
+    };
+    const Case cases[] = {
+        {"pass", Args({}), JobOutcome::PASSED, ""},
+        {"fail", Args({"--fail-step", "2"}), JobOutcome::FAILED, ""},
+        {"sprd fail", Args({"--platform", "SPRD", "--phase", "2", "--fail-step", "4"}), JobOutcome::FAILED,
+         "Connecting failed"},
+        {"crash", Args({"--misbehave", "crash"}), JobOutcome::FAULT, "crashed (signal 11)"},
+        {"garbage", Args({"--misbehave", "garbage"}), JobOutcome::FAULT, "wrote garbage"},
+        {"no result", Args({"--misbehave", "no-result"}), JobOutcome::FAULT, "exited with code 3 without a result"},
+        {"silent", Args({"--misbehave", "silent"}), JobOutcome::FAULT, "silent for"},
+        {"wrong version", Args({"--protocol", "2"}), JobOutcome::FAULT,
+         "speaks protocol version 2, the station speaks 1"},
+        {"no hello", Args({"--misbehave", "no-hello"}), JobOutcome::FAULT, "before its hello"},
+        {"missing program", {"/nonexistent/flasher"}, JobOutcome::FAULT, "could not start: No such file"},
+    };
+    platform::SystemClock clock;
+    test::TempDir dir;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        // Silence 1.5 s: a crash report under a sanitizer takes a while.
+        JobSpec spec{c.argv, dir.Path() + "logs/" + c.name + ".log", 1500, 200, false};
+        const JobRun run = RunJob(clock, spec);
+        EXPECT_EQ(run.outcome.kind, c.kind);
+        EXPECT_NE(run.outcome.text.find(c.text), std::string::npos) << run.outcome.text;
+        if (c.kind == JobOutcome::FAULT) {
+            EXPECT_NE(dir.Read("logs/" + std::string(c.name) + ".log").find(c.text), std::string::npos);
+        }
+    }
+    // The free text and the standard error of the program went to its log.
+    const std::string log = dir.Read("logs/pass.log");
+    EXPECT_NE(log.find("simulated engine started"), std::string::npos);
+    EXPECT_NE(log.find("quorvel-sim-engine: MTK job"), std::string::npos);
+    EXPECT_TRUE(NoChildren());
+}
+
+// Cancel ends a cooperating program with SIGTERM, and one that ignores it with SIGKILL.
+TEST(EngineProgram, CancelEndsTheProgramAndItsGroup) {
+    platform::SystemClock clock;
+    for (const char* mode : {"silent", "ignore-term"}) {
+        SCOPED_TRACE(mode);
+        ProgramJob job(clock);
+        std::thread cancel([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(150));
+            job.Cancel();
+        });
+        const JobSpec spec{Args({"--misbehave", mode}), "", 60000, 200, false};
+        EXPECT_EQ(job.Run(spec, [](const protocol::Event&) {}).kind, JobOutcome::CANCELLED);
+        cancel.join();
+        EXPECT_TRUE(NoChildren());
+        // Cancelled before it starts: the next run ends at once until Reset.
+        EXPECT_EQ(job.Run(spec, [](const protocol::Event&) {}).kind, JobOutcome::CANCELLED);
+    }
+}
+
+TEST(EngineProgram, ThousandJobsLeaveNoZombieAndNoDescriptor) {
+    platform::SystemClock clock;
+    const int fdsBefore = OpenFds();
+    std::atomic<int> passed{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            ProgramJob job(clock);
+            const JobSpec spec{{SimEngine(), "--duration", "0", "--speed", "0", t % 2 ? "--fail" : "--no-switch"},
+                               "",
+                               10000,
+                               1000,
+                               false};
+            for (int i = 0; i < 250; ++i) {
+                const auto kind = job.Run(spec, [](const protocol::Event&) {}).kind;
+                passed += kind == (t % 2 ? JobOutcome::FAILED : JobOutcome::PASSED) ? 1 : 0;
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(passed.load(), 1000);
+    EXPECT_EQ(OpenFds(), fdsBefore);
+    EXPECT_TRUE(NoChildren());
+}
+
+TEST(EngineProgram, RecordedSessionReplaysTheSameEvents) {
+    platform::SystemClock clock;
+    test::TempDir dir;
+    const std::string log = dir.Path() + "rec.log";
+    // Every progress line handed on, so both runs see all of them.
+    const JobRun recorded = RunJob(clock, {Args({"--fail-step", "2"}), log, 5000, 1000, true, 0});
+    ASSERT_EQ(recorded.outcome.kind, JobOutcome::FAILED);
+    const JobRun replayed = RunJob(
+        clock, {{SimEngine(), "--replay", log, "--time-scale", "50"}, dir.Path() + "replay.log", 5000, 1000, false, 0});
+    EXPECT_EQ(replayed.outcome.kind, JobOutcome::FAILED);
+    EXPECT_EQ(replayed.events, recorded.events);
+    EXPECT_GT(recorded.events.size(), 5u);
+}
+
+// A station of sixteen slots whose engines are programs of [ENGINES], in real time.
+class ProgramStation : public platform::MessageHandler {
+public:
+    ProgramStation(int slots, const std::string& engines) {
+        dir.Write("Config/CommonSetting.ini", "[COMMON]\n[ENGINES]\n" + engines);
+        st->language.SetLanguageId(app::kLangEnglish + 1);
+        programs = std::make_unique<ProgramEngineFactory>(*st, sim, [this](const SwitchEvent& e) { OnSwitch(e); });
+        manager = std::make_unique<DownloadManager>(*st, loop, *programs);
+        router = std::make_unique<console::MessageRouter>(*st, *manager);
+        for (int i = 0; i < slots; ++i) {
+            st->bindings.SetHsLocation(i, "hub1\\PORT" + std::to_string(i + 1));
+            st->bindings.SetLsLocation(i, "hub2\\PORT" + std::to_string(i + 1));
+            st->bindings.SetComName(i, "Phone (COM" + std::to_string(i + 1) + ")");
+            st->bindings.SetState(i, app::BIND_ALL_BINDED);
+            app::HubPortEntry entry{};
+            std::snprintf(entry.hubId, sizeof entry.hubId, "hub%d", i / 4);
+            entry.port = static_cast<std::uint32_t>(i % 4 + 1);
+            manager->AddWorker(entry);
+        }
+        loop.SetHandler(this);
+        loop.Start();
+        st->stationRunning = true;
+        manager->SetState(Ready);
+        loop.Call([&] { manager->StartAll(); });
+    }
+    ~ProgramStation() override {
+        for (auto& t : replugs_) t.join();
+        loop.Stop();
+        manager->JoinWalks();
+        manager.reset();
+    }
+
+    platform::LResult HandleMessage(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+        platform::LResult r = 0;
+        router->Route(msg, w, l, r);
+        return r;
+    }
+    void OnTimer(int id) override { router->RouteTimer(id); }
+
+    void HandOver(int slot, std::uint32_t type, const std::string& name, const std::string& id) {
+        app::DeviceInfo d{};
+        d.type = type;
+        app::CopyField(d.friendlyName, name);
+        app::CopyField(d.instanceId, id);
+        loop.PostTask([this, slot, d] {
+            manager->WorkerAt(slot)->SetThreadIndex(slot);
+            manager->WorkerAt(slot)->AcceptDevice(d);
+        });
+    }
+    // As the bench does: an SPRD phone that switched comes back on its download port
+    // once it has re-enumerated.
+    void OnSwitch(const SwitchEvent& e) {
+        if (e.kind != SwitchEvent::SPRD_TO_DOWNLOAD_PORT) return;
+        std::lock_guard g(mutex_);
+        replugs_.emplace_back([this, port = e.comPort] {
+            clock.Sleep(1500);
+            HandOver(static_cast<int>(port) - 1, app::EVENT_SPRD, "SPRD DL (COM" + std::to_string(port) + ")", "dl");
+        });
+    }
+    bool WaitFor(const std::function<bool()>& done) {
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (!done()) {
+            if (std::chrono::steady_clock::now() > limit) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return true;
+    }
+
+    test::TempDir dir;
+    platform::ScaledClock clock{5};
+    app::HeadlessConsoleUi ui;
+    std::unique_ptr<app::Station> st =
+        std::make_unique<app::Station>(app::StationOptions{dir.Path(), [] { return static_cast<std::uint16_t>(1033); },
+                                                           [] { return std::string("00-11-22-33-44-55"); }},
+                                       clock, ui);
+    platform::StationLoop loop{clock};
+    SimPhoneRegistry registry;
+    SimEngineFactory sim{*st, registry};
+    std::unique_ptr<ProgramEngineFactory> programs;
+    std::unique_ptr<DownloadManager> manager;
+    std::unique_ptr<console::MessageRouter> router;
+
+private:
+    std::mutex mutex_;
+    std::vector<std::thread> replugs_;
+};
+
+// One slot's program segfaults while fifteen others pass; SPRD phones go through both
+// phases on the program as well.
+TEST(EngineProgram, CrashFailsOnlyItsOwnSlot) {
+    const std::string sim = SimEngine() + " --time-scale 5 --duration 1500 --size 1048576 --sprd-phase1 600";
+    ProgramStation s(16, "MTK=" + sim + " --device {device} --misbehave crash@phone5 {options}\nSPRD=" + sim +
+                             " --platform SPRD --phase {phase} --files {files}\n");
+    ASSERT_TRUE(s.WaitFor([&] { return s.manager->WorkerAt(15)->IsRunning(); }));
+    for (int slot = 0; slot < 16; ++slot) {
+        const std::string port = "(COM" + std::to_string(slot + 1) + ")";
+        if (slot % 4 == 3)
+            s.HandOver(slot, app::EVENT_SPRD, "SPRD U2S Diag " + port, "sprd" + std::to_string(slot));
+        else
+            s.HandOver(slot, app::EVENT_MTK, "MTK PreLoader " + port, "phone" + std::to_string(slot));
+    }
+    ASSERT_TRUE(s.WaitFor([&] { return s.st->statistics.Total() == 16; }))
+        << s.st->slotList.ResultText(3) << " | " << s.st->slotList.Row(3).progress.text;
+    EXPECT_EQ(s.st->statistics.Fail(), 1u);
+    for (int slot = 0; slot < 16; ++slot) {
+        SCOPED_TRACE(slot);
+        EXPECT_EQ(s.st->slotList.ResultText(slot), slot == 5 ? "FAIL(0/1)" : "PASS(1/1)");
+    }
+    EXPECT_NE(s.st->slotList.Row(5).progress.text.find("engine program crashed (signal 11)"), std::string::npos)
+        << s.st->slotList.Row(5).progress.text;
+    EXPECT_NE(s.st->slotList.Row(0).progress.text.find("Download Completely!"), std::string::npos)
+        << s.st->slotList.Row(0).progress.text;
+}
+
+}  // namespace
+}  // namespace quorvel::engine

@@ -1,0 +1,164 @@
+// The whole station on the simulated bench, once on the in-process simulated engines and
+// once on quorvel-sim-engine as the engine program ([BENCH] EngineProgram=1): the same
+// phones give the same rows and counters.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "app/Messages.h"
+#include "app/Station.h"
+#include "console/ConsoleController.h"
+#include "console/StationRig.h"
+#include "platform/ExeDir.h"
+#include "sim/SimBench.h"
+#include "support/TempDir.h"
+
+namespace quorvel::console {
+namespace {
+
+struct Outcome {
+    std::uint32_t total = 0, fail = 0;
+    std::vector<std::string> results;
+};
+
+// A station folder with an MTK scatter package on a four-socket simulated bench.
+void WriteStation(const test::TempDir& dir, const std::string& extra) {
+    dir.Write("fw/MT6765_Android_scatter.txt", "scatter\n");
+    std::string text = "[COMMON]\nCheckSum=0\nLANGUAGE=1033\nMac=00-11-22-33-44-55\nFilePath=" +
+                       dir.File("fw/MT6765_Android_scatter.txt") + "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=4\n" +
+                       extra;
+    for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
+        text += std::string("[") + section + "]\n";
+        for (int i = 0; i < app::kSlotCount; ++i) text += "Index" + std::to_string(i) + "=NA\n";
+    }
+    dir.Write("Config/CommonSetting.ini", text);
+}
+
+Outcome RunBench(bool engineProgram) {
+    test::TempDir dir;
+    WriteStation(dir, std::string("EngineProgram=") + (engineProgram ? "1" : "0") + "\n");
+
+    platform::ScaledClock clock(4.0);
+    app::HeadlessConsoleUi ui;
+    app::StationOptions options;
+    options.exeDir = dir.Path();
+    options.systemLanguage = [] { return std::uint16_t{1033}; };
+    options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
+    app::Station station(std::move(options), clock, ui);
+    platform::StationLoop loop(clock);
+    ConsoleController controller(station, loop);
+    loop.SetHandler(&controller);
+    StationRig rig(station, loop, controller);
+    loop.Start();
+    auto await = [](const std::function<bool()>& done) {
+        for (int i = 0; i < 3000 && !done(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return done();
+    };
+
+    Outcome out;
+    bool ok = false;
+    loop.Call([&] { ok = controller.OnInitDialog(); });
+    EXPECT_TRUE(ok);
+    loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+    for (int socket = 0; socket < 4; ++socket) {
+        engine::PhoneProfile p;
+        p.durationMs = 800;
+        p.sizeBytes = 4u << 20;
+        p.speedMBps = 32;
+        p.pass = socket != 2;
+        EXPECT_TRUE(rig.Bench()->Plug(socket, sim::PhoneKind::MTK_BROM, p));
+        // One at a time, so each phone takes the slot of its socket's order.
+        EXPECT_TRUE(await([&] { return station.bindings.Get(socket).ls == rig.Bench()->LsLocation(socket); }));
+    }
+    EXPECT_TRUE(await([&] { return station.statistics.Total() == 4; }));
+    EXPECT_TRUE(await([&] {
+        for (int i = 0; i < 4; ++i)
+            if (station.bindings.State(i) == app::BIND_BUSY) return false;
+        return true;
+    }));
+    out.total = station.statistics.Total();
+    out.fail = station.statistics.Fail();
+    for (int i = 0; i < 4; ++i) out.results.push_back(station.slotList.ResultText(i));
+    loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+    EXPECT_TRUE(ui.Messages().empty());
+    const bool logs = std::filesystem::exists(dir.File("TestLog/engine"));
+    EXPECT_EQ(logs, engineProgram);
+    loop.Stop();
+    rig.Run().Manager().JoinWalks();
+    return out;
+}
+
+TEST(EngineProgramE2e, BenchGivesTheSameRowsOnTheEngineProgram) {
+    const Outcome inProcess = RunBench(false);
+    const Outcome program = RunBench(true);
+    EXPECT_EQ(inProcess.total, 4u);
+    EXPECT_EQ(inProcess.fail, 1u);
+    EXPECT_EQ(program.total, inProcess.total);
+    EXPECT_EQ(program.fail, inProcess.fail);
+    EXPECT_EQ(program.results, inProcess.results);
+}
+
+// A program that cannot run refuses Start with its path and the reason, as a failed
+// pre-start check does.
+TEST(EngineProgramE2e, BadProgramRefusesStart) {
+    const std::string sim = platform::ExeDir() + "../tools/quorvel-sim-engine/quorvel-sim-engine";
+    struct Case {
+        std::string command;
+        const char* reason;  // empty: Start goes ahead
+    };
+    test::TempDir files;
+    files.Write("flasher.sh", "#!/bin/sh\n");  // not executable
+    files.Write("old.sh", "#!/bin/sh\necho '{\"t\":\"hello\",\"protocol\":2,\"program\":\"old 0.9\"}'\n");
+    std::filesystem::permissions(files.File("old.sh"), std::filesystem::perms::owner_all);
+    const Case cases[] = {
+        {"/nonexistent/flasher --port {port}", "/nonexistent/flasher: not found"},
+        {files.File("flasher.sh"), "flasher.sh: not executable"},
+        {files.File("old.sh") + " --port {port}", "old.sh: speaks protocol version 2, the station speaks 1"},
+        {"\"unclosed", "command line: a quote is not closed"},
+        {sim, ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.command);
+        test::TempDir dir;
+        WriteStation(dir, "[ENGINES]\nMTK=" + c.command + "\n");
+        platform::ScaledClock clock(4.0);
+        app::HeadlessConsoleUi ui;
+        app::StationOptions options;
+        options.exeDir = dir.Path();
+        options.systemLanguage = [] { return std::uint16_t{1033}; };
+        options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
+        app::Station station(std::move(options), clock, ui);
+        platform::StationLoop loop(clock);
+        ConsoleController controller(station, loop);
+        loop.SetHandler(&controller);
+        StationRig rig(station, loop, controller);
+        loop.Start();
+        bool ok = false;
+        loop.Call([&] { ok = controller.OnInitDialog(); });
+        ASSERT_TRUE(ok);
+        loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+        EXPECT_EQ(station.stationRunning.load(), std::string(c.reason).empty());
+        const auto messages = ui.Messages();
+        if (std::string(c.reason).empty()) {
+            EXPECT_TRUE(messages.empty());
+            loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+            // The About dialog's versions name the program where the MTK module stands.
+            app::VersionInfo info{};
+            loop.Call([&] { rig.Run().Manager().WorkerAt(0)->FillVersionInfo(&info); });
+            EXPECT_EQ(app::FieldText(info.module1Version), "quorvel-sim-engine 1.0");
+        } else {
+            ASSERT_EQ(messages.size(), 1u);
+            EXPECT_NE(messages[0].find("The engine program for MTK cannot run: "), std::string::npos) << messages[0];
+            EXPECT_NE(messages[0].find(c.reason), std::string::npos) << messages[0];
+        }
+        loop.Stop();
+        rig.Run().Manager().JoinWalks();
+    }
+}
+
+}  // namespace
+}  // namespace quorvel::console

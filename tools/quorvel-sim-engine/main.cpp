@@ -1,0 +1,259 @@
+// An engine program that behaves as the station's simulated engines do, speaking the
+// engine line protocol (docs/engine-protocol.md); or replays a recorded session.
+// Also has misbehaving modes, so that the station's fault handling can be shown.
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "engine/EngineProtocol.h"
+
+namespace {
+
+namespace protocol = quorvel::engine::protocol;
+
+struct Options {
+    std::string platform = "MTK";
+    long durationMs = 6000;
+    bool pass = true;
+    int failingStep = -1;
+    unsigned long long sizeBytes = 32ull << 20;
+    double speedMBps = 16.0;
+    bool switchPort = true;
+    long sprdPhase1Ms = 3000;
+    int phase = 1;
+    double timeScale = 1.0;
+    int progressRate = 0;  // progress lines a second during the transfer; 0: ten in all
+    int announce = protocol::kVersion;
+    std::string misbehave;  // crash, garbage, silent, no-result, ignore-term, no-hello
+    std::string device;     // the phone's device instance ID ({device})
+    bool stamp = false;     // progress "done" = the monotonic clock in microseconds, for latency benchmarks
+    std::string replay;
+};
+
+Options g;
+
+void Usage() {
+    std::puts(
+        "usage: quorvel-sim-engine [--platform MTK|FP|SPRD] [--phase 1|2] [--duration MS] [--fail]\n"
+        "         [--fail-step N] [--size BYTES] [--speed MBPS] [--no-switch] [--sprd-phase1 MS]\n"
+        "         [--time-scale F] [--progress-rate N] [--stamp] [--protocol N]\n"
+        "         [--misbehave MODE[@DEVICE]] [--device ID]\n"
+        "       quorvel-sim-engine --version   (writes its hello and exits)\n"
+        "MODE: crash, garbage, silent, no-result, ignore-term or no-hello; with @DEVICE only for\n"
+        "the job whose --device is DEVICE.\n"
+        "       quorvel-sim-engine --replay LOG [--time-scale F]\n"
+        "Other arguments (NAME=VALUE options, paths) are accepted and ignored.");
+}
+
+void Emit(const std::string& line) {
+    std::fputs(line.c_str(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+void SleepMs(double ms) {
+    ms /= g.timeScale;
+    if (ms <= 0) return;
+    timespec ts{static_cast<time_t>(ms / 1000), static_cast<long>(static_cast<long long>(ms * 1e6) % 1000000000LL)};
+    while (nanosleep(&ts, &ts) != 0) {
+    }
+}
+
+double NowMs() {
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<double>(ts.tv_sec) * 1000.0 + static_cast<double>(ts.tv_nsec) / 1e6;
+}
+
+void Status(const char* key) {
+    Emit(std::string("{\"t\":\"status\",\"key\":") + protocol::Quote(key) + "}");
+}
+void Step(int step) {
+    Emit("{\"t\":\"step\",\"step\":" + std::to_string(step) + "}");
+}
+void Result(bool ok, const std::string& error = "") {
+    Emit(std::string("{\"t\":\"result\",\"ok\":") + (ok ? "true" : "false") +
+         (error.empty() ? "" : ",\"error\":" + protocol::Quote(error)) + "}");
+}
+double NowMs();
+void Progress(unsigned long long done, unsigned long long total) {
+    if (g.stamp) {
+        total = 0xFFFFFFFFull;
+        done = static_cast<unsigned long long>(NowMs() * 1000.0) & total;
+    }
+    Emit("{\"t\":\"progress\",\"done\":" + std::to_string(done) + ",\"total\":" + std::to_string(total) +
+         ",\"percent\":" + std::to_string(total ? done * 100 / total : 0) + "}");
+}
+void Percent(int p) {
+    Emit("{\"t\":\"progress\",\"percent\":" + std::to_string(p) + "}");
+}
+
+double TransferMs(unsigned long long bytes) {
+    return g.speedMBps <= 0 ? 0 : static_cast<double>(bytes) / (1024.0 * 1024.0) / g.speedMBps * 1000.0;
+}
+
+// The transfer in `chunks` steps over `ms`; or, with a progress rate, one line per period.
+// Returns false when it stops at the failing point (half way).
+bool Transfer(double ms, bool failing, bool bytes) {
+    const int chunks = g.progressRate > 0 ? std::max(1, static_cast<int>(ms / 1000.0 * g.progressRate)) : 10;
+    for (int i = 1; i <= chunks; ++i) {
+        SleepMs(ms / chunks);
+        if (bytes)
+            Progress(g.sizeBytes * static_cast<unsigned long long>(i) / chunks, g.sizeBytes);
+        else
+            Percent(i * 100 / chunks);
+        if (failing && i * 2 >= chunks) return false;
+    }
+    return true;
+}
+
+int MtkJob() {
+    const bool daSwitch = g.platform == "MTK";
+    auto failsAt = [&](int step) { return !g.pass && g.failingStep == step; };
+    const double setupMs = static_cast<double>(g.durationMs) / 10;
+    Status("bind");
+    SleepMs(setupMs);
+    if (failsAt(0)) return Result(false), 0;
+    if (daSwitch && g.switchPort) {
+        SleepMs(setupMs);
+        Emit("{\"t\":\"switch\"}");
+        if (failsAt(1)) return Result(false), 0;
+    }
+    Status("downloading");
+    const double ms = static_cast<double>(g.durationMs) - 2 * setupMs + TransferMs(g.sizeBytes);
+    if (!Transfer(ms, failsAt(2), true)) return Result(false), 0;
+    Result(g.pass);
+    return 0;
+}
+
+int SprdJob() {
+    static const char* const names[] = {"Waiting",        "Checking baudrate", "Connecting", "Erasing flash",
+                                        "Downloading...", "Reading Flash",     "Reseting",   "Read Chip Type",
+                                        "Read NV Item",   "Change Baud",       "Finish",     "Unplugged",
+                                        "Paused",         "Enumerating port"};
+    const bool phase1 = g.phase == 1;
+    static const int p1[] = {1, 2, 4}, p2[] = {1, 2, 3, 4, 9};
+    const int* steps = phase1 ? p1 : p2;
+    const int count = phase1 ? 3 : 5;
+    const int firstIndex = phase1 ? 0 : 3;
+    const double stepMs = static_cast<double>(phase1 ? g.sprdPhase1Ms : g.durationMs) / count;
+    for (int i = 0; i < count; ++i) {
+        const int step = steps[i];
+        Step(step);
+        const bool failing = !g.pass && g.failingStep == firstIndex + i;
+        if (step == 4) {
+            if (!Transfer(stepMs + (phase1 ? 0 : TransferMs(g.sizeBytes)), failing, false))
+                return Result(false, std::string(names[step]) + " failed"), 0;
+        } else {
+            SleepMs(stepMs);
+        }
+        if (failing) return Result(false, std::string(names[step]) + " failed"), 0;
+    }
+    if (!g.pass && !phase1) return Result(false, "Download failed"), 0;
+    if (phase1 && g.switchPort) Emit("{\"t\":\"switch\"}");
+    Result(true);
+    return 0;
+}
+
+// Writes the recorded protocol lines (objects with an "at" time) again at their times.
+int Replay() {
+    std::ifstream in(g.replay);
+    if (!in) {
+        std::fprintf(stderr, "cannot read %s\n", g.replay.c_str());
+        return 2;
+    }
+    const double start = NowMs();
+    std::string line;
+    while (std::getline(in, line)) {
+        const auto obj = protocol::ParseObject(line);
+        if (!obj) continue;
+        auto at = obj->find("at");
+        if (at == obj->end() || at->second.kind != protocol::Value::NUMBER) continue;
+        const double due = at->second.number / g.timeScale - (NowMs() - start);
+        if (due > 0) SleepMs(due * g.timeScale);
+        Emit(line);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        auto next = [&]() -> std::string { return i + 1 < argc ? argv[++i] : ""; };
+        if (a == "--platform")
+            g.platform = next();
+        else if (a == "--phase")
+            g.phase = std::atoi(next().c_str());
+        else if (a == "--duration")
+            g.durationMs = std::atol(next().c_str());
+        else if (a == "--fail")
+            g.pass = false;
+        else if (a == "--fail-step")
+            g.pass = false, g.failingStep = std::atoi(next().c_str());
+        else if (a == "--size")
+            g.sizeBytes = std::strtoull(next().c_str(), nullptr, 10);
+        else if (a == "--speed")
+            g.speedMBps = std::atof(next().c_str());
+        else if (a == "--no-switch")
+            g.switchPort = false;
+        else if (a == "--sprd-phase1")
+            g.sprdPhase1Ms = std::atol(next().c_str());
+        else if (a == "--time-scale")
+            g.timeScale = std::max(1e-3, std::atof(next().c_str()));
+        else if (a == "--progress-rate")
+            g.progressRate = std::atoi(next().c_str());
+        else if (a == "--protocol")
+            g.announce = std::atoi(next().c_str());
+        else if (a == "--misbehave")
+            g.misbehave = next();
+        else if (a == "--replay")
+            g.replay = next();
+        else if (a == "--device")
+            g.device = next();
+        else if (a == "--stamp")
+            g.stamp = true;
+        else if (a == "--help" || a == "-h")
+            return Usage(), 0;
+        else if (a == "--version")
+            g.misbehave = "version";
+    }
+    if (!g.replay.empty()) return Replay();
+    if (const auto at = g.misbehave.find('@'); at != std::string::npos)
+        g.misbehave = g.misbehave.substr(at + 1) == g.device ? g.misbehave.substr(0, at) : "";
+    if (g.misbehave == "ignore-term") signal(SIGTERM, SIG_IGN);
+    std::fprintf(stderr, "quorvel-sim-engine: %s job, phase %d\n", g.platform.c_str(), g.phase);
+    if (g.misbehave != "no-hello")
+        Emit("{\"t\":\"hello\",\"protocol\":" + std::to_string(g.announce) +
+             ",\"program\":\"quorvel-sim-engine 1.0\"}");
+    if (g.misbehave == "version") return 0;  // the hello is the answer
+    Emit("simulated engine started");        // free text: goes to the job log
+    if (g.misbehave == "crash") {
+        Status("bind");
+        // The default action, even where a sanitizer catches the signal for its report.
+        struct sigaction dfl {};
+        dfl.sa_handler = SIG_DFL;
+        sigaction(SIGSEGV, &dfl, nullptr);
+        raise(SIGSEGV);
+    }
+    if (g.misbehave == "garbage") {
+        Emit("{\"t\":\"progress\",\"percent\":");
+        return 0;
+    }
+    if (g.misbehave == "no-result") {
+        Status("bind");
+        return 3;
+    }
+    if (g.misbehave == "silent" || g.misbehave == "ignore-term") {
+        for (;;) pause();
+    }
+    return g.platform == "SPRD" ? SprdJob() : MtkJob();
+}
