@@ -35,21 +35,27 @@ protected:
     test::StationFixture fx;
 };
 
-TEST_F(MtkPrep, FullPreparationPublishesEfuseChipAndDaFiles) {
+TEST_F(MtkPrep, FullPreparationPublishesEfuseChipAndDaFilesWhichALaterEmptyFolderKeeps) {
     Efuse("efuse.xml", "MT6755_V1");
     fx.dir.Write("fw/other.xml", "<x/>");
-    fx.dir.Write("MTKDA_SP/Sec20_V1/DA_BR.bin", "b");
-    fx.dir.Write("MTKDA_SP/Sec20_V1/DA_PL.bin", "p");
+    fx.dir.Write("MTKDA_SP/Sec20_V1/DA_BR_PL.bin", "one file for both");
+    fx.dir.Write("MTKDA_SP/Sec20_V1/readme.bin", "neither");
     fx.dir.Write("MTKDA_SP/Sec11/DA_BR.bin", "wrong variant");
     MtkPreparation(*fx.station).PrepareMtkPackage(true);
-    const auto state = fx.station->mtkPrep.Get();
+    auto state = fx.station->mtkPrep.Get();
     EXPECT_EQ(state->EfuseEnabled, 1);
     EXPECT_EQ(state->EfuseXmlPath, fx.dir.Path() + "fw/efuse.xml");
     EXPECT_EQ(state->ChipName, "MT6755_V1");
     EXPECT_EQ(state->DaVariant, 3);
-    EXPECT_EQ(state->DaBrPath, Folder("Sec20_V1") + "/DA_BR.bin");
-    EXPECT_EQ(state->DaPlPath, Folder("Sec20_V1") + "/DA_PL.bin");
+    EXPECT_EQ(state->DaBrPath, Folder("Sec20_V1") + "/DA_BR_PL.bin");
+    EXPECT_EQ(state->DaPlPath, Folder("Sec20_V1") + "/DA_BR_PL.bin");
     EXPECT_EQ(fx.station->view.Pane(2), "EFUSE Enable!");
+
+    Efuse("efuse.xml", "MT6797");  // Sec20: no folder, so the earlier paths stay
+    MtkPreparation(*fx.station).PrepareMtkPackage(false);
+    state = fx.station->mtkPrep.Get();
+    EXPECT_EQ(state->DaVariant, 1);
+    EXPECT_EQ(state->DaBrPath, Folder("Sec20_V1") + "/DA_BR_PL.bin");
     EXPECT_TRUE(fx.ui.Messages().empty());
 }
 
@@ -113,19 +119,6 @@ TEST_F(MtkPrep, DaSearchRulesAndMessages) {
     fx.ui.Clear();
     prep.PrepareMtkPackage(false);
     EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{"Error : DA File Missing,please check it!!!"});
-}
-
-TEST_F(MtkPrep, EarlierDaPathsStayWhenTheFolderHasNoBin) {
-    Efuse("efuse.xml", "MT6580");
-    fx.dir.Write("MTKDA_SP/Sec11/DA_BR_PL.bin", "");
-    MtkPreparation(*fx.station).PrepareMtkPackage(true);
-    ASSERT_EQ(fx.station->mtkPrep.Get()->DaPlPath, Folder("Sec11") + "/DA_BR_PL.bin");
-    Efuse("efuse.xml", "MT6797");  // Sec20: empty
-    MtkPreparation(*fx.station).PrepareMtkPackage(false);
-    const auto state = fx.station->mtkPrep.Get();
-    EXPECT_EQ(state->DaVariant, 1);
-    EXPECT_EQ(state->DaBrPath, Folder("Sec11") + "/DA_BR_PL.bin");
-    EXPECT_TRUE(fx.ui.Messages().empty());
 }
 
 class FakeConsole final : public PackageDisplayConsole {

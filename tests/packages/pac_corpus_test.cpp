@@ -19,37 +19,28 @@ namespace {
 
 // Seeds of the table checks, by file name.
 std::map<std::string, std::string> ParseSeeds() {
-    std::map<std::string, std::string> seeds;
-    seeds["typical.pac"] = test::BuildPac(test::TypicalSprdPac());
-    PacSpec noCrc = test::TypicalSprdPac();
+    PacSpec noCrc = test::TypicalSprdPac(), dup, refused, repartition = test::TypicalSprdPac();
     noCrc.withCrc = false;
-    seeds["no_crc.pac"] = test::BuildPac(noCrc);
-    PacSpec dup;
     dup.entries = {{"", "a", "1"}, {"B", "a", "2"}, {"", "z", ""}, {"NV", "n", std::string("x\0", 2)}};
-    seeds["duplicates.pac"] = test::BuildPac(dup);
-    PacSpec refused;
     refused.entries = {{"A", "../up", "1"}};
-    seeds["refused_name.pac"] = test::BuildPac(refused);
-    PacSpec repartition = test::TypicalSprdPac();
     repartition.repartitionFlag = 1;
     repartition.repartitionMode = 0;
     repartition.entries[4].checkFlag = 0;
-    seeds["repartition.pac"] = test::BuildPac(repartition);
-    return seeds;
+    return {{"typical.pac", test::BuildPac(test::TypicalSprdPac())}, {"no_crc.pac", test::BuildPac(noCrc)},
+            {"duplicates.pac", test::BuildPac(dup)}, {"refused_name.pac", test::BuildPac(refused)},
+            {"repartition.pac", test::BuildPac(repartition)}};
 }
 
 // Seeds of the extraction: names repeated, dotted, and a configuration file last.
 std::map<std::string, std::string> ExtractSeeds() {
-    std::map<std::string, std::string> seeds;
-    seeds["typical.pac"] = test::BuildPac(test::TypicalSprdPac());
     PacSpec names;
     names.entries = {{"A", "same", "1"}, {"B", "same(1)", "2"}, {"C", "same", "3"},
                      {"D", "boot..img", "4"}, {"", "config.xml", std::string("<c/>\0", 5)}};
-    seeds["names.pac"] = test::BuildPac(names);
     PacSpec noCrc = names;
     noCrc.withCrc = false;
-    seeds["names_no_crc.pac"] = test::BuildPac(noCrc);
-    return seeds;
+    return {{"typical.pac", test::BuildPac(test::TypicalSprdPac())},
+            {"names.pac", test::BuildPac(names)},
+            {"names_no_crc.pac", test::BuildPac(noCrc)}};
 }
 
 TEST(PacCorpus, SeedsMatchTheWriter) {

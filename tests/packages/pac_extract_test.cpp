@@ -1,10 +1,10 @@
-// CBinPack: checks, extraction rules, notices, refusals; CRC-16; housekeeping.
+// CBinPack: checks, extraction rules, notices, refusals; the checks without extraction
+// (both CRCs by streaming, the table handed on); CRC-16; housekeeping.
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -21,6 +21,7 @@
 #include "platform/StationLoop.h"
 #include "support/PacWriter.h"
 #include "support/TempDir.h"
+#include "support/Unprivileged.h"
 
 namespace fs = std::filesystem;
 using namespace quorvel;
@@ -66,15 +67,6 @@ PacSpec With(std::vector<PacEntrySpec> entries) {
     return layout;
 }
 
-// Runs body in a forked child and gives back its exit status; the child never returns.
-int InChild(const std::function<int()>& body) {
-    const pid_t pid = ::fork();
-    if (pid == 0) ::_exit(body());
-    int status = 0;
-    if (pid < 0 || ::waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
-    return WEXITSTATUS(status);
-}
-
 class PacExtract : public ::testing::Test {
 protected:
     struct Result {
@@ -86,9 +78,9 @@ protected:
         std::string folder, lastFile;
     };
 
-    Result Unpack(const PacSpec& layout, const char* base = nullptr) {
+    Result Unpack(const PacSpec& layout) {
         dir.Write("pkg.pac", test::BuildPac(layout));
-        return UnpackFile(dir.File("pkg.pac"), base ? base : images.c_str());
+        return UnpackFile(dir.File("pkg.pac"), images.c_str());
     }
 
     Result UnpackFile(const std::string& path, const char* base) {
@@ -130,9 +122,8 @@ TEST(Crc16, CatalogueValueAndFastFormAgreeWithBytewiseDefinition) {
                 << offset << "/" << len;
         }
     }
-    // Split runs continue the same CRC, and the residue rule holds.
+    // Any start value agrees, so split runs continue the same CRC; the residue rule holds.
     const std::uint16_t whole = CalcCrc16(0, data.data(), 3000);
-    EXPECT_EQ(CalcCrc16(CalcCrc16(0, data.data(), 1234), data.data() + 1234, 1766), whole);
     const std::uint8_t stored[2] = {static_cast<std::uint8_t>(whole & 0xFF), static_cast<std::uint8_t>(whole >> 8)};
     EXPECT_EQ(CalcCrc16(whole, stored, 2), 0);
 }
@@ -157,32 +148,22 @@ TEST_F(PacExtract, ExtractsEveryFileAndHandsBackTheTable) {
     EXPECT_EQ(r.notices.size(), 2u + 6u);  // one percent notice per file with data
 }
 
-TEST_F(PacExtract, TrailingZeroRuleTouchesOnlyTheLastFilesFinalByte) {
-    PacSpec layout = With({{"A", "a.bin", std::string("ab\0\0", 4)}, {"B", "b.bin", std::string("cd\0\0", 4)}});
-    ASSERT_EQ(Unpack(layout).ok, 1);
-    EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/a.bin"), std::string("ab\0\0", 4));
-    EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/b.bin"), std::string("cd\0", 3));
-
-    layout.entries[1].data = "cd!";
-    clock.Advance(1);
-    ASSERT_EQ(Unpack(layout).ok, 1);
-    EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1235/b.bin"), "cd!");
-}
-
+// Also the trailing-zero rule: only the last file loses its final NUL.
 TEST_F(PacExtract, DuplicateNamesZeroSizedAndUnnamedEntries) {
     const Result r = Unpack(With({
         {"", "same.bin", "1"},  // unnamed, first: the LAST entry is dropped
-        {"B", "same.bin(2)", "2"},  // a name that a later duplicate would have taken
+        {"B", "same.bin(2)", std::string("2\0\0", 3)},  // a name that a later duplicate would have taken
         {"C", "same.bin", "3"},
         {"D", "same.bin", "4"},
         {"", "empty.bin", ""},  // no data: not unnamed, bare name kept
         {"F", "boot..img", "6"},  // dots inside a name are not a way out of the folder
-        {"G", "a...b", "7"},
+        {"G", "a...b", std::string("7\0\0", 3)},
     }));
     ASSERT_EQ(r.ok, 1) << r.messages[0];
     EXPECT_EQ(FilesIn(r.folder), (std::vector<std::string>{"a...b", "boot..img", "same.bin", "same.bin(1)",
                                                            "same.bin(2)", "same.bin(3)"}));
-    EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/same.bin(2)"), "2");
+    EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/same.bin(2)"), std::string("2\0\0", 3));
+    EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/a...b"), std::string("7\0", 2));
     EXPECT_EQ(dir.Read("ImageFiles/_DownloadFiles1234/same.bin(3)"), "4");
     ASSERT_EQ(r.entries.size(), 6u);
     EXPECT_EQ(Text(r.entries[0].FileName), r.folder + "/same.bin");
@@ -200,6 +181,7 @@ TEST_F(PacExtract, ProductPrefixAndNoCrcWithoutMagic) {
         const Result r = Unpack(layout);
         ASSERT_EQ(r.ok, 1);
         EXPECT_EQ(Text(r.header.ProductName), expected);
+        EXPECT_EQ(dir.Read(r.lastFile.substr(dir.Path().size())), "1");  // a last byte not NUL stays
     }
     PacSpec noMagic = With({{"A", "a", "1"}});
     noMagic.withCrc = false;
@@ -229,58 +211,53 @@ TEST_F(PacExtract, EachFailureShowsItsMessageAndEndsWithTheFailureNotice) {
     using H = PacHeader;
     using T = std::vector<PacFileEntry>;
     namespace tx = app::texts;
-    const char* sep = "it contains a path separator";
+    const char *sep = "it contains a path separator", *dirName = "it names a folder, not a file";
+    const std::string longName(230, 'n');
     const struct {
         const char* label;
         std::function<void(PacSpec&)> make;
+        std::function<void(H&, T&)> lie;  // a header or table field made to lie
         std::string message;
     } rows[] = {
-        {"too_small", [](PacSpec& s) { s.tweakBytes = [](std::string& b) { b.resize(2123); }; }, tx::kPacTooSmall},
-        {"header_crc", [](PacSpec& s) { s.badHeaderCrc = true; }, tx::kPacCrcError},
-        {"version", [](PacSpec& s) { s.version = "bp_r1.0.0"; }, tx::kPacVersionNotSupported},
-        {"version_prefix", [](PacSpec& s) { s.version = "BP_R1.0.0x"; }, tx::kPacVersionNotSupported},
-        {"package_size", [](PacSpec& s) { s.tweak = [](H& h, T&) { h.PackageSize += 1; }; }, tx::kPacSizeWrong},
-        {"no_files", [](PacSpec& s) { s.entries.clear(); }, tx::kPacNoFiles},
-        {"negative_count", [](PacSpec& s) { s.tweak = [](H& h, T&) { h.FileCount = -1; }; }, tx::kPacOutOfMemory},
-        {"table_cut", [](PacSpec& s) { s.tweak = [](H& h, T&) { h.FileCount = 1000; }; }, tx::kPacReadFailed},
-        {"size_equals_package", [](PacSpec& s) { s.tweak = [](H& h, T& t) { t[1].FileSize = h.PackageSize; }; },
-         tx::kPacReadFailed},
-        {"size_all_ones", [](PacSpec& s) { s.tweak = [](H&, T& t) { t[0].FileSize = 0xFFFFFFFF; }; },
-         tx::kPacReadFailed},
+        {"too_small", [](PacSpec& s) { s.tweakBytes = [](std::string& b) { b.resize(2123); }; }, {}, tx::kPacTooSmall},
+        {"header_crc", [](PacSpec& s) { s.badHeaderCrc = true; }, {}, tx::kPacCrcError},
+        {"version", [](PacSpec& s) { s.version = "bp_r1.0.0"; }, {}, tx::kPacVersionNotSupported},
+        {"version_prefix", [](PacSpec& s) { s.version = "BP_R1.0.0x"; }, {}, tx::kPacVersionNotSupported},
+        {"package_size", {}, [](H& h, T&) { h.PackageSize += 1; }, tx::kPacSizeWrong},
+        {"no_files", [](PacSpec& s) { s.entries.clear(); }, {}, tx::kPacNoFiles},
+        {"negative_count", {}, [](H& h, T&) { h.FileCount = -1; }, tx::kPacOutOfMemory},
+        {"table_cut", {}, [](H& h, T&) { h.FileCount = 1000; }, tx::kPacReadFailed},
+        {"size_equals_package", {}, [](H& h, T& t) { t[1].FileSize = h.PackageSize; }, tx::kPacReadFailed},
+        {"size_all_ones", {}, [](H&, T& t) { t[0].FileSize = 0xFFFFFFFF; }, tx::kPacReadFailed},
         // A FileSize that lies: the data runs out before the entry does.
-        {"lying_size_no_crc",
-         [](PacSpec& s) {
-             s.withCrc = false;
-             s.tweak = [](H&, T& t) { t[1].FileSize = 100; };
-         },
+        {"lying_size_no_crc", [](PacSpec& s) { s.withCrc = false; }, [](H&, T& t) { t[1].FileSize = 100; },
          tx::kPacReadFailed},
-        {"data_crc", [](PacSpec& s) { s.badDataCrc = true; }, tx::kPacCrcError},
-        {"data_flipped", [](PacSpec& s) { s.tweakBytes = [](std::string& b) { b[b.size() - 3] ^= 1; }; },
+        {"data_crc", [](PacSpec& s) { s.badDataCrc = true; }, {}, tx::kPacCrcError},
+        {"data_flipped", [](PacSpec& s) { s.tweakBytes = [](std::string& b) { b[b.size() - 3] ^= 1; }; }, {},
          tx::kPacCrcError},
         // Names that would leave the folder are refused before the first file is written.
-        {"name_parent", [](PacSpec& s) { s.entries[1].name = "../../evil"; }, Refused("../../evil", 1, sep)},
-        {"name_dots", [](PacSpec& s) { s.entries[1].name = ".."; }, Refused("..", 1, "it names a folder, not a file")},
-        {"name_dot", [](PacSpec& s) { s.entries[0].name = "."; }, Refused(".", 0, "it names a folder, not a file")},
-        {"name_absolute", [](PacSpec& s) { s.entries[0].name = "/etc/passwd"; }, Refused("/etc/passwd", 0, sep)},
-        {"name_backslash", [](PacSpec& s) { s.entries[0].name = "C:\\x"; }, Refused("C:\\x", 0, sep)},
-        {"name_empty", [](PacSpec& s) { s.entries[1].name = ""; }, Refused("", 1, "it is empty")},
-        {"name_unterminated",
-         [](PacSpec& s) {
-             s.tweak = [](H&, T& t) { std::fill(std::begin(t[1].FileName), std::end(t[1].FileName), u'a'); };
-         },
+        {"name_parent", [](PacSpec& s) { s.entries[1].name = "../../evil"; }, {}, Refused("../../evil", 1, sep)},
+        {"name_dots", [](PacSpec& s) { s.entries[1].name = ".."; }, {}, Refused("..", 1, dirName)},
+        {"name_dot", [](PacSpec& s) { s.entries[0].name = "."; }, {}, Refused(".", 0, dirName)},
+        {"name_absolute", [](PacSpec& s) { s.entries[0].name = "/etc/passwd"; }, {}, Refused("/etc/passwd", 0, sep)},
+        {"name_backslash", [](PacSpec& s) { s.entries[0].name = "C:\\x"; }, {}, Refused("C:\\x", 0, sep)},
+        {"name_empty", [](PacSpec& s) { s.entries[1].name = ""; }, {}, Refused("", 1, "it is empty")},
+        // The full path must fit the entry's field too.
+        {"name_path_too_long", [&](PacSpec& s) { s.entries[0].name = longName; }, {},
+         "Extract path [" + images + "/_DownloadFiles1234/" + longName + "] is too long!"},
+        {"name_unterminated", {}, [](H&, T& t) { std::fill(std::begin(t[1].FileName), std::end(t[1].FileName), u'a'); },
          "Bin packet's entry 1 has a text longer than its field!"},
-        {"product_unterminated",
-         [](PacSpec& s) {
-             s.tweak = [](H& h, T&) { std::fill(std::begin(h.ProductName), std::end(h.ProductName), u'p'); };
-         },
+        {"product_unterminated", {},
+         [](H& h, T&) { std::fill(std::begin(h.ProductName), std::end(h.ProductName), u'p'); },
          tx::kPacProductNameTooLong},
-        {"product_no_room_for_prefix", [](PacSpec& s) { s.productName = std::string(253, 'p'); },
+        {"product_no_room_for_prefix", [](PacSpec& s) { s.productName = std::string(253, 'p'); }, {},
          tx::kPacProductNameTooLong},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
         PacSpec layout = With({{"A", "a.bin", "hello"}, {"B", "b.bin", "world"}});
-        row.make(layout);
+        if (row.make) row.make(layout);
+        layout.tweak = row.lie;
         const Result r = Unpack(layout);
         EXPECT_EQ(r.ok, 0);
         EXPECT_EQ(r.messages, std::vector<std::string>{row.message});
@@ -305,9 +282,12 @@ TEST_F(PacExtract, OnlyRegularFilesOpenAndWithoutWaiting) {
         EXPECT_EQ(ui.Messages(), std::vector<std::string>{expected});
         ui.Clear();
         PacContents contents;
-        std::string message;
-        EXPECT_FALSE(ReadPacContents(path, contents, message));
-        EXPECT_EQ(message, expected);
+        PacVerification v;
+        std::string read, verified;
+        EXPECT_FALSE(ReadPacContents(path, contents, read));
+        EXPECT_FALSE(VerifyPac(path, v, verified));
+        EXPECT_EQ(read, expected);
+        EXPECT_EQ(verified, expected);
     }
 }
 
@@ -330,16 +310,6 @@ TEST_F(PacExtract, ATableBeyondTheMemoryLimitIsRefusedBeforeItIsRead) {
     std::string message;
     EXPECT_FALSE(VerifyPac(dir.File("big.pac"), v, message));
     EXPECT_EQ(message, expected);
-}
-
-TEST_F(PacExtract, ExtractionPathLongerThanItsFieldIsRefused) {
-    const std::string base = dir.Path() + std::string(200, 'd');
-    fs::create_directories(base);
-    const Result r = Unpack(With({{"A", std::string(60, 'n'), "1"}}), base.c_str());
-    EXPECT_EQ(r.ok, 0);
-    ASSERT_EQ(r.messages.size(), 1u);
-    EXPECT_EQ(r.messages[0].rfind("Extract path [", 0), 0u);
-    EXPECT_TRUE(FilesIn(r.folder).empty());
 }
 
 TEST_F(PacExtract, ParamsTempFolderAndDirectoryFailures) {
@@ -381,34 +351,77 @@ TEST_F(PacExtract, ParamsTempFolderAndDirectoryFailures) {
 
 const std::string kDisk = "Extract PAC file failed!\nThe left space of \"";
 
-TEST_F(PacExtract, AFailedWriteShowsTheDiskMessage) {
+// A failed write shows the disk message; a full disk is found before the file's first byte.
+TEST_F(PacExtract, AFailedWriteOrAFullDiskShowsTheDiskMessage) {
+    auto diskFailure = [](const Result& r) {
+        return r.ok == 0 && r.messages.size() == 1 && r.messages[0].rfind(kDisk, 0) == 0 &&
+               r.notices.back() == kEndFailed;
+    };
     dir.Write("pkg.pac", test::BuildPac(With({{"A", "a.bin", std::string(8192, 'a')}})));
     // A file size limit makes the write fail as a full disk would.
-    EXPECT_EQ(InChild([&] {
+    EXPECT_EQ(test::RunInChild([&] {
                   std::signal(SIGXFSZ, SIG_IGN);
                   rlimit limit{4096, 4096};
                   ::setrlimit(RLIMIT_FSIZE, &limit);
-                  const Result r = UnpackFile(dir.File("pkg.pac"), images.c_str());
-                  if (r.ok != 0 || r.messages.size() != 1 || r.messages[0].rfind(kDisk, 0) != 0) return 2;
-                  return r.notices.back() == kEndFailed ? 0 : 3;
+                  return diskFailure(UnpackFile(dir.File("pkg.pac"), images.c_str())) ? 0 : 2;
               }),
               0);
-}
 
-TEST_F(PacExtract, AFullDiskIsFoundBeforeTheFilesFirstByte) {
-    const PacSpec layout = With({{"A", "a.bin", std::string(1 << 20, 'a')}});
     // A mount namespace of its own puts the extraction folder on a 64 KiB tmpfs.
-    const int status = InChild([&] {
+    const int status = test::RunInChild([&] {
         if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
             ::mount("quorvel-test", images.c_str(), "tmpfs", 0, "size=64k") != 0)
             return 77;
-        const Result r = Unpack(layout);
-        if (r.ok != 0 || r.messages.size() != 1 || r.messages[0].rfind(kDisk, 0) != 0) return 2;
+        const Result r = Unpack(With({{"A", "a.bin", std::string(1 << 20, 'a')}}));
         std::error_code ec;
-        return fs::file_size(r.folder + "/a.bin", ec) == 0 && !ec ? 0 : 3;
+        return diskFailure(r) && fs::file_size(r.folder + "/a.bin", ec) == 0 && !ec ? 0 : 3;
     });
     if (status == 77) GTEST_SKIP() << "no private mount namespace for a small file system here";
     EXPECT_EQ(status, 0);
+}
+
+TEST(PacInspect, VerifiesBothCrcsCatchesDamageAndCutsAndCountsTheTableHandedOn) {
+    test::TempDir dir;
+    PacSpec layout = With({{"A", "a", std::string(kPacChunkSize + 10, 'a')}, {"", "cfg", "c"}});
+    PacVerification v;
+    std::vector<int> progress;
+    std::function<void(int)> onProgress = [&](int p) { progress.push_back(p); };
+    auto verify = [&](const char* name, const char* expected) {
+        test::WritePac(dir.File(name), layout);
+        std::string message;
+        const bool ok = VerifyPac(dir.File(name), v, message, onProgress);
+        EXPECT_EQ(message, expected) << name;
+        return ok;
+    };
+    ASSERT_TRUE(verify("good.pac", ""));
+    EXPECT_TRUE(v.crcPresent && v.headerCrcOk && v.dataCrcOk && v.dataComplete);
+    EXPECT_EQ(v.dataBytes, kPacChunkSize + 11);
+    EXPECT_EQ(progress.back(), 100);
+    EXPECT_GE(progress.size(), 3u);
+    onProgress = {};  // the progress is optional
+
+    layout.tweakBytes = [](std::string& b) { b[b.size() - 100] ^= 0x40; };
+    EXPECT_FALSE(verify("flipped.pac", app::texts::kPacCrcError));
+    EXPECT_TRUE(v.dataComplete);
+
+    // No CRCs, and the last entry claims more than the file holds.
+    layout.withCrc = false;
+    layout.tweakBytes = {};
+    layout.tweak = [](PacHeader&, std::vector<PacFileEntry>& t) { t[1].FileSize = 50; };
+    EXPECT_FALSE(verify("cut.pac", app::texts::kPacReadFailed));
+    EXPECT_FALSE(v.dataComplete);
+
+    layout = test::TypicalSprdPac();
+    layout.entries.push_back({"", "extra.cfg", "x"});
+    test::WritePac(dir.File("p.pac"), layout);
+    PacContents c;
+    std::string message;
+    ASSERT_TRUE(ReadPacContents(dir.File("p.pac"), c, message)) << message;
+    EXPECT_EQ(c.table.size(), 8u);
+    EXPECT_EQ(HandedOnCount(c.table), 6u);  // two unnamed entries with data
+    dir.Write("small.pac", std::string(100, 'x'));
+    EXPECT_FALSE(ReadPacContents(dir.File("small.pac"), c, message));
+    EXPECT_EQ(message, app::texts::kPacTooSmall);
 }
 
 TEST(DeleteFolder, RemovesTheTreeButNeverFollowsLinks) {
@@ -426,33 +439,23 @@ TEST(DeleteFolder, RemovesTheTreeButNeverFollowsLinks) {
 
 TEST(Housekeeping, AgeRulesEmptyingAndRecordedFolders) {
     test::TempDir dir;
-    auto has = [&](const std::string& p) { return fs::exists(dir.Path() + p); };
     const auto now = static_cast<std::int64_t>(std::time(nullptr));
+    auto after = [&](std::int64_t seconds, std::vector<const char*> kept, std::vector<const char*> gone) {
+        platform::ManualClock clock(0, now + seconds);
+        PackageHousekeeping(clock).DeleteOldTempFolders(dir.Path() + "tmp/");
+        PackageHousekeeping(clock).DeleteOldImageStoreFiles(dir.Path() + "imgstore");
+        for (const char* p : kept) EXPECT_TRUE(fs::exists(dir.Path() + p)) << p;
+        for (const char* p : gone) EXPECT_FALSE(fs::exists(dir.Path() + p)) << p;
+    };
     // Wildcards ignore letter case.
     for (const char* f : {"tmp/_DownloadFiles5/f", "tmp/_downloadFILESX/f", "tmp/other/f", "imgstore/a.bin",
                           "imgstore/A2.BIN", "imgstore/b.txt", "tmp/_DownloadFilesFile"})  // the last, a file: kept
         dir.Write(f, "x");
-    fs::create_directories(dir.Path() + "imgstore/c.bin");
-
-    platform::ManualClock lessThanADay(0, now + 86400 - 100);
-    PackageHousekeeping(lessThanADay).DeleteOldTempFolders(dir.Path() + "tmp/");
-    EXPECT_TRUE(has("tmp/_DownloadFiles5"));
-
-    platform::ManualClock aDay(0, now + 86400 + 100);
-    PackageHousekeeping(aDay).DeleteOldTempFolders(dir.Path() + "tmp/");
-    PackageHousekeeping(aDay).DeleteOldImageStoreFiles(dir.Path() + "imgstore");
-    EXPECT_FALSE(has("tmp/_DownloadFiles5"));
-    EXPECT_FALSE(has("tmp/_downloadFILESX"));
-    EXPECT_TRUE(has("tmp/other/f"));
-    EXPECT_TRUE(has("tmp/_DownloadFilesFile"));
-    EXPECT_TRUE(has("imgstore/a.bin"));  // 1 day < 7
-
-    platform::ManualClock aWeek(0, now + 7 * 86400 + 100);
-    PackageHousekeeping(aWeek).DeleteOldImageStoreFiles(dir.Path() + "imgstore");
-    EXPECT_FALSE(has("imgstore/a.bin"));
-    EXPECT_FALSE(has("imgstore/A2.BIN"));
-    EXPECT_TRUE(has("imgstore/b.txt"));
-    EXPECT_TRUE(has("imgstore/c.bin"));  // a folder
+    fs::create_directories(dir.Path() + "imgstore/c.bin");  // a folder: kept
+    after(86400 - 100, {"tmp/_DownloadFiles5"}, {});
+    after(86400 + 100, {"tmp/other/f", "tmp/_DownloadFilesFile", "imgstore/a.bin"},  // 1 day < 7
+          {"tmp/_DownloadFiles5", "tmp/_downloadFILESX"});
+    after(7 * 86400 + 100, {"imgstore/b.txt", "imgstore/c.bin"}, {"imgstore/a.bin", "imgstore/A2.BIN"});
 
     dir.Write("outside/keep", "k");
     dir.Write("ImageFiles/sub/ro", "x");
@@ -469,7 +472,7 @@ TEST(Housekeeping, AgeRulesEmptyingAndRecordedFolders) {
     std::vector<std::string> recorded{dir.Path() + "new", ""};
     PackageHousekeeping::DeleteRecordedFolders(recorded);
     EXPECT_TRUE(recorded.empty());
-    EXPECT_FALSE(has("new"));
+    EXPECT_FALSE(fs::exists(dir.Path() + "new"));
 }
 
 }  // namespace

@@ -17,12 +17,6 @@ using quorvel::test::PacSpec;
 
 namespace {
 
-PacSpec Base() {
-    PacSpec layout;
-    layout.entries = {{"FDL", "fdl.bin", "f"}, {"NV", "nv.bin", "n"}, {"System", "sys.img", "s"}};
-    return layout;
-}
-
 // Selects pkg.pac as the station's SPRD package (written only when a layout is given).
 void UsePac(test::StationFixture& fx, const std::optional<PacSpec>& layout) {
     if (layout) fx.dir.Write("pkg.pac", test::BuildPac(*layout));
@@ -35,7 +29,7 @@ void WithTempFolder(PreparationWindowLogic& window, test::StationFixture& fx) {
 }
 
 TEST(PreparationWindow, TheLoadsOutcomeDecidesResultAndMessages) {
-    PacSpec badVersion = Base(), noBackup = Base();
+    PacSpec badVersion = test::SmallSprdPac(), noBackup = test::SmallSprdPac();
     badVersion.version = "BP_R2.0.0";
     noBackup.nvBackupFlag = 0;
     namespace tx = app::texts;
@@ -128,7 +122,7 @@ TEST(PreparationWindow, ChecksumRecordsTextsMegabytesResultAndClose) {
 
 TEST(PreparationWindow, ClosedByTheOperatorKeepsZeroWhileTheWorkGoesOn) {
     test::StationFixture fx;
-    UsePac(fx, Base());
+    UsePac(fx, test::SmallSprdPac());
     {
         PreparationWindowLogic window(*fx.station);
         WithTempFolder(window, fx);

@@ -31,12 +31,6 @@ SprdSelection Select(const PacSpec& layout) {
     return selection;
 }
 
-PacSpec Base() {
-    PacSpec layout;
-    layout.entries = {{"FDL", "fdl.bin", "f"}, {"NV", "nv.bin", "n"}, {"System", "sys.img", "s"}};
-    return layout;
-}
-
 TEST(SprdSelection, VerdictsAndMessages) {
     using S = SprdSelection;
     auto leaveOut = [](PacSpec& s, std::uint32_t flag, std::uint32_t mode) {
@@ -96,7 +90,7 @@ TEST(SprdSelection, VerdictsAndMessages) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
-        PacSpec layout = Base();
+        PacSpec layout = test::SmallSprdPac();
         row.tweak(layout);
         const auto s = Select(layout);
         EXPECT_EQ(s.verdict, row.verdict);
@@ -105,7 +99,7 @@ TEST(SprdSelection, VerdictsAndMessages) {
 }
 
 TEST(SprdSelection, TableIdsAndTheRecordOfALaterEntry) {
-    PacSpec layout = Base();
+    PacSpec layout = test::SmallSprdPac();
     layout.entries.push_back({"nv", "nv2.bin", "2", 0, 1});
     layout.entries.push_back({"Boot", "", "", 1, 0, 1});
     const auto s = Select(layout);
@@ -138,7 +132,7 @@ protected:
     test::StationFixture fx;
 };
 
-TEST_F(SprdLoad, SuccessPublishesEverythingAndRecordsOnlyIntoAnExistingIni) {
+TEST_F(SprdLoad, SuccessPublishesEverythingRecordsOnlyIntoAnExistingIniAndFailureKeepsTheProduct) {
     fx.clock.Advance(77);
     ASSERT_EQ(Load(test::TypicalSprdPac()), 1) << ::testing::PrintToString(fx.ui.Messages());
     EXPECT_TRUE(fx.ui.Messages().empty());
@@ -168,6 +162,32 @@ TEST_F(SprdLoad, SuccessPublishesEverythingAndRecordsOnlyIntoAnExistingIni) {
     EXPECT_EQ(read("PAC_Other", "NV"), "1@" + fx.dir.Path() + "ImageFiles/_DownloadFiles78/nv.bin");
     EXPECT_EQ(read("PAC_Other", "EXTRA"), "0@");
     EXPECT_EQ(read("Selection", "SelectProduct"), "PAC_Other");
+
+    // Failed checks delete the extraction and keep the product name.
+    fx.ui.Clear();
+    PacSpec bad = test::SmallSprdPac();
+    bad.productName = "Bad";
+    bad.repartitionFlag = 1;
+    bad.repartitionMode = 0;
+    bad.entries.push_back({"Cache", "c.img", "c", 0, 0});
+    fx.clock.Advance(5);
+    EXPECT_EQ(Load(bad), 0);
+    EXPECT_EQ(fx.ui.Messages().size(), 1u);
+    params = fx.station->sprdParams.Get();
+    EXPECT_EQ(params->ProductName, "PAC_Other");  // unchanged
+    EXPECT_EQ(params->files.size(), 4u);            // new
+    EXPECT_TRUE(Extracted().empty());
+
+    // An extraction failure replaces only the configuration path.
+    fx.ui.Clear();
+    PacSpec broken = test::SmallSprdPac();
+    broken.badDataCrc = true;
+    EXPECT_EQ(Load(broken), 0);
+    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{app::texts::kPacCrcError});
+    params = fx.station->sprdParams.Get();
+    EXPECT_EQ(params->files.size(), 4u);
+    EXPECT_EQ(params->ConfigFilePath, fx.dir.Path() + "ImageFiles/_DownloadFiles83/sys.img");
+    EXPECT_TRUE(Extracted().empty());
 }
 
 TEST_F(SprdLoad, BracketsEqualsAndSemicolonsAreRecordedWithoutBreakingTheIni) {
@@ -192,33 +212,6 @@ TEST_F(SprdLoad, BracketsEqualsAndSemicolonsAreRecordedWithoutBreakingTheIni) {
             << key;
     }
     EXPECT_EQ(platform::ProfileIni::ReadString(ini, "Selection", "SelectProduct", "-", 512), "PAC_X[1];v=2]");
-}
-
-TEST_F(SprdLoad, FailedChecksDeleteTheExtractionAndKeepTheProductName) {
-    ASSERT_EQ(Load(test::TypicalSprdPac()), 1);
-    PacSpec bad = Base();
-    bad.productName = "Bad";
-    bad.repartitionFlag = 1;
-    bad.repartitionMode = 0;
-    bad.entries.push_back({"Cache", "c.img", "c", 0, 0});
-    fx.clock.Advance(5);
-    EXPECT_EQ(Load(bad), 0);
-    EXPECT_EQ(fx.ui.Messages().size(), 1u);
-    auto params = fx.station->sprdParams.Get();
-    EXPECT_EQ(params->ProductName, "PAC_SC9863A");  // unchanged
-    EXPECT_EQ(params->files.size(), 4u);            // new
-    EXPECT_TRUE(Extracted().empty());
-
-    // An extraction failure replaces only the configuration path.
-    fx.ui.Clear();
-    PacSpec broken = Base();
-    broken.badDataCrc = true;
-    EXPECT_EQ(Load(broken), 0);
-    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{app::texts::kPacCrcError});
-    params = fx.station->sprdParams.Get();
-    EXPECT_EQ(params->files.size(), 4u);
-    EXPECT_EQ(params->ConfigFilePath, fx.dir.Path() + "ImageFiles/_DownloadFiles5/sys.img");
-    EXPECT_TRUE(Extracted().empty());
 }
 
 }  // namespace

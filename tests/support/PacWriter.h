@@ -1,7 +1,6 @@
 #pragma once
-// Writes PAC packages for tests, benchmarks and the fuzz corpus: a header, a file
-// table and the data, with both CRCs computed (or deliberately wrong), and hooks to
-// make any field lie. Header-only, so benchmarks can use it without the test library.
+// Writes PAC packages for tests and the fuzz corpus: a header, a file table and the
+// data, with both CRCs computed (or deliberately wrong), and hooks to make any field lie.
 
 #include <cstdint>
 #include <cstring>
@@ -43,8 +42,7 @@ struct PacSpec {
 
 inline std::string BuildPac(const PacSpec& layout) {
     using namespace packages;
-    PacHeader header;
-    std::memset(&header, 0, sizeof header);
+    PacHeader header = EmptyPacHeader();
     WriteField(header.Version, layout.version);
     WriteField(header.ProductName, layout.productName);
     header.FileCount = static_cast<std::int32_t>(layout.entries.size());
@@ -52,11 +50,10 @@ inline std::string BuildPac(const PacSpec& layout) {
     header.RepartitionMode = layout.repartitionMode;
     header.NvBackupFlag = layout.nvBackupFlag;
     header.Magic = layout.withCrc ? kPacMagic : 0;
-    std::vector<PacFileEntry> table(layout.entries.size());
+    std::vector<PacFileEntry> table(layout.entries.size());  // zeroed
     std::uint64_t size = sizeof header + table.size() * sizeof(PacFileEntry);
     for (std::size_t i = 0; i < table.size(); ++i) {
         const PacEntrySpec& e = layout.entries[i];
-        std::memset(&table[i], 0, sizeof table[i]);
         WriteField(table[i].FileId, e.id);
         WriteField(table[i].FileName, e.name);
         table[i].FileSize = static_cast<std::uint32_t>(e.data.size());
@@ -102,6 +99,13 @@ inline PacSpec TypicalSprdPac() {
         {"PhaseCheck", "", "", 1, 1},
         {"", "product.xml", std::string("<config/>\n") + '\0'},
     };
+    return layout;
+}
+
+// The smallest package whose selection passes: FDL, NV and a system image.
+inline PacSpec SmallSprdPac() {
+    PacSpec layout;
+    layout.entries = {{"FDL", "fdl.bin", "f"}, {"NV", "nv.bin", "n"}, {"System", "sys.img", "s"}};
     return layout;
 }
 
