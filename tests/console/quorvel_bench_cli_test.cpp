@@ -57,7 +57,8 @@ TEST(QuorvelBenchTool, RelativeStationFolderKeepsItsWrites) {
     dir.Write("s.txt", "0 press\n200 plug 0 brom duration=500\n8000 end\n");
     const auto r = RunCommand("cd " + dir.Path() + " && " + Tool() + " station s.txt --speed 20");
     ASSERT_EQ(r.exitCode, 0) << r.out;
-    EXPECT_NE(r.out.find("phones: plugged 1"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("phones: plugged 1, served 1, results 1"), std::string::npos) << r.out;
+    EXPECT_EQ(platform::ProfileIni::ReadInt(dir.File("station/Config/TestResult.ini"), "total", "NUM", 0), 1);
     EXPECT_EQ(platform::ProfileIni::ReadString(dir.File("station/Config/CommonSetting.ini"), "BROMPORTINFO", "Index0",
                                                "", 260),
               "2-1\\PORT1");
