@@ -20,6 +20,9 @@ inline constexpr std::uint32_t MSG_COLUMN_RESIZED = 0xA713;
 
 // WM_COMMAND wParam values (control or menu command ids).
 inline constexpr std::uint32_t CMD_START_STOP = 1019;
+// lParam of a CMD_START_STOP that the station sends itself to end a run: it only
+// stops, so it never starts a run the operator stopped while it was on its way.
+inline constexpr std::int64_t kAutoStop = 1;
 inline constexpr std::uint32_t CMD_SETTINGS = 1020;
 inline constexpr std::uint32_t CMD_HELP = 1021;
 inline constexpr std::uint32_t CMD_REMOVE_BIND = 32778;

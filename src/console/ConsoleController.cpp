@@ -177,6 +177,7 @@ platform::LResult ConsoleController::HandleMessage(std::uint32_t msg, platform::
     if (msg == WM_COMMAND) {
         switch (wParam) {
             case CMD_START_STOP:
+                if (lParam == kAutoStop && buttonStatus_ != DOWNLOAD_BUTTON_STATUS_STOP) return 0;
                 if (run_) run_->StartStopClick();
                 return 0;
             case CMD_REMOVE_STATISTICS: station_.statistics.StatisticsReset(); return 0;

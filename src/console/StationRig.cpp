@@ -81,6 +81,12 @@ StationRig::~StationRig() {
     run_.reset();
 }
 
+void StationRig::Close(platform::StationLoop& loop, bool consoleReady) {
+    if (consoleReady && loop.Running()) loop.Call([this] { station_.settingsStore.SaveBindings(); });
+    loop.Stop();
+    run_.reset();
+}
+
 sim::SimBench* StationRig::Bench() {
     return backend_->Bench();
 }

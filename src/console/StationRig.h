@@ -26,6 +26,11 @@ public:
     ~StationRig();
 
     StationRun& Run() { return *run_; }
+    // Ends the station as closing its window does, on the thread that runs `loop`'s
+    // owner: the binding table is saved only when the console came up (a failed
+    // start-up writes nothing), the loop stops, then the workers go; the jobs they cut
+    // short are not counted. Nothing of the run may be used afterwards.
+    void Close(platform::StationLoop& loop, bool consoleReady);
     engine::SimPhoneRegistry& Phones() { return registry_; }
     // The simulated bench once chosen; null on a real bench or before the first use.
     sim::SimBench* Bench();

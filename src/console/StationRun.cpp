@@ -107,7 +107,11 @@ int StationRun::PreStartCheck() {
             }
             manager_.SetState(engine::Ready);
             break;
-        default: break;
+        default:
+            // No package chosen: the station still runs (phones are bound), so its
+            // workers must start too.
+            manager_.SetState(engine::Ready);
+            break;
     }
     return 1;
 }

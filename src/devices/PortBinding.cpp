@@ -90,11 +90,11 @@ void PortBinding::OnSerialEvent(const DeviceEventRecord& record, bool portCheck)
     station_.clock.Sleep(50);
 }
 
-bool PortBinding::DispatchToSlot(int i, const app::DeviceInfo& info) {
+bool PortBinding::DispatchToSlot(int i, const app::DeviceInfo& info, engine::HandOver how) {
     engine::DownloadWorker* worker = manager_.WorkerAt(i);
     if (!worker) return false;
     worker->SetThreadIndex(i);
-    worker->AcceptDevice(info);
+    if (!worker->AcceptDevice(info, how)) return false;
     ForgetPortElsewhere(i, info);
     return true;
 }
@@ -128,8 +128,9 @@ bool PortBinding::HasBinded_MTK(const app::DeviceInfo& info) {
         if (!match) continue;
         if (e.state == app::BIND_BUSY) return false;
         if (c == PID_DA && e.state == app::BIND_PRELOADER_BINDED) continue;
-        if (!DispatchToSlot(i, info)) return false;
-        if (c == PID_DA) t.SetState(i, app::BIND_BUSY);
+        if (!HasWorker(i)) return false;
+        // The worker marks the slot BUSY for a DA phone, or leaves it when that phone's job has ended.
+        DispatchToSlot(i, info, c == PID_DA ? engine::HandOver::DA_MODE : engine::HandOver::PLAIN);
         return true;
     }
     station_.clock.Sleep(10);
@@ -167,9 +168,10 @@ bool PortBinding::Bind_MTKDev_HS(const app::DeviceInfo& info) {
     const std::int32_t wanted = c == PID_DA ? app::BIND_DA_BINDED : app::BIND_IDLE;
     for (int i = 0; i < kSlotCount; ++i) {
         if (t.State(i) != wanted || !HasWorker(i)) continue;
-        DispatchToSlot(i, info);
+        const bool taken = DispatchToSlot(i, info, c == PID_DA ? engine::HandOver::DA_MODE : engine::HandOver::PLAIN);
+        if (!taken) return false;
         t.SetHsLocation(i, location);
-        t.SetState(i, c == PID_DA ? app::BIND_BUSY : app::BIND_PRELOADER_BINDED);
+        if (c != PID_DA) t.SetState(i, app::BIND_PRELOADER_BINDED);
         return true;
     }
     return false;
@@ -181,9 +183,7 @@ bool PortBinding::HasBinded_SPRD(const app::DeviceInfo& info) {
     for (int i = 0; i < kSlotCount; ++i) {
         if (t.HsLocation(i) != location) continue;
         if (t.State(i) == app::BIND_BUSY) return false;
-        if (!DispatchToSlot(i, info)) return false;
-        t.SetState(i, app::BIND_BUSY);
-        return true;
+        return DispatchToSlot(i, info, engine::HandOver::BUSY);
     }
     station_.clock.Sleep(10);
     return false;
@@ -196,7 +196,7 @@ bool PortBinding::Bind_SPRDDev(const app::DeviceInfo& info) {
         if (t.HsLocation(i) == location) return true;
     for (int i = 0; i < kSlotCount; ++i) {
         if (t.State(i) != app::BIND_IDLE || !HasWorker(i)) continue;
-        DispatchToSlot(i, info);
+        DispatchToSlot(i, info, engine::HandOver::PLAIN);
         t.SetHsLocation(i, location);
         t.SetState(i, app::BIND_ALL_BINDED);
         return true;
@@ -230,7 +230,7 @@ void PortBinding::AutoStopCheck() {
     if (idle == kSlotCount && station_.stationRunning) {
         station_.clock.Sleep(1000);
         // Posted: we are inside the station thread's own handler.
-        console_.Post(app::WM_COMMAND, app::CMD_START_STOP, 0);
+        console_.Post(app::WM_COMMAND, app::CMD_START_STOP, app::kAutoStop);
     }
 }
 

@@ -23,6 +23,7 @@ class Station;
 }
 namespace quorvel::engine {
 class DownloadManager;
+enum class HandOver;
 }
 
 namespace quorvel::devices {
@@ -41,8 +42,8 @@ public:
     bool Bind_MTKDev_HS(const app::DeviceInfo& info);
     bool HasBinded_SPRD(const app::DeviceInfo& info);
     bool Bind_SPRDDev(const app::DeviceInfo& info);
-    // False when slot i has no worker.
-    bool DispatchToSlot(int i, const app::DeviceInfo& info);
+    // False when slot i has no worker or the worker did not take the device.
+    bool DispatchToSlot(int i, const app::DeviceInfo& info, engine::HandOver how);
     // The first worker holding the gone device (same name, same instance ID) is told.
     bool SignalRemoval(const app::DeviceInfo& gone);
     void AutoStopCheck();

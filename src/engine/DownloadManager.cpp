@@ -14,14 +14,53 @@ DownloadManager::DownloadManager(app::Station& station, platform::MessageWindow&
     : station_(station), window_(mainWindow), engines_(engines) {}
 
 DownloadManager::~DownloadManager() {
-    JoinWalks();
+    {
+        std::lock_guard g(stateLock_);
+        quit_ = true;
+        ++generation_;  // a walk under way ends at its next step
+    }
+    walkChanged_.notify_all();
+    if (walker_.joinable()) walker_.join();
+    for (auto& t : verifications_)
+        if (t.joinable()) t.join();
+    DestroyWorkers();
+}
+
+void DownloadManager::DestroyWorkers() {
+    for (auto& w : workers_) w->BeginClose();
     while (!workers_.empty()) workers_.pop_back();
 }
 
 void DownloadManager::JoinWalks() {
-    for (auto& t : walks_)
+    {
+        std::unique_lock lk(stateLock_);
+        station_.clock.WaitFor(lk, walkChanged_, platform::kForever,
+                               [&] { return quit_ || (walked_ == generation_ && !walking_); });
+    }
+    for (auto& t : verifications_)
         if (t.joinable()) t.join();
-    walks_.clear();
+    verifications_.clear();
+}
+
+void DownloadManager::Walker() {
+    std::unique_lock lk(stateLock_);
+    for (;;) {
+        station_.clock.WaitFor(lk, walkChanged_, platform::kForever, [&] { return quit_ || walked_ != generation_; });
+        if (quit_) return;
+        const std::uint64_t generation = walked_ = generation_;
+        walking_ = true;
+        // A stop has told the workers already; only a start walks.
+        for (std::size_t i = 0; state_ == Running && i < workers_.size() && Current(generation); ++i) {
+            // Start never blocks, so the lock keeps a Stop from slipping in between the
+            // check and the step.
+            workers_[i]->Start();
+            // 100 ms apart; a newer press ends the pause and the walk at once.
+            if (i + 1 < workers_.size())
+                station_.clock.WaitFor(lk, walkChanged_, 100, [&] { return !Current(generation); });
+        }
+        walking_ = false;
+        walkChanged_.notify_all();
+    }
 }
 
 void DownloadManager::SetState(ManagerState state) {
@@ -65,8 +104,7 @@ void DownloadManager::AddWorker(const app::HubPortEntry& entry) {
 
 void DownloadManager::RemoveAllWorkers() {
     JoinWalks();
-    for (auto& w : workers_) w.reset();
-    workers_.clear();
+    DestroyWorkers();
     station_.slotList.DeleteAllRows();
 }
 
@@ -105,14 +143,10 @@ void DownloadManager::StartAll() {
         std::lock_guard g(stateLock_);
         if (state_ != Ready) return;
         state_ = Running;
+        ++generation_;
+        if (!walker_.joinable()) walker_ = std::thread([this] { Walker(); });
     }
-    walks_.emplace_back([this] {
-        for (std::size_t i = 0; i < workers_.size(); ++i) {
-            if (State() != Running) return;
-            workers_[i]->Start();
-            if (i + 1 < workers_.size()) station_.clock.Sleep(100);
-        }
-    });
+    walkChanged_.notify_all();
 }
 
 bool DownloadManager::StopAll() {
@@ -126,22 +160,24 @@ bool DownloadManager::StopAll() {
     }
     for (int r = 0; r < rows; ++r) station_.slotList.SetCellText(r, app::COL_TIMER, "");
     {
+        // Told here rather than on a walk: Stop never blocks, and a job that has not
+        // begun yet must learn of the Stop before it could make its slot BUSY.
         std::lock_guard g(stateLock_);
         if (state_ != Running) return true;
         state_ = Stopped;
-    }
-    walks_.emplace_back([this] {
+        ++generation_;
         for (auto& w : workers_) w->Stop();
-        // Nobody handles it; posted, so the walk never waits for the station thread.
-        window_.Post(app::MSG_ALL_STOPPED, 0, 0);
-    });
+    }
+    walkChanged_.notify_all();
+    // Nobody handles it; posted, so the stop never waits for the station thread.
+    window_.Post(app::MSG_ALL_STOPPED, 0, 0);
     return true;
 }
 
 void DownloadManager::VerifyPackage(std::shared_ptr<platform::MessageWindow> window) {
     if (State() != Unverified || workers_.empty()) return;
     workers_.front()->SetChecksumWindow(std::move(window));
-    walks_.emplace_back([this] { workers_.front()->VerifyPackage(); });
+    verifications_.emplace_back([this] { workers_.front()->VerifyPackage(); });
 }
 
 int DownloadManager::PreLoadPackage() {

@@ -1,12 +1,19 @@
 #pragma once
 // The registry of the slots' workers and the sequencer that starts and stops them.
-// Threads: everything but the walks runs on the station thread; StartAll's walk,
-// StopAll's walk and the package verification run on one short-lived thread each.
-// The state is the only value they share and sits under stateLock_.
+// Threads: everything but the start walk runs on the station thread. Start walks run
+// one after the other on one walk thread; every accepted StartAll and StopAll moves
+// the walk generation on, and a walk ends at the first step that finds its generation
+// gone, so only the latest Start's walk goes on. StopAll tells the workers at once
+// (Stop never blocks), so no job can begin after an accepted Stop. The package
+// verification runs on a short-lived thread. The state, the generation and the
+// workers' Start and Stop calls sit under stateLock_.
 // Destroying workers (RemoveAllWorkers, the destructor) joins their threads, so it
 // must not happen on the station thread while a job may still send to it: at
 // start-up, or after the station loop has stopped (a stopped loop releases senders).
+// Jobs that end while the workers are destroyed are not counted: the program ends.
 
+#include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -40,8 +47,8 @@ public:
     void StartAll();
     // False when refused because a slot is still at work.
     bool StopAll();
-    // Waits for the start, stop and verification walks (tests and shutdown; not while
-    // a worker may wait for the calling thread).
+    // Waits until the walks asked for so far and the verification have run (tests and
+    // shutdown; not while a worker may wait for the calling thread).
     void JoinWalks();
 
     // Worker 0's package-wide operations; without workers they do nothing and report failure.
@@ -57,11 +64,21 @@ private:
     platform::MessageWindow& window_;
     EngineFactory& engines_;
     mutable std::mutex stateLock_;
+    void Walker();
+    // Under stateLock_: the walk generation still is `generation`.
+    bool Current(std::uint64_t generation) const { return generation_ == generation; }
+    void DestroyWorkers();
+
     ManagerState state_ = Unverified;
-    // The walks never get joined on the station thread while they may still run (a
-    // walk can wait for a worker that waits for the station thread); finished ones
-    // are collected in JoinWalks and the destructor.
-    std::vector<std::thread> walks_;
+    std::uint64_t generation_ = 0;  // moved on by every accepted StartAll and StopAll
+    std::uint64_t walked_ = 0;      // the last generation the walk thread has taken up
+    bool walking_ = false;
+    bool quit_ = false;
+    std::condition_variable walkChanged_;
+    std::thread walker_;
+    // The verification thread is joined in JoinWalks and the destructor, never while
+    // it may still wait for the station thread.
+    std::vector<std::thread> verifications_;
     std::vector<std::unique_ptr<DownloadWorker>> workers_;
 };
 

@@ -78,6 +78,7 @@ DownloadWorker::DownloadWorker(app::Station& station, platform::MessageWindow& m
 }
 
 DownloadWorker::~DownloadWorker() {
+    BeginClose();
     {
         std::lock_guard g(flagLock_);
         stopRequested_ = true;
@@ -105,27 +106,40 @@ bool DownloadWorker::IsRunning() const {
     return deviceRunning_;
 }
 
-void DownloadWorker::AcceptDevice(const app::DeviceInfo& device) {
+bool DownloadWorker::AcceptDevice(const app::DeviceInfo& device, HandOver how) {
+    std::lock_guard handOver(handOverLock_);
     {
         std::lock_guard g(deviceLock_);
-        device_ = device;
+        device_ = device;  // also a dropped DA form: its removal must find this worker
+    }
+    const int slot = ThreadIndex();
+    if (how == HandOver::DA_MODE) {
+        // The phone re-enumerated in DA mode because its job switched it: the job
+        // serves it. Once that job has ended, the arrival is old news.
+        if (!inJob_) return false;
+        if (slot >= 0 && slot < app::kSlotCount) station_.bindings.SetState(slot, app::BIND_BUSY);
+        NotifyDevice(app::EVENT_MTK, app::FieldText(device.friendlyName));
+        return true;
     }
     const std::string name = app::FieldText(device.friendlyName);
+    WorkerEvents::Event event;
     switch (device.type) {
-        case app::EVENT_SPRD:
-            NotifyDevice(app::EVENT_SPRD, name);
-            if (IsRunning()) events_.Set(WorkerEvents::SPRD);
-            break;
-        case app::EVENT_MTK:
-            NotifyDevice(app::EVENT_MTK, name);
-            if (IsRunning()) events_.Set(WorkerEvents::MTK);
-            break;
-        case app::EVENT_CFG:
-            NotifyDevice(app::EVENT_CFG, name);
-            if (IsRunning()) events_.Set(WorkerEvents::FP);
-            break;
-        default: NotifyDevice(NOTIFY_NONE, app::texts::kNoDevice); break;
+        case app::EVENT_SPRD: event = WorkerEvents::SPRD; break;
+        case app::EVENT_MTK: event = WorkerEvents::MTK; break;
+        case app::EVENT_CFG: event = WorkerEvents::FP; break;
+        default: NotifyDevice(NOTIFY_NONE, app::texts::kNoDevice); return true;
     }
+    NotifyDevice(device.type, name);
+    // While the station is stopped (a last event of the ending run) the phone waits
+    // for the next Start: a worker still ending its run must not begin a job now.
+    if (!IsRunning() || !station_.stationRunning.load()) {
+        pending_ = event;
+        return true;
+    }
+    events_.Set(event);
+    if (how == HandOver::BUSY && slot >= 0 && slot < app::kSlotCount)
+        station_.bindings.SetState(slot, app::BIND_BUSY);
+    return true;
 }
 
 std::string DownloadWorker::DisplayName(const std::string& name) {
@@ -195,24 +209,26 @@ void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
 }
 
 void DownloadWorker::Start() {
-    std::uint32_t code;
-    {
-        std::lock_guard g(deviceLock_);
-        code = lastNotifyCode_;
-    }
-    // An earlier run's thread has been told to stop; it may still finish an SPRD job.
-    if (thread_.joinable()) thread_.join();
+    std::lock_guard handOver(handOverLock_);
+    bool alive;
     {
         std::lock_guard g(flagLock_);
+        alive = deviceRunning_;
         stopRequested_ = false;
         // Set here rather than on the new thread, so a hand-over right after Start
         // already finds the worker running.
         deviceRunning_ = true;
     }
     events_.Clear(WorkerEvents::STOP);
-    events_.Clear(WorkerEvents::SPRD);
-    events_.Clear(WorkerEvents::MTK);
-    events_.Clear(WorkerEvents::FP);
+    if (pending_ != WorkerEvents::STOP) events_.Set(pending_);
+    pending_ = WorkerEvents::STOP;
+    // The previous run's thread has not ended yet (it finishes a job's last steps):
+    // it stays, as if it had been started again. It never waited on a new device.
+    if (alive) return;
+    // Ended: joining it waits at most for its last row update.
+    if (thread_.joinable()) thread_.join();
+    // The device handed over while the worker was stopped is served now.
+    const std::uint32_t code = LastNotifyCode();
     if (code == app::EVENT_SPRD) events_.Set(WorkerEvents::SPRD);
     if (code == app::EVENT_MTK) events_.Set(WorkerEvents::MTK);
     if (code == app::EVENT_CFG) events_.Set(WorkerEvents::FP);
@@ -221,17 +237,38 @@ void DownloadWorker::Start() {
 
 void DownloadWorker::Stop() {
     if (!IsRunning()) return;
-    events_.Clear(WorkerEvents::SPRD);
-    events_.Clear(WorkerEvents::MTK);
-    events_.Clear(WorkerEvents::FP);
-    events_.Set(WorkerEvents::STOP);
+    // The request first: a thread that wakes on StopEvent must find it.
     {
         std::lock_guard g(flagLock_);
         stopRequested_ = true;
     }
+    events_.Clear(WorkerEvents::SPRD);
+    events_.Clear(WorkerEvents::MTK);
+    events_.Clear(WorkerEvents::FP);
+    events_.Set(WorkerEvents::STOP);
     const std::uint32_t code = LastNotifyCode();
     if (code == app::EVENT_MTK) mtk_->CancelTask();
     if (code == app::EVENT_CFG) fp_->CancelTask();
+}
+
+void DownloadWorker::BeginClose() {
+    std::lock_guard g(countLock_);
+    closing_ = true;
+}
+
+bool DownloadWorker::CutShort() {
+    {
+        std::lock_guard g(countLock_);
+        if (closing_) return true;
+    }
+    std::lock_guard g(flagLock_);
+    return stopRequested_;
+}
+
+void DownloadWorker::CountJob(bool failed) {
+    // A job cut short because the program ends is not a finished job.
+    std::lock_guard g(countLock_);
+    if (!closing_) station_.statistics.CountJob(failed);
 }
 
 void DownloadWorker::ThreadMain() {
@@ -248,6 +285,7 @@ void DownloadWorker::ThreadMain() {
             case WorkerEvents::STOP: {
                 NotifyDevice(NOTIFY_NONE, app::texts::kNoDevice);
                 std::lock_guard g(flagLock_);
+                if (!stopRequested_) break;  // started again meanwhile
                 deviceRunning_ = false;
                 return;
             }
@@ -258,13 +296,32 @@ void DownloadWorker::ThreadMain() {
     }
 }
 
-void DownloadWorker::JobStart(int slot) {
+bool DownloadWorker::JobStart(int slot, WorkerEvents::Event event) {
+    {
+        // Stop came between the hand-over and the job: the phone waits for the next
+        // Start. Checked with the slot going BUSY in one step, so a Stop either finds
+        // the slot BUSY or keeps the job from beginning.
+        std::lock_guard handOver(handOverLock_);
+        if (CutShort()) {
+            pending_ = event;
+            return false;
+        }
+        station_.bindings.SetState(slot, app::BIND_BUSY);
+        inJob_ = true;
+    }
     station_.slots.startTime[static_cast<std::size_t>(slot)].store(station_.clock.WallSeconds());
     window_.SetTimer(slot, 1000);
     station_.slotList.SetCellIcon(slot, app::COL_DEVICE, kIconDevice);
     display_.SetResult(slot, app::texts::kOngoing, kColourBlue);
     display_.ShowCell(slot, app::COL_PROGRESS);
-    station_.bindings.SetState(slot, app::BIND_BUSY);
+    return true;
+}
+
+template <class Restore>
+void DownloadWorker::JobEnd(Restore restore) {
+    std::lock_guard handOver(handOverLock_);
+    restore();
+    inJob_ = false;
 }
 
 void DownloadWorker::ShowBindState(int slot) {
@@ -289,7 +346,7 @@ int DownloadWorker::ExtractComNumber(const std::string& name) {
 
 void DownloadWorker::SprdJob(bool& firstPhase) {
     const int slot = ThreadIndex();
-    JobStart(slot);
+    if (!JobStart(slot, WorkerEvents::SPRD)) return;
     const int port = ExtractComNumber(app::FieldText(Device().friendlyName));
     if (port == -1) return;
     const auto params = station_.sprdParams.Get();
@@ -309,13 +366,13 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
             if (Contains(text, app::texts::kResultFail) || polls == 26) {
                 firstPhase = true;
                 window_.KillTimer(slot);
-                station_.statistics.CountJob(true);
+                CountJob(true);
                 break;
             }
         }
         sprd_->StopOnePortWork(n, 1);
-        station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
-        events_.Clear(WorkerEvents::SPRD);
+        // From here on the phone's return on its download port is a new hand-over.
+        JobEnd([&] { station_.bindings.SetState(slot, app::BIND_ALL_BINDED); });
         return;
     }
     display_.SetSprdPhase(1);
@@ -336,11 +393,13 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
     }
     display_.SetSprdPhase(0);
     sprd_->StopOnePortWork(n, 1);
-    if (station_.bindings.HsLocation(slot) != app::kUnbound) station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
+    JobEnd([&] {
+        if (station_.bindings.HsLocation(slot) != app::kUnbound)
+            station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
+    });
     ShowBindState(slot);
     window_.KillTimer(slot);
-    station_.statistics.CountJob(failed);
-    events_.Clear(WorkerEvents::SPRD);
+    CountJob(failed);
 }
 
 void DownloadWorker::MtkJob() {
@@ -362,33 +421,37 @@ void DownloadWorker::MtkJob() {
     mtk_->SetDownloadType(station_.package.downloadType);
     app::DeviceInfo device = Device();
     mtk_->SetDeviceInfo(&device);
-    JobStart(slot);
-
+    if (!JobStart(slot, WorkerEvents::MTK)) return;
+    if (CutShort()) mtk_->CancelTask();  // the cancel came while the engine was set up
     const int r = mtk_->DLOperationStart();
     if (r == 0 && s.ForceWatchdogReset == 1 && s.EnableAutoPulling == 0) {
         const auto row = static_cast<std::uint32_t>(slot);
         const std::string first = station_.language.ChooseText(app::texts::kPhoneRestarting);
         window_.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row, 3),
                      reinterpret_cast<platform::LParam>(first.c_str()));
-        station_.clock.Sleep(s.SleepTimeRestart);
+        // The pauses end at once when the program ends.
+        events_.Pause(s.SleepTimeRestart);
         const std::string second = station_.language.ChooseText(app::texts::kPhoneRestarted);
         window_.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row, 2),
                      reinterpret_cast<platform::LParam>(second.c_str()));
-        station_.clock.Sleep(1000);
+        events_.Pause(1000);
     }
-    // The rules apply in turn: a slot with neither location bound ends IDLE.
-    auto& b = station_.bindings;
-    if (b.LsLocation(slot) == app::kUnbound) b.SetState(slot, app::BIND_PRELOADER_BINDED);
-    if (b.HsLocation(slot) == app::kUnbound) {
-        b.SetState(slot, app::BIND_IDLE);
-        b.SetLsLocation(slot, app::kUnbound);
-    }
-    if (b.LsLocation(slot) != app::kUnbound && b.HsLocation(slot) != app::kUnbound)
-        b.SetState(slot, app::BIND_ALL_BINDED);
+    // The rules apply in turn: a slot with neither location bound ends IDLE. The DA
+    // form of this phone, handed over during the job or arriving later, is not served
+    // again (HandOver::DA_MODE).
+    JobEnd([&] {
+        auto& b = station_.bindings;
+        if (b.LsLocation(slot) == app::kUnbound) b.SetState(slot, app::BIND_PRELOADER_BINDED);
+        if (b.HsLocation(slot) == app::kUnbound) {
+            b.SetState(slot, app::BIND_IDLE);
+            b.SetLsLocation(slot, app::kUnbound);
+        }
+        if (b.LsLocation(slot) != app::kUnbound && b.HsLocation(slot) != app::kUnbound)
+            b.SetState(slot, app::BIND_ALL_BINDED);
+    });
     ShowBindState(slot);
     window_.KillTimer(slot);
-    station_.statistics.CountJob(r != 0);
-    events_.Clear(WorkerEvents::MTK);
+    CountJob(r != 0);
 }
 
 void DownloadWorker::FpJob() {
@@ -397,20 +460,19 @@ void DownloadWorker::FpJob() {
     app::DeviceInfo device = Device();
     fp_->SetDeviceInfo(&device);
     fp_->SetDLPara(slot);
-    JobStart(slot);
+    if (!JobStart(slot, WorkerEvents::FP)) return;
     station_.slots.fpJob[static_cast<std::size_t>(slot)].store(1);
+    if (CutShort()) fp_->CancelTask();
     const int r = fp_->MTKFP_OperationStart();
+    JobEnd([] {});  // the slot stays BUSY until the console's Stop
     ShowBindState(slot);
     window_.KillTimer(slot);
-    station_.statistics.CountJob(r != 0);
+    CountJob(r != 0);
     station_.slots.fpJob[static_cast<std::size_t>(slot)].store(2);
     bool anyRunning = false;
     for (const auto& state : station_.slots.fpJob) anyRunning = anyRunning || state.load() == 1;
-    if (!anyRunning && station_.stationRunning.load()) {
-        station_.clock.Sleep(1000);
-        window_.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
-    }
-    events_.Clear(WorkerEvents::FP);
+    if (!anyRunning && station_.stationRunning.load() && events_.Pause(1000))
+        window_.Send(app::WM_COMMAND, app::CMD_START_STOP, app::kAutoStop);
 }
 
 // ---- worker 0: package-wide operations ----

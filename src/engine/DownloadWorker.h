@@ -3,9 +3,13 @@
 // row's display state. The thread serves one phone after another, by the kind of
 // the device handed over, until the station stops.
 // Threads: AcceptDevice, NotifyDevice and SetThreadIndex on the station thread;
-// Start and Stop on the manager's start and stop threads; the jobs on the worker's
-// own thread; the package-wide operations (worker 0) on the station thread or the
-// verification thread while no job runs.
+// Start and Stop on the manager's walk thread, never at once; the jobs on the
+// worker's own thread; the package-wide operations (worker 0) on the station thread
+// or the verification thread while no job runs.
+// A hand-over and a job's start and end are one step each under handOverLock_, so a
+// phone handed over as a job ends is either part of that job or served after it.
+// Start never waits for the previous run's thread: if it still finishes a job, it
+// is kept and simply not stopped.
 
 #include <array>
 #include <atomic>
@@ -53,6 +57,13 @@ private:
     bool shutdown_ = false;
 };
 
+// How binding hands a device over.
+enum class HandOver {
+    PLAIN,    // the phone is served when the worker runs
+    BUSY,     // likewise, and the slot is BUSY from the hand-over on
+    DA_MODE,  // the DA form of the phone a job switched: part of that job, never served alone
+};
+
 class DownloadWorker {
 public:
     DownloadWorker(app::Station& station, platform::MessageWindow& mainWindow, EngineFactory& engines, int threadIndex);
@@ -67,13 +78,16 @@ public:
     app::DeviceInfo Device() const;
     SlotDisplay& Display() { return display_; }
 
-    void AcceptDevice(const app::DeviceInfo& device);
+    // False when the device was not taken: the DA form of a phone whose job has ended.
+    bool AcceptDevice(const app::DeviceInfo& device, HandOver how = HandOver::PLAIN);
     void NotifyDevice(std::uint32_t code, const std::string& name);
     std::uint32_t LastNotifyCode() const;
 
     void Start();
     void Stop();
     bool IsRunning() const;
+    // The program is ending: jobs that end from now on are not counted.
+    void BeginClose();
 
     // Worker 0 only: the package-wide engine operations.
     void SetChecksumWindow(std::shared_ptr<platform::MessageWindow> window);
@@ -93,17 +107,30 @@ public:
 
 private:
     void ThreadMain();
-    void JobStart(int slot);
+    // False when Stop or the end came first: the job does not begin.
+    bool JobStart(int slot, WorkerEvents::Event event);
     void SprdJob(bool& firstPhase);
     void MtkJob();
     void FpJob();
     void ShowBindState(int slot);
+    // The job's slot leaves BUSY: `restore` sets its state; one step with the hand-overs.
+    template <class Restore>
+    void JobEnd(Restore restore);
+    void CountJob(bool failed);
+    // Stop or the program's end came: a job about to start is cancelled at once.
+    bool CutShort();
 
     app::Station& station_;
     platform::MessageWindow& window_;
     std::unique_ptr<SprdEngine> sprd_;
     std::unique_ptr<FpEngine> fp_;
     WorkerEvents events_;
+    std::mutex handOverLock_;
+    bool inJob_ = false;  // under handOverLock_
+    // A device handed over while the station was stopped (STOP: none); under handOverLock_.
+    WorkerEvents::Event pending_ = WorkerEvents::STOP;
+    std::mutex countLock_;
+    bool closing_ = false;  // under countLock_
     mutable std::mutex flagLock_;
     bool deviceRunning_ = false;
     bool stopRequested_ = false;

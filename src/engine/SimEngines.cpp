@@ -83,6 +83,25 @@ bool SimPhoneRegistry::InUse(std::uint64_t plug) const {
     return links_.count(plug) > 0;
 }
 
+void SimPhoneRegistry::JobResult(std::uint64_t plug, bool failed) {
+    if (plug == 0) return;
+    std::lock_guard g(mutex_);
+    ++results_[plug];
+    failed_ += failed ? 1 : 0;
+}
+
+SimPhoneRegistry::Tally SimPhoneRegistry::Results() const {
+    std::lock_guard g(mutex_);
+    Tally t;
+    t.failed = failed_;
+    for (const auto& [plug, n] : results_) {
+        ++t.phones;
+        t.results += n;
+        t.mostForOnePhone = std::max(t.mostForOnePhone, n);
+    }
+    return t;
+}
+
 SimPhoneRegistry::Link::Link(SimPhoneRegistry& registry, std::uint64_t plug, CancellableWait& wait)
     : registry_(registry), plug_(plug), wait_(wait) {
     if (plug_ == 0) return;
@@ -212,7 +231,9 @@ void SimMtkEngine::SetDeviceInfo(app::DeviceInfo* device) {
 }
 
 int SimMtkEngine::DLOperationStart() {
-    return RunMtkStyleJob(station_, window_, wait_, registry_, slot_, device_, true);
+    const int r = RunMtkStyleJob(station_, window_, wait_, registry_, slot_, device_, true);
+    registry_.JobResult(registry_.ForDevice(app::FieldText(device_.instanceId)).plug, r != 0);
+    return r;
 }
 
 int SimMtkEngine::GetPCLoadVersion(char* buffer260) {
@@ -277,7 +298,9 @@ void SimFpEngine::SetDLPara(int threadIndex) {
 }
 
 int SimFpEngine::MTKFP_OperationStart() {
-    return RunMtkStyleJob(station_, window_, wait_, registry_, slot_, device_, false);
+    const int r = RunMtkStyleJob(station_, window_, wait_, registry_, slot_, device_, false);
+    registry_.JobResult(registry_.ForDevice(app::FieldText(device_.instanceId)).plug, r != 0);
+    return r;
 }
 
 // ---- SPRD ----
@@ -400,6 +423,8 @@ void SimSprdEngine::RunPort(unsigned long port, bool phase1, PhoneProfile p, std
         result_.reEnumerate = phase1 && error.empty() && p.switchPort ? 1 : 0;
         record = &result_;
     }
+    // Phase 1 passed hands over to phase 2; anything else is the phone's result.
+    if (!phase1 || !error.empty()) registry_.JobResult(p.plug, !error.empty());
     // Sent, not posted, so the record stays as it is while the console reads it.
     send(app::WM_APP + 217, reinterpret_cast<platform::LParam>(record));
     if (record->reEnumerate == 1) registry_.NotifySwitch({SwitchEvent::SPRD_TO_DOWNLOAD_PORT, "", port, -1});

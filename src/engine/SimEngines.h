@@ -70,6 +70,16 @@ public:
     // Whether a job is running on the phone of `plug`.
     bool InUse(std::uint64_t plug) const;
 
+    // A job on the phone of `plug` reached its result (SPRD: the last phase's).
+    void JobResult(std::uint64_t plug, bool failed);
+    struct Tally {
+        std::uint64_t phones = 0;   // phones that had a result
+        std::uint64_t results = 0;  // results in all
+        std::uint64_t failed = 0;
+        std::uint64_t mostForOnePhone = 0;
+    };
+    Tally Results() const;
+
     // A job's hold on its phone, from start to end; a job that starts on a phone already
     // gone is cut at once.
     class Link {
@@ -90,6 +100,8 @@ private:
     mutable std::mutex mutex_;
     std::multimap<std::uint64_t, CancellableWait*> links_;
     std::set<std::uint64_t> gone_;
+    std::map<std::uint64_t, std::uint64_t> results_;  // by plug
+    std::uint64_t failed_ = 0;
     PhoneProfile default_;
     std::map<std::string, PhoneProfile> byDevice_;
     std::map<unsigned long, PhoneProfile> byPort_;

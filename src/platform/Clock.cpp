@@ -103,13 +103,16 @@ void ManualClock::AdvanceTo(Millis t) {
     WakeAll();
 }
 
-bool ManualClock::AdvanceToNextDeadline() {
+Millis ManualClock::NextDeadline() const {
     Millis next = kForever;
-    {
-        std::lock_guard g(mutex_);
-        for (auto* w : waiters_)
-            if (w->deadline != kForever && (next == kForever || w->deadline < next)) next = w->deadline;
-    }
+    std::lock_guard g(mutex_);
+    for (auto* w : waiters_)
+        if (w->deadline != kForever && (next == kForever || w->deadline < next)) next = w->deadline;
+    return next;
+}
+
+bool ManualClock::AdvanceToNextDeadline() {
+    const Millis next = NextDeadline();
     if (next == kForever) return false;
     AdvanceTo(next);
     return true;

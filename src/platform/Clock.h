@@ -88,6 +88,8 @@ public:
     void AdvanceTo(Millis t);
     // Moves to the earliest deadline any waiter has; returns false when none waits with one.
     bool AdvanceToNextDeadline();
+    // The earliest deadline any waiter has; kForever when none waits with one.
+    Millis NextDeadline() const;
     // Number of threads currently blocked in a timed or untimed wait on this clock.
     int Waiters() const;
     // Blocks (in real time, at most `realTimeoutMs`) until at least `n` threads wait.

@@ -68,6 +68,10 @@ std::optional<Scenario> ParseScenario(const std::string& text, std::string* erro
         long long socket = 0;
         if (action == "press" && w.size() == 2) {
             step.action = ScenarioStep::PRESS;
+        } else if (action == "start" && w.size() == 2) {
+            step.action = ScenarioStep::START;
+        } else if (action == "stop" && w.size() == 2) {
+            step.action = ScenarioStep::STOP;
         } else if (action == "end" && w.size() == 2) {
             step.action = ScenarioStep::END;
             ended = true;
@@ -96,7 +100,7 @@ std::optional<Scenario> ParseScenario(const std::string& text, std::string* erro
 }
 
 ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, SimBench& bench,
-                        platform::MessageWindow& console) {
+                        platform::MessageWindow& console, const std::function<bool()>& running) {
     ScenarioLog log;
     const platform::Millis start = clock.Now();
     auto note = [&](const ScenarioStep& st, const std::string& what) {
@@ -110,10 +114,21 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, SimBen
                 console.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
                 note(st, "press");
                 break;
-            case ScenarioStep::PLUG:
-                note(st, (bench.Plug(st.socket, st.kind, st.profile) ? "plug " : "plug refused ") +
-                             std::to_string(st.socket));
+            case ScenarioStep::START:
+            case ScenarioStep::STOP:
+                if (running && running() == (st.action == ScenarioStep::START)) {
+                    note(st, st.action == ScenarioStep::START ? "start: runs already" : "stop: stopped already");
+                    break;
+                }
+                console.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+                note(st, st.action == ScenarioStep::START ? "start" : "stop");
                 break;
+            case ScenarioStep::PLUG: {
+                const bool taken = bench.Plug(st.socket, st.kind, st.profile);
+                log.plugged += taken ? 1 : 0;
+                note(st, (taken ? "plug " : "plug refused ") + std::to_string(st.socket));
+                break;
+            }
             case ScenarioStep::UNPLUG:
                 note(st, (bench.Unplug(st.socket) ? "unplug " : "unplug refused ") + std::to_string(st.socket));
                 break;

@@ -4,6 +4,8 @@
 //
 //   # comment
 //   0      press                    the Start/Stop button
+//   100    start                    the button, only when the station is stopped
+//   100    stop                     the button, only when the station runs
 //   200    plug 0 brom              socket 0 gets a phone (brom, preloader, sprd, cfg)
 //   200    plug 1 sprd fail step=2 duration=3000 size=64
 //   9000   unplug 0
@@ -12,6 +14,7 @@
 //
 // Parsing is pure; running sleeps through the station clock on the caller's thread.
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,7 +27,7 @@
 namespace quorvel::sim {
 
 struct ScenarioStep {
-    enum Action { PRESS, PLUG, UNPLUG, SERIAL_DELAY, END } action;
+    enum Action { PRESS, PLUG, UNPLUG, SERIAL_DELAY, END, START, STOP } action;
     platform::Millis at = 0;
     int socket = -1;
     platform::Millis delay = 0;  // SERIAL_DELAY
@@ -43,11 +46,13 @@ std::optional<Scenario> ParseScenario(const std::string& text, std::string* erro
 
 struct ScenarioLog {
     std::vector<std::string> lines;  // what was done, with its time
+    int plugged = 0;                 // phones the bench took
 };
 
 // Plays the steps against the bench; presses go to the console as WM_COMMAND 1019.
 // A plug or unplug the bench refuses (no such socket, taken, empty) is logged and skipped.
+// `running` tells "start" and "stop" whether the station runs; without it they press.
 ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, SimBench& bench,
-                        platform::MessageWindow& console);
+                        platform::MessageWindow& console, const std::function<bool()>& running = {});
 
 }  // namespace quorvel::sim

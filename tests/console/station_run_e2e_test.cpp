@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <thread>
 
@@ -36,15 +37,10 @@ struct Process {
         run = &rig->Run();
         loop.Start();
     }
-    ~Process() {
-        loop.Call([&] { station->settingsStore.SaveBindings(); });
-        loop.Stop();
-        run->Manager().JoinWalks();
-    }
+    ~Process() { rig->Close(loop, ready); }
     bool Init() {
-        bool ok = false;
-        loop.Call([&] { ok = controller->OnInitDialog(); });
-        return ok;
+        loop.Call([&] { ready = controller->OnInitDialog(); });
+        return ready;
     }
     sim::SimBench& Bench() { return *rig->Bench(); }
     void PressStartStop() { loop.Send(WM_COMMAND, CMD_START_STOP, 0); }
@@ -69,6 +65,7 @@ struct Process {
     std::unique_ptr<ConsoleController> controller;
     std::unique_ptr<StationRig> rig;
     StationRun* run = nullptr;
+    bool ready = false;
 };
 
 engine::PhoneProfile QuickPhone() {
@@ -201,6 +198,16 @@ TEST_F(StationRunE2e, SprdPhonesAreServedThroughBothPhasesAndTheirUnplugKeepsThe
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_EQ(p.Button(), DOWNLOAD_BUTTON_STATUS_STOP);
     EXPECT_TRUE(p.ui.Messages().empty());
+}
+
+// A start-up that fails for want of CommonSetting.ini ends without creating it.
+TEST_F(StationRunE2e, FailedStartUpSavesNothingAtExit) {
+    std::filesystem::remove(dir.File("Config/CommonSetting.ini"));
+    {
+        Process p(dir);
+        EXPECT_FALSE(p.Init());
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir.File("Config/CommonSetting.ini")));
 }
 
 TEST_F(StationRunE2e, StartWithoutThePackageFileShowsTheMessageAndStaysReady) {

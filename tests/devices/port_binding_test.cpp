@@ -77,11 +77,13 @@ TEST_F(PortBindingTest, DaPhoneSkipsAPreloaderBoundSlotAndTakesTheFirstDaBoundOn
     EXPECT_FALSE(binding.Bind_MTKDev_HS(da));  // no slot waits for a DA phone
     EXPECT_EQ(st.bindings.State(0), BIND_PRELOADER_BINDED);
 
+    // The DA-bound slot is chosen, but its worker has no job the phone belongs to (the
+    // job that switched it has ended): nothing is bound. Taken during a job: e2e tests.
     Bind(2, "NA", BIND_DA_BINDED, "2-1\\PORT3");
-    EXPECT_TRUE(binding.Bind_MTKDev_HS(da));
+    EXPECT_FALSE(binding.Bind_MTKDev_HS(da));
     EXPECT_EQ(Table(3),
-              (std::vector<std::string>{"1-1\\PORT1 NA PRELOADER_BINDED", "NA NA IDLE", "1-1\\PORT1 2-1\\PORT3 BUSY"}));
-    EXPECT_EQ(DeviceOf(2), kDa);
+              (std::vector<std::string>{"1-1\\PORT1 NA PRELOADER_BINDED", "NA NA IDLE", "NA 2-1\\PORT3 DA_BINDED"}));
+    EXPECT_EQ(DeviceOf(2), kDa);  // kept, so its removal finds the worker
 }
 
 TEST_F(PortBindingTest, BoundSocketsFeedTheirSlotWithoutChangingOrWithBusy) {
@@ -90,23 +92,28 @@ TEST_F(PortBindingTest, BoundSocketsFeedTheirSlotWithoutChangingOrWithBusy) {
     const struct {
         const char* id;
         const char* location;
+        std::int32_t before;
         bool fed;
-        std::int32_t state;
+        std::int32_t after;
     } arrivals[] = {
-        {kPreloader, "1-1\\PORT4", true, BIND_ALL_BINDED},
-        {kBrom, "2-1\\PORT4", true, BIND_ALL_BINDED},
-        {kDa, "1-1\\PORT4", true, BIND_BUSY},
-        {kPreloader, "1-1\\PORT4", false, BIND_BUSY},  // a busy slot's socket is ignored
+        {kPreloader, "1-1\\PORT4", BIND_ALL_BINDED, true, BIND_ALL_BINDED},
+        {kBrom, "2-1\\PORT4", BIND_ALL_BINDED, true, BIND_ALL_BINDED},
+        // The DA form of a phone whose job has ended is handled by being dropped.
+        {kDa, "1-1\\PORT4", BIND_ALL_BINDED, true, BIND_ALL_BINDED},
+        {kPreloader, "1-1\\PORT4", BIND_BUSY, false, BIND_BUSY},  // a busy slot's socket is ignored
     };
     for (const auto& a : arrivals) {
+        st.bindings.SetState(3, a.before);
         EXPECT_EQ(binding.HasBinded_MTK(Mtk(a.id, a.location)), a.fed) << a.id;
-        EXPECT_EQ(st.bindings.State(3), a.state) << a.id;
+        EXPECT_EQ(st.bindings.State(3), a.after) << a.id;
     }
     EXPECT_EQ(manager.WorkerAt(3)->ThreadIndex(), 3);
     EXPECT_FALSE(binding.Bind_MTKDev_HS(Mtk(kPreloader, "1-1\\PORT4")));
 }
 
-TEST_F(PortBindingTest, SerialPhoneFillsTheGapAndSecondArrivalMakesTheSlotBusy) {
+// A second arrival is fed to the slot; with the station stopped the phone waits for
+// the next Start, and the slot is not BUSY meanwhile (BUSY while running: e2e tests).
+TEST_F(PortBindingTest, SerialPhoneFillsTheGapAndSecondArrivalIsFedToItsSlot) {
     Workers(4);
     Bind(0, "1-1\\PORT1", BIND_ALL_BINDED);
     Bind(2, "1-1\\PORT3", BIND_ALL_BINDED);
@@ -115,7 +122,8 @@ TEST_F(PortBindingTest, SerialPhoneFillsTheGapAndSecondArrivalMakesTheSlotBusy) 
     EXPECT_EQ(Saved("USBPORTINFO", 1), "1-1\\PORT2");
     EXPECT_EQ(Saved("THREADSTATUS", 1), "ALL_BINDED");
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EVENT_SPRD));
-    EXPECT_EQ(st.bindings.State(1), BIND_BUSY);
+    EXPECT_EQ(st.bindings.State(1), BIND_ALL_BINDED);
+    EXPECT_EQ(manager.WorkerAt(1)->LastNotifyCode(), static_cast<std::uint32_t>(EVENT_SPRD));
 }
 
 TEST_F(PortBindingTest, SlotsWithoutAWorkerAreNeverChosenAndStoredOnesAreNotFed) {
@@ -143,7 +151,7 @@ TEST_F(PortBindingTest, MtkRemovalStopsAnIdleRunAfterOneSecondSerialRemovalDoesN
     EXPECT_TRUE(window.Posted().empty());
     binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_MTK, false));
     using Msg = test::RecordingWindow::Msg;
-    EXPECT_EQ(window.Posted(), std::vector<Msg>{Msg(WM_COMMAND, CMD_START_STOP, 0)});
+    EXPECT_EQ(window.Posted(), std::vector<Msg>{Msg(WM_COMMAND, CMD_START_STOP, kAutoStop)});
     EXPECT_EQ(f.clock.Now() - t0, 50 + 1000 + 50);
     // A slot at work keeps the run going.
     Bind(1, "1-1\\PORT2", BIND_BUSY);

@@ -123,11 +123,13 @@ public:
     }
 
     // Hands a device to slot `slot` on the station thread, as binding does.
-    void HandOver(int slot, const app::DeviceInfo& d) {
+    bool HandOver(int slot, const app::DeviceInfo& d, engine::HandOver how = engine::HandOver::PLAIN) {
+        bool taken = false;
         loop.Call([&] {
             manager->WorkerAt(slot)->SetThreadIndex(slot);
-            manager->WorkerAt(slot)->AcceptDevice(d);
+            taken = manager->WorkerAt(slot)->AcceptDevice(d, how);
         });
+        return taken;
     }
 
     // Plays the simulated bench: an SPRD phone that switched to its download port

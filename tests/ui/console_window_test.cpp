@@ -93,6 +93,21 @@ private Q_SLOTS:
         }
     }
 
+    // After "Please Reboot the Tool..." the window is hidden, then closed: the event
+    // loop must end as it does for a visible window's close.
+    void closingTheHiddenWindowEndsTheEventLoop() {
+        Console c(1033);
+        c.f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n[BENCH]\nSimulated=0\n");
+        QVERIFY(c.controller.OnInitDialog());
+        console::MainWindow window(*c.f.station, c.loop, c.controller);
+        window.show();
+        c.f.station->view.RequestClose(true);
+        QTimer::singleShot(0, &window, [&] { window.Refresh(); });
+        QTimer::singleShot(10000, [] { QCoreApplication::exit(7); });  // it did not end
+        QCOMPARE(QCoreApplication::exec(), 0);
+        QVERIFY(!window.isVisible());
+    }
+
     void missingSettingsEndsTheConsole() {
         Console c(1033);
         QVERIFY(!c.controller.OnInitDialog());

@@ -5,6 +5,9 @@
 //   quorvel-bench STATION_FOLDER SCENARIO [--speed N] [--json]
 
 #include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -21,9 +24,24 @@ using namespace quorvel;
 
 namespace {
 
+// Faster than this, a millisecond of the station's own work is seconds of bench time
+// and the scenario's timings mean nothing.
+constexpr double kMaxSpeed = 1000;
+
 int Usage() {
-    std::fprintf(stderr, "usage: quorvel-bench STATION_FOLDER SCENARIO [--speed N] [--json]\n");
+    std::fprintf(stderr, "usage: quorvel-bench STATION_FOLDER SCENARIO [--speed N] [--json]\n"
+                         "  --speed N  simulated time runs N times faster than real time, 0 < N <= 1000 (default 10)\n");
     return 2;
+}
+
+// A finite number in (0, kMaxSpeed], written whole.
+bool ParseSpeed(const char* text, double& speed) {
+    char* end = nullptr;
+    errno = 0;
+    const double v = std::strtod(text, &end);
+    if (end == text || *end != '\0' || errno != 0 || !std::isfinite(v) || v <= 0 || v > kMaxSpeed) return false;
+    speed = v;
+    return true;
 }
 
 std::string Json(const std::string& s) {
@@ -53,9 +71,11 @@ int main(int argc, char** argv) {
         const std::string a = argv[i];
         if (a == "--json") {
             json = true;
-        } else if (a == "--speed" && i + 1 < argc) {
-            speed = std::atof(argv[++i]);
-            if (speed <= 0) return Usage();
+        } else if (a == "--speed") {
+            if (i + 1 >= argc || !ParseSpeed(argv[++i], speed)) {
+                std::fprintf(stderr, "quorvel-bench: --speed wants a number above 0 and at most %g\n", kMaxSpeed);
+                return Usage();
+            }
         } else if (folder.empty()) {
             folder = a;
         } else if (scenarioPath.empty()) {
@@ -65,6 +85,18 @@ int main(int argc, char** argv) {
         }
     }
     if (folder.empty() || scenarioPath.empty()) return Usage();
+    // The console makes the package's folder the current one: relative paths would
+    // then point elsewhere.
+    {
+        std::error_code ec;
+        const auto absolute = std::filesystem::absolute(folder, ec);
+        if (ec) {
+            std::fprintf(stderr, "quorvel-bench: %s: %s\n", folder.c_str(), ec.message().c_str());
+            return 1;
+        }
+        folder = absolute.lexically_normal().string();
+        scenarioPath = std::filesystem::absolute(scenarioPath, ec).string();
+    }
     if (folder.back() != '/') folder += '/';
 
     std::ifstream file(scenarioPath, std::ios::binary);
@@ -96,6 +128,7 @@ int main(int argc, char** argv) {
     const platform::Millis virtualStart = clock.Now();
     bool ready = false;
     loop.Call([&] { ready = controller.OnInitDialog(); });
+    engine::SimPhoneRegistry& phones = rig.Phones();
     int rc = 0;
     sim::ScenarioLog log;
     if (!ready) {
@@ -105,7 +138,11 @@ int main(int argc, char** argv) {
                      "quorvel-bench: the station folder is not set up for the simulated bench ([BENCH] Simulated=1)\n");
         rc = 1;
     } else {
-        log = sim::RunScenario(*scenario, clock, *rig.Bench(), loop);
+        log = sim::RunScenario(*scenario, clock, *rig.Bench(), loop, [&] {
+            bool running = false;
+            loop.Call([&] { running = station.stationRunning; });
+            return running;
+        });
     }
     const platform::Millis virtualMs = clock.Now() - virtualStart;
     const auto realMs =
@@ -113,6 +150,7 @@ int main(int argc, char** argv) {
 
     // The report, taken on the station thread so no handler changes it meanwhile.
     std::string report;
+    const auto tally = phones.Results();
     loop.Call([&] {
         const auto& slots = station.slotList;
         char line[1024];
@@ -138,7 +176,10 @@ int main(int argc, char** argv) {
             for (std::size_t i = 0; i < messages.size(); ++i) report += (i ? "," : "") + Json(messages[i]);
             report += "],\"steps\":[";
             for (std::size_t i = 0; i < log.lines.size(); ++i) report += (i ? "," : "") + Json(log.lines[i]);
-            report += "],\"virtualMs\":" + std::to_string(virtualMs) + ",\"realMs\":" + std::to_string(realMs) + "}\n";
+            report += "],\"plugged\":" + std::to_string(log.plugged) +
+                      ",\"served\":" + std::to_string(tally.phones) + ",\"results\":" + std::to_string(tally.results) +
+                      ",\"mostForOnePhone\":" + std::to_string(tally.mostForOnePhone);
+            report += ",\"virtualMs\":" + std::to_string(virtualMs) + ",\"realMs\":" + std::to_string(realMs) + "}\n";
             return;
         }
         std::snprintf(line, sizeof line, "counters: total %u, fail %u\n", station.statistics.Total(),
@@ -161,6 +202,11 @@ int main(int argc, char** argv) {
         }
         report += "message boxes:\n";
         for (const auto& m : ui.Messages()) report += "  " + m + "\n";
+        std::snprintf(line, sizeof line,
+                      "phones: plugged %d, served %llu, results %llu, at most %llu for one phone\n", log.plugged,
+                      static_cast<unsigned long long>(tally.phones), static_cast<unsigned long long>(tally.results),
+                      static_cast<unsigned long long>(tally.mostForOnePhone));
+        report += line;
         report += "steps:\n";
         for (const auto& s : log.lines) report += "  " + s + "\n";
         std::snprintf(line, sizeof line, "time: %lld ms simulated, %lld ms real (speed %.3g)\n",
@@ -169,8 +215,6 @@ int main(int argc, char** argv) {
     });
     std::fputs(report.c_str(), stdout);
 
-    loop.Call([&] { station.settingsStore.SaveBindings(); });
-    loop.Stop();
-    rig.Run().Manager().JoinWalks();
+    rig.Close(loop, ready);
     return rc;
 }

@@ -1,6 +1,7 @@
 #include "console/qt/MainWindow.h"
 
 #include <QCloseEvent>
+#include <QCoreApplication>
 #include <QFile>
 #include <QGridLayout>
 #include <QGroupBox>
@@ -213,8 +214,11 @@ void MainWindow::ShowContextMenu(int row, QPoint globalPos) {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-    // Closing ends the console at any time, also while the station runs.
+    // Closing ends the console at any time, also while the station runs. Qt quits by
+    // itself only when the last visible window closes; the restart notice hides the
+    // window first, so the program is ended here.
     event->accept();
+    QCoreApplication::quit();
 }
 
 }  // namespace quorvel::console

@@ -2,6 +2,7 @@
 // station thread and its window on the GUI thread until the window closes.
 
 #include <QApplication>
+#include <atomic>
 
 #include "app/AppStartup.h"
 #include "app/Station.h"
@@ -44,9 +45,11 @@ int main(int argc, char** argv) {
     // Initialisation runs on the station thread while the GUI thread stays free to
     // show the message boxes it may raise.
     int exitCode = 0;
+    std::atomic<bool> consoleReady{false};
     std::unique_ptr<sim::AutoBench> autoBench;
     loop.PostTask([&] {
         const bool ready = controller.OnInitDialog();
+        consoleReady = ready;
         if (ready && rig->Bench() && station.settings.benchAuto) {
             // Phones of the platform of the package chosen at the moment they arrive.
             autoBench = std::make_unique<sim::AutoBench>(*rig->Bench(), clock, [&] {
@@ -72,9 +75,8 @@ int main(int argc, char** argv) {
     ui.CloseGui();  // a message box the station thread is still asking for will not come
 
     if (autoBench) autoBench->Stop();
-    // As the console's destructor does: keep the binding table.
-    loop.Call([&] { station.settingsStore.SaveBindings(); });
-    loop.Stop();
+    // As the console's destructor does: keep the binding table, unless start-up failed.
+    rig->Close(loop, consoleReady);
     rig.reset();
     return exitCode;
 }

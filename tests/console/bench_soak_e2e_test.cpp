@@ -1,0 +1,88 @@
+// A soak through quorvel-bench: batches of sixteen MTK phones, some failing, some
+// pulled mid-job. Every job the engines finished is counted once, none more, and no
+// slot ends BUSY. QUORVEL_SOAK_PHONES sets the size (CI: 96, 48 under a sanitizer).
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <random>
+
+#include "platform/ExeDir.h"
+#include "support/TempDir.h"
+
+namespace quorvel::test {
+namespace {
+
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr int kDefaultPhones = 48;  // the sanitizers slow the station tenfold
+constexpr const char* kSpeed = "4";
+#else
+constexpr int kDefaultPhones = 96;
+constexpr const char* kSpeed = "20";
+#endif
+
+std::string Scenario(int phones, unsigned seed) {
+    std::mt19937 random(seed);
+    constexpr int kPeriod = 30000;
+    std::string text = "0 start\n";
+    const int batches = (phones + 15) / 16;
+    int n = 0;
+    for (int b = 0; b < batches; ++b) {
+        const int t0 = 1000 + b * kPeriod;
+        std::vector<std::pair<int, std::string>> steps;
+        for (int s = 0; s < 16 && n < phones; ++s, ++n) {
+            const int at = t0 + 150 * s;
+            const int duration = 1000 + static_cast<int>(random() % 3000);
+            std::string plug = "plug " + std::to_string(s) + " brom duration=" + std::to_string(duration) +
+                               " size=" + std::to_string(2 + random() % 10) + " speed=32";
+            if (random() % 10 == 0) plug += " fail step=" + std::to_string(random() % 4);
+            steps.emplace_back(at, plug);
+            if (random() % 20 == 0) steps.emplace_back(at + duration / 2, "unplug " + std::to_string(s));
+        }
+        for (int s = 0; s < 16; ++s) steps.emplace_back(t0 + kPeriod - 4000, "unplug " + std::to_string(s));
+        steps.emplace_back(t0 + kPeriod - 1500, "start");
+        std::stable_sort(steps.begin(), steps.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+        for (const auto& [at, step] : steps) text += std::to_string(at) + " " + step + "\n";
+    }
+    return text + std::to_string(1000 + batches * kPeriod + 5000) + " end\n";
+}
+
+long Field(const std::string& json, const std::string& key) {
+    const auto at = json.find("\"" + key + "\":");
+    return at == std::string::npos ? -1 : std::atol(json.c_str() + at + key.size() + 3);
+}
+
+TEST(BenchSoak, EveryFinishedJobIsCountedOnceAndNoSlotStaysBusy) {
+    const char* env = std::getenv("QUORVEL_SOAK_PHONES");
+    const int phones = env && *env ? std::atoi(env) : kDefaultPhones;
+    TempDir dir;
+    dir.Write("station/fw/MT6765_Android_scatter.txt", "scatter\n");
+    std::string settings = "[COMMON]\nCheckSum=0\nLANGUAGE=1033\nMac=00-11-22-33-44-55\nFilePath=" +
+                           dir.File("station/fw/MT6765_Android_scatter.txt") +
+                           "\n[BENCH]\nSimulated=1\nHubs=2\nSocketsPerHub=8\n";
+    for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
+        settings += std::string("[") + section + "]\n";
+        for (int i = 0; i < 16; ++i) settings += "Index" + std::to_string(i) + "=NA\n";
+    }
+    dir.Write("station/Config/CommonSetting.ini", settings);
+    dir.Write("soak.txt", Scenario(phones, 7));
+    const std::string tool = platform::ExeDir() + "../tools/quorvel-bench/quorvel-bench";
+    FILE* p = ::popen((tool + " " + dir.File("station") + " " + dir.File("soak.txt") + " --speed " + kSpeed + " --json 2>&1").c_str(),
+                      "r");
+    ASSERT_TRUE(p);
+    std::string out;
+    std::array<char, 65536> buf;
+    while (std::size_t n = std::fread(buf.data(), 1, buf.size(), p)) out.append(buf.data(), n);
+    ASSERT_EQ(::pclose(p), 0) << out.substr(0, 2000);
+    const long total = Field(out, "total"), results = Field(out, "results");
+    std::printf("soak: %d phones plugged, %ld served, %ld jobs counted, %ld failed, %ld ms simulated\n",
+                static_cast<int>(Field(out, "plugged")), Field(out, "served"), total, Field(out, "fail"),
+                Field(out, "virtualMs"));
+    EXPECT_GT(results, phones / 2);
+    EXPECT_EQ(total, results);
+    EXPECT_EQ(out.find("\"state\":\"BUSY\""), std::string::npos);
+}
+
+}  // namespace
+}  // namespace quorvel::test
