@@ -242,7 +242,9 @@ TEST(DownloadWorkerJobs, TheDaFormOfAServedPhoneIsNeverServedAgain) {
             EXPECT_EQ(h.Result(1), "Ongoing");
         }
         ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1; }));
-        if (!duringJob) EXPECT_FALSE(h.HandOver(1, da, HandOver::DA_MODE));
+        if (!duringJob) {
+            EXPECT_FALSE(h.HandOver(1, da, HandOver::DA_MODE));
+        }
         h.fx.clock.Advance(60000);
         h.Settle();
         EXPECT_EQ(h.Slot(1), "PASS(1/1) | Download Completely!(100%) | ALL_BINDED");
