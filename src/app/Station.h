@@ -9,6 +9,7 @@
 #include "app/BindingTable.h"
 #include "app/ConsoleUi.h"
 #include "app/ConsoleView.h"
+#include "app/JobHistory.h"
 #include "app/Language.h"
 #include "app/PackageState.h"
 #include "app/Settings.h"
@@ -54,6 +55,7 @@ public:
 
     SettingsStore settingsStore;
     StatisticsStore statistics;
+    JobHistory history;  // TestLog/<yyyymmdd>.jsonl; any worker thread
 
 private:
     std::string exeDir_;

@@ -271,6 +271,42 @@ void DownloadWorker::CountJob(bool failed) {
     if (!closing_) station_.statistics.CountJob(failed);
 }
 
+void DownloadWorker::FinishJob(int slot, const char* platform, std::int64_t startedAt, bool failed) {
+    if (station_.ExeDir().empty()) {  // a station without a folder keeps no history
+        CountJob(failed);
+        return;
+    }
+    // A job that passed in spite of a Stop passed; one that failed under it was cut short.
+    const bool interrupted = failed && CutShort();
+    app::JobRecord job;
+    job.start = app::LocalTimeStamp(startedAt);
+    job.end = app::LocalTimeStamp(station_.clock.WallSeconds());
+    job.durationSeconds = job.end.utc - job.start.utc;
+    job.jobId = app::MakeJobId(job.start, slot);
+    job.machine = station_.settingsStore.MachineStamp();
+    job.slot = slot;
+    job.location = station_.bindings.HsLocation(slot);
+    job.port = app::FieldText(Device().friendlyName);
+    job.platform = platform;
+    job.operation = station_.language.ChooseText(app::DownloadTypeName(station_.package.downloadType));
+    job.package = station_.package.ActivePath();
+    job.version = station_.view.Text(app::IDC_PANEL);
+    job.result = interrupted ? app::JobResult::Interrupted : failed ? app::JobResult::Fail : app::JobResult::Pass;
+    if (failed) {
+        // What the engine last said on the row: its step on the bar, its verdict on the label.
+        const app::SlotRow row = station_.slotList.Row(slot);
+        job.failedStep = row.progress.text;
+        // The bar's text is a format: "%%" shows as "%".
+        for (auto at = job.failedStep.find("%%"); at != std::string::npos; at = job.failedStep.find("%%", at + 1))
+            job.failedStep.erase(at, 1);
+        job.errorText = row.result.text;
+    }
+    std::string error;
+    if (!station_.history.Append(job, &error) && !historyFailureSaid_.exchange(true))
+        std::fprintf(stderr, "quorvel: slot %d: job history not written: %s\n", slot + 1, error.c_str());
+    CountJob(failed);
+}
+
 void DownloadWorker::ThreadMain() {
     {
         std::lock_guard g(flagLock_);
@@ -354,6 +390,7 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
                              params->files, params->ConfigFilePath);
     const auto n = static_cast<unsigned long>(port);
     if (firstPhase) {
+        sprdStartedAt_ = station_.slots.startTime[static_cast<std::size_t>(slot)].load();
         sprd_->StartWork();
         sprd_->StartOnePortWork(n, 0);
         for (int polls = 1;; ++polls) {
@@ -366,7 +403,7 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
             if (Contains(text, app::texts::kResultFail) || polls == 26) {
                 firstPhase = true;
                 window_.KillTimer(slot);
-                CountJob(true);
+                FinishJob(slot, "SPRD", sprdStartedAt_, true);
                 break;
             }
         }
@@ -399,7 +436,7 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
     });
     ShowBindState(slot);
     window_.KillTimer(slot);
-    CountJob(failed);
+    FinishJob(slot, "SPRD", sprdStartedAt_, failed);
 }
 
 void DownloadWorker::MtkJob() {
@@ -451,7 +488,7 @@ void DownloadWorker::MtkJob() {
     });
     ShowBindState(slot);
     window_.KillTimer(slot);
-    CountJob(r != 0);
+    FinishJob(slot, "MTK", station_.slots.startTime[static_cast<std::size_t>(slot)].load(), r != 0);
 }
 
 void DownloadWorker::FpJob() {
@@ -467,7 +504,7 @@ void DownloadWorker::FpJob() {
     JobEnd([] {});  // the slot stays BUSY until the console's Stop
     ShowBindState(slot);
     window_.KillTimer(slot);
-    CountJob(r != 0);
+    FinishJob(slot, "CFG", station_.slots.startTime[static_cast<std::size_t>(slot)].load(), r != 0);
     station_.slots.fpJob[static_cast<std::size_t>(slot)].store(2);
     bool anyRunning = false;
     for (const auto& state : station_.slots.fpJob) anyRunning = anyRunning || state.load() == 1;

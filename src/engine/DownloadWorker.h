@@ -117,6 +117,8 @@ private:
     template <class Restore>
     void JobEnd(Restore restore);
     void CountJob(bool failed);
+    // Keeps the job in the history (interrupted when cut short), then counts it.
+    void FinishJob(int slot, const char* platform, std::int64_t startedAt, bool failed);
     // Stop or the program's end came: a job about to start is cancelled at once.
     bool CutShort();
 
@@ -131,6 +133,8 @@ private:
     WorkerEvents::Event pending_ = WorkerEvents::STOP;
     std::mutex countLock_;
     bool closing_ = false;  // under countLock_
+    std::int64_t sprdStartedAt_ = 0;  // worker thread: the first phase's start, kept for the second
+    std::atomic<bool> historyFailureSaid_{false};
     mutable std::mutex flagLock_;
     bool deviceRunning_ = false;
     bool stopRequested_ = false;

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <sstream>
 
 #include "EngineHarness.h"
+#include "app/JobHistoryReader.h"
 #include "platform/ProfileIni.h"
 
 namespace quorvel::engine {
@@ -209,6 +211,12 @@ TEST(DownloadWorkerJobs, StopCancelsMtkAndCfgJobsButNotSprd) {
     ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 3; }));
     EXPECT_EQ(h.Result(2), "PASS(1/1)");  // the SPRD job ran to its end
     ASSERT_TRUE(h.RunUntil([&] { return !h.manager->WorkerAt(2)->IsRunning(); }));
+    // The counters take the stopped jobs as failures; the history says what they were.
+    std::map<int, std::pair<std::string, std::string>> kept;
+    for (const auto& job : app::ReadJobHistory(h.fx.dir.File("TestLog")).jobs)
+        kept[job.slot] = {job.platform, app::JobResultText(job.result)};
+    EXPECT_EQ(kept, (std::map<int, std::pair<std::string, std::string>>{
+                        {0, {"MTK", "interrupted"}}, {1, {"CFG", "interrupted"}}, {2, {"SPRD", "PASS"}}}));
 }
 
 TEST(DownloadWorkerJobs, DeviceHandedOverBeforeStartIsServedAtStart) {
