@@ -1,10 +1,11 @@
-// Engine-program output lines on arbitrary bytes: no crash, and what Quote writes
-// always reads back as the same text.
+// Engine-program output lines on arbitrary bytes: no crash, and what JsonQuote writes
+// always reads back as the same text (bytes that are not UTF-8 read back as U+FFFD).
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 
 #include "engine/EngineProtocol.h"
+#include "platform/JsonText.h"
 
 namespace protocol = quorvel::engine::protocol;
 
@@ -18,9 +19,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string text = bytes.substr(0, 4096);
     for (char& c : text)
         if (c == '\0') c = ' ';
-    if (protocol::Classify("{\"t\":\"status\",\"text\":" + protocol::Quote(text) + "}", event, why) !=
-            protocol::LineKind::PROTOCOL ||
-        event.text != text)
+    const std::string quoted = quorvel::platform::JsonQuote(text);
+    if (protocol::Classify("{\"t\":\"status\",\"text\":" + quoted + "}", event, why) != protocol::LineKind::PROTOCOL ||
+        quorvel::platform::JsonQuote(event.text) != quoted)
         std::abort();
     return 0;
 }

@@ -8,75 +8,16 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/JsonText.h"
+
 namespace quorvel::app {
 namespace {
-
-// Length of the valid UTF-8 sequence at s[i], or 0 when it is not one (overlong forms,
-// surrogates and code points past U+10FFFF included).
-std::size_t Utf8Length(const std::string& s, std::size_t i) {
-    const auto b = [&](std::size_t k) { return static_cast<unsigned char>(s[k]); };
-    const unsigned char c = b(i);
-    std::size_t n;
-    unsigned char lo = 0x80, hi = 0xBF;
-    if (c >= 0xC2 && c <= 0xDF)
-        n = 2;
-    else if (c >= 0xE0 && c <= 0xEF) {
-        n = 3;
-        if (c == 0xE0) lo = 0xA0;
-        if (c == 0xED) hi = 0x9F;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-        n = 4;
-        if (c == 0xF0) lo = 0x90;
-        if (c == 0xF4) hi = 0x8F;
-    } else
-        return 0;
-    if (i + n > s.size()) return 0;
-    if (b(i + 1) < lo || b(i + 1) > hi) return 0;
-    for (std::size_t k = 2; k < n; ++k)
-        if (b(i + k) < 0x80 || b(i + k) > 0xBF) return 0;
-    return n;
-}
-
-void AppendString(std::string& out, const std::string& text) {
-    out += '"';
-    for (std::size_t i = 0; i < text.size();) {
-        const unsigned char c = static_cast<unsigned char>(text[i]);
-        if (c < 0x80) {
-            switch (c) {
-                case '"': out += "\\\""; break;
-                case '\\': out += "\\\\"; break;
-                case '\n': out += "\\n"; break;
-                case '\r': out += "\\r"; break;
-                case '\t': out += "\\t"; break;
-                default:
-                    if (c < 0x20 || c == 0x7F) {
-                        char buf[8];
-                        std::snprintf(buf, sizeof buf, "\\u%04x", c);
-                        out += buf;
-                    } else {
-                        out += static_cast<char>(c);
-                    }
-            }
-            ++i;
-            continue;
-        }
-        const std::size_t n = Utf8Length(text, i);
-        if (n == 0) {
-            out += "\xEF\xBF\xBD";
-            ++i;
-        } else {
-            out.append(text, i, n);
-            i += n;
-        }
-    }
-    out += '"';
-}
 
 void Field(std::string& out, const char* key, const std::string& value) {
     out += out.size() > 1 ? ",\"" : "\"";
     out += key;
     out += "\":";
-    AppendString(out, value);
+    out += platform::JsonQuote(value);
 }
 
 void Number(std::string& out, const char* key, long long value) {

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "platform/JsonText.h"
+
 namespace quorvel::engine::protocol {
 
 namespace {
@@ -271,29 +273,6 @@ LineKind Classify(std::string_view line, Event& event, std::string& why) {
         event.type = Event::OTHER;  // a later minor addition; ignored
     }
     return LineKind::PROTOCOL;
-}
-
-std::string Quote(std::string_view text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
-            default:
-                if (static_cast<unsigned char>(c) < 0x20) {
-                    char buf[8];
-                    std::snprintf(buf, sizeof buf, "\\u%04x", static_cast<unsigned>(static_cast<unsigned char>(c)));
-                    out += buf;
-                } else {
-                    out += c;
-                }
-        }
-    }
-    out += '"';
-    return out;
 }
 
 }  // namespace quorvel::engine::protocol

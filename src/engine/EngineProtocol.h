@@ -48,7 +48,4 @@ enum class LineKind {
 
 LineKind Classify(std::string_view line, Event& event, std::string& why);
 
-// JSON string literal of `text`, quotes included; bytes below 0x20 are escaped.
-std::string Quote(std::string_view text);
-
 }  // namespace quorvel::engine::protocol

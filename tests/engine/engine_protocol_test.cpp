@@ -3,6 +3,7 @@
 #include <random>
 
 #include "engine/EngineProtocol.h"
+#include "platform/JsonText.h"
 
 namespace quorvel::engine::protocol {
 namespace {
@@ -77,9 +78,9 @@ TEST(EngineProtocol, ReadsFieldsAndEscapes) {
     EXPECT_FALSE(e.ok);
     EXPECT_EQ(e.error, "Erase failed\n");
 
-    // What Quote writes reads back as the same text.
+    // What JsonQuote writes reads back as the same text.
     const std::string text = "tab\there \"quoted\" back\\slash \x01 ctl";
-    ASSERT_EQ(Classify("{\"t\":\"status\",\"text\":" + Quote(text) + "}", e, why), LineKind::PROTOCOL);
+    ASSERT_EQ(Classify("{\"t\":\"status\",\"text\":" + platform::JsonQuote(text) + "}", e, why), LineKind::PROTOCOL);
     EXPECT_EQ(e.text, text);
 }
 

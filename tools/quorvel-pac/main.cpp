@@ -11,6 +11,7 @@
 
 #include "app/ConsoleUi.h"
 #include "app/Messages.h"
+#include "platform/JsonText.h"
 #include "packages/BinPack.h"
 #include "packages/PacInspect.h"
 #include "packages/SprdDownloadConfig.h"
@@ -69,27 +70,6 @@ Exit status:
   2  the command line was not understood
 )HELP";
 
-std::string Json(const std::string& text) {
-    std::string out = "\"";
-    for (unsigned char c : text) {
-        switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
-            default:
-                if (c < 0x20) {
-                    char buf[8];
-                    std::snprintf(buf, sizeof buf, "\\u%04x", c);
-                    out += buf;
-                } else {
-                    out += static_cast<char>(c);
-                }
-        }
-    }
-    return out + "\"";
-}
 
 // Draws a bar on standard error when it is a terminal.
 class ProgressBar {
@@ -162,7 +142,7 @@ std::string Field(const char16_t* f, std::size_t n) {
 #define FIELD(x) Field(x, sizeof(x) / sizeof((x)[0]))
 
 int Fail(bool json, const std::string& command, const std::string& message) {
-    if (json) std::printf("{\"command\":%s,\"ok\":false,\"message\":%s}\n", Json(command).c_str(), Json(message).c_str());
+    if (json) std::printf("{\"command\":%s,\"ok\":false,\"message\":%s}\n", platform::JsonQuote(command).c_str(), platform::JsonQuote(message).c_str());
     std::fprintf(stderr, "%s\n", message.c_str());
     return kExitPackage;
 }
@@ -176,15 +156,15 @@ int List(const std::string& path, bool json) {
         std::printf("{\"command\":\"list\",\"ok\":true,\"version\":%s,\"packageSize\":%u,\"productName\":%s,"
                     "\"productVersion\":%s,\"productAlias\":%s,\"fileCount\":%d,\"repartitionFlag\":%u,"
                     "\"repartitionMode\":%u,\"nvBackupFlag\":%u,\"crc\":%s,\"headerCrc\":%u,\"dataCrc\":%u,\"files\":[",
-                    Json(FIELD(h.Version)).c_str(), h.PackageSize, Json(FIELD(h.ProductName)).c_str(),
-                    Json(FIELD(h.ProductVersion)).c_str(), Json(FIELD(h.ProductAlias)).c_str(), h.FileCount,
+                    platform::JsonQuote(FIELD(h.Version)).c_str(), h.PackageSize, platform::JsonQuote(FIELD(h.ProductName)).c_str(),
+                    platform::JsonQuote(FIELD(h.ProductVersion)).c_str(), platform::JsonQuote(FIELD(h.ProductAlias)).c_str(), h.FileCount,
                     h.RepartitionFlag, h.RepartitionMode, h.NvBackupFlag, PacCrcOn(h) ? "true" : "false",
                     h.HeaderCrc, h.DataCrc);
         for (std::size_t i = 0; i < c.table.size(); ++i) {
             const PacFileEntry& e = c.table[i];
             std::printf("%s{\"index\":%zu,\"id\":%s,\"name\":%s,\"size\":%u,\"fileFlags\":%u,\"checkFlag\":%u,"
                         "\"omitFlag\":%u}",
-                        i ? "," : "", i, Json(FIELD(e.FileId)).c_str(), Json(FIELD(e.FileName)).c_str(), e.FileSize,
+                        i ? "," : "", i, platform::JsonQuote(FIELD(e.FileId)).c_str(), platform::JsonQuote(FIELD(e.FileName)).c_str(), e.FileSize,
                         e.FileFlags, e.CheckFlag, e.OmitFlag);
         }
         std::printf("]}\n");
@@ -261,8 +241,8 @@ int Extract(const std::string& path, const std::string& folder, bool json, bool 
         files.push_back(pack.GetLastFilePath());
     if (json) {
         std::printf("{\"command\":\"extract\",\"ok\":true,\"folder\":%s,\"configFile\":%s,\"files\":[",
-                    Json(pack.GetOutputFolder()).c_str(), Json(pack.GetLastFilePath()).c_str());
-        for (std::size_t i = 0; i < files.size(); ++i) std::printf("%s%s", i ? "," : "", Json(files[i]).c_str());
+                    platform::JsonQuote(pack.GetOutputFolder()).c_str(), platform::JsonQuote(pack.GetLastFilePath()).c_str());
+        for (std::size_t i = 0; i < files.size(); ++i) std::printf("%s%s", i ? "," : "", platform::JsonQuote(files[i]).c_str());
         std::printf("]}\n");
         return kExitOk;
     }
@@ -300,16 +280,16 @@ int Plan(const std::string& path, bool json) {
             : s.message;
     if (json) {
         std::printf("{\"command\":\"plan\",\"ok\":%s,\"productName\":%s,\"selectedFileCount\":%d,\"files\":[",
-                    s.Passed() ? "true" : "false", Json(product).c_str(), s.selectedCount);
+                    s.Passed() ? "true" : "false", platform::JsonQuote(product).c_str(), s.selectedCount);
         for (std::size_t i = 0; i < s.files.size(); ++i)
             std::printf("%s{\"index\":%zu,\"id\":%s,\"name\":%s,\"size\":%u,\"checkFlag\":%u,\"chosen\":%s,"
                         "\"omittable\":%s}",
-                        i ? "," : "", i, Json(s.files[i].FileId).c_str(), Json(s.files[i].FilePath).c_str(),
+                        i ? "," : "", i, platform::JsonQuote(s.files[i].FileId).c_str(), platform::JsonQuote(s.files[i].FilePath).c_str(),
                         s.files[i].FileSize, s.files[i].CheckFlag, s.chosen[i] ? "true" : "false",
                         s.omittable[i] ? "true" : "false");
         std::printf("],\"missingFileList\":%s,\"repartitions\":%s,\"verdict\":%s,\"message\":%s}\n",
-                    Json(s.missingFileList).c_str(), s.repartitions ? "true" : "false", Json(VerdictName(s.verdict)).c_str(),
-                    Json(explanation).c_str());
+                    platform::JsonQuote(s.missingFileList).c_str(), s.repartitions ? "true" : "false", platform::JsonQuote(VerdictName(s.verdict)).c_str(),
+                    platform::JsonQuote(explanation).c_str());
     } else {
         std::printf("Product %s: %d of %zu files chosen for download\n\n", product.c_str(), s.selectedCount,
                     s.files.size());

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "engine/EngineProtocol.h"
+#include "platform/JsonText.h"
 
 namespace {
 
@@ -73,14 +74,14 @@ double NowMs() {
 }
 
 void Status(const char* key) {
-    Emit(std::string("{\"t\":\"status\",\"key\":") + protocol::Quote(key) + "}");
+    Emit(std::string("{\"t\":\"status\",\"key\":") + quorvel::platform::JsonQuote(key) + "}");
 }
 void Step(int step) {
     Emit("{\"t\":\"step\",\"step\":" + std::to_string(step) + "}");
 }
 void Result(bool ok, const std::string& error = "") {
     Emit(std::string("{\"t\":\"result\",\"ok\":") + (ok ? "true" : "false") +
-         (error.empty() ? "" : ",\"error\":" + protocol::Quote(error)) + "}");
+         (error.empty() ? "" : ",\"error\":" + quorvel::platform::JsonQuote(error)) + "}");
 }
 double NowMs();
 void Progress(unsigned long long done, unsigned long long total) {
