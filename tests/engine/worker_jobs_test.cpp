@@ -153,8 +153,8 @@ TEST(DownloadWorkerJobs, SprdJobPaths) {
         {"passes", {}, PHASE_2, "PASS(1/1) | Passed | ALL_BINDED", 0},
         {"fails in phase 1", {.pass = false, .failingStep = 1}, PHASE_1,
                                 "FAIL(0/1) | Failed: Connecting failed | ALL_BINDED", 0},
-        {"no switch within 26 polls", {.sprdPhase1Ms = 60000}, PHASE_1,
-                                "Ongoing | Checking baudrate | ALL_BINDED", 26 * 500},
+        // Which status the engine has reached by the last poll is the engine's timing, not the worker's.
+        {"no switch within 26 polls", {.sprdPhase1Ms = 60000}, PHASE_1, "Ongoing | * | ALL_BINDED", 26 * 500},
         {"fails in phase 2", {.pass = false, .failingStep = 5}, PHASE_2,
                                 "FAIL(0/1) | Failed: Erasing flash failed | ALL_BINDED", 0},
         {"released in phase 2", {.durationMs = 600000}, RELEASED_IN_PHASE_2,
@@ -181,7 +181,12 @@ TEST(DownloadWorkerJobs, SprdJobPaths) {
         ASSERT_TRUE(
             h.RunUntil([&] { return h.Total() == 1 && (c.reach != PHASE_1 || h.State(0) == app::BIND_ALL_BINDED); }));
         EXPECT_GE(h.fx.clock.Now() - start, c.atLeast);
-        EXPECT_EQ(h.Slot(0), c.slot);
+        const std::string slot = c.slot, shown = h.Slot(0);
+        if (const auto any = slot.find('*'); any != std::string::npos) {
+            EXPECT_TRUE(shown.starts_with(slot.substr(0, any)) && shown.ends_with(slot.substr(any + 1))) << shown;
+        } else {
+            EXPECT_EQ(shown, slot);
+        }
         const bool passed = std::string(c.slot).starts_with("PASS");
         EXPECT_EQ(h.Fail(), passed ? 0u : 1u);
         if (passed) {
