@@ -90,8 +90,12 @@ void SlotCellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opti
         // Readable from across the bench: Arial at 0.8 of the cell's height.
         QFont f(QStringLiteral("Arial"));
         f.setPixelSize(std::max(1, option.rect.height() * 4 / 5));
+        const QString text = QString::fromUtf8(row.result.text.c_str());
+        // A narrow column gets a smaller face rather than a clipped verdict.
+        const int wide = QFontMetrics(f).horizontalAdvance(text);
+        if (wide > r.width()) f.setPixelSize(std::max(8, f.pixelSize() * r.width() / wide));
         painter->setFont(f);
-        painter->drawText(r, Qt::AlignCenter, QString::fromUtf8(row.result.text.c_str()));
+        painter->drawText(r, Qt::AlignCenter, text);
         painter->restore();
         return;
     }

@@ -72,9 +72,11 @@ void QtConsoleUi::CloseGui() {
 void QtConsoleUi::MessageBox(const std::string& text) {
     OnGuiThread(
         [&] {
+            if (!shownTexts_.insert(text).second) return;
             QMessageBox box(QMessageBox::NoIcon, QStringLiteral("Quorvel"), QString::fromUtf8(text.c_str()),
                             QMessageBox::Ok, parent_);
             box.exec();
+            shownTexts_.erase(text);
         },
         PUMPING);
 }

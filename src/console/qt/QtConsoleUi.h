@@ -13,6 +13,8 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <set>
+#include <string>
 
 #include "app/ConsoleUi.h"
 #include "platform/StationLoop.h"
@@ -48,6 +50,10 @@ private:
     std::mutex mutex_;
     std::condition_variable finished_;
     bool closed_ = false;
+    // GUI thread only: texts of the message boxes on screen. A box already showing a text
+    // is not stacked again: an automatic stop refused while phones keep coming would
+    // otherwise pile up boxes faster than the operator can close them.
+    std::set<std::string> shownTexts_;
 };
 
 }  // namespace quorvel::console
