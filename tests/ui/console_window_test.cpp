@@ -1,6 +1,7 @@
 // The console window starts with the right title, columns and counter texts.
 #include <QHeaderView>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QStatusBar>
 #include <QtTest>
 #include <chrono>
@@ -106,6 +107,24 @@ private Q_SLOTS:
         QTimer::singleShot(10000, [] { QCoreApplication::exit(7); });  // it did not end
         QCOMPARE(QCoreApplication::exec(), 0);
         QVERIFY(!window.isVisible());
+    }
+
+    // A refused automatic stop while phones keep coming must not pile up boxes.
+    void aBoxOnScreenIsNotStackedAgainWithTheSameText() {
+        console::QtConsoleUi ui(QCoreApplication::instance());
+        int boxes = 0;
+        bool secondReturned = false;
+        QTimer::singleShot(50, [&] {
+            ui.MessageBox("same");  // the first is still open: returns at once
+            secondReturned = true;
+            for (QWidget* w : QApplication::topLevelWidgets())
+                if (auto* box = qobject_cast<QMessageBox*>(w); box && box->isVisible()) ++boxes;
+            for (QWidget* w : QApplication::topLevelWidgets())
+                if (auto* box = qobject_cast<QMessageBox*>(w)) box->accept();
+        });
+        ui.MessageBox("same");
+        QVERIFY(secondReturned);
+        QCOMPARE(boxes, 1);
     }
 
     void missingSettingsEndsTheConsole() {
