@@ -16,9 +16,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     quorvel::platform::Millis last = 0;
     for (const auto& step : s->steps) {
         if (step.at < last) std::abort();
-        if (step.action != quorvel::sim::ScenarioStep::PRESS && step.action != quorvel::sim::ScenarioStep::END &&
-            (step.socket < 0 || step.socket > 255))
-            std::abort();
+        const bool onSocket =
+            step.action == quorvel::sim::ScenarioStep::PLUG || step.action == quorvel::sim::ScenarioStep::UNPLUG;
+        if (onSocket && (step.socket < 0 || step.socket > 255)) std::abort();
         last = step.at;
     }
     if (s->end != last) std::abort();
