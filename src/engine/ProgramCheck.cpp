@@ -59,8 +59,8 @@ ProgramCheckResult CheckEngineProgram(const std::string& commandLine, const std:
         return r;
     }
     ProgramJob job(clock);
-    JobSpec spec{{r.program, "--version"}, "", 5000, 1000, false, 0};
-    const JobOutcome outcome = job.Run(spec, [](const protocol::Event&) {});
+    JobRequest request{{r.program, "--version"}, "", 5000, 1000, false, 0};
+    const JobOutcome outcome = job.Run(request, [](const protocol::Event&) {});
     // A hello of the right version and then an exit without a result is the answer expected.
     const std::string noResult = "without a result";
     if (outcome.kind == JobOutcome::FAULT && outcome.text.find("exited with code 0 " + noResult) != std::string::npos &&

@@ -25,7 +25,7 @@ std::string ProgramContext::LogPath(const char* platform, const std::string& uni
 
 bool ProgramContext::MakeJob(const std::string& commandLine, const char* platform, int slot,
                              std::map<std::string, std::string> values, const std::vector<std::string>& options,
-                             const std::vector<std::string>* files, JobSpec& spec, std::string& error) {
+                             const std::vector<std::string>* files, JobRequest& request, std::string& error) {
     std::vector<std::string> args;
     if (!SplitCommandLine(commandLine, args, error)) {
         error = "engine program command line: " + error;
@@ -37,28 +37,28 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
         std::snprintf(unit, sizeof unit, "slot%02d", slot);
     else
         std::snprintf(unit, sizeof unit, "com%s", values["port"].c_str());
-    spec.logPath = LogPath(platform, unit);
+    request.logPath = LogPath(platform, unit);
     values["platform"] = platform;
     values["slot"] = slot >= 0 ? std::to_string(slot) : "";
-    values["log"] = spec.logPath;
+    values["log"] = request.logPath;
     if (files && commandLine.find("{files}") != std::string::npos) {
-        const std::string listPath = spec.logPath.substr(0, spec.logPath.size() - 4) + ".files";
+        const std::string listPath = request.logPath.substr(0, request.logPath.size() - 4) + ".files";
         std::error_code ec;
         std::filesystem::create_directories(std::filesystem::path(listPath).parent_path(), ec);
         std::ofstream out(listPath, std::ios::trunc);
         for (const auto& line : *files) out << line << '\n';
         values["files"] = listPath;
     }
-    spec.argv = ExpandCommandLine(args, values, options);
+    request.argv = ExpandCommandLine(args, values, options);
     if (benchPhones_) {
         const PhoneProfile p = std::string(platform) == "SPRD"
                                    ? benchPhones_->ForPort(std::strtoul(values["port"].c_str(), nullptr, 10))
                                    : benchPhones_->ForDevice(values["device"]);
-        for (auto& a : SimProfileArgs(p)) spec.argv.push_back(std::move(a));
+        for (auto& a : SimProfileArgs(p)) request.argv.push_back(std::move(a));
     }
-    spec.silenceMs = settings.silenceMs;
-    spec.graceMs = kProgramGraceMs;
-    spec.record = settings.record;
+    request.silenceMs = settings.silenceMs;
+    request.graceMs = kProgramGraceMs;
+    request.record = settings.record;
     return true;
 }
 

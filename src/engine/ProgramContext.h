@@ -40,7 +40,7 @@ public:
     // when `files` is given: the list is written beside the log).
     bool MakeJob(const std::string& commandLine, const char* platform, int slot,
                  std::map<std::string, std::string> values, const std::vector<std::string>& options,
-                 const std::vector<std::string>* files, JobSpec& spec, std::string& error);
+                 const std::vector<std::string>* files, JobRequest& request, std::string& error);
 
 private:
     std::string LogPath(const char* platform, const std::string& unit);

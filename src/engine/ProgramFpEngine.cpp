@@ -22,7 +22,7 @@ void ProgramFpEngine::SetDLPara(int threadIndex) {
 int ProgramFpEngine::MTKFP_OperationStart() {
     const int com = DownloadWorker::ExtractComNumber(app::FieldText(device_.friendlyName));
     const std::vector<std::string> noFiles;
-    JobSpec spec;
+    JobRequest request;
     std::string error;
     context_.MakeJob(context_.settings.fp, "FP", slot_,
                      {{"port", std::to_string(com)},
@@ -31,8 +31,8 @@ int ProgramFpEngine::MTKFP_OperationStart() {
                       {"location", app::FieldText(device_.location)},
                       {"package", context_.station.package.cfgFilePath},
                       {"phase", "1"}},
-                     {"DownloadType=" + std::to_string(downloadType_)}, &noFiles, spec, error);
-    return RunMtkStyleProgram(context_, job_, window_, slot_, spec, error, false, app::FieldText(device_.instanceId));
+                     {"DownloadType=" + std::to_string(downloadType_)}, &noFiles, request, error);
+    return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, false, app::FieldText(device_.instanceId));
 }
 
 }  // namespace quorvel::engine

@@ -165,10 +165,10 @@ bool ProgramJob::Terminate(std::unique_lock<std::mutex>& lk, ChildProcess& child
     return true;
 }
 
-JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const protocol::Event&)>& onEvent) {
-    LogFile log(spec.logPath);
+JobOutcome ProgramJob::Run(const JobRequest& request, const std::function<void(const protocol::Event&)>& onEvent) {
+    LogFile log(request.logPath);
     std::string command;
-    for (const auto& a : spec.argv) command += (command.empty() ? "" : " ") + a;
+    for (const auto& a : request.argv) command += (command.empty() ? "" : " ") + a;
     log.Write("# engine program: " + command);
     auto finish = [&](const JobOutcome& o) {
         if (o.kind == JobOutcome::FAULT)
@@ -185,7 +185,7 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
         if (cancelled_) return finish({JobOutcome::CANCELLED, ""});
     }
     std::string error;
-    auto child = ChildProcess::Spawn(spec.argv, log.Fd(), error);
+    auto child = ChildProcess::Spawn(request.argv, log.Fd(), error);
     if (!child) return finish({JobOutcome::FAULT, "engine program could not start: " + error});
 
     const Millis started = clock_.Now();
@@ -194,7 +194,7 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
         readerStop_ = false;
     }
     std::thread reader(
-        [&] { ReadOutput(*child, started, spec.record || spec.progressIntervalMs <= 0, spec.progressIntervalMs); });
+        [&] { ReadOutput(*child, started, request.record || request.progressIntervalMs <= 0, request.progressIntervalMs); });
     bool hello = false;
     std::optional<JobOutcome> result;
     std::optional<JobOutcome> fault;
@@ -203,7 +203,7 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
     // Progress is handed on at most once per interval: a newer line replaces one not yet
     // handed on, so a fast program costs the station no more than a slow one.
     std::optional<protocol::Event> pending;
-    Millis lastProgress = clock_.Now() - spec.progressIntervalMs;
+    Millis lastProgress = clock_.Now() - request.progressIntervalMs;
     auto flush = [&] {
         if (!pending) return;
         onEvent(*pending);
@@ -215,14 +215,14 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
             MergeProgress(*pending, e);
         else
             pending = e;
-        if (clock_.Now() - lastProgress >= spec.progressIntervalMs) flush();
+        if (clock_.Now() - lastProgress >= request.progressIntervalMs) flush();
     };
     {
         std::unique_lock lk(mutex_);
         Millis lastHeard = clock_.Now();
         while (!result && !fault && !cancelled) {
-            const Millis silenceAt = lastHeard + spec.silenceMs;
-            const Millis flushAt = pending ? lastProgress + spec.progressIntervalMs : silenceAt;
+            const Millis silenceAt = lastHeard + request.silenceMs;
+            const Millis flushAt = pending ? lastProgress + request.progressIntervalMs : silenceAt;
             holdingProgress_ = pending.has_value();
             clock_.WaitUntil(lk, cv_, std::min(silenceAt, flushAt), [&] {
                 return cancelled_ || exit_.has_value() ||
@@ -237,7 +237,7 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
             }
             if (lines_.empty() && !exit_ && clock_.Now() >= silenceAt) {
                 fault = JobOutcome{JobOutcome::FAULT,
-                                   "engine program silent for " + std::to_string(spec.silenceMs / 1000) + " s"};
+                                   "engine program silent for " + std::to_string(request.silenceMs / 1000) + " s"};
                 break;
             }
             while (!lines_.empty() && !result && !fault) {
@@ -254,7 +254,7 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
                         fault = JobOutcome{JobOutcome::FAULT, "engine program wrote garbage: " + why};
                         break;
                     case protocol::LineKind::PROTOCOL:
-                        if (spec.record) log.Write(Recorded(line.text, line.at));
+                        if (request.record) log.Write(Recorded(line.text, line.at));
                         if (!hello) {
                             if (event.type != protocol::Event::HELLO) {
                                 fault = JobOutcome{JobOutcome::FAULT,
@@ -283,7 +283,7 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
                 lk.lock();
             }
             // Newer progress taken above first, so what is handed on is the latest.
-            if (!result && !fault && pending && clock_.Now() >= lastProgress + spec.progressIntervalMs) {
+            if (!result && !fault && pending && clock_.Now() >= lastProgress + request.progressIntervalMs) {
                 lk.unlock();
                 flush();
                 lk.lock();
@@ -296,7 +296,7 @@ JobOutcome ProgramJob::Run(const JobSpec& spec, const std::function<void(const p
             }
         }
         // The program ends in every case: after its result it may finish by itself.
-        if (cancelled || fault || !AwaitExit(lk, spec.graceMs)) killed = Terminate(lk, *child, spec.graceMs);
+        if (cancelled || fault || !AwaitExit(lk, request.graceMs)) killed = Terminate(lk, *child, request.graceMs);
     }
     {
         std::lock_guard g(mutex_);

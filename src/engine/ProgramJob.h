@@ -27,7 +27,7 @@ struct JobOutcome {
     bool killed = false;  // it did not exit in time and was killed with SIGKILL
 };
 
-struct JobSpec {
+struct JobRequest {
     std::vector<std::string> argv;
     std::string logPath;  // created with its folder; empty: no log
     platform::Millis silenceMs = 60000;
@@ -40,7 +40,7 @@ class ProgramJob {
 public:
     explicit ProgramJob(platform::Clock& clock) : clock_(clock) {}
 
-    JobOutcome Run(const JobSpec& spec, const std::function<void(const protocol::Event&)>& onEvent);
+    JobOutcome Run(const JobRequest& request, const std::function<void(const protocol::Event&)>& onEvent);
     // Ends the running program (SIGTERM, then SIGKILL after the grace period); a Run
     // that starts after Cancel and before Reset ends at once as cancelled.
     void Cancel();

@@ -40,7 +40,7 @@ std::string StatusText(const app::Language& language, const protocol::Event& e) 
 }  // namespace
 
 int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::MessageWindow& window, int slot,
-                       const JobSpec& spec, const std::string& makeError, bool daSwitch,
+                       const JobRequest& request, const std::string& makeError, bool daSwitch,
                        const std::string& instanceId) {
     const auto row = static_cast<std::uint32_t>(slot);
     auto status = [&](const std::string& text) {
@@ -59,7 +59,7 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
     JobOutcome outcome{JobOutcome::FAULT, makeError};
     if (makeError.empty()) {
         std::uint64_t lastTotal = ~0ull;
-        outcome = job.Run(spec, [&](const protocol::Event& e) {
+        outcome = job.Run(request, [&](const protocol::Event& e) {
             switch (e.type) {
                 case protocol::Event::STATUS: status(StatusText(context.station.language, e)); break;
                 case protocol::Event::PROGRESS: {
@@ -163,7 +163,7 @@ int ProgramMtkEngine::DLOperationStart() {
     if (efuse_) options.insert(options.end(), efuseOptions_.begin(), efuseOptions_.end());
     const int com = DownloadWorker::ExtractComNumber(app::FieldText(device_.friendlyName));
     const std::vector<std::string> noFiles;
-    JobSpec spec;
+    JobRequest request;
     std::string error;
     context_.MakeJob(context_.settings.mtk, "MTK", slot_,
                      {{"port", std::to_string(com)},
@@ -172,8 +172,8 @@ int ProgramMtkEngine::DLOperationStart() {
                       {"location", app::FieldText(device_.location)},
                       {"package", context_.station.package.scatterFilePath},
                       {"phase", "1"}},
-                     options, &noFiles, spec, error);
-    return RunMtkStyleProgram(context_, job_, window_, slot_, spec, error, true, app::FieldText(device_.instanceId));
+                     options, &noFiles, request, error);
+    return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, true, app::FieldText(device_.instanceId));
 }
 
 void ProgramMtkEngine::GetVersionInfo(app::VersionInfo* info) {

@@ -65,7 +65,7 @@ int ProgramSprdEngine::StartOnePortWork(unsigned long port, int) {
     firstPhase_ = false;
     steps_.clear();
     const int com = static_cast<int>(port);
-    JobSpec spec;
+    JobRequest request;
     std::string error;
     context_.MakeJob(context_.settings.sprd, "SPRD", -1,
                      {{"port", std::to_string(port)},
@@ -75,8 +75,8 @@ int ProgramSprdEngine::StartOnePortWork(unsigned long port, int) {
                       {"package", configFilePath_},
                       {"phase", phase1 ? "1" : "2"}},
                      {"SelectedFileCount=" + std::to_string(selectedFileCount_), "ProductName=" + productName_},
-                     &fileLines_, spec, error);
-    thread_ = std::thread([this, port, spec = std::move(spec), error, phase1] { RunPort(port, spec, error, phase1); });
+                     &fileLines_, request, error);
+    thread_ = std::thread([this, port, request = std::move(request), error, phase1] { RunPort(port, request, error, phase1); });
     return 0;
 }
 
@@ -91,7 +91,7 @@ std::string ProgramSprdEngine::GetStepName(int step) {
     return app::texts::kSprdStepNames[steps_[static_cast<std::size_t>(step)]];
 }
 
-void ProgramSprdEngine::RunPort(unsigned long port, JobSpec spec, std::string makeError, bool phase1) {
+void ProgramSprdEngine::RunPort(unsigned long port, JobRequest request, std::string makeError, bool phase1) {
     auto send = [&](std::uint32_t msg, platform::LParam l = 0) { window_.Send(msg, port, l); };
     // The percent carries no pointer: posted, so the engine thread does not wait for it.
     auto post = [&](platform::LParam percent) { window_.Post(app::WM_APP + 208, port, percent); };
@@ -99,7 +99,7 @@ void ProgramSprdEngine::RunPort(unsigned long port, JobSpec spec, std::string ma
     bool switching = false;
     JobOutcome outcome{JobOutcome::FAULT, makeError};
     if (makeError.empty()) {
-        outcome = job_.Run(spec, [&](const protocol::Event& e) {
+        outcome = job_.Run(request, [&](const protocol::Event& e) {
             switch (e.type) {
                 case protocol::Event::STEP: {
                     std::lock_guard g(mutex_);

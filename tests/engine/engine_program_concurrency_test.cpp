@@ -61,10 +61,10 @@ struct JobRun {
     std::vector<std::string> events;
 };
 
-JobRun RunJob(platform::Clock& clock, JobSpec spec) {
+JobRun RunJob(platform::Clock& clock, JobRequest request) {
     ProgramJob job(clock);
     JobRun run;
-    run.outcome = job.Run(spec, [&](const protocol::Event& e) { run.events.push_back(Describe(e)); });
+    run.outcome = job.Run(request, [&](const protocol::Event& e) { run.events.push_back(Describe(e)); });
     return run;
 }
 
@@ -94,8 +94,8 @@ TEST(EngineProgram, OutcomesAndFaults) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         // Silence 1.5 s: a crash report under a sanitizer takes a while.
-        JobSpec spec{c.argv, dir.Path() + "logs/" + c.name + ".log", 1500, 200, false};
-        const JobRun run = RunJob(clock, spec);
+        JobRequest request{c.argv, dir.Path() + "logs/" + c.name + ".log", 1500, 200, false};
+        const JobRun run = RunJob(clock, request);
         EXPECT_EQ(run.outcome.kind, c.kind);
         EXPECT_NE(run.outcome.text.find(c.text), std::string::npos) << run.outcome.text;
         if (c.kind == JobOutcome::FAULT) {
@@ -119,12 +119,12 @@ TEST(EngineProgram, CancelEndsTheProgramAndItsGroup) {
             std::this_thread::sleep_for(std::chrono::milliseconds(150));
             job.Cancel();
         });
-        const JobSpec spec{Args({"--misbehave", mode}), "", 60000, 200, false};
-        EXPECT_EQ(job.Run(spec, [](const protocol::Event&) {}).kind, JobOutcome::CANCELLED);
+        const JobRequest request{Args({"--misbehave", mode}), "", 60000, 200, false};
+        EXPECT_EQ(job.Run(request, [](const protocol::Event&) {}).kind, JobOutcome::CANCELLED);
         cancel.join();
         EXPECT_TRUE(NoChildren());
         // Cancelled before it starts: the next run ends at once until Reset.
-        EXPECT_EQ(job.Run(spec, [](const protocol::Event&) {}).kind, JobOutcome::CANCELLED);
+        EXPECT_EQ(job.Run(request, [](const protocol::Event&) {}).kind, JobOutcome::CANCELLED);
     }
 }
 
@@ -136,13 +136,13 @@ TEST(EngineProgram, ThousandJobsLeaveNoZombieAndNoDescriptor) {
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&, t] {
             ProgramJob job(clock);
-            const JobSpec spec{{SimEngine(), "--duration", "0", "--speed", "0", t % 2 ? "--fail" : "--no-switch"},
+            const JobRequest request{{SimEngine(), "--duration", "0", "--speed", "0", t % 2 ? "--fail" : "--no-switch"},
                                "",
                                10000,
                                1000,
                                false};
             for (int i = 0; i < 250; ++i) {
-                const auto kind = job.Run(spec, [](const protocol::Event&) {}).kind;
+                const auto kind = job.Run(request, [](const protocol::Event&) {}).kind;
                 passed += kind == (t % 2 ? JobOutcome::FAILED : JobOutcome::PASSED) ? 1 : 0;
             }
         });

@@ -37,8 +37,8 @@ Run RunOnce(platform::Clock& clock, std::vector<std::string> argv, platform::Mil
     engine::ProgramJob job(clock);
     Run r;
     platform::Millis last = clock.Now();
-    engine::JobSpec spec{std::move(argv), "", silenceMs, engine::kProgramGraceMs, false, 0};
-    r.outcome = job.Run(spec, [&](const engine::protocol::Event& e) {
+    engine::JobRequest request{std::move(argv), "", silenceMs, engine::kProgramGraceMs, false, 0};
+    r.outcome = job.Run(request, [&](const engine::protocol::Event& e) {
         const platform::Millis now = clock.Now();
         r.longestGap = std::max(r.longestGap, now - last);
         last = now;
