@@ -32,7 +32,8 @@ int ProgramFpEngine::MTKFP_OperationStart() {
                       {"package", context_.station.package.cfgFilePath},
                       {"phase", "1"}},
                      {"DownloadType=" + std::to_string(downloadType_)}, &noFiles, request, error);
-    return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, false, app::FieldText(device_.instanceId));
+    return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, false,
+                              app::FieldText(device_.instanceId));
 }
 
 }  // namespace quorvel::engine

@@ -193,8 +193,9 @@ JobOutcome ProgramJob::Run(const JobRequest& request, const std::function<void(c
         std::lock_guard g(mutex_);
         readerStop_ = false;
     }
-    std::thread reader(
-        [&] { ReadOutput(*child, started, request.record || request.progressIntervalMs <= 0, request.progressIntervalMs); });
+    std::thread reader([&] {
+        ReadOutput(*child, started, request.record || request.progressIntervalMs <= 0, request.progressIntervalMs);
+    });
     bool hello = false;
     std::optional<JobOutcome> result;
     std::optional<JobOutcome> fault;

@@ -16,7 +16,8 @@ namespace quorvel::engine {
 // One MTK-style job (MTK and CFG packages): runs `request`, reports to row `slot` and
 // returns 0 passed, 1 failed, 2 cancelled, 3 a fault of the program.
 int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::MessageWindow& window, int slot,
-                       const JobRequest& request, const std::string& makeError, bool daSwitch, const std::string& instanceId);
+                       const JobRequest& request, const std::string& makeError, bool daSwitch,
+                       const std::string& instanceId);
 
 class ProgramMtkEngine final : public MtkEngine {
 public:

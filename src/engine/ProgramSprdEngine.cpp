@@ -76,7 +76,8 @@ int ProgramSprdEngine::StartOnePortWork(unsigned long port, int) {
                       {"phase", phase1 ? "1" : "2"}},
                      {"SelectedFileCount=" + std::to_string(selectedFileCount_), "ProductName=" + productName_},
                      &fileLines_, request, error);
-    thread_ = std::thread([this, port, request = std::move(request), error, phase1] { RunPort(port, request, error, phase1); });
+    thread_ = std::thread(
+        [this, port, request = std::move(request), error, phase1] { RunPort(port, request, error, phase1); });
     return 0;
 }
 
