@@ -7,6 +7,8 @@
 #include <iterator>
 #include <map>
 
+#include "platform/JsonText.h"
+
 namespace quorvel::app {
 namespace {
 
@@ -73,40 +75,6 @@ private:
         v.text = std::string(s_.substr(from, i_ - from));
         return true;
     }
-    bool Hex4(unsigned& out) {
-        if (i_ + 4 > s_.size()) return false;
-        out = 0;
-        for (int k = 0; k < 4; ++k) {
-            const char c = s_[i_++];
-            out <<= 4;
-            if (c >= '0' && c <= '9')
-                out |= c - '0';
-            else if (c >= 'a' && c <= 'f')
-                out |= c - 'a' + 10;
-            else if (c >= 'A' && c <= 'F')
-                out |= c - 'A' + 10;
-            else
-                return false;
-        }
-        return true;
-    }
-    static void Utf8(std::string& out, unsigned cp) {
-        if (cp < 0x80) {
-            out += static_cast<char>(cp);
-        } else if (cp < 0x800) {
-            out += static_cast<char>(0xC0 | (cp >> 6));
-            out += static_cast<char>(0x80 | (cp & 0x3F));
-        } else if (cp < 0x10000) {
-            out += static_cast<char>(0xE0 | (cp >> 12));
-            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (cp & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (cp >> 18));
-            out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (cp & 0x3F));
-        }
-    }
     bool String(std::string& out) {
         if (!Eat('"')) return false;
         while (i_ < s_.size()) {
@@ -128,20 +96,20 @@ private:
                 case 'r': out += '\r'; break;
                 case 't': out += '\t'; break;
                 case 'u': {
-                    unsigned cp;
-                    if (!Hex4(cp)) return false;
+                    std::uint32_t cp;
+                    if (!platform::ReadHex4(s_, i_, cp)) return false;
                     if (cp >= 0xD800 && cp <= 0xDBFF && s_.substr(i_, 2) == "\\u") {
                         const std::size_t back = i_;
                         i_ += 2;
-                        unsigned low;
-                        if (Hex4(low) && low >= 0xDC00 && low <= 0xDFFF) {
+                        std::uint32_t low;
+                        if (platform::ReadHex4(s_, i_, low) && low >= 0xDC00 && low <= 0xDFFF) {
                             cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
                         } else {
                             i_ = back;  // a lone high surrogate; the next escape stands alone
                         }
                     }
                     if (cp >= 0xD800 && cp <= 0xDFFF) cp = 0xFFFD;
-                    Utf8(out, cp);
+                    platform::AppendUtf8(out, cp);
                     break;
                 }
                 default: return false;

@@ -102,41 +102,6 @@ private:
         return i_ > start;
     }
 
-    static void PutUtf8(std::string& out, std::uint32_t cp) {
-        if (cp < 0x80) {
-            out += static_cast<char>(cp);
-        } else if (cp < 0x800) {
-            out += static_cast<char>(0xC0 | (cp >> 6));
-            out += static_cast<char>(0x80 | (cp & 0x3F));
-        } else if (cp < 0x10000) {
-            out += static_cast<char>(0xE0 | (cp >> 12));
-            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (cp & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (cp >> 18));
-            out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (cp & 0x3F));
-        }
-    }
-    bool Hex4(std::uint32_t& cp) {
-        if (s_.size() - i_ < 4) return false;
-        cp = 0;
-        for (int k = 0; k < 4; ++k) {
-            const char c = s_[i_++];
-            cp <<= 4;
-            if (c >= '0' && c <= '9')
-                cp |= static_cast<std::uint32_t>(c - '0');
-            else if (c >= 'a' && c <= 'f')
-                cp |= static_cast<std::uint32_t>(c - 'a' + 10);
-            else if (c >= 'A' && c <= 'F')
-                cp |= static_cast<std::uint32_t>(c - 'A' + 10);
-            else
-                return false;
-        }
-        return true;
-    }
-
     bool String(std::string& out) {
         if (!Eat('"')) return false;
         while (i_ < s_.size()) {
@@ -159,16 +124,17 @@ private:
                 case 't': out += '\t'; break;
                 case 'u': {
                     std::uint32_t cp;
-                    if (!Hex4(cp)) return false;
+                    if (!platform::ReadHex4(s_, i_, cp)) return false;
                     if (cp >= 0xD800 && cp < 0xDC00) {
                         std::uint32_t low;
-                        if (!Eat('\\') || !Eat('u') || !Hex4(low) || low < 0xDC00 || low > 0xDFFF) return false;
+                        if (!Eat('\\') || !Eat('u') || !platform::ReadHex4(s_, i_, low) || low < 0xDC00 || low > 0xDFFF)
+                            return false;
                         cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
                     } else if (cp >= 0xDC00 && cp < 0xE000) {
                         return false;
                     }
                     if (cp == 0) return false;  // texts end up in C strings
-                    PutUtf8(out, cp);
+                    platform::AppendUtf8(out, cp);
                     break;
                 }
                 default: return false;

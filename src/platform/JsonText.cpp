@@ -70,4 +70,40 @@ std::string JsonQuote(std::string_view text) {
     return out;
 }
 
+bool ReadHex4(std::string_view s, std::size_t& i, std::uint32_t& out) {
+    if (i > s.size() || s.size() - i < 4) return false;
+    out = 0;
+    for (int k = 0; k < 4; ++k) {
+        const char c = s[i++];
+        out <<= 4;
+        if (c >= '0' && c <= '9')
+            out |= static_cast<std::uint32_t>(c - '0');
+        else if (c >= 'a' && c <= 'f')
+            out |= static_cast<std::uint32_t>(c - 'a' + 10);
+        else if (c >= 'A' && c <= 'F')
+            out |= static_cast<std::uint32_t>(c - 'A' + 10);
+        else
+            return false;
+    }
+    return true;
+}
+
+void AppendUtf8(std::string& out, std::uint32_t cp) {
+    if (cp < 0x80) {
+        out += static_cast<char>(cp);
+    } else if (cp < 0x800) {
+        out += static_cast<char>(0xC0 | (cp >> 6));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        out += static_cast<char>(0xE0 | (cp >> 12));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (cp >> 18));
+        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    }
+}
+
 }  // namespace quorvel::platform
