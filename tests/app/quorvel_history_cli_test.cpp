@@ -1,12 +1,10 @@
 // The history tool run as a program: filters, output forms and exit codes in one table.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <array>
 #include <cstdio>
 
 #include "app/JobHistory.h"
-#include "platform/ExeDir.h"
+#include "support/RunTool.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {
@@ -14,21 +12,8 @@ namespace {
 
 using app::JobResult;
 
-struct Result {
-    int exitCode;
-    std::string out;
-};
-
-Result RunTool(const std::string& args) {
-    const std::string tool = platform::ExeDir() + "../tools/quorvel-history/quorvel-history";
-    FILE* p = ::popen((tool + " " + args + " 2>&1").c_str(), "r");
-    Result r{-1, {}};
-    if (!p) return r;
-    std::array<char, 4096> buf;
-    while (std::size_t n = std::fread(buf.data(), 1, buf.size(), p)) r.out.append(buf.data(), n);
-    const int status = ::pclose(p);
-    r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return r;
+test::CommandResult RunTool(const std::string& args) {
+    return test::RunCommand(test::ToolPath("quorvel-history") + " " + args);
 }
 
 app::JobRecord Job(int slot, const char* port, const char* start, const char* end, JobResult result) {
@@ -99,7 +84,7 @@ TEST(QuorvelHistoryTool, FiltersFormsAndExitCodes) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.args);
-        const Result r = RunTool(row.args);
+        const auto r = RunTool(row.args);
         EXPECT_EQ(r.exitCode, row.exitCode) << r.out;
         for (const std::string& s : row.shown) EXPECT_NE(r.out.find(s), std::string::npos) << s << "\n" << r.out;
         for (const std::string& s : row.notShown) EXPECT_EQ(r.out.find(s), std::string::npos) << s << "\n" << r.out;

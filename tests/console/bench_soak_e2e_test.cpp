@@ -2,13 +2,11 @@
 // pulled mid-job. Every job the engines finished is counted once, none more, and no
 // slot ends BUSY. QUORVEL_SOAK_PHONES sets the size (CI: 96, 48 under a sanitizer).
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <array>
 #include <cstdio>
 #include <random>
 
-#include "platform/ExeDir.h"
+#include "support/RunTool.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {
@@ -67,14 +65,10 @@ TEST(BenchSoak, EveryFinishedJobIsCountedOnceAndNoSlotStaysBusy) {
     }
     dir.Write("station/Config/CommonSetting.ini", settings);
     dir.Write("soak.txt", Scenario(phones, 7));
-    const std::string tool = platform::ExeDir() + "../tools/quorvel-bench/quorvel-bench";
-    FILE* p = ::popen((tool + " " + dir.File("station") + " " + dir.File("soak.txt") + " --speed " + kSpeed + " --json 2>&1").c_str(),
-                      "r");
-    ASSERT_TRUE(p);
-    std::string out;
-    std::array<char, 65536> buf;
-    while (std::size_t n = std::fread(buf.data(), 1, buf.size(), p)) out.append(buf.data(), n);
-    ASSERT_EQ(::pclose(p), 0) << out.substr(0, 2000);
+    const auto run = test::RunCommand(test::ToolPath("quorvel-bench") + " " + dir.File("station") + " " +
+                                      dir.File("soak.txt") + " --speed " + kSpeed + " --json");
+    const std::string& out = run.out;
+    ASSERT_EQ(run.exitCode, 0) << out.substr(0, 2000);
     const long total = Field(out, "total"), results = Field(out, "results");
     std::printf("soak: %d phones plugged, %ld served, %ld jobs counted, %ld failed, %ld ms simulated\n",
                 static_cast<int>(Field(out, "plugged")), Field(out, "served"), total, Field(out, "fail"),

@@ -1,41 +1,26 @@
 // The bench tool, run as a program: its arguments and where its writes go.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <array>
 #include <cstdio>
 #include <filesystem>
 
-#include "platform/ExeDir.h"
 #include "platform/ProfileIni.h"
+#include "support/RunTool.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {
 namespace {
 
-struct Result {
-    int exitCode;
-    std::string out;
-};
-
-Result RunCommand(const std::string& command) {
-    FILE* p = ::popen((command + " 2>&1").c_str(), "r");
-    Result r{-1, {}};
-    if (!p) return r;
-    std::array<char, 4096> buf;
-    while (std::size_t n = std::fread(buf.data(), 1, buf.size(), p)) r.out.append(buf.data(), n);
-    const int status = ::pclose(p);
-    r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return r;
+std::string Tool() {
+    return test::ToolPath("quorvel-bench");
 }
-
-std::string Tool() { return platform::ExeDir() + "../tools/quorvel-bench/quorvel-bench"; }
 
 TEST(QuorvelBenchTool, SpeedsThatAreNotAFiniteSensibleNumberAreRefused) {
     TempDir dir;
     dir.Write("s.txt", "0 end\n");
     for (const char* speed : {"inf", "nan", "1e7", "0", "-3", "10x", ""}) {
-        const auto r = RunCommand(Tool() + " " + dir.Path() + " " + dir.File("s.txt") + " --speed '" + speed + "'");
+        const auto r =
+            test::RunCommand(Tool() + " " + dir.Path() + " " + dir.File("s.txt") + " --speed '" + speed + "'");
         EXPECT_EQ(r.exitCode, 2) << speed << ": " << r.out;
         EXPECT_NE(r.out.find("--speed wants a number above 0 and at most 1000"), std::string::npos) << speed;
     }
@@ -46,16 +31,16 @@ TEST(QuorvelBenchTool, SpeedsThatAreNotAFiniteSensibleNumberAreRefused) {
 TEST(QuorvelBenchTool, RelativeStationFolderKeepsItsWrites) {
     TempDir dir;
     dir.Write("station/fw/MT6765_Android_scatter.txt", "scatter\n");
-    std::string settings = "[COMMON]\nCheckSum=0\nMac=00-11-22-33-44-55\nFilePath=" +
-                           dir.File("station/fw/MT6765_Android_scatter.txt") +
-                           "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=2\n";
+    std::string settings =
+        "[COMMON]\nCheckSum=0\nMac=00-11-22-33-44-55\nFilePath=" + dir.File("station/fw/MT6765_Android_scatter.txt") +
+        "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=2\n";
     for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
         settings += std::string("[") + section + "]\n";
         for (int i = 0; i < 16; ++i) settings += "Index" + std::to_string(i) + "=NA\n";
     }
     dir.Write("station/Config/CommonSetting.ini", settings);
     dir.Write("s.txt", "0 press\n200 plug 0 brom duration=500\n8000 end\n");
-    const auto r = RunCommand("cd " + dir.Path() + " && " + Tool() + " station s.txt --speed 20");
+    const auto r = test::RunCommand("cd " + dir.Path() + " && " + Tool() + " station s.txt --speed 20");
     ASSERT_EQ(r.exitCode, 0) << r.out;
     EXPECT_NE(r.out.find("phones: plugged 1, served 1, results 1"), std::string::npos) << r.out;
     EXPECT_EQ(platform::ProfileIni::ReadInt(dir.File("station/Config/TestResult.ini"), "total", "NUM", 0), 1);

@@ -1,13 +1,11 @@
 // The technician's tool, run as a program: exit codes, messages and JSON.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <array>
 #include <cstdio>
 #include <filesystem>
 
-#include "platform/ExeDir.h"
 #include "support/PacWriter.h"
+#include "support/RunTool.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {
@@ -35,14 +33,9 @@ TEST(QuorvelPacTool, GoodPackagePassesEveryCommandBadInputExitsNonZero) {
         {"", 2, {}},
     };
     for (const auto& row : rows) {
-        const std::string tool = platform::ExeDir() + "../tools/quorvel-pac/quorvel-pac";
-        FILE* p = ::popen((tool + " --no-progress " + row.args + " 2>&1").c_str(), "r");
-        ASSERT_NE(p, nullptr);
-        std::string out;
-        std::array<char, 4096> buf;
-        while (std::size_t n = std::fread(buf.data(), 1, buf.size(), p)) out.append(buf.data(), n);
-        const int status = ::pclose(p);
-        EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, row.exitCode) << row.args << "\n" << out;
+        const auto r = test::RunCommand(test::ToolPath("quorvel-pac") + " --no-progress " + row.args);
+        const std::string& out = r.out;
+        EXPECT_EQ(r.exitCode, row.exitCode) << row.args << "\n" << out;
         if (row.args.find("--json") != std::string::npos) {
             EXPECT_EQ(out.substr(0, 1), "{");
         }
