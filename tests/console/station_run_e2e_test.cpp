@@ -16,6 +16,7 @@
 #include "platform/ProfileIni.h"
 #include "sim/SimBench.h"
 #include "support/PacWriter.h"
+#include "support/StationProcess.h"
 #include "support/TempDir.h"
 
 namespace quorvel::console {
@@ -23,50 +24,8 @@ namespace {
 
 using namespace app;
 
-// One station process: everything main() builds, on a given folder.
-struct Process {
-    explicit Process(const test::TempDir& dir) : clock(4.0) {
-        StationOptions options;
-        options.exeDir = dir.Path();
-        options.systemLanguage = [] { return std::uint16_t{1033}; };
-        options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-        station = std::make_unique<Station>(std::move(options), clock, ui);
-        controller = std::make_unique<ConsoleController>(*station, loop);
-        loop.SetHandler(controller.get());
-        rig = std::make_unique<StationRig>(*station, loop, *controller);
-        run = &rig->Run();
-        loop.Start();
-    }
-    ~Process() { rig->Close(loop, ready); }
-    bool Init() {
-        loop.Call([&] { ready = controller->OnInitDialog(); });
-        return ready;
-    }
-    sim::SimBench& Bench() { return *rig->Bench(); }
-    void PressStartStop() { loop.Send(WM_COMMAND, CMD_START_STOP, 0); }
-    int Button() {
-        int b = -1;
-        loop.Call([&] { b = controller->ButtonStatus(); });
-        return b;
-    }
-    // Waits in real time for `done`, at most 30 s.
-    static bool Await(const std::function<bool()>& done) {
-        for (int i = 0; i < 3000; ++i) {
-            if (done()) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return done();
-    }
-
-    platform::ScaledClock clock;
-    HeadlessConsoleUi ui;
-    std::unique_ptr<Station> station;
-    platform::StationLoop loop{clock};
-    std::unique_ptr<ConsoleController> controller;
-    std::unique_ptr<StationRig> rig;
-    StationRun* run = nullptr;
-    bool ready = false;
-};
+using test::StationProcess;
+using Process = StationProcess;
 
 engine::PhoneProfile QuickPhone() {
     engine::PhoneProfile p;

@@ -4,10 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
-#include <functional>
-#include <thread>
 
 #include "app/Messages.h"
 #include "app/Station.h"
@@ -15,6 +12,7 @@
 #include "console/StationRig.h"
 #include "platform/ExeDir.h"
 #include "sim/SimBench.h"
+#include "support/StationProcess.h"
 #include "support/TempDir.h"
 
 namespace quorvel::console {
@@ -42,28 +40,13 @@ Outcome RunBench(bool engineProgram) {
     test::TempDir dir;
     WriteStation(dir, std::string("EngineProgram=") + (engineProgram ? "1" : "0") + "\n");
 
-    platform::ScaledClock clock(4.0);
-    app::HeadlessConsoleUi ui;
-    app::StationOptions options;
-    options.exeDir = dir.Path();
-    options.systemLanguage = [] { return std::uint16_t{1033}; };
-    options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-    app::Station station(std::move(options), clock, ui);
-    platform::StationLoop loop(clock);
-    ConsoleController controller(station, loop);
-    loop.SetHandler(&controller);
-    StationRig rig(station, loop, controller);
-    loop.Start();
-    auto await = [](const std::function<bool()>& done) {
-        for (int i = 0; i < 3000 && !done(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        return done();
-    };
+    test::StationProcess proc(dir);
+    auto& station = *proc.station;
+    auto& rig = *proc.rig;
 
     Outcome out;
-    bool ok = false;
-    loop.Call([&] { ok = controller.OnInitDialog(); });
-    EXPECT_TRUE(ok);
-    loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+    EXPECT_TRUE(proc.Init());
+    proc.PressStartStop();
     for (int socket = 0; socket < 4; ++socket) {
         engine::PhoneProfile p;
         p.durationMs = 800;
@@ -72,10 +55,10 @@ Outcome RunBench(bool engineProgram) {
         p.pass = socket != 2;
         EXPECT_TRUE(rig.Bench()->Plug(socket, sim::PhoneKind::MTK_BROM, p));
         // One at a time, so each phone takes the slot of its socket's order.
-        EXPECT_TRUE(await([&] { return station.bindings.Get(socket).ls == rig.Bench()->LsLocation(socket); }));
+        EXPECT_TRUE(proc.Await([&] { return station.bindings.Get(socket).ls == rig.Bench()->LsLocation(socket); }));
     }
-    EXPECT_TRUE(await([&] { return station.statistics.Total() == 4; }));
-    EXPECT_TRUE(await([&] {
+    EXPECT_TRUE(proc.Await([&] { return station.statistics.Total() == 4; }));
+    EXPECT_TRUE(proc.Await([&] {
         for (int i = 0; i < 4; ++i)
             if (station.bindings.State(i) == app::BIND_BUSY) return false;
         return true;
@@ -83,12 +66,10 @@ Outcome RunBench(bool engineProgram) {
     out.total = station.statistics.Total();
     out.fail = station.statistics.Fail();
     for (int i = 0; i < 4; ++i) out.results.push_back(station.slotList.ResultText(i));
-    loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
-    EXPECT_TRUE(ui.Messages().empty());
+    proc.PressStartStop();
+    EXPECT_TRUE(proc.ui.Messages().empty());
     const bool logs = std::filesystem::exists(dir.File("TestLog/engine"));
     EXPECT_EQ(logs, engineProgram);
-    loop.Stop();
-    rig.Run().Manager().JoinWalks();
     return out;
 }
 
@@ -125,38 +106,23 @@ TEST(EngineProgramE2e, BadProgramRefusesStart) {
         SCOPED_TRACE(c.command);
         test::TempDir dir;
         WriteStation(dir, "[ENGINES]\nMTK=" + c.command + "\n");
-        platform::ScaledClock clock(4.0);
-        app::HeadlessConsoleUi ui;
-        app::StationOptions options;
-        options.exeDir = dir.Path();
-        options.systemLanguage = [] { return std::uint16_t{1033}; };
-        options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-        app::Station station(std::move(options), clock, ui);
-        platform::StationLoop loop(clock);
-        ConsoleController controller(station, loop);
-        loop.SetHandler(&controller);
-        StationRig rig(station, loop, controller);
-        loop.Start();
-        bool ok = false;
-        loop.Call([&] { ok = controller.OnInitDialog(); });
-        ASSERT_TRUE(ok);
-        loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
-        EXPECT_EQ(station.stationRunning.load(), std::string(c.reason).empty());
-        const auto messages = ui.Messages();
+        test::StationProcess proc(dir);
+        ASSERT_TRUE(proc.Init());
+        proc.PressStartStop();
+        EXPECT_EQ(proc.station->stationRunning.load(), std::string(c.reason).empty());
+        const auto messages = proc.ui.Messages();
         if (std::string(c.reason).empty()) {
             EXPECT_TRUE(messages.empty());
-            loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+            proc.PressStartStop();
             // The About dialog's versions name the program where the MTK module stands.
             app::VersionInfo info{};
-            loop.Call([&] { rig.Run().Manager().WorkerAt(0)->FillVersionInfo(&info); });
+            proc.loop.Call([&] { proc.run->Manager().WorkerAt(0)->FillVersionInfo(&info); });
             EXPECT_EQ(app::FieldText(info.module1Version), "quorvel-sim-engine 1.0");
         } else {
             ASSERT_EQ(messages.size(), 1u);
             EXPECT_NE(messages[0].find("The engine program for MTK cannot run: "), std::string::npos) << messages[0];
             EXPECT_NE(messages[0].find(c.reason), std::string::npos) << messages[0];
         }
-        loop.Stop();
-        rig.Run().Manager().JoinWalks();
     }
 }
 

@@ -1,0 +1,39 @@
+#pragma once
+// One station process, headless: everything main() builds (station, station loop,
+// console, rig), on a given station folder, in time running four times as fast.
+// The test's thread plays the operator; Await waits in real time.
+
+#include <functional>
+#include <memory>
+
+#include "app/Station.h"
+#include "console/ConsoleController.h"
+#include "console/StationRig.h"
+#include "platform/Clock.h"
+#include "platform/StationLoop.h"
+#include "sim/SimBench.h"
+#include "support/TempDir.h"
+
+namespace quorvel::test {
+
+struct StationProcess {
+    explicit StationProcess(const TempDir& dir);
+    ~StationProcess();  // closes as the window's close does
+    bool Init();        // OnInitDialog on the station thread
+    sim::SimBench& Bench() { return *rig->Bench(); }
+    void PressStartStop();
+    int Button();
+    // Waits in real time for `done`, at most 30 s.
+    static bool Await(const std::function<bool()>& done);
+
+    platform::ScaledClock clock{4.0};
+    app::HeadlessConsoleUi ui;
+    std::unique_ptr<app::Station> station;
+    platform::StationLoop loop{clock};
+    std::unique_ptr<console::ConsoleController> controller;
+    std::unique_ptr<console::StationRig> rig;
+    console::StationRun* run = nullptr;
+    bool ready = false;
+};
+
+}  // namespace quorvel::test
