@@ -10,6 +10,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   umockdev libumockdev-dev
   xvfb xauth
+  dpkg-dev file lintian desktop-file-utils appstream
 )
 
 missing=()
