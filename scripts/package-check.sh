@@ -62,7 +62,7 @@ cat "$work/contents"
 echo "== validators"
 dpkg-deb -x "$deb" "$work/root"
 desktop-file-validate "$work/root/usr/share/applications/io.quorvel.Station.desktop"
-echo "desktop-file-validate: no findings"
+echo "desktop-file-validate: passed"
 appstreamcli validate --no-net "$work/root/usr/share/metainfo/io.quorvel.Station.metainfo.xml"
 lrc=0
 lintian --fail-on error "$deb" >"$work/lintian" 2>&1 || lrc=$?
