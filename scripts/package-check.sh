@@ -86,7 +86,7 @@ echo "== install"
 installed=yes
 # Recommends (udev) left out: the package must install where there is no udev.
 $sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "./$deb" 2>&1 |
-    tr '\r' '\n' | { grep -v -e '^(Reading database' -e '^debconf: delaying' || true; }
+    tr '\r' '\n' | { grep -v -e '^(Reading database' -e '^debconf: delaying' -e '^$' || true; }
 getent group quorvel >/dev/null || fail "postinst did not create the group quorvel"
 ports=$(quorvel-ports --check || true)
 echo "$ports"
