@@ -1,7 +1,8 @@
 #pragma once
 // The slot list: a table view over snapshots of the station's SlotListModel. A
 // delegate paints each row's progress bar (column 2) and result label (column 4)
-// into their cells, so nothing has to be moved when columns are resized.
+// into their cells, so nothing has to be moved when columns are resized. The columns
+// are fitted again whenever the list's client width changes.
 // GUI thread only.
 
 #include <QAbstractTableModel>
@@ -29,6 +30,9 @@ private:
     app::SlotListSnapshot snapshot_;
 };
 
+// The result label's face for a text in a label of the given size.
+QFont ResultFont(const QString& text, QSize label);
+
 class SlotCellDelegate : public QStyledItemDelegate {
     Q_OBJECT
 public:
@@ -46,6 +50,9 @@ public:
     void Show(app::SlotListSnapshot snapshot);
     SlotTableModel& Model() { return model_; }
 
+protected:
+    bool viewportEvent(QEvent* event) override;
+
 Q_SIGNALS:
     // Right-click on a row (-1 below the last row), at a global position.
     void rowRightClicked(int row, QPoint globalPos);
@@ -53,8 +60,10 @@ Q_SIGNALS:
 private:
     SlotTableModel model_;
     SlotCellDelegate delegate_;
-    std::uint64_t shownColumnsVersion_ = 0;
+    void FitColumns();
+
     bool columnsSized_ = false;
+    int fittedWidth_ = -1;
 };
 
 }  // namespace quorvel::widgets

@@ -8,6 +8,7 @@
 #include <QHBoxLayout>
 #include <QMenu>
 #include <QShortcut>
+#include <QStackedWidget>
 #include <QStatusBar>
 #include <QStyle>
 #include <QTimer>
@@ -15,6 +16,7 @@
 
 #include "app/Messages.h"
 #include "app/Texts.h"
+#include "widgets/Artwork.h"
 
 namespace quorvel::console {
 
@@ -35,12 +37,25 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     setStyleSheet(QString("QWidget#console { background: %1; }").arg(kBackground));
     resize(1040, 640);
     setMinimumSize(640, 360);
+    setWindowIcon(widgets::WindowIcon());
 
     operationArea_ = new QGroupBox(this);
     auto* buttons = new QHBoxLayout(operationArea_);
-    startStop_ = MakeButton(IDC_START_STOP, QStyle::SP_MediaPlay);
-    settings_ = MakeButton(IDC_SETTINGS, QStyle::SP_FileDialogDetailedView);
-    help_ = MakeButton(IDC_HELP, QStyle::SP_DialogHelpButton);
+    startStop_ = MakeButton(IDC_START_STOP);
+    settings_ = MakeButton(IDC_SETTINGS);
+    help_ = MakeButton(IDC_HELP);
+    // The view choice lives in the Help button's menu; its key works also while a run
+    // has the button disabled.
+    benchViewAction_ = new QAction(this);
+    benchViewAction_->setCheckable(true);
+    benchViewAction_->setShortcut(QKeySequence(Qt::Key_F9));
+    addAction(benchViewAction_);
+    connect(benchViewAction_, &QAction::triggered, this,
+            [this](bool on) { loop_.PostTask([this, on] { controller_.SetBenchView(on); }); });
+    auto* helpMenu = new QMenu(help_);
+    helpMenu->addAction(benchViewAction_);
+    help_->setMenu(helpMenu);
+    help_->setPopupMode(QToolButton::MenuButtonPopup);
     buttons->addWidget(startStop_);
     buttons->addWidget(settings_);
     buttons->addWidget(help_);
@@ -69,10 +84,9 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     counters->addWidget(passRateLabel_, 2, 0);
     counters->addWidget(passRate_, 2, 1);
 
-    logo_ = new QLabel(QStringLiteral("Quorvel"), this);
+    logo_ = new QLabel(this);
     logo_->setFixedSize(233, 88);
-    logo_->setAlignment(Qt::AlignCenter);
-    logo_->setStyleSheet("QLabel { font: bold 28px; color: #1f6f50; border: 1px solid #c8d8d0; }");
+    logo_->setPixmap(widgets::Logo());
 
     auto* top = new QHBoxLayout;
     top->addWidget(operationArea_, 0, Qt::AlignTop);
@@ -104,7 +118,11 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     auto* layout = new QVBoxLayout(this);
     layout->addLayout(top);
     layout->addWidget(banner_);
-    layout->addWidget(slotList_, 1);
+    benchView_ = new widgets::BenchView(this);
+    views_ = new QStackedWidget(this);
+    views_->addWidget(slotList_);
+    views_->addWidget(benchView_);
+    layout->addWidget(views_, 1);
     layout->addWidget(status);
 
     // The dialog keys end the console as the close box does.
@@ -123,10 +141,9 @@ MainWindow::~MainWindow() {
     station_.slotList.SetObserver({});
 }
 
-QToolButton* MainWindow::MakeButton(int control, QStyle::StandardPixmap icon) {
+QToolButton* MainWindow::MakeButton(int control) {
     auto* b = new QToolButton(this);
-    b->setIcon(style()->standardIcon(icon));
-    b->setIconSize(QSize(32, 32));
+    b->setIconSize(QSize(40, 40));
     b->setAutoRaise(true);
     connect(b, &QToolButton::clicked, this,
             [this, control] { loop_.Post(WM_COMMAND, static_cast<platform::WParam>(control), 0); });
@@ -165,14 +182,21 @@ void MainWindow::Refresh() {
         font.setWeight(c.fontWeight >= 600 ? QFont::Bold : QFont::Normal);
         label->setFont(font);
     }
-    for (auto [button, id] : {std::pair{startStop_, IDC_START_STOP}, {settings_, IDC_SETTINGS}, {help_, IDC_HELP}}) {
+    const std::array<std::pair<QToolButton*, int>, 3> buttons{
+        {{startStop_, IDC_START_STOP}, {settings_, IDC_SETTINGS}, {help_, IDC_HELP}}};
+    for (std::size_t i = 0; i < buttons.size(); ++i) {
+        const auto [button, id] = buttons[i];
         const ControlState c = control(id);
         button->setToolTip(Q(c.toolTip));
         button->setEnabled(c.enabled);
+        if (const std::pair icons{c.iconIn, c.iconOut}; icons != shownIcons_[i]) {
+            shownIcons_[i] = icons;
+            button->setIcon(widgets::ButtonIcon(c.iconIn, c.iconOut));
+        }
     }
-    // Icon 165 is the Stop button's.
-    startStop_->setIcon(
-        style()->standardIcon(control(IDC_START_STOP).iconIn == 165 ? QStyle::SP_MediaStop : QStyle::SP_MediaPlay));
+    benchViewAction_->setText(Q(station_.language.ChooseText(texts::kMenuBenchView)));
+    benchViewAction_->setChecked(s.benchView);
+    views_->setCurrentWidget(s.benchView ? static_cast<QWidget*>(benchView_) : slotList_);
     for (int i = 0; i < 4; ++i) panes_[i]->setText(Q(s.panes[static_cast<std::size_t>(i)]));
     if (s.backgroundImage != shownBackground_) {
         shownBackground_ = s.backgroundImage;
@@ -183,7 +207,9 @@ void MainWindow::Refresh() {
                          .arg(Q(s.backgroundImage))
                    : QString());
     }
-    slotList_->Show(station_.slotList.Snapshot());
+    SlotListSnapshot list = station_.slotList.Snapshot();
+    benchView_->Show(list);
+    slotList_->Show(std::move(list));
     if (s.closeRequested) {
         if (s.hidden) hide();
         close();
