@@ -17,17 +17,54 @@ QColor ToQColor(app::Rgb c) {
 }
 }  // namespace
 
+namespace {
+bool SameColumns(const app::SlotListSnapshot& a, const app::SlotListSnapshot& b) {
+    return std::equal(a.columns.begin(), a.columns.end(), b.columns.begin(), b.columns.end(),
+                      [](const auto& x, const auto& y) { return x.title == y.title && x.align == y.align; });
+}
+
+// The columns of a row whose look differs between two snapshots.
+std::vector<int> ChangedColumns(const app::SlotRow& a, const app::SlotRow& b) {
+    std::vector<int> changed;
+    for (int c = 0; c < app::kSlotColumnCount; ++c) {
+        const auto& x = a.cells[static_cast<std::size_t>(c)];
+        const auto& y = b.cells[static_cast<std::size_t>(c)];
+        bool same = x.text == y.text && x.colour == y.colour && x.icon == y.icon;
+        if (c == app::COL_PROGRESS) {
+            const auto& p = a.progress;
+            const auto& q = b.progress;
+            same = same && p.position == q.position && p.text == q.text && p.textColour == q.textColour &&
+                   p.backTextColour == q.backTextColour && p.barColourFrom == q.barColourFrom &&
+                   p.barColourTo == q.barColourTo && p.visible == q.visible;
+        }
+        if (c == app::COL_RESULT) {
+            same = same && a.result.text == b.result.text && a.result.textColour == b.result.textColour &&
+                   a.result.backColour == b.result.backColour && a.result.visible == b.result.visible;
+        }
+        if (!same) changed.push_back(c);
+    }
+    return changed;
+}
+}  // namespace
+
 void SlotTableModel::Show(app::SlotListSnapshot snapshot) {
     const bool reshaped =
         snapshot.rows.size() != snapshot_.rows.size() || snapshot.columns.size() != snapshot_.columns.size();
-    if (reshaped) beginResetModel();
-    snapshot_ = std::move(snapshot);
+    const bool retitled = reshaped || !SameColumns(snapshot, snapshot_);
     if (reshaped) {
+        beginResetModel();
+        snapshot_ = std::move(snapshot);
         endResetModel();
-    } else if (!snapshot_.rows.empty()) {
-        Q_EMIT dataChanged(index(0, 0), index(rowCount() - 1, columnCount() - 1));
+        return;
     }
-    Q_EMIT headerDataChanged(Qt::Horizontal, 0, columnCount() - 1);
+    // Only cells that changed are announced, so only they are painted again: while
+    // sixteen phones flash, that is mostly the bars.
+    std::vector<std::pair<int, int>> changed;
+    for (std::size_t r = 0; r < snapshot.rows.size(); ++r)
+        for (const int c : ChangedColumns(snapshot.rows[r], snapshot_.rows[r])) changed.emplace_back(r, c);
+    snapshot_ = std::move(snapshot);
+    for (const auto& [r, c] : changed) Q_EMIT dataChanged(index(r, c), index(r, c));
+    if (retitled) Q_EMIT headerDataChanged(Qt::Horizontal, 0, columnCount() - 1);
 }
 
 int SlotTableModel::rowCount(const QModelIndex& parent) const {
@@ -145,6 +182,20 @@ void SlotListView::Show(app::SlotListSnapshot snapshot) {
         columnsSized_ = true;
     }
     FitColumns();
+}
+
+void SlotListView::SetBackdrop(QPixmap backdrop) {
+    backdrop_ = std::move(backdrop);
+    viewport()->update();
+}
+
+void SlotListView::paintEvent(QPaintEvent* event) {
+    if (!backdrop_.isNull()) {
+        QPainter p(viewport());
+        const QSize room = viewport()->size() - backdrop_.size();
+        p.drawPixmap(room.width(), room.height() * 95 / 100, backdrop_);
+    }
+    QTableView::paintEvent(event);
 }
 
 bool SlotListView::viewportEvent(QEvent* event) {

@@ -6,6 +6,7 @@
 // GUI thread only.
 
 #include <QAbstractTableModel>
+#include <QPixmap>
 #include <QStyledItemDelegate>
 #include <QTableView>
 
@@ -49,9 +50,12 @@ public:
     explicit SlotListView(QWidget* parent = nullptr);
     void Show(app::SlotListSnapshot snapshot);
     SlotTableModel& Model() { return model_; }
+    // Drawn once behind the rows, at the right edge and 95 % of the way down.
+    void SetBackdrop(QPixmap backdrop);
 
 protected:
     bool viewportEvent(QEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
 
 Q_SIGNALS:
     // Right-click on a row (-1 below the last row), at a global position.
@@ -62,6 +66,7 @@ private:
     SlotCellDelegate delegate_;
     void FitColumns();
 
+    QPixmap backdrop_;
     bool columnsSized_ = false;
     int fittedWidth_ = -1;
 };
