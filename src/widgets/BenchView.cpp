@@ -95,8 +95,21 @@ QRect BenchView::TileRect(int n) const {
 }
 
 BenchView::TileLayout BenchView::Layout(int n) const {
+    // All tiles have one size, so the first one's layout, moved, serves them all; it is
+    // worked out again only when the widget's size changes.
+    if (layoutSize_ != size()) {
+        layoutSize_ = size();
+        layout_ = FirstTileLayout();
+    }
+    TileLayout l = layout_;
+    const QPoint by = TileRect(n).topLeft() - layout_.tile.topLeft();
+    for (QRect* r : {&l.tile, &l.number, &l.state, &l.stateText, &l.elapsed, &l.counts}) r->translate(by);
+    return l;
+}
+
+BenchView::TileLayout BenchView::FirstTileLayout() const {
     TileLayout l;
-    l.tile = TileRect(n);
+    l.tile = TileRect(0);
     const QRect inner = l.tile.adjusted(10, 4, -10, -4);
     const int top = inner.height() * 30 / 100, bottom = inner.height() * 24 / 100;
     l.number = QRect(inner.left(), inner.top(), inner.width() / 2, top);

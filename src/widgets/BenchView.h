@@ -37,8 +37,11 @@ protected:
 
 private:
     void PaintTile(QPainter& p, int n) const;
+    TileLayout FirstTileLayout() const;
 
     std::array<app::BenchTile, app::kSlotCount> tiles_;
+    mutable QSize layoutSize_;
+    mutable TileLayout layout_;
 };
 
 }  // namespace quorvel::widgets
