@@ -9,7 +9,7 @@ packages=(
   libtinyxml2-dev libudev-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   umockdev libumockdev-dev
-  xvfb xauth
+  xvfb xauth fonts-dejavu-core
   dpkg-dev file lintian desktop-file-utils appstream
 )
 

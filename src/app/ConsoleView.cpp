@@ -45,6 +45,10 @@ void ConsoleView::SetPane(int pane, const std::string& text) {
     if (pane < 0 || pane >= 4) return;
     Change([&](ConsoleSnapshot& s) { s.panes[static_cast<std::size_t>(pane)] = text; });
 }
+void ConsoleView::SetBenchView(bool on) {
+    Change([&](ConsoleSnapshot& s) { s.benchView = on; });
+}
+
 void ConsoleView::SetBackgroundImage(const std::string& path) {
     Change([&](ConsoleSnapshot& s) { s.backgroundImage = path; });
 }

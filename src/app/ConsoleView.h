@@ -44,6 +44,7 @@ struct ConsoleSnapshot {
     std::map<int, ControlState> controls;
     std::array<std::string, 4> panes;
     std::string backgroundImage;  // file path, empty for none
+    bool benchView = false;       // the bench tiles instead of the slot list
     bool closeRequested = false;
     bool hidden = false;
 };
@@ -59,6 +60,7 @@ public:
     void SetPane(int pane, const std::string& text);
     void SetBackgroundImage(const std::string& path);
     void RequestClose(bool hide);
+    void SetBenchView(bool on);
 
     std::string Text(int control) const;
     std::string Pane(int pane) const;

@@ -212,6 +212,15 @@ void SettingsStore::LanguageSave() {
                                                 station_.language.LanguageId() == kLangEnglish ? "1033" : "2052"));
 }
 
+bool SettingsStore::BenchViewLoad() const {
+    return ProfileIni::ReadInt(FilePath(), "UI", "BenchView", 0) != 0;
+}
+
+void SettingsStore::BenchViewSave(bool on) {
+    std::lock_guard g(settingsLock_);
+    Written(FilePath(), ProfileIni::WriteString(FilePath(), "UI", "BenchView", on ? "1" : "0"));
+}
+
 void SettingsStore::SaveBindings() {
     std::lock_guard g(settingsLock_);
     std::vector<ProfileIni::Write> writes;

@@ -24,6 +24,9 @@ public:
     int LanguageLoad();
     int SettingsLoad();
     void LanguageSave();
+    // The console's view, [UI] BenchView: non-zero for the bench tiles, else the slot list.
+    bool BenchViewLoad() const;
+    void BenchViewSave(bool on);
     void SaveBindings();
     std::string MachineStamp() const;
     void UiLog(const std::string& text) const;

@@ -17,6 +17,7 @@ constexpr Rgb MakeRgb(int r, int g, int b) {
     return (static_cast<Rgb>(r) << 16) | (static_cast<Rgb>(g) << 8) | static_cast<Rgb>(b);
 }
 inline constexpr Rgb kBlack = 0;
+inline constexpr Rgb kWhite = 0xFFFFFF;
 inline constexpr int kNoIcon = -1;
 
 enum SlotColumn : int { COL_NUMBER = 0, COL_DEVICE = 1, COL_PROGRESS = 2, COL_TIMER = 3, COL_RESULT = 4, COL_BINDED = 5 };
@@ -31,7 +32,8 @@ struct SlotCell {
 struct SlotProgress {
     int position = 0;  // 0..100
     std::string text;
-    Rgb textColour = kBlack;
+    Rgb textColour = kBlack;      // over the filled part of the bar
+    Rgb backTextColour = kBlack;  // over the rest
     Rgb barColourFrom = MakeRgb(0, 160, 0), barColourTo = MakeRgb(0, 220, 0);
     bool visible = true;
 };
@@ -47,6 +49,7 @@ struct SlotRow {
     std::array<SlotCell, kSlotColumnCount> cells;
     SlotProgress progress;
     SlotResult result;
+    std::uint32_t passCount = 0, jobCount = 0;  // the slot's jobs since start-up
 };
 
 struct SlotColumnHeader {

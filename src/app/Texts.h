@@ -67,6 +67,7 @@ inline constexpr LangText kMenuRemoveBind{"清除当前绑定", "Remove the Bind
 inline constexpr LangText kMenuRemoveAllBind{"清除所有绑定", "Remove All Bind"};
 inline constexpr LangText kMenuMergeRepeatBind{"合并重复绑定", "Merge Repeat Bind"};
 inline constexpr LangText kMenuRemoveStatistics{"清除统计", "Remove Statistics"};
+inline constexpr LangText kMenuBenchView{"工位视图", "Bench view"};
 
 // ---- operator dialogs ----
 inline constexpr LangText kSettingsTitle{"设置", "Settings"};

@@ -10,6 +10,7 @@
 #include "app/AboutDialogLogic.h"
 #include "app/Messages.h"
 #include "app/SettingsDialogLogic.h"
+#include "app/SlotListLayout.h"
 #include "app/Texts.h"
 
 #ifndef QUORVEL_BUILD_ID
@@ -59,16 +60,13 @@ void ConsoleController::SetUpControls() {
     view.SetIcons(IDC_HELP, 168, 169);
     view.SetToolTip(IDC_HELP, lang.ChooseText(texts::kHelpTip));
 
-    // Fractional widths are truncated toward zero.
-    const int w = listClientWidth_ - 90;
-    const int widths[kSlotColumnCount] = {70, static_cast<int>(0.3 * w), static_cast<int>(0.5 * w),
-                                          static_cast<int>(0.1 * w), static_cast<int>(0.1 * w), 20};
+    const ColumnWidths widths = InitialColumnWidths(listClientWidth_);
     const SlotColumnHeader::Align aligns[kSlotColumnCount] = {
         SlotColumnHeader::LEFT,   SlotColumnHeader::LEFT,   SlotColumnHeader::CENTRE,
         SlotColumnHeader::CENTRE, SlotColumnHeader::CENTRE, SlotColumnHeader::LEFT};
     std::vector<SlotColumnHeader> columns;
     for (int c = 0; c < kSlotColumnCount; ++c)
-        columns.push_back({lang.ChooseText(texts::kSlotColumns[c]), aligns[c], widths[c]});
+        columns.push_back({lang.ChooseText(texts::kSlotColumns[c]), aligns[c], widths[static_cast<std::size_t>(c)]});
     station_.slotList.SetColumns(std::move(columns));
 }
 
@@ -89,11 +87,17 @@ bool ConsoleController::OnInitDialog() {
         station_.view.RequestClose(false);
         return false;
     }
+    station_.view.SetBenchView(station_.settingsStore.BenchViewLoad());
     if (run_) run_->BuildSlots();
     ShowPackage(true);
     SetButtonStatus(DOWNLOAD_BUTTON_STATUS_START);
     station_.view.SetTitle(WindowTitle());
     return true;
+}
+
+void ConsoleController::SetBenchView(bool on) {
+    station_.view.SetBenchView(on);
+    station_.settingsStore.BenchViewSave(on);
 }
 
 void ConsoleController::SetButtonStatus(int n) {
@@ -209,4 +213,4 @@ void ConsoleController::OnTimer(int id) {
     if (router_) router_->RouteTimer(id);
 }
 
-}  // namespace quorvel::console
+}

@@ -14,7 +14,7 @@
 namespace quorvel::console {
 class MessageRouter;
 class StationRun;
-}
+}  // namespace quorvel::console
 
 namespace quorvel::console {
 
@@ -48,6 +48,8 @@ public:
     // The row of the last right-click on the slot list (-1: below the rows).
     void SetSelectedRow(int row) { selectedRow_ = row; }
     int SelectedRow() const { return selectedRow_; }
+    // The operator's choice between the slot list and the bench tiles, kept for the next start.
+    void SetBenchView(bool on);
 
     platform::LResult HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) override;
     void OnTimer(int id) override;

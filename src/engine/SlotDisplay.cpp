@@ -98,12 +98,14 @@ platform::LResult SlotDisplay::HandleProgress(platform::WParam wParam, platform:
 
 void SlotDisplay::CountResultLocked(int row, bool passed) {
     if (passed) ++passCount_;
+    ++jobCount_;
     station_.slotList.EditRow(row, [&](app::SlotRow& r) {
         r.progress.barColourFrom = passed ? kColourGreen : kColourRed;
         r.progress.textColour = app::kBlack;
+        r.passCount = passCount_;
+        r.jobCount = jobCount_;
     });
     ShowComposedLocked(row);
-    ++jobCount_;
     SetResult(row,
               Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, passCount_, jobCount_),
               passed ? kColourDarkGreen : kColourRed);
@@ -161,11 +163,13 @@ platform::LResult SlotDisplay::SprdFinished(int row, const SprdPortResult* recor
     if (!passed && record && record->errorText[0] != '\0')
         barText += ": " + std::string(record->errorText, strnlen(record->errorText, sizeof record->errorText));
     if (passed) ++passCount_;
+    ++jobCount_;
     station_.slotList.EditRow(row, [&](app::SlotRow& r) {
         r.progress.barColourFrom = passed ? kColourGreen : kColourRed;
         r.progress.textColour = app::kBlack;
+        r.passCount = passCount_;
+        r.jobCount = jobCount_;
     });
-    ++jobCount_;
     SetResult(row,
               Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, passCount_, jobCount_),
               passed ? kColourDarkGreen : kColourRed);
@@ -187,7 +191,8 @@ void SlotDisplay::ShowCell(int row, int column) {
     station_.slotList.EditRow(row, [column](app::SlotRow& r) {
         if (column == app::COL_PROGRESS) {
             r.progress.barColourTo = kColourBlue;
-            r.progress.textColour = app::kBlack;
+            r.progress.textColour = app::kWhite;
+            r.progress.backTextColour = app::kBlack;
             r.progress.visible = true;
         } else if (column == app::COL_RESULT) {
             r.result.visible = true;

@@ -1,10 +1,12 @@
 #include "widgets/SlotListView.h"
 
+#include <QEvent>
 #include <QHeaderView>
 #include <QLinearGradient>
 #include <QPainter>
 #include <algorithm>
 
+#include "app/SlotListLayout.h"
 #include "widgets/SlotIcons.h"
 
 namespace quorvel::widgets {
@@ -15,17 +17,54 @@ QColor ToQColor(app::Rgb c) {
 }
 }  // namespace
 
+namespace {
+bool SameColumns(const app::SlotListSnapshot& a, const app::SlotListSnapshot& b) {
+    return std::equal(a.columns.begin(), a.columns.end(), b.columns.begin(), b.columns.end(),
+                      [](const auto& x, const auto& y) { return x.title == y.title && x.align == y.align; });
+}
+
+// The columns of a row whose look differs between two snapshots.
+std::vector<int> ChangedColumns(const app::SlotRow& a, const app::SlotRow& b) {
+    std::vector<int> changed;
+    for (int c = 0; c < app::kSlotColumnCount; ++c) {
+        const auto& x = a.cells[static_cast<std::size_t>(c)];
+        const auto& y = b.cells[static_cast<std::size_t>(c)];
+        bool same = x.text == y.text && x.colour == y.colour && x.icon == y.icon;
+        if (c == app::COL_PROGRESS) {
+            const auto& p = a.progress;
+            const auto& q = b.progress;
+            same = same && p.position == q.position && p.text == q.text && p.textColour == q.textColour &&
+                   p.backTextColour == q.backTextColour && p.barColourFrom == q.barColourFrom &&
+                   p.barColourTo == q.barColourTo && p.visible == q.visible;
+        }
+        if (c == app::COL_RESULT) {
+            same = same && a.result.text == b.result.text && a.result.textColour == b.result.textColour &&
+                   a.result.backColour == b.result.backColour && a.result.visible == b.result.visible;
+        }
+        if (!same) changed.push_back(c);
+    }
+    return changed;
+}
+}  // namespace
+
 void SlotTableModel::Show(app::SlotListSnapshot snapshot) {
     const bool reshaped =
         snapshot.rows.size() != snapshot_.rows.size() || snapshot.columns.size() != snapshot_.columns.size();
-    if (reshaped) beginResetModel();
-    snapshot_ = std::move(snapshot);
+    const bool retitled = reshaped || !SameColumns(snapshot, snapshot_);
     if (reshaped) {
+        beginResetModel();
+        snapshot_ = std::move(snapshot);
         endResetModel();
-    } else if (!snapshot_.rows.empty()) {
-        Q_EMIT dataChanged(index(0, 0), index(rowCount() - 1, columnCount() - 1));
+        return;
     }
-    Q_EMIT headerDataChanged(Qt::Horizontal, 0, columnCount() - 1);
+    // Only cells that changed are announced, so only they are painted again: while
+    // sixteen phones flash, that is mostly the bars.
+    std::vector<std::pair<int, int>> changed;
+    for (std::size_t r = 0; r < snapshot.rows.size(); ++r)
+        for (const int c : ChangedColumns(snapshot.rows[r], snapshot_.rows[r])) changed.emplace_back(r, c);
+    snapshot_ = std::move(snapshot);
+    for (const auto& [r, c] : changed) Q_EMIT dataChanged(index(r, c), index(r, c));
+    if (retitled) Q_EMIT headerDataChanged(Qt::Horizontal, 0, columnCount() - 1);
 }
 
 int SlotTableModel::rowCount(const QModelIndex& parent) const {
@@ -67,39 +106,52 @@ void SlotCellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opti
     const auto& rows = model_.Current().rows;
     if (!index.isValid() || index.row() >= static_cast<int>(rows.size())) return;
     const app::SlotRow& row = rows[static_cast<std::size_t>(index.row())];
-    const QRect r = option.rect.adjusted(2, 2, -2, -2);
     if (index.column() == app::COL_PROGRESS && row.progress.visible) {
+        const QRect r = option.rect.adjusted(2, 2, -2, -2);
         painter->save();
         painter->fillRect(r, QColor(235, 235, 235));
         const int filled = r.width() * std::clamp(row.progress.position, 0, 100) / 100;
+        const QRect done(r.left(), r.top(), filled, r.height());
         if (filled > 0) {
             QLinearGradient g(r.topLeft(), r.topRight());
             g.setColorAt(0, ToQColor(row.progress.barColourFrom));
             g.setColorAt(1, ToQColor(row.progress.barColourTo));
-            painter->fillRect(QRect(r.left(), r.top(), filled, r.height()), g);
+            painter->fillRect(done, g);
         }
-        painter->setPen(ToQColor(row.progress.textColour));
-        painter->drawText(r, Qt::AlignCenter, QString::fromUtf8(row.progress.text.c_str()));
+        // The text changes colour where the bar ends, so it stays readable on both parts.
+        const QString text = QString::fromUtf8(row.progress.text.c_str());
+        for (const auto& [clip, colour] : {std::pair{done, row.progress.textColour},
+                                           std::pair{r.adjusted(filled, 0, 0, 0), row.progress.backTextColour}}) {
+            if (clip.isEmpty()) continue;
+            painter->setClipRect(clip);
+            painter->setPen(ToQColor(colour));
+            painter->drawText(r, Qt::AlignCenter, text);
+        }
         painter->restore();
         return;
     }
     if (index.column() == app::COL_RESULT && row.result.visible) {
+        // The label sits one pixel inside the cell on the left and at the bottom.
+        const QRect r = option.rect.adjusted(1, 0, 0, -1);
         painter->save();
         painter->fillRect(r, ToQColor(row.result.backColour));
         painter->setPen(ToQColor(row.result.textColour));
-        // Readable from across the bench: Arial at 0.8 of the cell's height.
-        QFont f(QStringLiteral("Arial"));
-        f.setPixelSize(std::max(1, option.rect.height() * 4 / 5));
-        const QString text = QString::fromUtf8(row.result.text.c_str());
-        // A narrow column gets a smaller face rather than a clipped verdict.
-        const int wide = QFontMetrics(f).horizontalAdvance(text);
-        if (wide > r.width()) f.setPixelSize(std::max(8, f.pixelSize() * r.width() / wide));
-        painter->setFont(f);
-        painter->drawText(r, Qt::AlignCenter, text);
+        painter->setFont(ResultFont(QString::fromUtf8(row.result.text.c_str()), r.size()));
+        painter->drawText(r, Qt::AlignCenter, QString::fromUtf8(row.result.text.c_str()));
         painter->restore();
         return;
     }
     QStyledItemDelegate::paint(painter, option, index);
+}
+
+QFont ResultFont(const QString& text, QSize label) {
+    // Readable from across the bench: Arial at 0.8 of the label's height.
+    QFont f(QStringLiteral("Arial"));
+    f.setPixelSize(std::max(1, label.height() * 4 / 5));
+    // A column too narrow for the verdict gets a smaller face rather than a clipped one.
+    const int wide = QFontMetrics(f).horizontalAdvance(text);
+    if (wide > label.width()) f.setPixelSize(std::max(8, f.pixelSize() * label.width() / wide));
+    return f;
 }
 
 SlotListView::SlotListView(QWidget* parent) : QTableView(parent), delegate_(model_, this) {
@@ -113,8 +165,8 @@ SlotListView::SlotListView(QWidget* parent) : QTableView(parent), delegate_(mode
     verticalHeader()->setDefaultSectionSize(28);
     setIconSize(QSize(kSlotIconSize, kSlotIconSize));
     horizontalHeader()->setHighlightSections(false);
-    // The station sizes the columns for a narrower list; the last one takes what is left,
-    // so "Binded" is never clipped and no bare strip remains at the right.
+    // The bind state column takes what the fitted columns leave, so no bare strip remains.
+    horizontalHeader()->setMinimumSectionSize(20);
     horizontalHeader()->setStretchLastSection(true);
     setContextMenuPolicy(Qt::CustomContextMenu);
     connect(this, &QWidget::customContextMenuRequested, this,
@@ -125,11 +177,42 @@ void SlotListView::Show(app::SlotListSnapshot snapshot) {
     const bool newColumns = !columnsSized_ && !snapshot.columns.empty();
     model_.Show(std::move(snapshot));
     if (newColumns) {
-        // Column widths come from the station once; afterwards the operator may drag them.
         const auto& columns = model_.Current().columns;
         for (std::size_t c = 0; c < columns.size(); ++c) setColumnWidth(static_cast<int>(c), columns[c].width);
         columnsSized_ = true;
     }
+    FitColumns();
+}
+
+void SlotListView::SetBackdrop(QPixmap backdrop) {
+    backdrop_ = std::move(backdrop);
+    viewport()->update();
+}
+
+void SlotListView::paintEvent(QPaintEvent* event) {
+    if (!backdrop_.isNull()) {
+        QPainter p(viewport());
+        const QSize room = viewport()->size() - backdrop_.size();
+        p.drawPixmap(room.width(), room.height() * 95 / 100, backdrop_);
+    }
+    QTableView::paintEvent(event);
+}
+
+bool SlotListView::viewportEvent(QEvent* event) {
+    // The viewport also narrows when the vertical scroll bar appears, not only when the window is resized.
+    if (event->type() == QEvent::Resize) FitColumns();
+    return QTableView::viewportEvent(event);
+}
+
+void SlotListView::FitColumns() {
+    if (!columnsSized_ || model_.rowCount() == 0) return;
+    const int client = viewport()->width();
+    if (client == fittedWidth_) return;
+    fittedWidth_ = client;
+    const app::ColumnWidths widths = app::FittedColumnWidths(
+        client, style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, this), columnWidth(app::COL_BINDED));
+    // Dragged dividers stay until the width changes again.
+    for (int c = 0; c < app::COL_BINDED; ++c) setColumnWidth(c, widths[static_cast<std::size_t>(c)]);
 }
 
 }  // namespace quorvel::widgets

@@ -1,10 +1,12 @@
 #pragma once
 // The slot list: a table view over snapshots of the station's SlotListModel. A
 // delegate paints each row's progress bar (column 2) and result label (column 4)
-// into their cells, so nothing has to be moved when columns are resized.
+// into their cells, so nothing has to be moved when columns are resized. The columns
+// are fitted again whenever the list's client width changes.
 // GUI thread only.
 
 #include <QAbstractTableModel>
+#include <QPixmap>
 #include <QStyledItemDelegate>
 #include <QTableView>
 
@@ -29,6 +31,9 @@ private:
     app::SlotListSnapshot snapshot_;
 };
 
+// The result label's face for a text in a label of the given size.
+QFont ResultFont(const QString& text, QSize label);
+
 class SlotCellDelegate : public QStyledItemDelegate {
     Q_OBJECT
 public:
@@ -45,6 +50,12 @@ public:
     explicit SlotListView(QWidget* parent = nullptr);
     void Show(app::SlotListSnapshot snapshot);
     SlotTableModel& Model() { return model_; }
+    // Drawn once behind the rows, at the right edge and 95 % of the way down.
+    void SetBackdrop(QPixmap backdrop);
+
+protected:
+    bool viewportEvent(QEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
 
 Q_SIGNALS:
     // Right-click on a row (-1 below the last row), at a global position.
@@ -53,8 +64,11 @@ Q_SIGNALS:
 private:
     SlotTableModel model_;
     SlotCellDelegate delegate_;
-    std::uint64_t shownColumnsVersion_ = 0;
+    void FitColumns();
+
+    QPixmap backdrop_;
     bool columnsSized_ = false;
+    int fittedWidth_ = -1;
 };
 
 }  // namespace quorvel::widgets

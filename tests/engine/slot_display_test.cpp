@@ -67,6 +67,12 @@ TEST_F(SlotDisplayTest, SpeedShownOnlyBetweenZeroAndTwentyMegabytesPerSecond) {
 }
 
 TEST_F(SlotDisplayTest, PassAfterKnownTotalSwitchesToPercentFormAndCounts) {
+    const auto barTextColours = [&] {
+        const auto p = fx.station->slotList.Row(1).progress;
+        return std::pair{p.textColour, p.backTextColour};
+    };
+    display.ShowCell(1, app::COL_PROGRESS);
+    EXPECT_EQ(barTextColours(), std::pair(app::kWhite, app::kBlack));  // over the blue bar, over the rest
     Status("Downloading...");
     Value(3, 1 << 20);
     Value(4, 2 << 20);
@@ -76,12 +82,15 @@ TEST_F(SlotDisplayTest, PassAfterKnownTotalSwitchesToPercentFormAndCounts) {
     EXPECT_EQ(Result().text, "PASS(1/1)");
     EXPECT_EQ(Result().textColour, kColourDarkGreen);
     EXPECT_EQ(fx.station->slotList.Row(1).progress.barColourFrom, kColourGreen);
+    EXPECT_EQ(barTextColours(), std::pair(app::kBlack, app::kBlack));
     Value(5, 0);
     EXPECT_EQ(Result().text, "FAIL(1/2)");
     EXPECT_EQ(Result().textColour, kColourRed);
     Value(5, 7);  // neither pass nor fail
     EXPECT_EQ(Result().text, "FAIL(1/2)");
     EXPECT_EQ(display.JobCount(), 2u);
+    EXPECT_EQ(fx.station->slotList.Row(1).passCount, 1u);  // the counts the bench tiles show
+    EXPECT_EQ(fx.station->slotList.Row(1).jobCount, 2u);
 }
 
 TEST_F(SlotDisplayTest, StatusTextsChangeStateAndColourOnlyInTheCurrentLanguage) {

@@ -2,12 +2,12 @@
 
 #include <QCloseEvent>
 #include <QCoreApplication>
-#include <QFile>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QMenu>
 #include <QShortcut>
+#include <QStackedWidget>
 #include <QStatusBar>
 #include <QStyle>
 #include <QTimer>
@@ -15,6 +15,7 @@
 
 #include "app/Messages.h"
 #include "app/Texts.h"
+#include "widgets/Artwork.h"
 
 namespace quorvel::console {
 
@@ -22,7 +23,7 @@ using namespace app;
 
 namespace {
 constexpr int kRedrawIntervalMs = 40;  // at most 25 redraws a second
-const char* const kBackground = "rgb(247, 255, 252)";
+const QColor kBackground(247, 255, 252);
 
 QString Q(const std::string& s) {
     return QString::fromUtf8(s.c_str());
@@ -32,15 +33,33 @@ QString Q(const std::string& s) {
 MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleController& controller)
     : station_(station), loop_(loop), controller_(controller) {
     setObjectName("console");
-    setStyleSheet(QString("QWidget#console { background: %1; }").arg(kBackground));
+    // A palette, not a style sheet: a sheet on the window would route every child's
+    // painting, the slot list's sixteen rows included, through the slower sheet style.
+    QPalette palette = this->palette();
+    palette.setColor(QPalette::Window, kBackground);
+    setPalette(palette);
+    setAutoFillBackground(true);
     resize(1040, 640);
     setMinimumSize(640, 360);
+    setWindowIcon(widgets::WindowIcon());
 
     operationArea_ = new QGroupBox(this);
     auto* buttons = new QHBoxLayout(operationArea_);
-    startStop_ = MakeButton(IDC_START_STOP, QStyle::SP_MediaPlay);
-    settings_ = MakeButton(IDC_SETTINGS, QStyle::SP_FileDialogDetailedView);
-    help_ = MakeButton(IDC_HELP, QStyle::SP_DialogHelpButton);
+    startStop_ = MakeButton(IDC_START_STOP);
+    settings_ = MakeButton(IDC_SETTINGS);
+    help_ = MakeButton(IDC_HELP);
+    // The view choice lives in the Help button's menu; its key works also while a run
+    // has the button disabled.
+    benchViewAction_ = new QAction(this);
+    benchViewAction_->setCheckable(true);
+    benchViewAction_->setShortcut(QKeySequence(Qt::Key_F9));
+    addAction(benchViewAction_);
+    connect(benchViewAction_, &QAction::triggered, this,
+            [this](bool on) { loop_.PostTask([this, on] { controller_.SetBenchView(on); }); });
+    auto* helpMenu = new QMenu(help_);
+    helpMenu->addAction(benchViewAction_);
+    help_->setMenu(helpMenu);
+    help_->setPopupMode(QToolButton::MenuButtonPopup);
     buttons->addWidget(startStop_);
     buttons->addWidget(settings_);
     buttons->addWidget(help_);
@@ -49,8 +68,8 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     panel_->setObjectName("panel");
     panel_->setMinimumHeight(70);
     panel_->setWordWrap(true);
-    panel_->setStyleSheet(
-        QString("QLabel#panel { background: %1; border: 1px solid #c8d8d0; padding: 4px; }").arg(kBackground));
+    panel_->setFrameShape(QFrame::StyledPanel);
+    panel_->setMargin(4);
 
     auto* counters = new QGridLayout;
     totalLabel_ = new QLabel(this);
@@ -69,10 +88,9 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     counters->addWidget(passRateLabel_, 2, 0);
     counters->addWidget(passRate_, 2, 1);
 
-    logo_ = new QLabel(QStringLiteral("Quorvel"), this);
+    logo_ = new QLabel(this);
     logo_->setFixedSize(233, 88);
-    logo_->setAlignment(Qt::AlignCenter);
-    logo_->setStyleSheet("QLabel { font: bold 28px; color: #1f6f50; border: 1px solid #c8d8d0; }");
+    logo_->setPixmap(widgets::Logo());
 
     auto* top = new QHBoxLayout;
     top->addWidget(operationArea_, 0, Qt::AlignTop);
@@ -91,6 +109,8 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     banner_->setTextInteractionFlags(Qt::TextSelectableByMouse);
 
     slotList_ = new widgets::SlotListView(this);
+    palette.setColor(QPalette::Base, kBackground);  // the backdrop's own ground
+    slotList_->setPalette(palette);
     connect(slotList_, &widgets::SlotListView::rowRightClicked, this, &MainWindow::ShowContextMenu);
 
     auto* status = new QStatusBar(this);
@@ -104,7 +124,11 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     auto* layout = new QVBoxLayout(this);
     layout->addLayout(top);
     layout->addWidget(banner_);
-    layout->addWidget(slotList_, 1);
+    benchView_ = new widgets::BenchView(this);
+    views_ = new QStackedWidget(this);
+    views_->addWidget(slotList_);
+    views_->addWidget(benchView_);
+    layout->addWidget(views_, 1);
     layout->addWidget(status);
 
     // The dialog keys end the console as the close box does.
@@ -123,10 +147,9 @@ MainWindow::~MainWindow() {
     station_.slotList.SetObserver({});
 }
 
-QToolButton* MainWindow::MakeButton(int control, QStyle::StandardPixmap icon) {
+QToolButton* MainWindow::MakeButton(int control) {
     auto* b = new QToolButton(this);
-    b->setIcon(style()->standardIcon(icon));
-    b->setIconSize(QSize(32, 32));
+    b->setIconSize(QSize(40, 40));
     b->setAutoRaise(true);
     connect(b, &QToolButton::clicked, this,
             [this, control] { loop_.Post(WM_COMMAND, static_cast<platform::WParam>(control), 0); });
@@ -151,9 +174,9 @@ void MainWindow::Refresh() {
     totalLabel_->setText(Q(control(IDC_TOTAL_LABEL).text));
     failureLabel_->setText(Q(control(IDC_FAILURE_LABEL).text));
     passRateLabel_->setText(Q(control(IDC_PASS_RATE_LABEL).text));
-    total_->setText(Q(control(IDC_TOTAL).text));
-    failures_->setText(Q(control(IDC_FAILURES).text));
-    passRate_->setText(Q(control(IDC_PASS_RATE).text));
+    // A line edit repaints on every setText, even of the text it has.
+    for (auto [edit, id] : {std::pair{total_, IDC_TOTAL}, {failures_, IDC_FAILURES}, {passRate_, IDC_PASS_RATE}})
+        if (const QString text = Q(control(id).text); edit->text() != text) edit->setText(text);
     panel_->setText(Q(control(IDC_PANEL).text));
     banner_->setText(Q(control(IDC_PATH_BANNER).text));
     for (auto [label, id] : {std::pair{panel_, IDC_PANEL}, {banner_, IDC_PATH_BANNER}}) {
@@ -165,25 +188,29 @@ void MainWindow::Refresh() {
         font.setWeight(c.fontWeight >= 600 ? QFont::Bold : QFont::Normal);
         label->setFont(font);
     }
-    for (auto [button, id] : {std::pair{startStop_, IDC_START_STOP}, {settings_, IDC_SETTINGS}, {help_, IDC_HELP}}) {
+    const std::array<std::pair<QToolButton*, int>, 3> buttons{
+        {{startStop_, IDC_START_STOP}, {settings_, IDC_SETTINGS}, {help_, IDC_HELP}}};
+    for (std::size_t i = 0; i < buttons.size(); ++i) {
+        const auto [button, id] = buttons[i];
         const ControlState c = control(id);
         button->setToolTip(Q(c.toolTip));
         button->setEnabled(c.enabled);
+        if (const std::pair icons{c.iconIn, c.iconOut}; icons != shownIcons_[i]) {
+            shownIcons_[i] = icons;
+            button->setIcon(widgets::ButtonIcon(c.iconIn, c.iconOut));
+        }
     }
-    // Icon 165 is the Stop button's.
-    startStop_->setIcon(
-        style()->standardIcon(control(IDC_START_STOP).iconIn == 165 ? QStyle::SP_MediaStop : QStyle::SP_MediaPlay));
+    benchViewAction_->setText(Q(station_.language.ChooseText(texts::kMenuBenchView)));
+    benchViewAction_->setChecked(s.benchView);
+    views_->setCurrentWidget(s.benchView ? static_cast<QWidget*>(benchView_) : slotList_);
     for (int i = 0; i < 4; ++i) panes_[i]->setText(Q(s.panes[static_cast<std::size_t>(i)]));
     if (s.backgroundImage != shownBackground_) {
         shownBackground_ = s.backgroundImage;
-        const bool exists = QFile::exists(Q(s.backgroundImage));
-        slotList_->viewport()->setStyleSheet(
-            exists ? QString("background-image: url(%1); background-position: bottom right; "
-                             "background-repeat: no-repeat;")
-                         .arg(Q(s.backgroundImage))
-                   : QString());
+        slotList_->SetBackdrop(QPixmap(Q(s.backgroundImage)));  // null when the file is missing
     }
-    slotList_->Show(station_.slotList.Snapshot());
+    SlotListSnapshot list = station_.slotList.Snapshot();
+    benchView_->Show(list);
+    slotList_->Show(std::move(list));
     if (s.closeRequested) {
         if (s.hidden) hide();
         close();

@@ -7,14 +7,17 @@
 #include <QLineEdit>
 #include <QToolButton>
 #include <QWidget>
+#include <array>
 #include <atomic>
 
 #include "app/Station.h"
 #include "console/ConsoleController.h"
 #include "platform/StationLoop.h"
+#include "widgets/BenchView.h"
 #include "widgets/SlotListView.h"
 
 class QGroupBox;
+class QStackedWidget;
 
 namespace quorvel::console {
 
@@ -27,13 +30,14 @@ public:
     // Redraws from the view models now (normally coalesced after changes).
     void Refresh();
     widgets::SlotListView& SlotList() { return *slotList_; }
+    widgets::BenchView& Bench() { return *benchView_; }
 
 protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
     void ScheduleRefresh();
-    QToolButton* MakeButton(int control, QStyle::StandardPixmap icon);
+    QToolButton* MakeButton(int control);
     void ShowContextMenu(int row, QPoint globalPos);
 
     app::Station& station_;
@@ -55,6 +59,10 @@ private:
     QLabel* logo_;
     QLabel* banner_;
     widgets::SlotListView* slotList_;
+    widgets::BenchView* benchView_;
+    QStackedWidget* views_;
+    QAction* benchViewAction_;
+    std::array<std::pair<int, int>, 3> shownIcons_{};
     QLabel* panes_[4];
     std::string shownBackground_;
 };

@@ -1,0 +1,47 @@
+#pragma once
+// The bench view: one large tile per slot, to be read from across the bench. Each
+// tile shows the slot number, its state as a word, a shape and a colour (blue with a
+// tick for a pass, orange with a cross and stripes for a failure, slate with a bar
+// while flashing), the job's time and the slot's passes out of its jobs. It paints
+// itself from snapshots of the slot list's view model; GUI thread only.
+
+#include <QFont>
+#include <QWidget>
+#include <array>
+
+#include "app/SlotListLayout.h"
+
+namespace quorvel::widgets {
+
+class BenchView : public QWidget {
+    Q_OBJECT
+public:
+    static constexpr int kColumns = 4, kRows = 4;
+
+    explicit BenchView(QWidget* parent = nullptr);
+    void Show(const app::SlotListSnapshot& list);
+    const std::array<app::BenchTile, app::kSlotCount>& Tiles() const { return tiles_; }
+
+    // Where tile n and its texts go at the widget's current size, and in which faces.
+    struct TileLayout {
+        QRect tile, number, state, stateText, elapsed, counts;
+        QFont numberFont, stateFont, smallFont;
+    };
+    TileLayout Layout(int n) const;
+    QRect TileRect(int n) const;
+    // The texts tile n shows: number, state word, time, counts.
+    std::array<QString, 4> Texts(int n) const;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    void PaintTile(QPainter& p, int n) const;
+    TileLayout FirstTileLayout() const;
+
+    std::array<app::BenchTile, app::kSlotCount> tiles_;
+    mutable QSize layoutSize_;
+    mutable TileLayout layout_;
+};
+
+}  // namespace quorvel::widgets
