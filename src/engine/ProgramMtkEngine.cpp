@@ -58,7 +58,12 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
 
     JobOutcome outcome{JobOutcome::FAULT, makeError};
     if (makeError.empty()) {
-        std::uint64_t lastTotal = ~0ull;
+        std::uint64_t lastTotal = ~0ull, lastPercent = ~0ull;
+        // A percent the row already shows is not sent again: the done count recomposes it.
+        auto percent = [&](std::uint64_t p) {
+            if (p != lastPercent) value(2, p);
+            lastPercent = p;
+        };
         outcome = job.Run(request, [&](const protocol::Event& e) {
             switch (e.type) {
                 case protocol::Event::STATUS: status(StatusText(context.station.language, e)); break;
@@ -70,9 +75,9 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
                         value(3, std::min<std::uint64_t>(*e.done, 0xFFFFFFFEu));
                     }
                     if (e.percent)
-                        value(2, static_cast<std::uint64_t>(*e.percent));
+                        percent(static_cast<std::uint64_t>(*e.percent));
                     else if (e.total && *e.total > 0)
-                        value(2, *e.done * 100 / *e.total);
+                        percent(*e.done * 100 / *e.total);
                     break;
                 }
                 case protocol::Event::SWITCH:

@@ -54,8 +54,12 @@ Outcome RunBench(bool engineProgram) {
         p.speedMBps = 32;
         p.pass = socket != 2;
         EXPECT_TRUE(rig.Bench()->Plug(socket, sim::PhoneKind::MTK_BROM, p));
-        // One at a time, so each phone takes the slot of its socket's order.
-        EXPECT_TRUE(proc.Await([&] { return station.bindings.Get(socket).ls == rig.Bench()->LsLocation(socket); }));
+        // One at a time, its download-agent port bound too, so each phone takes the slot of
+        // its socket's order.
+        EXPECT_TRUE(proc.Await([&] {
+            const auto b = station.bindings.Get(socket);
+            return b.ls == rig.Bench()->LsLocation(socket) && b.hs == rig.Bench()->HsLocation(socket);
+        }));
     }
     EXPECT_TRUE(proc.Await([&] { return station.statistics.Total() == 4; }));
     EXPECT_TRUE(proc.Await([&] {
