@@ -10,7 +10,7 @@
 namespace quorvel::engine {
 
 ProgramContext::ProgramContext(app::Station& st, ProgramSettings s, std::function<void(const SwitchEvent&)> hook,
-                               const SimPhoneRegistry* benchPhones)
+                               SimPhoneRegistry* benchPhones)
     : station(st), settings(std::move(s)), switchHook_(std::move(hook)), benchPhones_(benchPhones) {}
 
 std::string ProgramContext::LogPath(const char* platform, const std::string& unit) {
@@ -60,6 +60,17 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
     request.graceMs = kProgramGraceMs;
     request.record = settings.record;
     return true;
+}
+
+BenchPhone::BenchPhone(const ProgramContext& context, const std::string& device, unsigned long port, ProgramJob& job)
+    : registry_(context.BenchPhones()) {
+    if (!registry_) return;
+    plug_ = device.empty() ? registry_->ForPort(port).plug : registry_->ForDevice(device).plug;
+    link_ = std::make_unique<SimPhoneRegistry::Link>(*registry_, plug_, [&job] { job.Cancel(); });
+}
+
+void BenchPhone::Result(bool failed) const {
+    if (registry_) registry_->JobResult(plug_, failed);
 }
 
 }  // namespace quorvel::engine

@@ -56,6 +56,7 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
     };
     auto choose = [&](const app::LangText& t) { return context.station.language.ChooseText(t); };
 
+    const BenchPhone phone(context, instanceId, 0, job);
     JobOutcome outcome{JobOutcome::FAULT, makeError};
     if (makeError.empty()) {
         std::uint64_t lastTotal = ~0ull, lastPercent = ~0ull;
@@ -90,25 +91,25 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
             }
         });
     }
+    // A pulled phone fails the job rather than cancelling it.
+    if (outcome.kind == JobOutcome::CANCELLED && phone.Lost()) outcome = {JobOutcome::FAILED, ""};
+    const int r = outcome.kind == JobOutcome::PASSED      ? 0
+                  : outcome.kind == JobOutcome::FAILED    ? 1
+                  : outcome.kind == JobOutcome::CANCELLED ? 2
+                                                          : 3;
+    phone.Result(r != 0);
     switch (outcome.kind) {
         case JobOutcome::PASSED:
             status(choose(app::texts::kStatusDownloadComplete));
             value(2, 100);
             value(5, 1);
-            return 0;
-        case JobOutcome::FAILED:
-            status(outcome.text.empty() ? choose(app::texts::kSimFailed) : outcome.text);
-            value(5, 0);
-            return 1;
-        case JobOutcome::CANCELLED:
-            status(choose(app::texts::kSimCancelled));
-            value(5, 0);
-            return 2;
-        case JobOutcome::FAULT: break;
+            return r;
+        case JobOutcome::FAILED: status(outcome.text.empty() ? choose(app::texts::kSimFailed) : outcome.text); break;
+        case JobOutcome::CANCELLED: status(choose(app::texts::kSimCancelled)); break;
+        case JobOutcome::FAULT: status(outcome.text); break;
     }
-    status(outcome.text);
     value(5, 0);
-    return 3;
+    return r;
 }
 
 ProgramMtkEngine::ProgramMtkEngine(ProgramContext& context, platform::MessageWindow& window,

@@ -13,8 +13,9 @@
 
 namespace quorvel::engine {
 
-// One MTK-style job (MTK and CFG packages): runs `request`, reports to row `slot` and
-// returns 0 passed, 1 failed, 2 cancelled, 3 a fault of the program.
+// One MTK-style job (MTK and CFG packages) on the phone `instanceId`: runs `request`,
+// reports to row `slot` and returns 0 passed, 1 failed (also when its bench phone was
+// pulled), 2 cancelled, 3 a fault of the program.
 int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::MessageWindow& window, int slot,
                        const JobRequest& request, const std::string& makeError, bool daSwitch,
                        const std::string& instanceId);

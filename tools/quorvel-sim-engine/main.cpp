@@ -104,6 +104,7 @@ double TransferMs(unsigned long long bytes) {
 // Returns false when it stops at the failing point (half way).
 bool Transfer(double ms, bool failing, bool bytes) {
     const int chunks = g.progressRate > 0 ? std::max(1, static_cast<int>(ms / 1000.0 * g.progressRate)) : 10;
+    if (bytes && !g.stamp) Emit("{\"t\":\"progress\",\"done\":0,\"total\":" + std::to_string(g.sizeBytes) + "}");
     for (int i = 1; i <= chunks; ++i) {
         SleepMs(ms / chunks);
         if (bytes)
