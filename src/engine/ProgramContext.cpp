@@ -35,6 +35,8 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
     char unit[32];
     if (slot >= 0)
         std::snprintf(unit, sizeof unit, "slot%02d", slot);
+    else if (values["port"].empty())
+        std::snprintf(unit, sizeof unit, "package");
     else
         std::snprintf(unit, sizeof unit, "com%s", values["port"].c_str());
     request.logPath = LogPath(platform, unit);
@@ -59,6 +61,19 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
     request.silenceMs = settings.silenceMs;
     request.graceMs = kProgramGraceMs;
     request.record = settings.record;
+    return true;
+}
+
+bool ProgramContext::MakeOperation(const std::string& commandLine, const char* platform,
+                                   const std::vector<std::string>& operation, const std::string& package,
+                                   const std::vector<std::string>& options, JobRequest& request, std::string& error) {
+    const std::vector<std::string> noFiles;
+    if (!MakeJob(commandLine, platform, -1,
+                 {{"port", ""}, {"node", ""}, {"device", ""}, {"location", ""}, {"package", package}, {"phase", "1"}},
+                 options, &noFiles, request, error))
+        return false;
+    request.argv.insert(request.argv.begin() + 1, operation.begin(), operation.end());
+    request.progressIntervalMs = 0;
     return true;
 }
 

@@ -42,6 +42,13 @@ public:
                  std::map<std::string, std::string> values, const std::vector<std::string>& options,
                  const std::vector<std::string>* files, JobRequest& request, std::string& error);
 
+    // A package-wide operation: the program, `operation` (its flag and arguments), then the
+    // command line's own arguments with {package} and `options`, the phone's placeholders
+    // empty. Every line is handed on, on the caller's thread.
+    bool MakeOperation(const std::string& commandLine, const char* platform, const std::vector<std::string>& operation,
+                       const std::string& package, const std::vector<std::string>& options, JobRequest& request,
+                       std::string& error);
+
     SimPhoneRegistry* BenchPhones() const { return benchPhones_; }
 
 private:

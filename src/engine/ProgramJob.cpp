@@ -216,7 +216,11 @@ JobOutcome ProgramJob::Run(const JobRequest& request, const std::function<void(c
     }
     std::string error;
     auto child = ChildProcess::Spawn(request.argv, log.Fd(), error);
-    if (!child) return finish({JobOutcome::FAULT, "engine program could not start: " + error});
+    if (!child) {
+        JobOutcome out{JobOutcome::FAULT, "engine program could not start: " + error};
+        out.noResult = true;
+        return finish(out);
+    }
     {
         std::lock_guard g(mutex_);
         started_ = clock_.Now();
@@ -299,11 +303,13 @@ JobOutcome ProgramJob::Run(const JobRequest& request, const std::function<void(c
                             if (event.type != protocol::Event::HELLO) {
                                 fault = JobOutcome{JobOutcome::FAULT,
                                                    "engine program wrote a protocol line before its hello"};
+                                fault->noResult = true;
                             } else if (event.version != protocol::kVersion) {
                                 fault = JobOutcome{JobOutcome::FAULT, "engine program speaks protocol version " +
                                                                           std::to_string(event.version) +
                                                                           ", the station speaks " +
                                                                           std::to_string(protocol::kVersion)};
+                                fault->noResult = true;
                             } else {
                                 hello = true;
                                 hello_ = event.program.empty() ? "(unnamed)" : event.program;
@@ -323,6 +329,7 @@ JobOutcome ProgramJob::Run(const JobRequest& request, const std::function<void(c
             if (!result && !fault && lines_.empty() && exit_) {
                 flush();
                 fault = JobOutcome{JobOutcome::FAULT, ExitFaultText(*exit_)};
+                fault->noResult = !exit_->signalled;
             }
         }
         // The program ends in every case: after its result it may finish by itself.

@@ -29,6 +29,9 @@ struct JobOutcome {
     enum Kind { PASSED, FAILED, CANCELLED, FAULT } kind = FAULT;
     std::string text;     // FAILED: the program's error text; FAULT: what went wrong
     bool killed = false;  // it did not exit in time and was killed with SIGKILL
+    // FAULT: no answer in this protocol (it did not start, spoke another version, or
+    // exited by itself without a result), rather than a broken one.
+    bool noResult = false;
 };
 
 struct JobRequest {

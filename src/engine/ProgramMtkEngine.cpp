@@ -112,6 +112,18 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
     return r;
 }
 
+int RunPackageOperation(ProgramContext& context, ProgramJob& job, const std::string& commandLine, const char* platform,
+                        const std::vector<std::string>& operation, const std::string& package,
+                        const std::vector<std::string>& options,
+                        const std::function<void(const protocol::Event&)>& onEvent) {
+    JobRequest request;
+    std::string error;
+    if (!context.MakeOperation(commandLine, platform, operation, package, options, request, error)) return -1;
+    const JobOutcome outcome = job.Run(request, onEvent);
+    if (outcome.kind == JobOutcome::FAULT && outcome.noResult) return -1;
+    return outcome.kind == JobOutcome::PASSED ? 1 : 0;
+}
+
 ProgramMtkEngine::ProgramMtkEngine(ProgramContext& context, platform::MessageWindow& window,
                                    std::unique_ptr<MtkEngine> packageEngine)
     : context_(context), window_(window), package_(std::move(packageEngine)), job_(context.station.clock) {}
@@ -180,6 +192,43 @@ int ProgramMtkEngine::DLOperationStart() {
                       {"phase", "1"}},
                      options, &noFiles, request, error);
     return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, true, app::FieldText(device_.instanceId));
+}
+
+int ProgramMtkEngine::PreLoadFiles(char* scatterPath, bool a2, int checksum, int type, app::SpmtkEfuseInfo efuse,
+                                   bool reserve) {
+    std::vector<std::string> options{Option("FlashCheckSum", checksum), Option("DownloadType", type),
+                                     Option("ReserveUserData", reserve ? 1 : 0)};
+    if (efuse.EfuseEnabled)
+        options.insert(options.end(), {Option("DaBr", efuse.DaBrFile ? efuse.DaBrFile : ""),
+                                       Option("DaPl", efuse.DaPlFile ? efuse.DaPlFile : "")});
+    job_.Reset();
+    const int r = RunPackageOperation(context_, job_, context_.settings.mtk, "MTK", {"--preload"},
+                                      scatterPath ? scatterPath : "", options, [](const protocol::Event&) {});
+    if (r < 0) return package_->PreLoadFiles(scatterPath, a2, checksum, type, efuse, reserve);
+    return r == 1 ? 0 : 1;
+}
+
+// The program's progress lines name the file being checked; each becomes a checksum record.
+int ProgramMtkEngine::VerifyHostBufferBeforeStart(const char* ini) {
+    const std::string checksumFile = ini ? ini : "";
+    std::vector<std::string> operation{"--verify", checksumFile};
+    // The simulated bench decides whether verification passes.
+    if (context_.BenchPhones() && !context_.BenchPhones()->VerifyPasses()) operation.push_back("--fail");
+    app::ChecksumProgressRecord record{};
+    job_.Reset();
+    const int r = RunPackageOperation(
+        context_, job_, context_.settings.mtk, "MTK", operation, context_.station.package.scatterFilePath, {},
+        [&](const protocol::Event& e) {
+            if (e.type != protocol::Event::PROGRESS || !checksumWindow_) return;
+            app::CopyField(record.path, e.file);
+            record.bytesTotal = e.total.value_or(0);
+            record.bytesDone = e.done.value_or(0);
+            record.percent = static_cast<std::uint8_t>(e.percent           ? *e.percent
+                                                       : record.bytesTotal ? record.bytesDone * 100 / record.bytesTotal
+                                                                           : 0);
+            checksumWindow_->Send(app::MSG_CHECKSUM, 0, reinterpret_cast<platform::LParam>(&record));
+        });
+    return r < 0 ? package_->VerifyHostBufferBeforeStart(ini) : r;
 }
 
 void ProgramMtkEngine::GetVersionInfo(app::VersionInfo* info) {

@@ -7,11 +7,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
 #include "app/Messages.h"
+#include "app/Station.h"
 #include "console/MessageRouter.h"
 #include "engine/DownloadManager.h"
 #include "engine/ProgramEngineFactory.h"
@@ -137,10 +139,10 @@ TEST(EngineProgram, ThousandJobsLeaveNoZombieAndNoDescriptor) {
         threads.emplace_back([&, t] {
             ProgramJob job(clock);
             const JobRequest request{{SimEngine(), "--duration", "0", "--speed", "0", t % 2 ? "--fail" : "--no-switch"},
-                               "",
-                               10000,
-                               1000,
-                               false};
+                                     "",
+                                     10000,
+                                     1000,
+                                     false};
             for (int i = 0; i < 250; ++i) {
                 const auto kind = job.Run(request, [](const protocol::Event&) {}).kind;
                 passed += kind == (t % 2 ? JobOutcome::FAILED : JobOutcome::PASSED) ? 1 : 0;
@@ -165,6 +167,67 @@ TEST(EngineProgram, RecordedSessionReplaysTheSameEvents) {
     EXPECT_EQ(replayed.outcome.kind, JobOutcome::FAILED);
     EXPECT_EQ(replayed.events, recorded.events);
     EXPECT_GT(recorded.events.size(), 5u);
+}
+
+// Records the checksum progress a verification sends.
+class ChecksumWindow final : public platform::MessageWindow {
+public:
+    platform::LResult Send(std::uint32_t msg, platform::WParam, platform::LParam l) override {
+        if (msg == app::MSG_CHECKSUM) {
+            const auto* r = reinterpret_cast<const app::ChecksumProgressRecord*>(l);
+            seen.push_back(app::FieldText(r->path) + " " + std::to_string(r->percent));
+        }
+        return 0;
+    }
+    void Post(std::uint32_t, platform::WParam, platform::LParam) override {}
+    void SetTimer(int, platform::Millis) override {}
+    void KillTimer(int) override {}
+    std::vector<std::string> seen;
+};
+
+// Pre-load and verification run the program's --preload and --verify; a program without
+// them leaves them to the in-process engine.
+TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
+    test::TempDir dir;
+    dir.Write("fw/scatter.txt", "scatter\n");
+    dir.Write("fw/boot.img", "0123456789");
+    dir.Write("fw/CheckSum.ini", "[x]\n");
+    dir.Write("plain.sh", "#!/bin/sh\necho \"usage: plain.sh PORT\"\nexit 2\n");
+    std::filesystem::permissions(dir.File("plain.sh"), std::filesystem::perms::owner_all);
+    struct Case {
+        std::string program, scatter;
+        int preload;  // 0: passed
+        int verify;   // 1: passed
+    };
+    // The program's answers differ from what the in-process engine would say.
+    const Case cases[] = {
+        {SimEngine() + " --package {package}", dir.File("fw/scatter.txt"), 0, 1},
+        {SimEngine() + " --package " + dir.File("fw/other.txt") + " --fail", dir.File("fw/scatter.txt"), 1, 0},
+        {dir.File("plain.sh") + " {port}", dir.File("fw/scatter.txt"), 0, 1},  // the in-process engine's
+        {dir.File("plain.sh") + " {port}", dir.File("fw/missing.txt"), 1, 1},
+    };
+    platform::SystemClock clock;
+    app::HeadlessConsoleUi ui;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.program + " " + c.scatter);
+        dir.Write("Config/CommonSetting.ini", "[ENGINES]\nMTK=" + c.program + "\n");
+        app::Station st(app::StationOptions{dir.Path(), [] { return static_cast<std::uint16_t>(1033); },
+                                            [] { return std::string("00-11-22-33-44-55"); }},
+                        clock, ui);
+        st.package.scatterFilePath = c.scatter;
+        SimPhoneRegistry registry;
+        SimEngineFactory sim{st, registry};
+        ProgramEngineFactory programs(st, sim);
+        ChecksumWindow window;
+        auto mtk = programs.MakeMtk(window);
+        std::string path = c.scatter;
+        EXPECT_EQ(mtk->PreLoadFiles(path.data(), true, 0, 0, {}, false), c.preload);
+        mtk->SetChkSumWnd(&window);
+        EXPECT_EQ(mtk->VerifyHostBufferBeforeStart(dir.File("fw/CheckSum.ini").c_str()), c.verify);
+        // Both engines report every file beside the list, the program through its progress lines.
+        ASSERT_FALSE(window.seen.empty());
+        EXPECT_EQ(window.seen.back(), dir.File("fw/scatter.txt") + " 100");
+    }
 }
 
 // A station of sixteen slots whose engines are programs of [ENGINES], in real time.
