@@ -1,6 +1,7 @@
 // Engine programs run as child processes: the protocol's outcomes and faults, cancel
 // and kill, crash isolation between slots, no zombie or descriptor after many jobs,
-// and replay of a recorded session. The programs run in real time.
+// replay of a recorded session and the package-wide operations. The programs run in
+// real time.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -204,7 +205,6 @@ TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
         {SimEngine() + " --package {package}", dir.File("fw/scatter.txt"), 0, 1},
         {SimEngine() + " --package " + dir.File("fw/other.txt") + " --fail", dir.File("fw/scatter.txt"), 1, 0},
         {dir.File("plain.sh") + " {port}", dir.File("fw/scatter.txt"), 0, 1},  // the in-process engine's
-        {dir.File("plain.sh") + " {port}", dir.File("fw/missing.txt"), 1, 1},
     };
     platform::SystemClock clock;
     app::HeadlessConsoleUi ui;
