@@ -170,6 +170,26 @@ TEST(EngineProgram, RecordedSessionReplaysTheSameEvents) {
     EXPECT_GT(recorded.events.size(), 5u);
 }
 
+// A program writing progress far faster than a row shows it: at most one hand-on per
+// interval, and the last one is the newest, before the result.
+TEST(EngineProgram, FastProgressIsThinnedToTheNewest) {
+    platform::SystemClock clock;
+    const platform::Millis start = clock.Now();
+    const JobRun run = RunJob(clock, {Args({"--time-scale", "1", "--progress-rate", "2000"}), "", 5000, 1000, false});
+    const platform::Millis elapsed = clock.Now() - start;
+    ASSERT_EQ(run.outcome.kind, JobOutcome::PASSED);
+    std::vector<std::string> progress;
+    for (const auto& e : run.events)
+        if (e.rfind(std::to_string(protocol::Event::PROGRESS) + ":", 0) == 0) progress.push_back(e);
+    ASSERT_GE(progress.size(), 2u);
+    EXPECT_LE(progress.size(), static_cast<std::size_t>(elapsed / 20 + 3));  // of some 800 lines
+    protocol::Event last;
+    last.type = protocol::Event::PROGRESS;
+    last.done = last.total = 4096u;
+    last.percent = 100;
+    EXPECT_EQ(progress.back(), Describe(last));
+}
+
 // Records the checksum progress a verification sends.
 class ChecksumWindow final : public platform::MessageWindow {
 public:
