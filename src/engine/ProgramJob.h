@@ -4,12 +4,12 @@
 // version) with the program reaped and its descriptors closed. Free output, standard
 // error, faults and (when recording) the protocol lines with their times go to the
 // job's log file. All waits run on the station clock.
-// Threads: Run on the caller's thread (a worker or an engine thread), which receives
-// every event but progress; Cancel and Reset from any thread. The output is read by the
-// clock's shared ProgramReader, which hands progress on itself while the caller's thread
-// has nothing else to do, so a steady transfer does not wake that thread at all: the
-// event callback must not block for progress, and it may run on either thread (never
-// both at once).
+// Threads: Run on the caller's thread (a worker or an engine thread), which receives the
+// events; Cancel and Reset from any thread. The output is read by the clock's shared
+// ProgramReader, which hands progress on itself while the caller's thread has nothing
+// else to do, so a steady transfer does not wake that thread at all: the event callback
+// must not block for progress, which may come on either thread (never both at once).
+
 #include <condition_variable>
 #include <deque>
 #include <functional>
