@@ -111,7 +111,9 @@ unsigned ProgramJob::OnOutput(const char* data, std::size_t size, Millis now) {
             ++data;
         }
     }
-    std::lock_guard g(mutex_);
+    // The newest progress of the whole chunk is handed on, not the first of it.
+    std::unique_lock lk(mutex_);
+    if (held_ && !busy_ && lines_.empty() && now - lastDelivered_ >= intervalMs_) Deliver(lk, now);
     return (progressOnly && sawLine ? PROGRESS_ONLY : 0) | (held_ && !busy_ ? HOLDING : 0);
 }
 
@@ -133,9 +135,9 @@ void ProgramJob::OnExit(const ChildProcess::Exit& exit) {
     cv_.notify_all();
 }
 
-// Progress is handed on here, on the reader's thread, while Run's thread sits idle with
-// nothing queued; anything else is queued for Run's thread, in order. Progress that Run's
-// thread was holding when it went idle stays with its timer.
+// Progress is held here, to be handed on by the reader's thread while Run's thread sits
+// idle with nothing queued; anything else is queued for Run's thread, in order. Progress
+// that Run's thread was holding when it went idle stays with its timer.
 bool ProgramJob::Push(std::string text, Millis now) {
     Line line{std::move(text), 0, protocol::LineKind::TEXT, {}, {}};
     line.kind = protocol::Classify(line.text, line.event, line.why);
@@ -148,9 +150,7 @@ bool ProgramJob::Push(std::string text, Millis now) {
             MergeProgress(*held_, line.event);
         else
             held_ = line.event;
-        // Not yet due: the reader's next round hands it on.
-        if (now - lastDelivered_ >= intervalMs_) Deliver(lk, now);
-        return true;
+        return true;  // handed on after the chunk, or in a later round when not yet due
     }
     const bool wake = lines_.empty();
     if (progress && !keepEveryLine_ && !lines_.empty() && IsProgress(lines_.back().kind, lines_.back().event))
