@@ -227,6 +227,7 @@ LineKind Classify(std::string_view line, Event& event, std::string& why) {
             event.percent = static_cast<int>(n);
         }
         if (!bytes && !event.percent) return Garbage(why, "a progress without done/total or percent");
+        if (const Value* f = Field(*obj, "file", Value::STRING)) event.file = f->text;
     } else if (type == "switch") {
         event.type = Event::SWITCH;
     } else if (type == "result") {

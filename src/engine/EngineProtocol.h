@@ -36,6 +36,7 @@ struct Event {
     std::string text;                          // STATUS: free text (used when key is empty)
     std::optional<std::uint64_t> done, total;  // PROGRESS, bytes
     std::optional<int> percent;                // PROGRESS, 0..100
+    std::string file;                          // PROGRESS of --verify: the file being checked
     bool ok = false;                           // RESULT
     std::string error;                         // RESULT
 };

@@ -10,7 +10,7 @@
 namespace quorvel::engine {
 
 ProgramContext::ProgramContext(app::Station& st, ProgramSettings s, std::function<void(const SwitchEvent&)> hook,
-                               const SimPhoneRegistry* benchPhones)
+                               SimPhoneRegistry* benchPhones)
     : station(st), settings(std::move(s)), switchHook_(std::move(hook)), benchPhones_(benchPhones) {}
 
 std::string ProgramContext::LogPath(const char* platform, const std::string& unit) {
@@ -35,6 +35,8 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
     char unit[32];
     if (slot >= 0)
         std::snprintf(unit, sizeof unit, "slot%02d", slot);
+    else if (values["port"].empty())
+        std::snprintf(unit, sizeof unit, "package");
     else
         std::snprintf(unit, sizeof unit, "com%s", values["port"].c_str());
     request.logPath = LogPath(platform, unit);
@@ -60,6 +62,30 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
     request.graceMs = kProgramGraceMs;
     request.record = settings.record;
     return true;
+}
+
+bool ProgramContext::MakeOperation(const std::string& commandLine, const char* platform,
+                                   const std::vector<std::string>& operation, const std::string& package,
+                                   const std::vector<std::string>& options, JobRequest& request, std::string& error) {
+    const std::vector<std::string> noFiles;
+    if (!MakeJob(commandLine, platform, -1,
+                 {{"port", ""}, {"node", ""}, {"device", ""}, {"location", ""}, {"package", package}, {"phase", "1"}},
+                 options, &noFiles, request, error))
+        return false;
+    request.argv.insert(request.argv.begin() + 1, operation.begin(), operation.end());
+    request.progressIntervalMs = 0;
+    return true;
+}
+
+BenchPhone::BenchPhone(const ProgramContext& context, const std::string& device, unsigned long port, ProgramJob& job)
+    : registry_(context.BenchPhones()) {
+    if (!registry_) return;
+    plug_ = device.empty() ? registry_->ForPort(port).plug : registry_->ForDevice(device).plug;
+    link_ = std::make_unique<SimPhoneRegistry::Link>(*registry_, plug_, [&job] { job.Cancel(); });
+}
+
+void BenchPhone::Result(bool failed) const {
+    if (registry_) registry_->JobResult(plug_, failed);
 }
 
 }  // namespace quorvel::engine

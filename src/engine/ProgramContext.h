@@ -26,7 +26,7 @@ public:
     // simulated engine program as arguments; null on a real bench.
     ProgramContext(app::Station& station, ProgramSettings settings,
                    std::function<void(const SwitchEvent&)> switchHook = nullptr,
-                   const SimPhoneRegistry* benchPhones = nullptr);
+                   SimPhoneRegistry* benchPhones = nullptr);
 
     app::Station& station;
     const ProgramSettings settings;
@@ -42,12 +42,38 @@ public:
                  std::map<std::string, std::string> values, const std::vector<std::string>& options,
                  const std::vector<std::string>* files, JobRequest& request, std::string& error);
 
+    // A package-wide operation: the program, `operation` (its flag and arguments), then the
+    // command line's own arguments with {package} and `options`, the phone's placeholders
+    // empty. Every line is handed on, on the caller's thread.
+    bool MakeOperation(const std::string& commandLine, const char* platform, const std::vector<std::string>& operation,
+                       const std::string& package, const std::vector<std::string>& options, JobRequest& request,
+                       std::string& error);
+
+    SimPhoneRegistry* BenchPhones() const { return benchPhones_; }
+
 private:
     std::string LogPath(const char* platform, const std::string& unit);
 
     std::function<void(const SwitchEvent&)> switchHook_;
-    const SimPhoneRegistry* benchPhones_;
+    SimPhoneRegistry* benchPhones_;
     std::atomic<unsigned> jobs_{0};
+};
+
+// A job's phone on the simulated bench, from the job's start to its end: pulling the
+// phone cancels the job, as the in-process simulated engines stop, and the job's result
+// is counted for the phone. Inert on a real bench, whose programs see a pulled phone
+// themselves. Lives on the job's thread.
+class BenchPhone {
+public:
+    // MTK and FP phones by their device instance ID, SPRD phones by their port.
+    BenchPhone(const ProgramContext& context, const std::string& device, unsigned long port, ProgramJob& job);
+    bool Lost() const { return link_ && link_->Lost(); }
+    void Result(bool failed) const;
+
+private:
+    SimPhoneRegistry* registry_;
+    std::uint64_t plug_ = 0;
+    std::unique_ptr<SimPhoneRegistry::Link> link_;
 };
 
 }  // namespace quorvel::engine

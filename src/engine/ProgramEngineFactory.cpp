@@ -11,7 +11,7 @@ namespace quorvel::engine {
 
 ProgramEngineFactory::ProgramEngineFactory(app::Station& station, EngineFactory& fallback,
                                            std::function<void(const SwitchEvent&)> switchHook,
-                                           const SimPhoneRegistry* benchPhones)
+                                           SimPhoneRegistry* benchPhones)
     : station_(station), fallback_(fallback), switchHook_(std::move(switchHook)), benchPhones_(benchPhones) {}
 
 ProgramContext& ProgramEngineFactory::Context() {

@@ -19,7 +19,7 @@ class ProgramEngineFactory final : public EngineFactory {
 public:
     ProgramEngineFactory(app::Station& station, EngineFactory& fallback,
                          std::function<void(const SwitchEvent&)> switchHook = nullptr,
-                         const SimPhoneRegistry* benchPhones = nullptr);
+                         SimPhoneRegistry* benchPhones = nullptr);
 
     std::unique_ptr<MtkEngine> MakeMtk(platform::MessageWindow& window) override;
     std::unique_ptr<FpEngine> MakeFp(platform::MessageWindow& window) override;
@@ -37,7 +37,7 @@ private:
     app::Station& station_;
     EngineFactory& fallback_;
     std::function<void(const SwitchEvent&)> switchHook_;
-    const SimPhoneRegistry* benchPhones_;
+    SimPhoneRegistry* benchPhones_;
     std::mutex mutex_;
     std::unique_ptr<ProgramContext> context_;
 };

@@ -10,6 +10,16 @@ ProgramFpEngine::ProgramFpEngine(ProgramContext& context, platform::MessageWindo
                                  std::unique_ptr<FpEngine> packageEngine)
     : context_(context), window_(window), package_(std::move(packageEngine)), job_(context.station.clock) {}
 
+int ProgramFpEngine::PreLoadFiles_FP(const char* cfgPath) {
+    // Other packages pass through here too; only a CFG package is this program's.
+    if (context_.station.package.kind != app::PACKAGE_MTK_CFG) return package_->PreLoadFiles_FP(cfgPath);
+    job_.Reset();
+    const int r = RunPackageOperation(context_, job_, context_.settings.fp, "FP", {"--preload"}, cfgPath ? cfgPath : "",
+                                      {"DownloadType=" + std::to_string(downloadType_)}, [](const protocol::Event&) {});
+    if (r < 0) return package_->PreLoadFiles_FP(cfgPath);
+    return r == 1 ? 0 : 1;
+}
+
 void ProgramFpEngine::SetDeviceInfo(app::DeviceInfo* device) {
     if (device) device_ = *device;
 }

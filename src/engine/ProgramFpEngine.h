@@ -1,6 +1,7 @@
 #pragma once
 // The MTK CFG-package engine as an engine program, one run per job; the CFG pre-load
-// stays with the in-process engine given as `packageEngine`.
+// runs the program's --preload, or the in-process engine given as `packageEngine` when
+// the program does not offer it.
 // Threads: as FpEngine (EngineInterfaces.h).
 
 #include <memory>
@@ -14,7 +15,7 @@ class ProgramFpEngine final : public FpEngine {
 public:
     ProgramFpEngine(ProgramContext& context, platform::MessageWindow& window, std::unique_ptr<FpEngine> packageEngine);
 
-    int PreLoadFiles_FP(const char* cfgPath) override { return package_->PreLoadFiles_FP(cfgPath); }
+    int PreLoadFiles_FP(const char* cfgPath) override;
     void SetDownloadType_FP(int type) override { downloadType_ = type; }
     void SetDeviceInfo(app::DeviceInfo* device) override;
     void SetDLPara(int threadIndex) override;

@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
-#include <thread>
 
 namespace quorvel::engine {
 
@@ -50,6 +50,20 @@ std::string Recorded(const std::string& line, Millis at) {
     return "{\"at\":" + std::to_string(at) + (empty ? "" : ",") + rest;
 }
 
+// Merges progress `e` into the older, not yet handed on `into`: the newer values win.
+void MergeProgress(protocol::Event& into, const protocol::Event& e) {
+    protocol::Event merged = e;
+    if (!e.done && into.done) {
+        merged.done = into.done;
+        merged.total = into.total;
+    }
+    into = std::move(merged);
+}
+
+bool IsProgress(protocol::LineKind kind, const protocol::Event& e) {
+    return kind == protocol::LineKind::PROTOCOL && e.type == protocol::Event::PROGRESS;
+}
+
 }  // namespace
 
 std::string ExitFaultText(const ChildProcess::Exit& exit) {
@@ -70,86 +84,95 @@ void ProgramJob::Reset() {
     cancelled_ = false;
 }
 
-// Merges progress `e` into the older, not yet handed on `into`: the newer values win.
-void MergeProgress(protocol::Event& into, const protocol::Event& e) {
-    protocol::Event merged = e;
-    if (!e.done && into.done) {
-        merged.done = into.done;
-        merged.total = into.total;
+unsigned ProgramJob::OnOutput(const char* data, std::size_t size, Millis now) {
+    bool progressOnly = true, sawLine = false;
+    const char* const end = data + size;
+    while (data < end) {
+        const char* nl = static_cast<const char*>(std::memchr(data, '\n', static_cast<std::size_t>(end - data)));
+        const char* stop = nl ? nl : end;
+        if (!skipping_) {
+            partial_.append(data, stop);
+            if (partial_.size() > protocol::kMaxLineBytes) {
+                partial_.resize(protocol::kMaxLineBytes + 1);
+                Push(std::move(partial_), now);  // classified as garbage
+                partial_.clear();
+                skipping_ = true;
+                progressOnly = false;
+            }
+        }
+        data = stop;
+        if (nl) {
+            if (!skipping_) {
+                progressOnly = Push(std::move(partial_), now) && progressOnly;
+                sawLine = true;
+            }
+            partial_.clear();
+            skipping_ = false;
+            ++data;
+        }
     }
-    into = std::move(merged);
+    // The newest progress of the whole chunk is handed on, not the first of it.
+    std::unique_lock lk(mutex_);
+    if (held_ && !busy_ && lines_.empty() && now - lastDelivered_ >= intervalMs_) Deliver(lk, now);
+    return (progressOnly && sawLine ? PROGRESS_ONLY : 0) | (held_ && !busy_ ? HOLDING : 0);
 }
 
-// The reader classifies, so that the consumer wakes for progress only when it hands it
-// on; consecutive progress lines merge in the queue unless every line must be kept.
-void ProgramJob::ReadOutput(ChildProcess& child, Millis started, bool keepEveryLine, Millis pace) {
-    std::string partial;
-    bool skipping = false;  // inside an over-long line, already reported
-    char buffer[16384];
-    bool onlyProgress = false;  // the last chunk held lines, and nothing but progress
-    bool sawLine = false;
-    auto push = [&](std::string text) {
-        Line line{std::move(text), clock_.Now() - started, protocol::LineKind::TEXT, {}, {}};
-        line.kind = protocol::Classify(line.text, line.event, line.why);
-        const bool isProgress =
-            line.kind == protocol::LineKind::PROTOCOL && line.event.type == protocol::Event::PROGRESS;
-        onlyProgress = onlyProgress && isProgress;
-        sawLine = true;
-        bool wake;
-        {
-            std::lock_guard g(mutex_);
-            wake = holdingProgress_ ? !isProgress : lines_.empty();
-            if (isProgress && !keepEveryLine && !lines_.empty() && lines_.back().kind == protocol::LineKind::PROTOCOL &&
-                lines_.back().event.type == protocol::Event::PROGRESS) {
-                MergeProgress(lines_.back().event, line.event);
-            } else {
-                lines_.push_back(std::move(line));
-            }
-        }
-        if (wake) cv_.notify_all();  // otherwise the consumer has lines to take, or waits to hand on progress
-    };
-    for (;;) {
-        // While nothing but progress comes, read at most once per interval: the lines wait
-        // in the pipe and are taken together, so a fast program does not wake the station
-        // for every line it writes.
-        if (onlyProgress && pace > 0) {
-            std::unique_lock lk(mutex_);
-            clock_.WaitFor(lk, readerCv_, pace, [&] { return readerStop_; });
-            if (readerStop_) return;
-        }
-        onlyProgress = !keepEveryLine;
-        sawLine = false;
-        std::size_t got = 0;
-        const auto r = child.Read(buffer, sizeof buffer, got);
-        if (r == ChildProcess::ReadResult::INTERRUPTED) return;
-        if (r == ChildProcess::ReadResult::EXITED) break;
-        if (r == ChildProcess::ReadResult::END) {  // the exit comes next
-            onlyProgress = false;
-            continue;
-        }
-        for (std::size_t i = 0; i < got; ++i) {
-            if (buffer[i] == '\n') {
-                if (!skipping) push(std::move(partial));
-                partial.clear();
-                skipping = false;
-            } else if (!skipping) {
-                partial += buffer[i];
-                if (partial.size() > protocol::kMaxLineBytes) {
-                    push(std::move(partial));  // classified as garbage
-                    partial.clear();
-                    skipping = true;
-                }
-            }
-        }
-        onlyProgress = onlyProgress && sawLine;
-    }
-    if (!partial.empty() && !skipping) push(std::move(partial));
-    const ChildProcess::Exit exit = child.Reap();
+bool ProgramJob::OnRound(Millis now) {
+    std::unique_lock lk(mutex_);
+    if (!held_ || busy_) return false;  // Run's thread hands it on
+    if (lines_.empty() && now - lastDelivered_ >= intervalMs_) Deliver(lk, now);
+    return held_ && !busy_;
+}
+
+void ProgramJob::OnExit(const ChildProcess::Exit& exit) {
+    if (!partial_.empty() && !skipping_) Push(std::move(partial_), clock_.Now());
+    partial_.clear();
+    skipping_ = false;
     {
         std::lock_guard g(mutex_);
         exit_ = exit;
     }
     cv_.notify_all();
+}
+
+// Progress is held here, to be handed on by the reader's thread while Run's thread sits
+// idle with nothing queued; anything else is queued for Run's thread, in order. Progress
+// that Run's thread was holding when it went idle stays with its timer.
+bool ProgramJob::Push(std::string text, Millis now) {
+    Line line{std::move(text), 0, protocol::LineKind::TEXT, {}, {}};
+    line.kind = protocol::Classify(line.text, line.event, line.why);
+    const bool progress = IsProgress(line.kind, line.event);
+    std::unique_lock lk(mutex_);
+    line.at = now - started_;
+    lastHeard_ = now;
+    if (progress && !keepEveryLine_ && helloAccepted_ && !busy_ && lines_.empty()) {
+        if (held_)
+            MergeProgress(*held_, line.event);
+        else
+            held_ = line.event;
+        return true;  // handed on after the chunk, or in a later round when not yet due
+    }
+    const bool wake = lines_.empty();
+    if (progress && !keepEveryLine_ && !lines_.empty() && IsProgress(lines_.back().kind, lines_.back().event))
+        MergeProgress(lines_.back().event, line.event);
+    else
+        lines_.push_back(std::move(line));
+    lk.unlock();
+    if (wake) cv_.notify_all();
+    return progress;
+}
+
+void ProgramJob::Deliver(std::unique_lock<std::mutex>& lk, Millis now) {
+    const protocol::Event e = std::move(*held_);
+    held_.reset();
+    delivering_ = true;
+    const auto* onEvent = onEvent_;
+    lk.unlock();
+    (*onEvent)(e);
+    lk.lock();
+    delivering_ = false;
+    lastDelivered_ = now;
+    if (awaitingDelivery_) delivered_.notify_all();
 }
 
 bool ProgramJob::AwaitExit(std::unique_lock<std::mutex>& lk, Millis ms) {
@@ -178,65 +201,73 @@ JobOutcome ProgramJob::Run(const JobRequest& request, const std::function<void(c
         return o;
     };
     hello_.clear();
+    const Millis interval = std::max<Millis>(0, request.progressIntervalMs);
     {
         std::lock_guard g(mutex_);
         lines_.clear();
+        held_.reset();
         exit_.reset();
+        helloAccepted_ = false;
+        busy_ = true;
+        keepEveryLine_ = request.record || interval == 0;
+        intervalMs_ = interval;
+        onEvent_ = &onEvent;
         if (cancelled_) return finish({JobOutcome::CANCELLED, ""});
     }
     std::string error;
     auto child = ChildProcess::Spawn(request.argv, log.Fd(), error);
-    if (!child) return finish({JobOutcome::FAULT, "engine program could not start: " + error});
-
-    const Millis started = clock_.Now();
+    if (!child) {
+        JobOutcome out{JobOutcome::FAULT, "engine program could not start: " + error};
+        out.noResult = true;
+        return finish(out);
+    }
     {
         std::lock_guard g(mutex_);
-        readerStop_ = false;
+        started_ = clock_.Now();
+        lastHeard_ = started_;
+        lastDelivered_ = started_ - interval;
     }
-    std::thread reader([&] {
-        ReadOutput(*child, started, request.record || request.progressIntervalMs <= 0, request.progressIntervalMs);
-    });
+    partial_.clear();
+    skipping_ = false;
+    error = reader_->Add(*child, *this, keepEveryLine_ ? 0 : interval);
+    if (!error.empty()) return finish({JobOutcome::FAULT, "engine program could not start: " + error});
+
     bool hello = false;
     std::optional<JobOutcome> result;
     std::optional<JobOutcome> fault;
     bool cancelled = false;
     bool killed = false;
-    // Progress is handed on at most once per interval: a newer line replaces one not yet
-    // handed on, so a fast program costs the station no more than a slow one.
-    std::optional<protocol::Event> pending;
-    Millis lastProgress = clock_.Now() - request.progressIntervalMs;
-    auto flush = [&] {
-        if (!pending) return;
-        onEvent(*pending);
-        pending.reset();
-        lastProgress = clock_.Now();
-    };
-    auto progress = [&](const protocol::Event& e) {
-        if (pending)
-            MergeProgress(*pending, e);
-        else
-            pending = e;
-        if (clock_.Now() - lastProgress >= request.progressIntervalMs) flush();
-    };
     {
         std::unique_lock lk(mutex_);
-        Millis lastHeard = clock_.Now();
+        // Held progress first, so that what follows it comes after it.
+        auto flush = [&] {
+            if (!held_) return;
+            const protocol::Event e = std::move(*held_);
+            held_.reset();
+            lk.unlock();
+            onEvent(e);
+            lk.lock();
+            lastDelivered_ = clock_.Now();
+        };
         while (!result && !fault && !cancelled) {
-            const Millis silenceAt = lastHeard + request.silenceMs;
-            const Millis flushAt = pending ? lastProgress + request.progressIntervalMs : silenceAt;
-            holdingProgress_ = pending.has_value();
+            busy_ = false;
+            const bool hadHeld = held_.has_value();
+            const Millis silenceAt = lastHeard_ + request.silenceMs;
+            const Millis flushAt = hadHeld ? lastDelivered_ + interval : silenceAt;
             clock_.WaitUntil(lk, cv_, std::min(silenceAt, flushAt), [&] {
-                return cancelled_ || exit_.has_value() ||
-                       (!lines_.empty() &&
-                        (!holdingProgress_ || lines_.back().event.type != protocol::Event::PROGRESS ||
-                         lines_.size() > 1));
+                return cancelled_ || exit_.has_value() || !lines_.empty() || held_.has_value() != hadHeld;
             });
-            holdingProgress_ = false;
+            busy_ = true;
+            if (delivering_) {
+                awaitingDelivery_ = true;
+                clock_.WaitFor(lk, delivered_, platform::kForever, [&] { return !delivering_; });
+                awaitingDelivery_ = false;
+            }
             if (cancelled_) {
                 cancelled = true;
                 break;
             }
-            if (lines_.empty() && !exit_ && clock_.Now() >= silenceAt) {
+            if (lines_.empty() && !exit_ && clock_.Now() >= lastHeard_ + request.silenceMs) {
                 fault = JobOutcome{JobOutcome::FAULT,
                                    "engine program silent for " + std::to_string(request.silenceMs / 1000) + " s"};
                 break;
@@ -244,15 +275,27 @@ JobOutcome ProgramJob::Run(const JobRequest& request, const std::function<void(c
             while (!lines_.empty() && !result && !fault) {
                 Line line = std::move(lines_.front());
                 lines_.pop_front();
-                lastHeard = std::max(lastHeard, started + line.at);
+                if (hello && IsProgress(line.kind, line.event)) {
+                    if (held_)
+                        MergeProgress(*held_, line.event);
+                    else
+                        held_ = line.event;
+                    if (clock_.Now() - lastDelivered_ >= interval) flush();
+                    if (request.record) {
+                        lk.unlock();
+                        log.Write(Recorded(line.text, line.at));
+                        lk.lock();
+                    }
+                    continue;
+                }
+                if (line.kind == protocol::LineKind::PROTOCOL && hello) flush();
                 lk.unlock();
                 const protocol::Event& event = line.event;
-                const std::string& why = line.why;
                 switch (line.kind) {
                     case protocol::LineKind::TEXT: log.Write(line.text); break;
                     case protocol::LineKind::GARBAGE:
                         log.Write(line.text.substr(0, 4096));
-                        fault = JobOutcome{JobOutcome::FAULT, "engine program wrote garbage: " + why};
+                        fault = JobOutcome{JobOutcome::FAULT, "engine program wrote garbage: " + line.why};
                         break;
                     case protocol::LineKind::PROTOCOL:
                         if (request.record) log.Write(Recorded(line.text, line.at));
@@ -260,52 +303,39 @@ JobOutcome ProgramJob::Run(const JobRequest& request, const std::function<void(c
                             if (event.type != protocol::Event::HELLO) {
                                 fault = JobOutcome{JobOutcome::FAULT,
                                                    "engine program wrote a protocol line before its hello"};
+                                fault->noResult = true;
                             } else if (event.version != protocol::kVersion) {
                                 fault = JobOutcome{JobOutcome::FAULT, "engine program speaks protocol version " +
                                                                           std::to_string(event.version) +
                                                                           ", the station speaks " +
                                                                           std::to_string(protocol::kVersion)};
+                                fault->noResult = true;
                             } else {
                                 hello = true;
                                 hello_ = event.program.empty() ? "(unnamed)" : event.program;
                                 log.Write("# program: " + event.program);
                             }
-                        } else if (event.type == protocol::Event::PROGRESS) {
-                            progress(event);
                         } else if (event.type == protocol::Event::RESULT) {
-                            flush();
                             result = JobOutcome{event.ok ? JobOutcome::PASSED : JobOutcome::FAILED, event.error};
                         } else if (event.type != protocol::Event::HELLO) {
-                            flush();
                             onEvent(event);
                         }
                         break;
                 }
                 lk.lock();
+                helloAccepted_ = hello;
             }
-            // Newer progress taken above first, so what is handed on is the latest.
-            if (!result && !fault && pending && clock_.Now() >= lastProgress + request.progressIntervalMs) {
-                lk.unlock();
-                flush();
-                lk.lock();
-            }
+            if (!result && !fault && held_ && clock_.Now() - lastDelivered_ >= interval) flush();
             if (!result && !fault && lines_.empty() && exit_) {
-                lk.unlock();
                 flush();
-                lk.lock();
                 fault = JobOutcome{JobOutcome::FAULT, ExitFaultText(*exit_)};
+                fault->noResult = !exit_->signalled;
             }
         }
         // The program ends in every case: after its result it may finish by itself.
         if (cancelled || fault || !AwaitExit(lk, request.graceMs)) killed = Terminate(lk, *child, request.graceMs);
     }
-    {
-        std::lock_guard g(mutex_);
-        readerStop_ = true;
-    }
-    readerCv_.notify_all();
-    child->Interrupt();
-    reader.join();
+    reader_->Remove(*this);
     child.reset();
     JobOutcome out = cancelled ? JobOutcome{JobOutcome::CANCELLED, ""} : fault ? *fault : *result;
     out.killed = killed;

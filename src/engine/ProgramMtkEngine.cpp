@@ -56,9 +56,15 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
     };
     auto choose = [&](const app::LangText& t) { return context.station.language.ChooseText(t); };
 
+    const BenchPhone phone(context, instanceId, 0, job);
     JobOutcome outcome{JobOutcome::FAULT, makeError};
     if (makeError.empty()) {
-        std::uint64_t lastTotal = ~0ull;
+        std::uint64_t lastTotal = ~0ull, lastPercent = ~0ull;
+        // A percent the row already shows is not sent again: the done count recomposes it.
+        auto percent = [&](std::uint64_t p) {
+            if (p != lastPercent) value(2, p);
+            lastPercent = p;
+        };
         outcome = job.Run(request, [&](const protocol::Event& e) {
             switch (e.type) {
                 case protocol::Event::STATUS: status(StatusText(context.station.language, e)); break;
@@ -70,9 +76,9 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
                         value(3, std::min<std::uint64_t>(*e.done, 0xFFFFFFFEu));
                     }
                     if (e.percent)
-                        value(2, static_cast<std::uint64_t>(*e.percent));
+                        percent(static_cast<std::uint64_t>(*e.percent));
                     else if (e.total && *e.total > 0)
-                        value(2, *e.done * 100 / *e.total);
+                        percent(*e.done * 100 / *e.total);
                     break;
                 }
                 case protocol::Event::SWITCH:
@@ -85,25 +91,37 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
             }
         });
     }
+    // A pulled phone fails the job rather than cancelling it.
+    if (outcome.kind == JobOutcome::CANCELLED && phone.Lost()) outcome = {JobOutcome::FAILED, ""};
+    const int r = outcome.kind == JobOutcome::PASSED      ? 0
+                  : outcome.kind == JobOutcome::FAILED    ? 1
+                  : outcome.kind == JobOutcome::CANCELLED ? 2
+                                                          : 3;
+    phone.Result(r != 0);
     switch (outcome.kind) {
         case JobOutcome::PASSED:
             status(choose(app::texts::kStatusDownloadComplete));
             value(2, 100);
             value(5, 1);
-            return 0;
-        case JobOutcome::FAILED:
-            status(outcome.text.empty() ? choose(app::texts::kSimFailed) : outcome.text);
-            value(5, 0);
-            return 1;
-        case JobOutcome::CANCELLED:
-            status(choose(app::texts::kSimCancelled));
-            value(5, 0);
-            return 2;
-        case JobOutcome::FAULT: break;
+            return r;
+        case JobOutcome::FAILED: status(outcome.text.empty() ? choose(app::texts::kSimFailed) : outcome.text); break;
+        case JobOutcome::CANCELLED: status(choose(app::texts::kSimCancelled)); break;
+        case JobOutcome::FAULT: status(outcome.text); break;
     }
-    status(outcome.text);
     value(5, 0);
-    return 3;
+    return r;
+}
+
+int RunPackageOperation(ProgramContext& context, ProgramJob& job, const std::string& commandLine, const char* platform,
+                        const std::vector<std::string>& operation, const std::string& package,
+                        const std::vector<std::string>& options,
+                        const std::function<void(const protocol::Event&)>& onEvent) {
+    JobRequest request;
+    std::string error;
+    if (!context.MakeOperation(commandLine, platform, operation, package, options, request, error)) return -1;
+    const JobOutcome outcome = job.Run(request, onEvent);
+    if (outcome.kind == JobOutcome::FAULT && outcome.noResult) return -1;
+    return outcome.kind == JobOutcome::PASSED ? 1 : 0;
 }
 
 ProgramMtkEngine::ProgramMtkEngine(ProgramContext& context, platform::MessageWindow& window,
@@ -174,6 +192,43 @@ int ProgramMtkEngine::DLOperationStart() {
                       {"phase", "1"}},
                      options, &noFiles, request, error);
     return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, true, app::FieldText(device_.instanceId));
+}
+
+int ProgramMtkEngine::PreLoadFiles(char* scatterPath, bool a2, int checksum, int type, app::SpmtkEfuseInfo efuse,
+                                   bool reserve) {
+    std::vector<std::string> options{Option("FlashCheckSum", checksum), Option("DownloadType", type),
+                                     Option("ReserveUserData", reserve ? 1 : 0)};
+    if (efuse.EfuseEnabled)
+        options.insert(options.end(), {Option("DaBr", efuse.DaBrFile ? efuse.DaBrFile : ""),
+                                       Option("DaPl", efuse.DaPlFile ? efuse.DaPlFile : "")});
+    job_.Reset();
+    const int r = RunPackageOperation(context_, job_, context_.settings.mtk, "MTK", {"--preload"},
+                                      scatterPath ? scatterPath : "", options, [](const protocol::Event&) {});
+    if (r < 0) return package_->PreLoadFiles(scatterPath, a2, checksum, type, efuse, reserve);
+    return r == 1 ? 0 : 1;
+}
+
+// The program's progress lines name the file being checked; each becomes a checksum record.
+int ProgramMtkEngine::VerifyHostBufferBeforeStart(const char* ini) {
+    const std::string checksumFile = ini ? ini : "";
+    std::vector<std::string> operation{"--verify", checksumFile};
+    // The simulated bench decides whether verification passes.
+    if (context_.BenchPhones() && !context_.BenchPhones()->VerifyPasses()) operation.push_back("--fail");
+    app::ChecksumProgressRecord record{};
+    job_.Reset();
+    const int r = RunPackageOperation(
+        context_, job_, context_.settings.mtk, "MTK", operation, context_.station.package.scatterFilePath, {},
+        [&](const protocol::Event& e) {
+            if (e.type != protocol::Event::PROGRESS || !checksumWindow_) return;
+            app::CopyField(record.path, e.file);
+            record.bytesTotal = e.total.value_or(0);
+            record.bytesDone = e.done.value_or(0);
+            record.percent = static_cast<std::uint8_t>(e.percent           ? *e.percent
+                                                       : record.bytesTotal ? record.bytesDone * 100 / record.bytesTotal
+                                                                           : 0);
+            checksumWindow_->Send(app::MSG_CHECKSUM, 0, reinterpret_cast<platform::LParam>(&record));
+        });
+    return r < 0 ? package_->VerifyHostBufferBeforeStart(ini) : r;
 }
 
 void ProgramMtkEngine::GetVersionInfo(app::VersionInfo* info) {

@@ -1,11 +1,13 @@
 #pragma once
 // The MTK scatter-package engine as an engine program: one program run per job,
 // its protocol lines turned into the 6028 messages the in-process engine sends.
-// The package-wide operations (pre-load, verification) stay with the in-process engine
-// given as `packageEngine`; the version query also asks the programs.
+// Pre-load and verification run the program's --preload and --verify; a program
+// without them leaves them to the in-process engine given as `packageEngine`, as the
+// package's load version. The version query also asks the programs.
 // Threads: as MtkEngine (EngineInterfaces.h); CancelTask from the stop thread ends
 // the running program.
 
+#include <functional>
 #include <memory>
 
 #include "engine/EngineInterfaces.h"
@@ -13,11 +15,20 @@
 
 namespace quorvel::engine {
 
-// One MTK-style job (MTK and CFG packages): runs `request`, reports to row `slot` and
-// returns 0 passed, 1 failed, 2 cancelled, 3 a fault of the program.
+// One MTK-style job (MTK and CFG packages) on the phone `instanceId`: runs `request`,
+// reports to row `slot` and returns 0 passed, 1 failed (also when its bench phone was
+// pulled), 2 cancelled, 3 a fault of the program.
 int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::MessageWindow& window, int slot,
                        const JobRequest& request, const std::string& makeError, bool daSwitch,
                        const std::string& instanceId);
+
+// A package-wide operation of the program (ProgramContext::MakeOperation): 1 passed,
+// 0 failed, -1 the program does not offer it (it exited without a result) or cannot run
+// (Start reports that), so the caller does what it does without a program.
+int RunPackageOperation(ProgramContext& context, ProgramJob& job, const std::string& commandLine, const char* platform,
+                        const std::vector<std::string>& operation, const std::string& package,
+                        const std::vector<std::string>& options,
+                        const std::function<void(const protocol::Event&)>& onEvent);
 
 class ProgramMtkEngine final : public MtkEngine {
 public:
@@ -40,11 +51,12 @@ public:
     // hello) in the two module entries.
     void GetVersionInfo(app::VersionInfo* info) override;
     int PreLoadFiles(char* scatterPath, bool a2, int checksum, int type, app::SpmtkEfuseInfo efuse,
-                     bool reserve) override {
-        return package_->PreLoadFiles(scatterPath, a2, checksum, type, efuse, reserve);
+                     bool reserve) override;
+    int VerifyHostBufferBeforeStart(const char* ini) override;
+    void SetChkSumWnd(platform::MessageWindow* window) override {
+        checksumWindow_ = window;
+        package_->SetChkSumWnd(window);
     }
-    int VerifyHostBufferBeforeStart(const char* ini) override { return package_->VerifyHostBufferBeforeStart(ini); }
-    void SetChkSumWnd(platform::MessageWindow* window) override { package_->SetChkSumWnd(window); }
 
 private:
     ProgramContext& context_;
@@ -59,6 +71,7 @@ private:
     std::vector<std::string> efuseOptions_;
     std::vector<std::string> memoryOptions_;
     int downloadType_ = 0;
+    platform::MessageWindow* checksumWindow_ = nullptr;
 };
 
 }  // namespace quorvel::engine

@@ -7,6 +7,7 @@
 namespace quorvel::engine {
 
 namespace {
+constexpr int kUnpluggedStep = 11;
 // The message that announces a step besides WM_APP+202; the console handles 204, 205,
 // 207 and 214.
 std::uint32_t StepMessage(int step) {
@@ -96,6 +97,7 @@ void ProgramSprdEngine::RunPort(unsigned long port, JobRequest request, std::str
     auto send = [&](std::uint32_t msg, platform::LParam l = 0) { window_.Send(msg, port, l); };
     // The percent carries no pointer: posted, so the engine thread does not wait for it.
     auto post = [&](platform::LParam percent) { window_.Post(app::WM_APP + 208, port, percent); };
+    const BenchPhone phone(context_, "", port, job_);
     send(app::WM_APP + 201);
     bool switching = false;
     JobOutcome outcome{JobOutcome::FAULT, makeError};
@@ -120,11 +122,15 @@ void ProgramSprdEngine::RunPort(unsigned long port, JobRequest request, std::str
             }
         });
     }
-    // Stopped by the station: nothing more to say, as the in-process engine.
-    if (outcome.kind == JobOutcome::CANCELLED) return;
+    // Stopped by the station: nothing more to say, as the in-process engine. A pulled
+    // phone fails its step.
+    if (outcome.kind == JobOutcome::CANCELLED && !phone.Lost()) return;
     std::string error;
+    if (outcome.kind == JobOutcome::CANCELLED) error = app::texts::kSprdStepNames[kUnpluggedStep];
     if (outcome.kind == JobOutcome::FAILED) error = outcome.text.empty() ? "Download failed" : outcome.text;
     if (outcome.kind == JobOutcome::FAULT) error = outcome.text;
+    // A passing first phase hands over to the second; anything else is the phone's result.
+    if (!phase1 || !error.empty()) phone.Result(!error.empty());
     SprdPortResult* record;
     {
         std::lock_guard g(mutex_);

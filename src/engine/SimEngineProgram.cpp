@@ -21,7 +21,7 @@ std::string FindSimEngineProgram(const std::string& stationDir) {
 std::string SimEngineCommandLine(const std::string& program, const char* platform, double timeScale) {
     char scale[32];
     std::snprintf(scale, sizeof scale, "%g", timeScale > 0 ? timeScale : 1.0);
-    std::string line = "\"" + program + "\" --platform " + platform + " --time-scale " + scale;
+    std::string line = "\"" + program + "\" --platform " + platform + " --time-scale " + scale + " --package {package}";
     line += std::string(platform) == "SPRD" ? " --phase {phase}" : " --device {device}";
     return line;
 }

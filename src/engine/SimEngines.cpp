@@ -75,7 +75,7 @@ void SimPhoneRegistry::Unplugged(std::uint64_t plug) {
     if (plug == 0) return;
     std::lock_guard g(mutex_);
     gone_.insert(plug);
-    for (auto [it, end] = links_.equal_range(plug); it != end; ++it) it->second->Cancel();
+    for (auto [it, end] = links_.equal_range(plug); it != end; ++it) it->second->cut_();
 }
 
 bool SimPhoneRegistry::InUse(std::uint64_t plug) const {
@@ -103,18 +103,21 @@ SimPhoneRegistry::Tally SimPhoneRegistry::Results() const {
 }
 
 SimPhoneRegistry::Link::Link(SimPhoneRegistry& registry, std::uint64_t plug, CancellableWait& wait)
-    : registry_(registry), plug_(plug), wait_(wait) {
+    : Link(registry, plug, [&wait] { wait.Cancel(); }) {}
+
+SimPhoneRegistry::Link::Link(SimPhoneRegistry& registry, std::uint64_t plug, std::function<void()> cut)
+    : registry_(registry), plug_(plug), cut_(std::move(cut)) {
     if (plug_ == 0) return;
     std::lock_guard g(registry_.mutex_);
-    registry_.links_.emplace(plug_, &wait_);
-    if (registry_.gone_.count(plug_)) wait_.Cancel();
+    registry_.links_.emplace(plug_, this);
+    if (registry_.gone_.count(plug_)) cut_();
 }
 
 SimPhoneRegistry::Link::~Link() {
     if (plug_ == 0) return;
     std::lock_guard g(registry_.mutex_);
     for (auto [it, end] = registry_.links_.equal_range(plug_); it != end; ++it) {
-        if (it->second == &wait_) {
+        if (it->second == this) {
             registry_.links_.erase(it);
             break;
         }
@@ -411,8 +414,10 @@ void SimSprdEngine::RunPort(unsigned long port, bool phase1, PhoneProfile p, std
         }
         // Stopped by the station: nothing more to say. A pulled phone fails its step.
         if (interrupted && !link.Lost()) return;
-        if (interrupted) error = app::texts::kSprdStepNames[kUnpluggedStep];
-        else if (failing) error = std::string(app::texts::kSprdStepNames[step]) + " failed";
+        if (interrupted)
+            error = app::texts::kSprdStepNames[kUnpluggedStep];
+        else if (failing)
+            error = std::string(app::texts::kSprdStepNames[step]) + " failed";
     }
     if (error.empty() && !p.pass && !phase1) error = "Download failed";
     SprdPortResult* record;

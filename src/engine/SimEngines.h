@@ -81,24 +81,26 @@ public:
     Tally Results() const;
 
     // A job's hold on its phone, from start to end; a job that starts on a phone already
-    // gone is cut at once.
+    // gone is cut at once. `cut` runs with the registry locked: it must only signal.
     class Link {
     public:
         Link(SimPhoneRegistry& registry, std::uint64_t plug, CancellableWait& wait);
+        Link(SimPhoneRegistry& registry, std::uint64_t plug, std::function<void()> cut);
         ~Link();
         Link(const Link&) = delete;
         Link& operator=(const Link&) = delete;
         bool Lost() const;
 
     private:
+        friend class SimPhoneRegistry;
         SimPhoneRegistry& registry_;
         std::uint64_t plug_;
-        CancellableWait& wait_;
+        std::function<void()> cut_;
     };
 
 private:
     mutable std::mutex mutex_;
-    std::multimap<std::uint64_t, CancellableWait*> links_;
+    std::multimap<std::uint64_t, Link*> links_;
     std::set<std::uint64_t> gone_;
     std::map<std::uint64_t, std::uint64_t> results_;  // by plug
     std::uint64_t failed_ = 0;

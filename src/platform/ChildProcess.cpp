@@ -1,7 +1,6 @@
 #include "platform/ChildProcess.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/syscall.h>
@@ -45,20 +44,14 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
         return nullptr;
     }
     std::unique_ptr<ChildProcess> child(new ChildProcess);
-    int out[2], wake[2];
+    int out[2];
     if (::pipe2(out, O_CLOEXEC) != 0) {
         error = std::strerror(errno);
         return nullptr;
     }
-    if (::pipe2(wake, O_CLOEXEC | O_NONBLOCK) != 0) {
-        error = std::strerror(errno);
-        ::close(out[0]);
-        ::close(out[1]);
-        return nullptr;
-    }
     child->out_ = out[0];
-    child->wakeR_ = wake[0];
-    child->wakeW_ = wake[1];
+    // Only the station's end: the program's writes keep blocking when the pipe is full.
+    ::fcntl(out[0], F_SETFL, ::fcntl(out[0], F_GETFL) | O_NONBLOCK);
 
     SpawnSetup s;
     // Its own process group, so one signal reaches everything it started; default
@@ -112,52 +105,15 @@ ChildProcess::~ChildProcess() {
     }
     CloseFd(out_);
     CloseFd(pidfd_);
-    CloseFd(wakeR_);
-    CloseFd(wakeW_);
 }
 
-ChildProcess::ReadResult ChildProcess::Read(char* buffer, std::size_t size, std::size_t& got) {
-    got = 0;
+long ChildProcess::ReadOut(char* buffer, std::size_t size) {
     for (;;) {
-        pollfd fds[3] = {{wakeR_, POLLIN, 0}, {pidfd_, POLLIN, 0}, {outEnded_ ? -1 : out_, POLLIN, 0}};
-        const int n = ::poll(fds, 3, -1);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return ReadResult::INTERRUPTED;
-        }
-        if (fds[0].revents) return ReadResult::INTERRUPTED;  // stays readable: every later Read ends too
-        const bool exited = fds[1].revents != 0;
-        if (!outEnded_ && (fds[2].revents || exited)) {
-            // After the exit, only what is already in the pipe: a leftover holder of the
-            // pipe must not keep the job open.
-            ssize_t r;
-            if (exited) {
-                pollfd probe{out_, POLLIN, 0};
-                r = ::poll(&probe, 1, 0) > 0 ? ::read(out_, buffer, size) : -1;
-            } else {
-                r = ::read(out_, buffer, size);
-            }
-            if (r > 0) {
-                got = static_cast<std::size_t>(r);
-                return ReadResult::DATA;
-            }
-            if (r == 0) {
-                outEnded_ = true;
-                return ReadResult::END;
-            }
-            if (!exited) {
-                if (errno == EINTR) continue;
-                outEnded_ = true;  // a broken pipe reads as its end
-                return ReadResult::END;
-            }
-        }
-        if (exited) return ReadResult::EXITED;
+        const ssize_t r = ::read(out_, buffer, size);
+        if (r >= 0) return static_cast<long>(r);
+        if (errno == EINTR) continue;
+        return errno == EAGAIN ? -1 : 0;  // a broken pipe reads as its end
     }
-}
-
-void ChildProcess::Interrupt() {
-    const char c = 'x';
-    [[maybe_unused]] const ssize_t r = ::write(wakeW_, &c, 1);
 }
 
 void ChildProcess::Signal(int sig) {

@@ -3,8 +3,8 @@
 // Every descriptor the station holds stays out of the child (close-from in the
 // spawn), and the child is reaped exactly once, so no zombie and no descriptor is
 // left behind, whatever the program does.
-// Threads: one reader thread calls Read and then Reap; any thread may call Signal
-// and Interrupt. The destructor runs after the reader is done with the object.
+// Threads: one reader thread calls ReadOut and Reap; any thread may call Signal. The
+// destructor runs after the reader is done with the object.
 
 #include <sys/types.h>
 
@@ -32,12 +32,13 @@ public:
 
     pid_t Pid() const { return pid_; }
 
-    enum class ReadResult { DATA, END, EXITED, INTERRUPTED };
-    // Blocks until output, the end of output, the child's exit or Interrupt. DATA sets
-    // `got`; EXITED comes once the program has exited and its output is drained, even when
-    // something outside its group still holds the pipe open.
-    ReadResult Read(char* buffer, std::size_t size, std::size_t& got);
-    void Interrupt();
+    // For a poll set: the output pipe (readable, or at its end) and a descriptor that
+    // becomes readable once the program has exited.
+    int OutFd() const { return out_; }
+    int ExitFd() const { return pidfd_; }
+    // Reads what the pipe holds without blocking: > 0 bytes read, 0 at the end of the
+    // output, -1 when nothing is there now.
+    long ReadOut(char* buffer, std::size_t size);
 
     // Sends `sig` to the whole process group while the leader is not yet reaped.
     void Signal(int sig);
@@ -48,11 +49,9 @@ private:
     ChildProcess() = default;
 
     pid_t pid_ = -1;
-    int out_ = -1;    // read end of stdout
-    int pidfd_ = -1;  // readable when the child has exited
-    int wakeR_ = -1, wakeW_ = -1;
-    bool outEnded_ = false;  // reader thread only
-    std::mutex mutex_;       // guards reaped_ against Signal
+    int out_ = -1;      // read end of stdout
+    int pidfd_ = -1;    // readable when the child has exited
+    std::mutex mutex_;  // guards reaped_ against Signal
     bool reaped_ = false;
     Exit exit_;
 };

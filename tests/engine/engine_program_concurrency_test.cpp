@@ -1,17 +1,20 @@
 // Engine programs run as child processes: the protocol's outcomes and faults, cancel
 // and kill, crash isolation between slots, no zombie or descriptor after many jobs,
-// and replay of a recorded session. The programs run in real time.
+// replay of a recorded session and the package-wide operations. The programs run in
+// real time.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
 #include "app/Messages.h"
+#include "app/Station.h"
 #include "console/MessageRouter.h"
 #include "engine/DownloadManager.h"
 #include "engine/ProgramEngineFactory.h"
@@ -137,10 +140,10 @@ TEST(EngineProgram, ThousandJobsLeaveNoZombieAndNoDescriptor) {
         threads.emplace_back([&, t] {
             ProgramJob job(clock);
             const JobRequest request{{SimEngine(), "--duration", "0", "--speed", "0", t % 2 ? "--fail" : "--no-switch"},
-                               "",
-                               10000,
-                               1000,
-                               false};
+                                     "",
+                                     10000,
+                                     1000,
+                                     false};
             for (int i = 0; i < 250; ++i) {
                 const auto kind = job.Run(request, [](const protocol::Event&) {}).kind;
                 passed += kind == (t % 2 ? JobOutcome::FAILED : JobOutcome::PASSED) ? 1 : 0;
@@ -165,6 +168,86 @@ TEST(EngineProgram, RecordedSessionReplaysTheSameEvents) {
     EXPECT_EQ(replayed.outcome.kind, JobOutcome::FAILED);
     EXPECT_EQ(replayed.events, recorded.events);
     EXPECT_GT(recorded.events.size(), 5u);
+}
+
+// A program writing progress far faster than a row shows it: at most one hand-on per
+// interval, and the last one is the newest, before the result.
+TEST(EngineProgram, FastProgressIsThinnedToTheNewest) {
+    platform::SystemClock clock;
+    const platform::Millis start = clock.Now();
+    const JobRun run = RunJob(clock, {Args({"--time-scale", "1", "--progress-rate", "2000"}), "", 5000, 1000, false});
+    const platform::Millis elapsed = clock.Now() - start;
+    ASSERT_EQ(run.outcome.kind, JobOutcome::PASSED);
+    std::vector<std::string> progress;
+    for (const auto& e : run.events)
+        if (e.rfind(std::to_string(protocol::Event::PROGRESS) + ":", 0) == 0) progress.push_back(e);
+    ASSERT_GE(progress.size(), 2u);
+    EXPECT_LE(progress.size(), static_cast<std::size_t>(elapsed / 20 + 3));  // of some 800 lines
+    protocol::Event last;
+    last.type = protocol::Event::PROGRESS;
+    last.done = last.total = 4096u;
+    last.percent = 100;
+    EXPECT_EQ(progress.back(), Describe(last));
+}
+
+// Records the checksum progress a verification sends.
+class ChecksumWindow final : public platform::MessageWindow {
+public:
+    platform::LResult Send(std::uint32_t msg, platform::WParam, platform::LParam l) override {
+        if (msg == app::MSG_CHECKSUM) {
+            const auto* r = reinterpret_cast<const app::ChecksumProgressRecord*>(l);
+            seen.push_back(app::FieldText(r->path) + " " + std::to_string(r->percent));
+        }
+        return 0;
+    }
+    void Post(std::uint32_t, platform::WParam, platform::LParam) override {}
+    void SetTimer(int, platform::Millis) override {}
+    void KillTimer(int) override {}
+    std::vector<std::string> seen;
+};
+
+// Pre-load and verification run the program's --preload and --verify; a program without
+// them leaves them to the in-process engine.
+TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
+    test::TempDir dir;
+    dir.Write("fw/scatter.txt", "scatter\n");
+    dir.Write("fw/boot.img", "0123456789");
+    dir.Write("fw/CheckSum.ini", "[x]\n");
+    dir.Write("plain.sh", "#!/bin/sh\necho \"usage: plain.sh PORT\"\nexit 2\n");
+    std::filesystem::permissions(dir.File("plain.sh"), std::filesystem::perms::owner_all);
+    struct Case {
+        std::string program, scatter;
+        int preload;  // 0: passed
+        int verify;   // 1: passed
+    };
+    // The program's answers differ from what the in-process engine would say.
+    const Case cases[] = {
+        {SimEngine() + " --package {package}", dir.File("fw/scatter.txt"), 0, 1},
+        {SimEngine() + " --package " + dir.File("fw/other.txt") + " --fail", dir.File("fw/scatter.txt"), 1, 0},
+        {dir.File("plain.sh") + " {port}", dir.File("fw/scatter.txt"), 0, 1},  // the in-process engine's
+    };
+    platform::SystemClock clock;
+    app::HeadlessConsoleUi ui;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.program + " " + c.scatter);
+        dir.Write("Config/CommonSetting.ini", "[ENGINES]\nMTK=" + c.program + "\n");
+        app::Station st(app::StationOptions{dir.Path(), [] { return static_cast<std::uint16_t>(1033); },
+                                            [] { return std::string("00-11-22-33-44-55"); }},
+                        clock, ui);
+        st.package.scatterFilePath = c.scatter;
+        SimPhoneRegistry registry;
+        SimEngineFactory sim{st, registry};
+        ProgramEngineFactory programs(st, sim);
+        ChecksumWindow window;
+        auto mtk = programs.MakeMtk(window);
+        std::string path = c.scatter;
+        EXPECT_EQ(mtk->PreLoadFiles(path.data(), true, 0, 0, {}, false), c.preload);
+        mtk->SetChkSumWnd(&window);
+        EXPECT_EQ(mtk->VerifyHostBufferBeforeStart(dir.File("fw/CheckSum.ini").c_str()), c.verify);
+        // Both engines report every file beside the list, the program through its progress lines.
+        ASSERT_FALSE(window.seen.empty());
+        EXPECT_EQ(window.seen.back(), dir.File("fw/scatter.txt") + " 100");
+    }
 }
 
 // A station of sixteen slots whose engines are programs of [ENGINES], in real time.

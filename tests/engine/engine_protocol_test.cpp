@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "engine/EngineProtocol.h"
 #include "platform/JsonText.h"
 
@@ -36,7 +34,6 @@ TEST(EngineProtocol, ClassifiesLines) {
         {"{\"t\":\"later-addition\"}", LineKind::PROTOCOL, Event::OTHER},
         {"{\"t\":7}", LineKind::GARBAGE, Event::OTHER},
         {"{\"t\":\"switch\",\"nested\":{}}", LineKind::GARBAGE, Event::OTHER},
-        {"{\"t\":\"switch\",\"list\":[1]}", LineKind::GARBAGE, Event::OTHER},
         {"{\"t\":\"switch\"} trailing", LineKind::GARBAGE, Event::OTHER},
         {"{\"t\":\"switch\",}", LineKind::GARBAGE, Event::OTHER},
         {"{\"t\":\"sw\\u0000\"}", LineKind::GARBAGE, Event::OTHER},
@@ -82,28 +79,6 @@ TEST(EngineProtocol, ReadsFieldsAndEscapes) {
     const std::string text = "tab\there \"quoted\" back\\slash \x01 ctl";
     ASSERT_EQ(Classify("{\"t\":\"status\",\"text\":" + platform::JsonQuote(text) + "}", e, why), LineKind::PROTOCOL);
     EXPECT_EQ(e.text, text);
-}
-
-// Random bytes and mutations of valid lines never crash the reader.
-TEST(EngineProtocol, SurvivesRandomInput) {
-    std::mt19937 rng(7);
-    const std::string seed = "{\"t\":\"progress\",\"done\":1,\"total\":2,\"percent\":50,\"x\":\"\\u00e9\"}";
-    Event e;
-    std::string why;
-    for (int i = 0; i < 20000; ++i) {
-        std::string line = seed;
-        const int edits = 1 + static_cast<int>(rng() % 4);
-        for (int k = 0; k < edits; ++k) {
-            const std::size_t at = rng() % line.size();
-            switch (rng() % 3) {
-                case 0: line[at] = static_cast<char>(rng()); break;
-                case 1: line.erase(at, 1 + rng() % 8); break;
-                default: line.insert(at, 1, "{}[]\",:\\u0"[rng() % 11]);
-            }
-            if (line.empty()) line = "{";
-        }
-        Classify(line, e, why);
-    }
 }
 
 }  // namespace

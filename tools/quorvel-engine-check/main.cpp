@@ -1,10 +1,14 @@
 // Conformance kit for authors of engine programs: runs a program through the cases of
 // the engine line protocol (docs/engine-protocol.md) and prints what conforms.
+#include <stdlib.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -91,7 +95,8 @@ int main(int argc, char** argv) {
             "Runs PROGRAM ARGS as the station would for one job and checks it against the engine line\n"
             "protocol: its --version hello, a job with progress and a passing result, a failing job\n"
             "(PROGRAM ARGS FAIL-ARGS, when given), cancel by SIGTERM, no garbage, no silence longer\n"
-            "than SECONDS (60), the protocol version. Exit status 0 when everything conforms.");
+            "than SECONDS (60), the protocol version, and --preload and --verify answered with a\n"
+            "result or left out. Exit status 0 when everything conforms.");
         return 2;
     }
     std::vector<std::string> job(argv + i, argv + argc);
@@ -139,6 +144,25 @@ int main(int argc, char** argv) {
            cancel.outcome.kind != JobOutcome::CANCELLED ? "no progress to cancel at: " + Describe(cancel.outcome)
            : cancel.outcome.killed ? "ignored SIGTERM; killed after " + std::to_string(engine::kProgramGraceMs) + " ms"
                                    : "ended on SIGTERM");
+    // The optional package-wide operations: a result, or an exit without one, conforms.
+    char folder[] = "/tmp/quorvel-engine-check-XXXXXX";
+    const std::string dir = ::mkdtemp(folder) ? std::string(folder) + "/" : "/tmp/";
+    std::ofstream(dir + "CheckSum.ini") << "[CheckSum]\n";
+    std::ofstream(dir + "image.bin") << "image\n";
+    for (const auto& [name, operation] : {std::pair<const char*, std::vector<std::string>>{"preload", {"--preload"}},
+                                          {"verify", {"--verify", dir + "CheckSum.ini"}}}) {
+        std::vector<std::string> argv = job;
+        argv.insert(argv.begin() + 1, operation.begin(), operation.end());
+        const Run r = RunOnce(clock, argv, silenceMs);
+        const bool offered = r.outcome.kind == JobOutcome::PASSED || r.outcome.kind == JobOutcome::FAILED;
+        const bool absent = r.outcome.kind == JobOutcome::FAULT && r.outcome.noResult;
+        Report(offered || absent, name,
+               offered  ? "offered, " + Describe(r.outcome)
+               : absent ? "not offered (" + r.outcome.text + ")"
+                        : r.outcome.text);
+    }
+    std::error_code ec;
+    if (dir != "/tmp/") std::filesystem::remove_all(dir, ec);
     std::printf("%s\n", failures ? "does not conform" : "conforms to engine line protocol 1");
     return failures ? 1 : 0;
 }

@@ -5,9 +5,11 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -36,6 +38,9 @@ struct Options {
     std::string device;     // the phone's device instance ID ({device})
     bool stamp = false;     // progress "done" = the monotonic clock in microseconds, for latency benchmarks
     std::string replay;
+    std::string package;    // {package}: checked by --preload
+    std::string operation;  // preload or verify
+    std::string checksum;   // --verify: the package's checksum list
 };
 
 Options g;
@@ -47,6 +52,8 @@ void Usage() {
         "         [--time-scale F] [--progress-rate N] [--stamp] [--protocol N]\n"
         "         [--misbehave MODE[@DEVICE]] [--device ID]\n"
         "       quorvel-sim-engine --version   (writes its hello and exits)\n"
+        "       quorvel-sim-engine --preload [--package FILE]   (passes when FILE exists)\n"
+        "       quorvel-sim-engine --verify CHECKSUM [--fail]   (checks the files beside CHECKSUM)\n"
         "MODE: crash, garbage, silent, no-result, ignore-term or no-hello; with @DEVICE only for\n"
         "the job whose --device is DEVICE.\n"
         "       quorvel-sim-engine --replay LOG [--time-scale F]\n"
@@ -104,6 +111,7 @@ double TransferMs(unsigned long long bytes) {
 // Returns false when it stops at the failing point (half way).
 bool Transfer(double ms, bool failing, bool bytes) {
     const int chunks = g.progressRate > 0 ? std::max(1, static_cast<int>(ms / 1000.0 * g.progressRate)) : 10;
+    if (bytes && !g.stamp) Emit("{\"t\":\"progress\",\"done\":0,\"total\":" + std::to_string(g.sizeBytes) + "}");
     for (int i = 1; i <= chunks; ++i) {
         SleepMs(ms / chunks);
         if (bytes)
@@ -160,6 +168,33 @@ int SprdJob() {
     if (!g.pass && !phase1) return Result(false, "Download failed"), 0;
     if (phase1 && g.switchPort) Emit("{\"t\":\"switch\"}");
     Result(true);
+    return 0;
+}
+
+// The package-wide operations, as the in-process engine does them: a pre-load passes when
+// the package file is there; a verification reports each file beside the checksum list.
+int Operation() {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    if (g.operation == "preload") {
+        if (!g.package.empty() && !fs::is_regular_file(g.package, ec))
+            return Result(false, "no package " + g.package), 0;
+        return Result(true), 0;
+    }
+    std::vector<fs::path> files;
+    for (fs::directory_iterator it(fs::path(g.checksum).parent_path(), ec), end; !ec && it != end; it.increment(ec))
+        if (it->is_regular_file(ec) && it->path().filename() != fs::path(g.checksum).filename())
+            files.push_back(it->path());
+    std::sort(files.begin(), files.end());
+    for (const auto& file : files) {
+        const auto size = static_cast<unsigned long long>(fs::file_size(file, ec));
+        for (unsigned long long half = 0; half <= 2; ++half) {
+            Emit("{\"t\":\"progress\",\"file\":" + quorvel::platform::JsonQuote(file.string()) +
+                 ",\"done\":" + std::to_string(size * half / 2) + ",\"total\":" + std::to_string(size) + "}");
+            SleepMs(20);
+        }
+    }
+    Result(g.pass, g.pass ? "" : "checksum mismatch");
     return 0;
 }
 
@@ -220,6 +255,12 @@ int main(int argc, char** argv) {
             g.replay = next();
         else if (a == "--device")
             g.device = next();
+        else if (a == "--package")
+            g.package = next();
+        else if (a == "--preload")
+            g.operation = "preload";
+        else if (a == "--verify")
+            g.operation = "verify", g.checksum = next();
         else if (a == "--stamp")
             g.stamp = true;
         else if (a == "--help" || a == "-h")
@@ -231,12 +272,13 @@ int main(int argc, char** argv) {
     if (const auto at = g.misbehave.find('@'); at != std::string::npos)
         g.misbehave = g.misbehave.substr(at + 1) == g.device ? g.misbehave.substr(0, at) : "";
     if (g.misbehave == "ignore-term") signal(SIGTERM, SIG_IGN);
-    std::fprintf(stderr, "quorvel-sim-engine: %s job, phase %d\n", g.platform.c_str(), g.phase);
     if (g.misbehave != "no-hello")
         Emit("{\"t\":\"hello\",\"protocol\":" + std::to_string(g.announce) +
              ",\"program\":\"quorvel-sim-engine 1.0\"}");
     if (g.misbehave == "version") return 0;  // the hello is the answer
-    Emit("simulated engine started");        // free text: goes to the job log
+    if (!g.operation.empty()) return Operation();
+    std::fprintf(stderr, "quorvel-sim-engine: %s job, phase %d\n", g.platform.c_str(), g.phase);
+    Emit("simulated engine started");  // free text: goes to the job log
     if (g.misbehave == "crash") {
         Status("bind");
         // The default action, even where a sanitizer catches the signal for its report.

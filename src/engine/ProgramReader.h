@@ -1,0 +1,87 @@
+#pragma once
+// One thread reads the standard output of every running engine program of a clock,
+// so sixteen programs cost one wake-up per round rather than one thread each. While
+// nothing but progress comes, it reads once per pacing interval: lines wait in their
+// pipes and are taken together, and progress held back (it came sooner than its
+// interval) is handed on in the next round. It also sees each program exit, drains what the pipe
+// held and reaps it. A program that writes fast gets one buffer per round, so it
+// cannot starve the others.
+// Threads: Add and Remove from a job's thread; the Client calls run on the reader's
+// own thread, one at a time, with no lock of the caller held. After Remove returns,
+// no call for that client runs or will run.
+
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "platform/ChildProcess.h"
+#include "platform/Clock.h"
+
+namespace quorvel::engine {
+
+class ProgramReader {
+public:
+    class Client {
+    public:
+        // What OnOutput answers, as bits.
+        static constexpr unsigned PROGRESS_ONLY = 1;  // every complete line was progress: may wait a round
+        static constexpr unsigned HOLDING = 2;        // it holds progress for OnRound to hand on
+        // Output of the program, read in the round that began at `now`.
+        virtual unsigned OnOutput(const char* data, std::size_t size, platform::Millis now) = 0;
+        // A round began at `now`, a whole pacing interval after the one in which it held
+        // progress. True while it still holds some.
+        virtual bool OnRound(platform::Millis now) = 0;
+        // The program exited and was reaped; after its last OnOutput.
+        virtual void OnExit(const platform::ChildProcess::Exit& exit) = 0;
+
+    protected:
+        ~Client() = default;
+    };
+
+    // The reader of `clock`'s programs, started on first use; it ends with its last holder.
+    static std::shared_ptr<ProgramReader> For(platform::Clock& clock);
+    ~ProgramReader();
+    ProgramReader(const ProgramReader&) = delete;
+    ProgramReader& operator=(const ProgramReader&) = delete;
+
+    // Watches `child` for `client` until Remove. `paceMs` > 0: the client's progress may
+    // wait that long; 0: every line is read at once (no pacing while it runs). Empty, or
+    // why it cannot be watched.
+    std::string Add(platform::ChildProcess& child, Client& client, platform::Millis paceMs);
+    void Remove(Client& client);
+
+private:
+    explicit ProgramReader(platform::Clock& clock);
+    void Main();
+    // With mutex_ held; false when the program has exited.
+    bool ReadOnce(std::uint64_t id, platform::Millis now, bool& progressOnly);
+    void Finish(std::uint64_t id, platform::Millis now);
+    // The shortest pacing interval of the watches; `unpaced`: one of them is not paced.
+    platform::Millis Pace(bool& unpaced) const;
+
+    struct Watch {
+        platform::ChildProcess* child;
+        Client* client;
+        platform::Millis paceMs;
+        bool outOpen = true;
+        bool holding = false;
+        bool done = false;  // exited and reaped
+    };
+
+    platform::Clock& clock_;
+    int epoll_ = -1;
+    int wake_ = -1;  // eventfd: ends the epoll wait on shutdown
+    std::mutex mutex_;
+    std::condition_variable cv_;  // the pacing wait
+    bool stop_ = false;
+    std::uint64_t nextId_ = 1;
+    std::map<std::uint64_t, Watch> watches_;
+    std::map<const Client*, std::uint64_t> ids_;
+    std::thread thread_;
+};
+
+}  // namespace quorvel::engine
