@@ -108,10 +108,10 @@ int StationRun::PreStartCheck() {
             manager_.SetState(engine::Ready);
             break;
         default:
-            // No package chosen: the station still runs (phones are bound), so its
-            // workers must start too.
-            manager_.SetState(engine::Ready);
-            break;
+            // Without a package phones would be bound and never flashed. The settings
+            // dialog refuses a missing file with this text for every kind, so Start does too.
+            station_.ui.MessageBox(station_.language.ChooseText(texts::kSelectScatterFirst));
+            return 0;
     }
     return 1;
 }

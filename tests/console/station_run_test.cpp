@@ -74,12 +74,26 @@ TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWor
     run.Manager().JoinWalks();
 }
 
-TEST_F(StationRunTest, MissingCfgFileOrFailedVerificationKeepsTheStationReady) {
-    st.package.kind = PACKAGE_MTK_CFG;
-    st.package.cfgFilePath = f.dir.File("fw/gone.cfg");
-    Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_INIT);
-    EXPECT_EQ(Messages(), std::vector<std::string>{"Please select MTK CFG file first!"});
+TEST_F(StationRunTest, NoPackageMissingFileOrFailedVerificationRefusesStart) {
+    const struct {
+        std::int32_t kind;
+        std::string* path;
+        const char* message;
+    } refusals[] = {
+        {PACKAGE_NONE, nullptr, "Please select MTK Scatter file first!"},
+        {PACKAGE_MTK_CFG, &st.package.cfgFilePath, "Please select MTK CFG file first!"},
+        {PACKAGE_SPRD_PAC, &st.package.pacFilePath, "Please select SPRD pac file first!"},
+    };
+    for (const auto& r : refusals) {
+        SCOPED_TRACE(r.kind);
+        f.ui.Clear();
+        st.package.kind = r.kind;
+        if (r.path) *r.path = f.dir.File("fw/gone");
+        Click();
+        EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_INIT);
+        EXPECT_FALSE(st.stationRunning);
+        EXPECT_EQ(Messages(), std::vector<std::string>{r.message});
+    }
 
     st.package.kind = PACKAGE_MTK_SCATTER;
     registry.SetVerifyPasses(false);
