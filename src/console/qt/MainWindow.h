@@ -27,11 +27,17 @@ public:
     // Redraws from the view models now (normally coalesced after changes).
     void Refresh();
     widgets::SlotListView& SlotList() { return *slotList_; }
+    // The session is ending (logout, shutdown, SIGTERM): close without asking.
+    void EndSession();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    // The slot a shown row belongs to, by its number; -1 for none.
+    int SlotOfRow(int row) const;
+    void ShowHistory(int row);
     void ScheduleRefresh();
     QToolButton* MakeButton(int control, QStyle::StandardPixmap icon);
     void ShowContextMenu(int row, QPoint globalPos);
@@ -57,6 +63,7 @@ private:
     widgets::SlotListView* slotList_;
     QLabel* panes_[4];
     std::string shownBackground_;
+    bool sessionEnding_ = false;
 };
 
 }  // namespace quorvel::console

@@ -2,6 +2,11 @@
 // station thread and its window on the GUI thread until the window closes.
 
 #include <QApplication>
+#include <QSessionManager>
+#include <QSocketNotifier>
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
 #include <atomic>
 
 #include "app/AppStartup.h"
@@ -16,6 +21,16 @@
 #include "platform/StationLoop.h"
 
 using namespace quorvel;
+
+namespace {
+// SIGTERM (a session or service manager ending us) closes the window as a logout does:
+// the jobs are recorded as interrupted and the bindings saved, and nobody is asked.
+int termPipe[2] = {-1, -1};
+void OnTerm(int) {
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t n = ::write(termPipe[1], &byte, 1);
+}
+}  // namespace
 
 int main(int argc, char** argv) {
     QApplication application(argc, argv);
@@ -40,6 +55,13 @@ int main(int argc, char** argv) {
     console::MainWindow window(station, loop, controller);
     ui.SetParentWindow(&window);
     ui.SetStationLoop(&loop);
+    QObject::connect(&application, &QGuiApplication::commitDataRequest, &window,
+                     [&](QSessionManager&) { window.EndSession(); });
+    if (::pipe2(termPipe, O_CLOEXEC | O_NONBLOCK) == 0) {
+        auto* notifier = new QSocketNotifier(termPipe[0], QSocketNotifier::Read, &window);
+        QObject::connect(notifier, &QSocketNotifier::activated, &window, [&] { window.EndSession(); });
+        std::signal(SIGTERM, OnTerm);
+    }
     loop.Start();
 
     // Initialisation runs on the station thread while the GUI thread stays free to
