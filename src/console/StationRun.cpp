@@ -125,6 +125,7 @@ void StationRun::StartStopClick() {
         monitor_.Start();
         station_.clock.Sleep(20);
         manager_.StartAll();
+        if (inhibitor_) inhibitor_->Hold(true);
         console_.buttonStatus_ = DOWNLOAD_BUTTON_STATUS_STOP;
         console_.SetButtonStatus(DOWNLOAD_BUTTON_STATUS_STOP);
         return;
@@ -141,6 +142,7 @@ void StationRun::StartStopClick() {
     }
     if (!manager_.StopAll()) return;  // it has told the operator
     station_.stationRunning = false;
+    if (inhibitor_) inhibitor_->Hold(false);
     console_.buttonStatus_ = DOWNLOAD_BUTTON_STATUS_START;
     console_.SetButtonStatus(DOWNLOAD_BUTTON_STATUS_START);
     station_.settingsStore.SaveBindings();

@@ -14,6 +14,7 @@
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
 #include "sim/AutoBench.h"
+#include "console/qt/LogindInhibitor.h"
 #include "console/qt/MainWindow.h"
 #include "console/qt/QtConsoleUi.h"
 #include "platform/Clock.h"
@@ -62,6 +63,8 @@ int main(int argc, char** argv) {
         QObject::connect(notifier, &QSocketNotifier::activated, &window, [&] { window.EndSession(); });
         std::signal(SIGTERM, OnTerm);
     }
+    console::LogindInhibitor sleepInhibitor;
+    rig->Run().SetSleepInhibitor(&sleepInhibitor);
     loop.Start();
 
     // Initialisation runs on the station thread while the GUI thread stays free to
