@@ -1,8 +1,9 @@
-// What the operator is asked before a close, and what a slot's history shows.
+// What the operator is asked before a close, what a slot's history shows, and the cues.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
+#include "app/FinishCue.h"
 #include "app/JobHistory.h"
 #include "console/CloseCheck.h"
 #include "console/SlotHistory.h"
@@ -81,6 +82,21 @@ TEST(SlotHistory, TheSlotsJobsOfTodayNewestFirstWithWhyTheyFailed) {
 
     EXPECT_EQ(FailureText(Job(1, "2026-11-23T10:00:00Z", JobResult::Fail, "Format", "Timeout")), "Format\nTimeout");
     EXPECT_EQ(FailureText(Job(1, "2026-11-23T10:00:00Z", JobResult::Interrupted, "Format", "Stopped")), "");
+}
+
+TEST(FinishCue, PassAndFailSoundDifferentlyAndAStopIsSilent) {
+    EXPECT_EQ(app::CueFor(JobResult::Pass), app::Cue::Pass);
+    EXPECT_EQ(app::CueFor(JobResult::Fail), app::Cue::Fail);
+    EXPECT_FALSE(app::CueFor(JobResult::Interrupted));
+    const auto pass = app::CueSamples(app::Cue::Pass, 8000);
+    const auto fail = app::CueSamples(app::Cue::Fail, 8000);
+    EXPECT_NE(pass, fail);
+    for (const auto* cue : {&pass, &fail}) {
+        ASSERT_GT(cue->size(), 8000u / 4);
+        EXPECT_LT(cue->size(), 8000u);  // short: a cue, not a tune
+        EXPECT_EQ(cue->front(), 0);     // faded in and out, so it does not click
+        EXPECT_EQ(cue->back(), 0);
+    }
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
 #include "sim/AutoBench.h"
+#include "console/qt/CuePlayer.h"
 #include "console/qt/LogindInhibitor.h"
 #include "console/qt/MainWindow.h"
 #include "console/qt/QtConsoleUi.h"
@@ -65,6 +66,7 @@ int main(int argc, char** argv) {
     }
     console::LogindInhibitor sleepInhibitor;
     rig->Run().SetSleepInhibitor(&sleepInhibitor);
+    std::unique_ptr<console::CuePlayer> cues;
     loop.Start();
 
     // Initialisation runs on the station thread while the GUI thread stays free to
@@ -75,6 +77,12 @@ int main(int argc, char** argv) {
     loop.PostTask([&] {
         const bool ready = controller.OnInitDialog();
         consoleReady = ready;
+        if (ready && station.settings.soundCue) {
+            cues = std::make_unique<console::CuePlayer>();
+            station.history.SetObserver([&](const app::JobRecord& job) {
+                if (const auto cue = app::CueFor(job.result)) cues->Play(*cue);
+            });
+        }
         if (ready && rig->Bench() && station.settings.benchAuto) {
             // Phones of the platform of the package chosen at the moment they arrive.
             autoBench = std::make_unique<sim::AutoBench>(*rig->Bench(), clock, [&] {
@@ -103,5 +111,6 @@ int main(int argc, char** argv) {
     // As the console's destructor does: keep the binding table, unless start-up failed.
     rig->Close(loop, consoleReady);
     rig.reset();
+    station.history.SetObserver({});
     return exitCode;
 }
