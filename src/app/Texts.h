@@ -70,8 +70,11 @@ inline constexpr LangText kMenuRemoveStatistics{"清除统计", "Remove Statisti
 inline constexpr LangText kMenuHistory{"历史记录...", "History..."};
 // The slot's history window. %s: the slot's row number.
 inline constexpr LangText kHistoryTitle{"槽位 %s 今天的记录", "Slot %s today"};
-inline constexpr LangText kHistoryColumns[5]{
-    {"结束时间", "Ended"}, {"结果", "Result"}, {"用时", "Time"}, {"端口", "Port"}, {"失败步骤和原因", "Step and error"}};
+inline constexpr LangText kHistoryColumns[5]{{"结束时间", "Ended"},
+                                             {"结果", "Result"},
+                                             {"用时", "Time"},
+                                             {"端口", "Port"},
+                                             {"失败步骤和原因", "Step and error"}};
 inline constexpr LangText kHistoryEmpty{"今天没有记录", "No jobs today"};
 // Closing while phones are flashed. %s: the busy slots' row numbers.
 inline constexpr LangText kCloseWhileBusy{

@@ -15,7 +15,7 @@ struct SlotHistoryRow {
     std::string result;  // PASS, FAIL, interrupted
     std::string time;    // duration, "3:00"
     std::string port;
-    std::string why;     // failing step and error text, one line
+    std::string why;  // failing step and error text, one line
     bool failed = false;
 };
 

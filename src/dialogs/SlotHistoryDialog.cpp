@@ -11,7 +11,9 @@
 namespace quorvel::dialogs {
 
 namespace {
-QString Q(const std::string& s) { return QString::fromUtf8(s.c_str()); }
+QString Q(const std::string& s) {
+    return QString::fromUtf8(s.c_str());
+}
 }  // namespace
 
 SlotHistoryDialog::SlotHistoryDialog(const std::string& rowNumber, const std::vector<console::SlotHistoryRow>& rows,

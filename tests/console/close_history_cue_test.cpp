@@ -74,9 +74,9 @@ TEST(SlotHistory, TheSlotsJobsOfTodayNewestFirstWithWhyTheyFailed) {
     const auto rows = TodaysSlotHistory(dir.File("TestLog"), 6, app::ParseIsoText("2026-11-23T11:00:00Z")->utc);
     std::vector<std::string> shown;
     for (const SlotHistoryRow& r : rows) shown.push_back(r.ended + " " + r.result + " " + r.time + " " + r.why);
-    EXPECT_EQ(shown, (std::vector<std::string>{"10:43:00 interrupted 2:05 same second, appended later",
-                                               "10:43:00 FAIL 2:05 DA download: Download failed!",
-                                               "09:00:00 PASS 2:05 "}));
+    EXPECT_EQ(shown,
+              (std::vector<std::string>{"10:43:00 interrupted 2:05 same second, appended later",
+                                        "10:43:00 FAIL 2:05 DA download: Download failed!", "09:00:00 PASS 2:05 "}));
     EXPECT_TRUE(rows[1].failed);
     EXPECT_FALSE(rows[0].failed);
 

@@ -58,7 +58,8 @@ void CuePlayer::Sound(app::Cue cue) {
     // Non-blocking open: a device another program holds must not stall the queue.
     int rc = snd_pcm_open(&pcm, "default", SND_PCM_STREAM_PLAYBACK, SND_PCM_NONBLOCK);
     if (rc >= 0) rc = snd_pcm_nonblock(pcm, 0);
-    if (rc >= 0) rc = snd_pcm_set_params(pcm, SND_PCM_FORMAT_S16, SND_PCM_ACCESS_RW_INTERLEAVED, 1, kRate, 1, kLatencyUs);
+    if (rc >= 0)
+        rc = snd_pcm_set_params(pcm, SND_PCM_FORMAT_S16, SND_PCM_ACCESS_RW_INTERLEAVED, 1, kRate, 1, kLatencyUs);
     if (rc >= 0) {
         const std::vector<std::int16_t> samples = app::CueSamples(cue, static_cast<int>(kRate));
         std::size_t done = 0;

@@ -1,12 +1,12 @@
 #include "console/qt/LogindInhibitor.h"
 
+#include <unistd.h>
+
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusUnixFileDescriptor>
-#include <unistd.h>
-
 #include <cstdio>
 
 namespace quorvel::console {

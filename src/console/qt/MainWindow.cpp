@@ -239,14 +239,14 @@ void MainWindow::ShowHistory(int row) {
     char number[16];
     std::snprintf(number, sizeof number, "%02d", slot + 1);
     dialogs::SlotHistoryDialog dialog(
-        number, TodaysSlotHistory(station_.history.Dir(), slot, station_.clock.WallSeconds()), station_.language,
-        this);
+        number, TodaysSlotHistory(station_.history.Dir(), slot, station_.clock.WallSeconds()), station_.language, this);
     dialog.exec();
 }
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
     // A row whose last job failed tells why when the pointer rests on it.
-    if (watched != slotList_->viewport() || event->type() != QEvent::ToolTip) return QWidget::eventFilter(watched, event);
+    if (watched != slotList_->viewport() || event->type() != QEvent::ToolTip)
+        return QWidget::eventFilter(watched, event);
     auto* help = static_cast<QHelpEvent*>(event);
     const int slot = SlotOfRow(slotList_->rowAt(help->pos().y()));
     if (slot < 0 || station_.bindings.State(slot) == BIND_BUSY) return QWidget::eventFilter(watched, event);

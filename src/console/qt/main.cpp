@@ -1,19 +1,19 @@
 // The station program: single-instance check, folders, then the console on the
 // station thread and its window on the GUI thread until the window closes.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <QApplication>
 #include <QSessionManager>
 #include <QSocketNotifier>
-#include <csignal>
-#include <fcntl.h>
-#include <unistd.h>
 #include <atomic>
+#include <csignal>
 
 #include "app/AppStartup.h"
 #include "app/Station.h"
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
-#include "sim/AutoBench.h"
 #include "console/qt/CuePlayer.h"
 #include "console/qt/LogindInhibitor.h"
 #include "console/qt/MainWindow.h"
@@ -21,6 +21,7 @@
 #include "platform/Clock.h"
 #include "platform/ExeDir.h"
 #include "platform/StationLoop.h"
+#include "sim/AutoBench.h"
 
 using namespace quorvel;
 
