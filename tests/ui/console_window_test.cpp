@@ -173,7 +173,7 @@ private Q_SLOTS:
         st.bindings.SetState(6, app::BIND_ALL_BINDED);
         QCOMPARE(tip(), QString("DA download\nDownload failed!"));
         st.bindings.SetState(6, app::BIND_BUSY);
-        window.EndSession();
+        window.EndSession(true);
         QVERIFY(!window.isVisible());
     }
 

@@ -257,9 +257,9 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
     return true;
 }
 
-void MainWindow::EndSession() {
+void MainWindow::EndSession(bool closeNow) {
     sessionEnding_ = true;
-    close();
+    if (closeNow) close();
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

@@ -27,8 +27,9 @@ public:
     // Redraws from the view models now (normally coalesced after changes).
     void Refresh();
     widgets::SlotListView& SlotList() { return *slotList_; }
-    // The session is ending (logout, shutdown, SIGTERM): close without asking.
-    void EndSession();
+    // The session is ending (logout, shutdown): a close from now on is not asked.
+    // `closeNow` closes the window at once (SIGTERM, where nothing else will).
+    void EndSession(bool closeNow);
 
 protected:
     void closeEvent(QCloseEvent* event) override;

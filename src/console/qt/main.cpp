@@ -58,11 +58,12 @@ int main(int argc, char** argv) {
     console::MainWindow window(station, loop, controller);
     ui.SetParentWindow(&window);
     ui.SetStationLoop(&loop);
+    // At a logout the session manager ends the program itself once its data is committed.
     QObject::connect(&application, &QGuiApplication::commitDataRequest, &window,
-                     [&](QSessionManager&) { window.EndSession(); });
+                     [&](QSessionManager&) { window.EndSession(false); });
     if (::pipe2(termPipe, O_CLOEXEC | O_NONBLOCK) == 0) {
         auto* notifier = new QSocketNotifier(termPipe[0], QSocketNotifier::Read, &window);
-        QObject::connect(notifier, &QSocketNotifier::activated, &window, [&] { window.EndSession(); });
+        QObject::connect(notifier, &QSocketNotifier::activated, &window, [&] { window.EndSession(true); });
         std::signal(SIGTERM, OnTerm);
     }
     console::LogindInhibitor sleepInhibitor;
