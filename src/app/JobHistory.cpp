@@ -59,6 +59,29 @@ std::string JobHistory::FileFor(const TimeStamp& end) const {
 }
 
 bool JobHistory::Append(const JobRecord& record, std::string* error) const {
+    const bool written = Write(record, error);
+    {
+        std::lock_guard g(lastMutex_);
+        last_[record.slot] = record;
+    }
+    std::lock_guard g(observerMutex_);
+    if (observer_) observer_(record);
+    return written;
+}
+
+std::optional<JobRecord> JobHistory::LastJob(int slot) const {
+    std::lock_guard g(lastMutex_);
+    const auto it = last_.find(slot);
+    if (it == last_.end()) return std::nullopt;
+    return it->second;
+}
+
+void JobHistory::SetObserver(std::function<void(const JobRecord&)> observer) {
+    std::lock_guard g(observerMutex_);
+    observer_ = std::move(observer);
+}
+
+bool JobHistory::Write(const JobRecord& record, std::string* error) const {
     const std::string line = JobLine(record);
     const std::string path = FileFor(record.end);
     const auto fail = [&](const char* what) {

@@ -4,6 +4,10 @@
 // threads at once: each line goes out in one write(2) on an O_APPEND descriptor, so lines
 // never interleave, and is on disk (fdatasync) before Append returns.
 
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
 #include <string>
 
 #include "app/JobRecord.h"
@@ -22,12 +26,26 @@ public:
 
     // The file a job that ended at `end` goes to.
     std::string FileFor(const TimeStamp& end) const;
+    const std::string& Dir() const { return dir_; }
     // Appends the record's line and syncs it. False (and the reason in `error`) when the
     // line could not be written whole; nothing is retried, the caller says it once.
+    // Either way the job is remembered as its slot's last and the observer is told.
     bool Append(const JobRecord& record, std::string* error = nullptr) const;
 
+    // The last job of `slot` given to Append in this process.
+    std::optional<JobRecord> LastJob(int slot) const;
+    // Told of each job on the appending (worker) thread after its line is written: it
+    // must return quickly. Once SetObserver returns, the old observer never runs again.
+    void SetObserver(std::function<void(const JobRecord&)> observer);
+
 private:
+    bool Write(const JobRecord& record, std::string* error) const;
+
     std::string dir_;
+    mutable std::mutex lastMutex_;
+    mutable std::map<int, JobRecord> last_;
+    mutable std::mutex observerMutex_;  // guards observer_ and its calls
+    std::function<void(const JobRecord&)> observer_;
 };
 
 }  // namespace quorvel::app

@@ -42,6 +42,9 @@ struct Settings {
     // Driver service name -> kernel driver ("ServiceDrivers=usbser:cdc_acm,...").
     std::map<std::string, std::string> serviceDrivers{
         {"usbser", "cdc_acm"}, {"wdm_usb", "cdc_acm"}, {"sprdvcom", "option"}};
+
+    // section UI
+    bool soundCue = false;  // Sound=1: a tone when a slot's job ends, one for pass, one for fail
 };
 
 }  // namespace quorvel::app

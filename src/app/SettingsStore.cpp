@@ -116,6 +116,9 @@ int SettingsStore::SettingsLoad() {
     r.Number("BENCH", "Auto", autoPhones);
     s.benchAuto = autoPhones != 0;
     s.benchScenario = r.Text("BENCH", "Scenario", kPathBuffer);
+    std::uint32_t sound = 0;
+    r.Number("UI", "Sound", sound);
+    s.soundCue = sound != 0;
     // An absent key keeps the built-in aliases; a given one replaces them all.
     if (const std::string drivers = r.Text("BENCH", "ServiceDrivers", kOptionBuffer); !drivers.empty()) {
         s.serviceDrivers.clear();

@@ -68,6 +68,20 @@ inline constexpr LangText kMenuRemoveAllBind{"清除所有绑定", "Remove All B
 inline constexpr LangText kMenuMergeRepeatBind{"合并重复绑定", "Merge Repeat Bind"};
 inline constexpr LangText kMenuRemoveStatistics{"清除统计", "Remove Statistics"};
 inline constexpr LangText kMenuBenchView{"工位视图", "Bench view"};
+inline constexpr LangText kMenuHistory{"历史记录...", "History..."};
+// The slot's history window. %s: the slot's row number.
+inline constexpr LangText kHistoryTitle{"槽位 %s 今天的记录", "Slot %s today"};
+inline constexpr LangText kHistoryColumns[5]{{"结束时间", "Ended"},
+                                             {"结果", "Result"},
+                                             {"用时", "Time"},
+                                             {"端口", "Port"},
+                                             {"失败步骤和原因", "Step and error"}};
+inline constexpr LangText kHistoryEmpty{"今天没有记录", "No jobs today"};
+// Closing while phones are flashed. %s: the busy slots' row numbers.
+inline constexpr LangText kCloseWhileBusy{
+    "仍在下载：槽位 %s。\n现在关闭会中断下载，手机可能无法使用。\n仍然关闭吗？",
+    "Still downloading: slot %s.\nClosing now cuts these downloads short and may leave the phones "
+    "unusable.\nClose anyway?"};
 
 // ---- operator dialogs ----
 inline constexpr LangText kSettingsTitle{"设置", "Settings"};

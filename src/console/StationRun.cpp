@@ -108,10 +108,10 @@ int StationRun::PreStartCheck() {
             manager_.SetState(engine::Ready);
             break;
         default:
-            // No package chosen: the station still runs (phones are bound), so its
-            // workers must start too.
-            manager_.SetState(engine::Ready);
-            break;
+            // Without a package phones would be bound and never flashed. The settings
+            // dialog refuses a missing file with this text for every kind, so Start does too.
+            station_.ui.MessageBox(station_.language.ChooseText(texts::kSelectScatterFirst));
+            return 0;
     }
     return 1;
 }
@@ -125,6 +125,7 @@ void StationRun::StartStopClick() {
         monitor_.Start();
         station_.clock.Sleep(20);
         manager_.StartAll();
+        if (inhibitor_) inhibitor_->Hold(true);
         console_.buttonStatus_ = DOWNLOAD_BUTTON_STATUS_STOP;
         console_.SetButtonStatus(DOWNLOAD_BUTTON_STATUS_STOP);
         return;
@@ -141,6 +142,7 @@ void StationRun::StartStopClick() {
     }
     if (!manager_.StopAll()) return;  // it has told the operator
     station_.stationRunning = false;
+    if (inhibitor_) inhibitor_->Hold(false);
     console_.buttonStatus_ = DOWNLOAD_BUTTON_STATUS_START;
     console_.SetButtonStatus(DOWNLOAD_BUTTON_STATUS_START);
     station_.settingsStore.SaveBindings();

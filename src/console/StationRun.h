@@ -12,6 +12,7 @@
 #include "devices/DeviceMonitor.h"
 #include "devices/PortBinding.h"
 #include "engine/DownloadManager.h"
+#include "platform/SleepInhibitor.h"
 #include "platform/StationLoop.h"
 
 namespace quorvel::console {
@@ -32,6 +33,9 @@ public:
     int PreStartCheck();
     platform::LResult OnDeviceEvent(const devices::DeviceEventRecord& record) { return binding_.OnDeviceEvent(record); }
 
+    // Held while the station runs; none by default. Set before the first Start.
+    void SetSleepInhibitor(platform::SleepInhibitor* inhibitor) { inhibitor_ = inhibitor; }
+
     engine::DownloadManager& Manager() { return manager_; }
     devices::DeviceMonitor& Monitor() { return monitor_; }
     devices::PortBinding& Binding() { return binding_; }
@@ -51,6 +55,7 @@ private:
     devices::DeviceMonitor monitor_;
     std::unique_ptr<MessageRouter> router_;
     std::vector<app::HubPortEntry> hubPorts_;
+    platform::SleepInhibitor* inhibitor_ = nullptr;
 };
 
 }  // namespace quorvel::console

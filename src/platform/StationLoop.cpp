@@ -137,12 +137,18 @@ void StationLoop::PumpUntil(const std::function<bool()>& finished) {
     clock_.WaitFor(lk, wake_, kForever, [&] { return finished(); });
 }
 
+void StationLoop::PumpTimerUntil(int timerId, const std::function<bool()>& finished) {
+    std::unique_lock lk(mutex_);
+    Pump(lk, &finished, timerId);
+    clock_.WaitFor(lk, wake_, kForever, [&] { return finished(); });
+}
+
 void StationLoop::Wake() {
     { std::lock_guard g(mutex_); }  // a pump between its check and its wait sees the change
     wake_.notify_all();
 }
 
-void StationLoop::Pump(std::unique_lock<std::mutex>& lk, const std::function<bool()>* finished) {
+void StationLoop::Pump(std::unique_lock<std::mutex>& lk, const std::function<bool()>* finished, int onlyTimer) {
     auto over = [&] { return stopping_ || (finished && (*finished)()); };
     while (!over()) {
         // A due timer runs before the next message, so a busy queue never starves
@@ -152,6 +158,7 @@ void StationLoop::Pump(std::unique_lock<std::mutex>& lk, const std::function<boo
         int dueId = -1;
         Millis next = kForever;
         for (auto& [id, t] : timers_) {
+            if (onlyTimer >= 0 && id != onlyTimer) continue;
             if (t.due <= now) {
                 dueId = id;
                 break;
@@ -166,7 +173,7 @@ void StationLoop::Pump(std::unique_lock<std::mutex>& lk, const std::function<boo
             lk.lock();
             continue;
         }
-        if (!queue_.empty()) {
+        if (onlyTimer < 0 && !queue_.empty()) {
             Item item = std::move(queue_.front());
             queue_.pop_front();
             lk.unlock();
@@ -179,7 +186,7 @@ void StationLoop::Pump(std::unique_lock<std::mutex>& lk, const std::function<boo
             }
             continue;
         }
-        auto ready = [&] { return over() || !queue_.empty() || timersChanged_; };
+        auto ready = [&] { return over() || (onlyTimer < 0 && !queue_.empty()) || timersChanged_; };
         if (next == kForever)
             clock_.WaitFor(lk, wake_, kForever, ready);
         else

@@ -68,6 +68,10 @@ public:
     // modal dialog's loop does, until `finished` holds. `finished` is read under the loop's
     // lock; whoever makes it true calls Wake afterwards. After Stop it only waits.
     void PumpUntil(const std::function<bool()>& finished);
+    // As PumpUntil, but only timer `timerId` runs; messages wait. For a caller that must
+    // hold the station still while another thread works on its state, yet keeps a
+    // harmless timer (the clock) going.
+    void PumpTimerUntil(int timerId, const std::function<bool()>& finished);
     void Wake();
 
     bool IsStationThread() const { return std::this_thread::get_id() == threadId_.load(); }
@@ -87,7 +91,7 @@ private:
 
     void Enqueue(Item item, bool wait);
     void Run();
-    void Pump(std::unique_lock<std::mutex>& lk, const std::function<bool()>* finished);
+    void Pump(std::unique_lock<std::mutex>& lk, const std::function<bool()>* finished, int onlyTimer = -1);
 
     Clock& clock_;
     MessageHandler* handler_ = nullptr;

@@ -188,8 +188,15 @@ TEST(JobHistoryAppend, ConcurrentWorkersLandWholeInTheFileOfTheirLocalEndDay) {
 
     dir.Write("file", "");
     std::string error;
-    EXPECT_FALSE(JobHistory(dir.File("file")).Append(late, &error));
+    JobHistory broken(dir.File("file"));
+    std::vector<std::string> told;
+    broken.SetObserver([&](const JobRecord& j) { told.push_back(j.jobId); });
+    EXPECT_FALSE(broken.Append(late, &error));
     EXPECT_NE(error.find(dir.File("file")), std::string::npos) << error;
+    // Unwritten, the job still ended: it is its slot's last and the listener hears of it.
+    EXPECT_EQ(broken.LastJob(0), late);
+    EXPECT_FALSE(broken.LastJob(1));
+    EXPECT_EQ(told, std::vector<std::string>{"late"});
 }
 
 TEST(JobHistorySummary, InterruptedNeverFailsMedianAndPhonesPerHour) {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <random>
 
+#include "platform/MachineStamp.h"
 #include "support/RunTool.h"
 #include "support/TempDir.h"
 
@@ -56,7 +57,8 @@ TEST(BenchSoak, EveryFinishedJobIsCountedOnceAndNoSlotStaysBusy) {
     const int phones = env && *env ? std::atoi(env) : kDefaultPhones;
     TempDir dir;
     dir.Write("station/fw/MT6765_Android_scatter.txt", "scatter\n");
-    std::string settings = "[COMMON]\nCheckSum=0\nLANGUAGE=1033\nMac=00-11-22-33-44-55\nFilePath=" +
+    // The tool stamps the settings with this PC's adapter; the package is kept only when they match.
+    std::string settings = "[COMMON]\nCheckSum=0\nLANGUAGE=1033\nMac=" + platform::FirstAdapterMac() + "\nFilePath=" +
                            dir.File("station/fw/MT6765_Android_scatter.txt") +
                            "\n[BENCH]\nSimulated=1\nHubs=2\nSocketsPerHub=8\n";
     for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "platform/MachineStamp.h"
 #include "platform/ProfileIni.h"
 #include "support/RunTool.h"
 #include "support/TempDir.h"
@@ -32,7 +33,8 @@ TEST(QuorvelBenchTool, RelativeStationFolderKeepsItsWrites) {
     TempDir dir;
     dir.Write("station/fw/MT6765_Android_scatter.txt", "scatter\n");
     std::string settings =
-        "[COMMON]\nCheckSum=0\nMac=00-11-22-33-44-55\nFilePath=" + dir.File("station/fw/MT6765_Android_scatter.txt") +
+        "[COMMON]\nCheckSum=0\nMac=" + platform::FirstAdapterMac() +  // the tool's stamp, so the package is kept
+        "\nFilePath=" + dir.File("station/fw/MT6765_Android_scatter.txt") +
         "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=2\n";
     for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
         settings += std::string("[") + section + "]\n";

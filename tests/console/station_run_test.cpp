@@ -28,6 +28,7 @@ protected:
         }
         f.WriteSettings(text);
         ASSERT_TRUE(controller.OnInitDialog());
+        run.SetSleepInhibitor(&sleep);
     }
     void Click() { run.StartStopClick(); }
     std::vector<std::string> Messages() { return f.ui.Messages(); }
@@ -41,6 +42,10 @@ protected:
     engine::SimEngineFactory engines{st, registry};
     sim::SimBench bench{1, 4, registry, f.clock};
     StationRun run{st, loop, controller, bench, engines};
+    struct : platform::SleepInhibitor {
+        void Hold(bool on) override { held.push_back(on); }
+        std::vector<bool> held;
+    } sleep;
 };
 
 TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWorks) {
@@ -57,6 +62,7 @@ TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWor
     Click();
     EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
     EXPECT_EQ(Messages(), std::vector<std::string>{"At least one thread is running, Please wait for a moment!"});
+    EXPECT_EQ(sleep.held, std::vector<bool>{true});  // no suspend while a phone is flashed
 
     st.bindings.SetState(0, BIND_ALL_BINDED);
     st.bindings.SetHsLocation(0, "1-1\\PORT1");
@@ -65,6 +71,7 @@ TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWor
     EXPECT_FALSE(st.stationRunning);
     EXPECT_TRUE(st.view.Snapshot().controls[IDC_SETTINGS].enabled);
     EXPECT_EQ(platform::ProfileIni::ReadString(f.SettingsFile(), "USBPORTINFO", "Index0", "?", 64), "1-1\\PORT1");
+    EXPECT_EQ(sleep.held, (std::vector<bool>{true, false}));
 
     // Verified once: a second Start does not verify again, even if it would fail now.
     registry.SetVerifyPasses(false);
@@ -74,12 +81,27 @@ TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWor
     run.Manager().JoinWalks();
 }
 
-TEST_F(StationRunTest, MissingCfgFileOrFailedVerificationKeepsTheStationReady) {
-    st.package.kind = PACKAGE_MTK_CFG;
-    st.package.cfgFilePath = f.dir.File("fw/gone.cfg");
-    Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_INIT);
-    EXPECT_EQ(Messages(), std::vector<std::string>{"Please select MTK CFG file first!"});
+TEST_F(StationRunTest, NoPackageMissingFileOrFailedVerificationRefusesStart) {
+    const struct {
+        std::int32_t kind;
+        std::string* path;
+        const char* message;
+    } refusals[] = {
+        {PACKAGE_NONE, nullptr, "Please select MTK Scatter file first!"},
+        {PACKAGE_MTK_CFG, &st.package.cfgFilePath, "Please select MTK CFG file first!"},
+        {PACKAGE_SPRD_PAC, &st.package.pacFilePath, "Please select SPRD pac file first!"},
+    };
+    for (const auto& r : refusals) {
+        SCOPED_TRACE(r.kind);
+        f.ui.Clear();
+        st.package.kind = r.kind;
+        if (r.path) *r.path = f.dir.File("fw/gone");
+        Click();
+        EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_INIT);
+        EXPECT_FALSE(st.stationRunning);
+        EXPECT_EQ(Messages(), std::vector<std::string>{r.message});
+    }
+    EXPECT_TRUE(sleep.held.empty());
 
     st.package.kind = PACKAGE_MTK_SCATTER;
     registry.SetVerifyPasses(false);

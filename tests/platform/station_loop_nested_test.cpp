@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <future>
 #include <mutex>
 #include <string>
@@ -16,9 +18,13 @@ class DialogHandler final : public MessageHandler {
 public:
     explicit DialogHandler(StationLoop& loop) : loop_(loop) {}
     LResult HandleMessage(std::uint32_t msg, WParam, LParam) override {
-        Log(msg == 1 ? "dialog open" : "message " + std::to_string(msg));
+        Log(msg == 1 || msg == 4 ? "dialog open" : "message " + std::to_string(msg));
         if (msg == 1) {
             loop_.PumpUntil([this] { return answered.load(); });
+            Log("dialog closed");
+        }
+        if (msg == 4) {  // a dialog that holds the station still but for timer 5
+            loop_.PumpTimerUntil(5, [this] { return answered.load(); });
             Log("dialog closed");
         }
         return 7;
@@ -28,15 +34,21 @@ public:
         std::lock_guard g(mutex_);
         return events_;
     }
+    bool AwaitEvents(std::size_t n) {
+        std::unique_lock lk(mutex_);
+        return logged_.wait_for(lk, std::chrono::seconds(10), [&] { return events_.size() >= n; });
+    }
     std::atomic<bool> answered{false};
 
 private:
     void Log(const std::string& e) {
         std::lock_guard g(mutex_);
         events_.push_back(e);
+        logged_.notify_all();
     }
     StationLoop& loop_;
     std::mutex mutex_;
+    std::condition_variable logged_;
     std::vector<std::string> events_;
 };
 
@@ -64,6 +76,29 @@ TEST(StationLoopNested, WhileADialogWaitsSendsAndTimersAreStillHandled) {
     loop.Stop();
     EXPECT_EQ(handler.Events(),
               (std::vector<std::string>{"dialog open", "message 2", "timer 5", "message 3", "dialog closed"}));
+}
+
+// A dialog that needs the station held still keeps the clock going, and only the clock.
+TEST(StationLoopNested, AHeldDialogRunsOnlyItsTimerAndLeavesMessagesQueued) {
+    ManualClock clock;
+    StationLoop loop(clock);
+    DialogHandler handler(loop);
+    loop.SetHandler(&handler);
+    loop.Start();
+    loop.Post(4, 0, 0);
+    loop.SetTimer(5, 100);
+    loop.SetTimer(6, 100);
+    ASSERT_TRUE(clock.AwaitWaiters(1));
+    loop.Post(2, 0, 0);
+    clock.Advance(100);
+    ASSERT_TRUE(handler.AwaitEvents(2));
+
+    handler.answered = true;
+    loop.Wake();
+    loop.Call([] {});
+    loop.Stop();
+    EXPECT_EQ(handler.Events(),
+              (std::vector<std::string>{"dialog open", "timer 5", "dialog closed", "timer 6", "message 2"}));
 }
 
 }  // namespace

@@ -3,11 +3,13 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QStatusBar>
+#include <QToolTip>
 #include <QtTest>
 #include <chrono>
 #include <future>
 #include <thread>
 
+#include "app/BindState.h"
 #include "console/ConsoleController.h"
 #include "console/qt/MainWindow.h"
 #include "console/qt/QtConsoleUi.h"
@@ -125,6 +127,54 @@ private Q_SLOTS:
         ui.MessageBox("same");
         QVERIFY(secondReturned);
         QCOMPARE(boxes, 1);
+    }
+
+    // A close while a phone is flashed asks first, naming its slot; the session's end is
+    // not asked. A failed row tells why in its tooltip once its slot is no longer busy.
+    void busySlotsAskBeforeCloseAndAFailedRowTellsWhy() {
+        Console c(1033);
+        c.f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n[BENCH]\nSimulated=0\n");
+        QVERIFY(c.controller.OnInitDialog());
+        app::Station& st = *c.f.station;
+        st.slotList.InsertRow("07");
+        st.bindings.SetState(6, app::BIND_BUSY);
+        app::JobRecord failed;
+        failed.slot = 6;
+        failed.result = app::JobResult::Fail;
+        failed.failedStep = "DA download";
+        failed.errorText = "Download failed!";
+        st.history.Append(failed);
+        console::MainWindow window(st, c.loop, c.controller);
+        window.Refresh();
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+
+        auto tip = [&] {
+            QToolTip::hideText();
+            QWidget* viewport = window.SlotList().viewport();
+            const QPoint at(5, window.SlotList().rowViewportPosition(0) + 2);
+            QHelpEvent help(QEvent::ToolTip, at, viewport->mapToGlobal(at));
+            QApplication::sendEvent(viewport, &help);
+            return QToolTip::isVisible() ? QToolTip::text() : QString();
+        };
+        QCOMPARE(tip(), QString());  // busy again: the old failure is not its state
+        QString asked;
+        QTimer::singleShot(0, [&] {
+            for (QWidget* w : QApplication::topLevelWidgets())
+                if (auto* box = qobject_cast<QMessageBox*>(w); box && box->isVisible()) {
+                    asked = box->text();
+                    box->button(QMessageBox::No)->click();
+                }
+        });
+        window.close();
+        QVERIFY2(asked.contains("slot 07."), qPrintable(asked));
+        QVERIFY(window.isVisible());
+
+        st.bindings.SetState(6, app::BIND_ALL_BINDED);
+        QCOMPARE(tip(), QString("DA download\nDownload failed!"));
+        st.bindings.SetState(6, app::BIND_BUSY);
+        window.EndSession(true);
+        QVERIFY(!window.isVisible());
     }
 
     void missingSettingsEndsTheConsole() {

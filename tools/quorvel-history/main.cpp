@@ -33,7 +33,7 @@ TestLog/), or its TestLog folder itself.
 Options:
   --since WHEN     only jobs that ended at or after WHEN
   --until WHEN     only jobs that ended at or before WHEN (a date: up to the end of that day)
-  --slot N         only slot N (0..15, as the station numbers its slots)
+  --slot N         only slot N (1..16, the row numbers of the station's window)
   --result R       only results R: pass, fail or interrupted
   --csv            comma-separated values with a header row, for a spreadsheet
   --json           one JSON array of job objects (the fields of the history lines)
@@ -44,6 +44,9 @@ Options:
 WHEN is a date (2026-11-23) or a time (2026-11-23T10:40, 2026-11-23T10:40:05). Dates and
 times without an offset are the station's local time as each job recorded it; with an
 offset (2026-11-23T10:40:00+01:00 or ...Z) they are that exact moment.
+
+Slots are numbered 1..16 in every output form, as the window's rows are; the
+history files keep the station's own index, one less.
 
 Summary figures: interrupted jobs (a Stop or a close) are never counted as failures and
 take no part in the times. Median time is the median duration of the passed and failed
@@ -134,15 +137,23 @@ std::string Fixed(const std::optional<double>& v, const char* none) {
     return buf;
 }
 
+// The operator knows a slot by its row number in the window, one more than the
+// index the files keep.
+int RowNumber(int slot) {
+    return slot + 1;
+}
+
 std::string SlotName(int slot) {
-    return slot < 0 ? "all" : std::to_string(slot);
+    return slot < 0 ? "all" : std::to_string(RowNumber(slot));
 }
 
 void PrintJobs(const std::vector<JobRecord>& jobs, bool csv, bool json) {
     if (json) {
         std::fputs("[", stdout);
         for (std::size_t i = 0; i < jobs.size(); ++i) {
-            std::string line = JobLine(jobs[i]);
+            JobRecord shown = jobs[i];
+            shown.slot = RowNumber(shown.slot);
+            std::string line = JobLine(shown);
             line.pop_back();
             std::printf("%s\n%s", i ? "," : "", line.c_str());
         }
@@ -157,7 +168,7 @@ void PrintJobs(const std::vector<JobRecord>& jobs, bool csv, bool json) {
         for (const JobRecord& j : jobs) {
             const std::vector<std::string> cells{j.jobId,
                                                  j.machine,
-                                                 std::to_string(j.slot),
+                                                 std::to_string(RowNumber(j.slot)),
                                                  j.location,
                                                  j.port,
                                                  j.platform,
@@ -186,7 +197,7 @@ void PrintJobs(const std::vector<JobRecord>& jobs, bool csv, bool json) {
         std::string port = j.port;
         for (char& c : port)
             if (static_cast<unsigned char>(c) < 0x20) c = ' ';
-        std::printf("%-19s  %4d  %-11s  %7s  %-20s  %s\n", LocalText(j.end).c_str(), j.slot, JobResultText(j.result),
+        std::printf("%-19s  %4d  %-11s  %7s  %-20s  %s\n", LocalText(j.end).c_str(), RowNumber(j.slot), JobResultText(j.result),
                     Minutes(static_cast<double>(j.durationSeconds)).c_str(), port.c_str(), why.c_str());
     }
     std::printf("%zu job%s\n", jobs.size(), jobs.size() == 1 ? "" : "s");
@@ -200,7 +211,7 @@ void PrintSummary(const std::vector<SlotSummary>& rows, bool csv, bool json) {
             std::printf(
                 "%s\n{\"slot\":%s,\"passes\":%d,\"fails\":%d,\"interrupted\":%d,\"median_s\":%s,"
                 "\"phones_per_hour\":%s}",
-                i ? "," : "", r.slot < 0 ? "\"all\"" : std::to_string(r.slot).c_str(), r.passes, r.fails, r.interrupted,
+                i ? "," : "", r.slot < 0 ? "\"all\"" : SlotName(r.slot).c_str(), r.passes, r.fails, r.interrupted,
                 Fixed(r.medianSeconds, "null").c_str(), Fixed(r.phonesPerHour, "null").c_str());
         }
         std::fputs("\n]\n", stdout);
@@ -242,8 +253,8 @@ int main(int argc, char** argv) {
             const char* v = value();
             char* end = nullptr;
             const long n = v ? std::strtol(v, &end, 10) : -1;
-            if (!v || *v == '\0' || *end != '\0' || n < 0 || n > 15) return Usage("--slot needs a number 0..15");
-            slot = static_cast<int>(n);
+            if (!v || *v == '\0' || *end != '\0' || n < 1 || n > 16) return Usage("--slot needs a number 1..16");
+            slot = static_cast<int>(n) - 1;
         } else if (a == "--result") {
             const char* v = value();
             const std::string r = v ? v : "";

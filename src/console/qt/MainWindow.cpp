@@ -5,16 +5,24 @@
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QHelpEvent>
 #include <QMenu>
+#include <QMessageBox>
 #include <QShortcut>
 #include <QStackedWidget>
 #include <QStatusBar>
 #include <QStyle>
 #include <QTimer>
+#include <QToolTip>
 #include <QVBoxLayout>
+#include <cstdio>
+#include <cstdlib>
 
 #include "app/Messages.h"
 #include "app/Texts.h"
+#include "console/CloseCheck.h"
+#include "console/SlotHistory.h"
+#include "dialogs/SlotHistoryDialog.h"
 #include "widgets/Artwork.h"
 
 namespace quorvel::console {
@@ -112,6 +120,7 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     palette.setColor(QPalette::Base, kBackground);  // the backdrop's own ground
     slotList_->setPalette(palette);
     connect(slotList_, &widgets::SlotListView::rowRightClicked, this, &MainWindow::ShowContextMenu);
+    slotList_->viewport()->installEventFilter(this);
 
     auto* status = new QStatusBar(this);
     const int widths[4] = {0, 150, 100, 150};
@@ -237,13 +246,61 @@ void MainWindow::ShowContextMenu(int row, QPoint globalPos) {
         connect(action, &QAction::triggered, this,
                 [this, command = item.command] { loop_.Post(WM_COMMAND, command, 0); });
     }
+    menu.addSeparator();
+    // Reading the history touches nothing of the station's: it opens also while it runs.
+    connect(menu.addAction(Q(lang.ChooseText(texts::kMenuHistory))), &QAction::triggered, this,
+            [this, row] { ShowHistory(row); });
     menu.exec(globalPos);
 }
 
+int MainWindow::SlotOfRow(int row) const {
+    const auto& rows = slotList_->Model().Current().rows;
+    if (row < 0 || row >= static_cast<int>(rows.size())) return -1;
+    const int number = std::atoi(rows[static_cast<std::size_t>(row)].cells[COL_NUMBER].text.c_str());
+    return number >= 1 && number <= kSlotCount ? number - 1 : -1;
+}
+
+void MainWindow::ShowHistory(int row) {
+    const int slot = SlotOfRow(row);
+    if (slot < 0) return;
+    char number[16];
+    std::snprintf(number, sizeof number, "%02d", slot + 1);
+    dialogs::SlotHistoryDialog dialog(
+        number, TodaysSlotHistory(station_.history.Dir(), slot, station_.clock.WallSeconds()), station_.language, this);
+    dialog.exec();
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    // A row whose last job failed tells why when the pointer rests on it.
+    if (watched != slotList_->viewport() || event->type() != QEvent::ToolTip)
+        return QWidget::eventFilter(watched, event);
+    auto* help = static_cast<QHelpEvent*>(event);
+    const int slot = SlotOfRow(slotList_->rowAt(help->pos().y()));
+    if (slot < 0 || station_.bindings.State(slot) == BIND_BUSY) return QWidget::eventFilter(watched, event);
+    const auto last = station_.history.LastJob(slot);
+    const std::string why = last ? FailureText(*last) : std::string();
+    if (why.empty()) return QWidget::eventFilter(watched, event);
+    QToolTip::showText(help->globalPos(), Q(why), slotList_->viewport());
+    return true;
+}
+
+void MainWindow::EndSession(bool closeNow) {
+    sessionEnding_ = true;
+    if (closeNow) close();
+}
+
 void MainWindow::closeEvent(QCloseEvent* event) {
-    // Closing ends the console at any time, also while the station runs. Qt quits by
-    // itself only when the last visible window closes; the restart notice hides the
-    // window first, so the program is ended here.
+    // A close cuts the jobs running short, which can leave those phones unusable: the
+    // operator confirms it, unless the session is ending and nobody is there to answer.
+    const std::string question = CloseQuestion(BusySlots(station_.bindings), station_.language, sessionEnding_);
+    if (!question.empty() &&
+        QMessageBox::question(this, QStringLiteral("Quorvel"), Q(question), QMessageBox::Yes | QMessageBox::No,
+                              QMessageBox::No) != QMessageBox::Yes) {
+        event->ignore();
+        return;
+    }
+    // Qt quits by itself only when the last visible window closes; the restart notice
+    // hides the window first, so the program is ended here.
     event->accept();
     QCoreApplication::quit();
 }

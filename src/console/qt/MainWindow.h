@@ -31,11 +31,18 @@ public:
     void Refresh();
     widgets::SlotListView& SlotList() { return *slotList_; }
     widgets::BenchView& Bench() { return *benchView_; }
+    // The session is ending (logout, shutdown): a close from now on is not asked.
+    // `closeNow` closes the window at once (SIGTERM, where nothing else will).
+    void EndSession(bool closeNow);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    // The slot a shown row belongs to, by its number; -1 for none.
+    int SlotOfRow(int row) const;
+    void ShowHistory(int row);
     void ScheduleRefresh();
     QToolButton* MakeButton(int control);
     void ShowContextMenu(int row, QPoint globalPos);
@@ -65,6 +72,7 @@ private:
     std::array<std::pair<int, int>, 3> shownIcons_{};
     QLabel* panes_[4];
     std::string shownBackground_;
+    bool sessionEnding_ = false;
 };
 
 }  // namespace quorvel::console

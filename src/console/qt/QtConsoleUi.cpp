@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "app/Messages.h"
 #include "dialogs/AboutDialog.h"
 #include "dialogs/PreparationDialog.h"
 #include "dialogs/SettingsDialog.h"
@@ -45,8 +46,9 @@ void QtConsoleUi::OnGuiThread(F f, Waiting waiting) {
         std::lock_guard g(mutex_);
         return *done || closed_;
     };
-    if (waiting == PUMPING && loop_ && loop_->IsStationThread()) {
-        loop_->PumpUntil(answered);
+    if (loop_ && loop_->IsStationThread()) {
+        // Held still for a dialog, the station thread still keeps the status-bar clock going.
+        waiting == PUMPING ? loop_->PumpUntil(answered) : loop_->PumpTimerUntil(app::TIMER_CLOCK, answered);
         return;
     }
     std::unique_lock lock(mutex_);

@@ -37,7 +37,8 @@ public:
     void CloseGui();
 
 private:
-    // PUMPING: the station thread handles its messages while it waits; HOLDING: it waits still.
+    // PUMPING: the station thread handles its messages while it waits; HOLDING: it waits
+    // still but for the clock timer.
     enum Waiting { PUMPING, HOLDING };
     template <class F>
     void OnGuiThread(F f, Waiting waiting = HOLDING);

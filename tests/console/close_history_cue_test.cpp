@@ -1,0 +1,103 @@
+// What the operator is asked before a close, what a slot's history shows, and the cues.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "app/FinishCue.h"
+#include "app/JobHistory.h"
+#include "console/CloseCheck.h"
+#include "console/SlotHistory.h"
+#include "support/TempDir.h"
+
+namespace quorvel::console {
+namespace {
+
+using app::JobResult;
+
+TEST(CloseCheck, AsksNamingBusySlotsUnlessTheSessionEnds) {
+    const struct {
+        std::vector<int> busy;
+        bool sessionEnding;
+        std::uint16_t system;  // 2052: the texts are Chinese
+        std::string asked;     // a part of the question; empty: not asked
+    } rows[] = {
+        {{}, false, 1033, ""},
+        {{6}, false, 1033, "Still downloading: slot 07.\n"},
+        {{2, 6, 15}, false, 1033, "slot 03, 07, 16."},
+        {{2, 6}, true, 1033, ""},
+        {{0}, false, 2052, "仍在下载：槽位 01。"},
+    };
+    for (const auto& r : rows) {
+        app::Language language([&] { return r.system; });
+        language.SetLanguageId(2052);
+        const std::string q = CloseQuestion(r.busy, language, r.sessionEnding);
+        SCOPED_TRACE(q);
+        EXPECT_EQ(q.empty(), r.asked.empty());
+        EXPECT_NE(q.find(r.asked), std::string::npos);
+    }
+
+    app::BindingTable bindings;
+    bindings.SetState(4, app::BIND_BUSY);
+    bindings.SetState(9, app::BIND_BUSY);
+    bindings.SetState(5, app::BIND_ALL_BINDED);
+    EXPECT_EQ(BusySlots(bindings), (std::vector<int>{4, 9}));
+}
+
+app::JobRecord Job(int slot, const char* end, JobResult result, const char* step = "", const char* error = "") {
+    app::JobRecord r;
+    r.jobId = std::string(end) + step;
+    r.slot = slot;
+    r.port = "COM1";
+    r.end = *app::ParseIsoText(end);
+    r.start = r.end;
+    r.start.utc -= 125;
+    r.durationSeconds = 125;
+    r.result = result;
+    r.failedStep = step;
+    r.errorText = error;
+    return r;
+}
+
+TEST(SlotHistory, TheSlotsJobsOfTodayNewestFirstWithWhyTheyFailed) {
+    test::TempDir dir;
+    const app::JobHistory history(dir.File("TestLog"));
+    for (const app::JobRecord& j : {
+             Job(6, "2026-11-22T23:59:00+01:00", JobResult::Fail, "yesterday"),
+             Job(6, "2026-11-23T10:43:00+01:00", JobResult::Fail, "DA download", "Download\nfailed!"),
+             Job(6, "2026-11-23T09:00:00+01:00", JobResult::Pass),  // appended late, ended early
+             Job(7, "2026-11-23T11:00:00+01:00", JobResult::Fail, "other slot"),
+             Job(6, "2026-11-23T10:43:00+01:00", JobResult::Interrupted, "same second, appended later"),
+         })
+        ASSERT_TRUE(history.Append(j));
+
+    // 11:00 UTC is the 23rd in every zone from -11:00 to +12:00, where "today" is taken.
+    const auto rows = TodaysSlotHistory(dir.File("TestLog"), 6, app::ParseIsoText("2026-11-23T11:00:00Z")->utc);
+    std::vector<std::string> shown;
+    for (const SlotHistoryRow& r : rows) shown.push_back(r.ended + " " + r.result + " " + r.time + " " + r.why);
+    EXPECT_EQ(shown,
+              (std::vector<std::string>{"10:43:00 interrupted 2:05 same second, appended later",
+                                        "10:43:00 FAIL 2:05 DA download: Download failed!", "09:00:00 PASS 2:05 "}));
+    EXPECT_TRUE(rows[1].failed);
+    EXPECT_FALSE(rows[0].failed);
+
+    EXPECT_EQ(FailureText(Job(1, "2026-11-23T10:00:00Z", JobResult::Fail, "Format", "Timeout")), "Format\nTimeout");
+    EXPECT_EQ(FailureText(Job(1, "2026-11-23T10:00:00Z", JobResult::Interrupted, "Format", "Stopped")), "");
+}
+
+TEST(FinishCue, PassAndFailSoundDifferentlyAndAStopIsSilent) {
+    EXPECT_EQ(app::CueFor(JobResult::Pass), app::Cue::Pass);
+    EXPECT_EQ(app::CueFor(JobResult::Fail), app::Cue::Fail);
+    EXPECT_FALSE(app::CueFor(JobResult::Interrupted));
+    const auto pass = app::CueSamples(app::Cue::Pass, 8000);
+    const auto fail = app::CueSamples(app::Cue::Fail, 8000);
+    EXPECT_NE(pass, fail);
+    for (const auto* cue : {&pass, &fail}) {
+        ASSERT_GT(cue->size(), 8000u / 4);
+        EXPECT_LT(cue->size(), 8000u);  // short: a cue, not a tune
+        EXPECT_EQ(cue->front(), 0);     // faded in and out, so it does not click
+        EXPECT_EQ(cue->back(), 0);
+    }
+}
+
+}  // namespace
+}  // namespace quorvel::console
