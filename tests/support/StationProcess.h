@@ -11,13 +11,15 @@
 #include "console/StationRig.h"
 #include "platform/Clock.h"
 #include "platform/StationLoop.h"
+#include "platform/SysPaths.h"
 #include "sim/SimBench.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {
 
 struct StationProcess {
-    explicit StationProcess(const TempDir& dir);
+    // `paths`: the system roots of a real bench ([BENCH] Simulated=0).
+    explicit StationProcess(const TempDir& dir, platform::SysPaths paths = {});
     ~StationProcess();  // closes as the window's close does
     bool Init();        // OnInitDialog on the station thread
     sim::SimBench& Bench() { return *rig->Bench(); }
