@@ -3,11 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
 #include "UmockdevBench.h"
 #include "app/Messages.h"
+#include "devices/KernelDrivers.h"
 #include "engine/DownloadWorker.h"
 #include "platform/ProfileIni.h"
 #include "support/StationProcess.h"
@@ -41,15 +43,19 @@ protected:
         return platform::ProfileIni::ReadString(dir.File("Config/CommonSetting.ini"), "USBPORTINFO",
                                                 "Index" + std::to_string(slot), "?", 260);
     }
-    // The debug log's lines that are exactly `text`.
-    int LogLines(const std::string& text) {
-        int n = 0;
+    // The debug log's lines.
+    std::vector<std::string> Log() {
+        std::vector<std::string> lines;
         for (const auto& e : std::filesystem::directory_iterator(dir.Path())) {
             if (e.path().string().find("UILog.txt") == std::string::npos) continue;
             std::ifstream in(e.path());
-            for (std::string line; std::getline(in, line);) n += line == text + "\r";
+            for (std::string line; std::getline(in, line);) lines.push_back(line.substr(0, line.size() - 1));
         }
-        return n;
+        return lines;
+    }
+    int LogLines(const std::string& text) {
+        const auto lines = Log();
+        return static_cast<int>(std::count(lines.begin(), lines.end(), text));
     }
 
     test::TempDir dir;
@@ -73,7 +79,7 @@ TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
     platform::SysPaths paths;
     paths.dev = nodes;
     {
-        StationProcess p(dir, paths);
+        StationProcess p(dir, paths, 2.0);  // the late port stays well inside the wait on a busy machine
         ASSERT_TRUE(p.Init());
         // The 1.1 root hub has no sockets of its own: 2 + 4 + 4.
         EXPECT_EQ(p.run->Manager().WorkerCount(), 10);
@@ -84,6 +90,11 @@ TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
         ASSERT_EQ(p.Button(), console::DOWNLOAD_BUTTON_STATUS_STOP);
         auto worker = [&](int slot) { return p.run->Manager().WorkerAt(slot); };
         auto removed = [&](int slot) { return worker(slot)->LastNotifyCode() == engine::NOTIFY_REMOVED; };
+        // A phone leaving while no other is at work would stop the run.
+        auto bAtWork = [&] {
+            const auto s = p.station->bindings.State(1);
+            return s == BIND_BUSY || s == BIND_DA_BINDED;
+        };
 
         const std::string a = Phone(hubA, "1-1.1", "0e8d", "2000", "1.1", "MT65xx Preloader", "ttyACM0");
         Announce(a);
@@ -93,13 +104,13 @@ TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
         const std::string b = Phone(hubB, "1-2.3", "0e8d", "2000", "2.3", "MT65xx Preloader", nullptr);
         Announce(b);
         p.clock.Sleep(300);
-        Announce(Tty(b + "/1-2.3:1.0", "ttyACM1"));
+        mock.uevent(tb, Tty(b + "/1-2.3:1.0", "ttyACM1").c_str(), "add");
         ASSERT_TRUE(StationProcess::Await([&] { return p.station->bindings.HsLocation(1) == kB + "PORT3"; }));
         EXPECT_EQ(FieldText(worker(1)->Device().instanceId), idB);
         EXPECT_EQ(p.station->bindings.ComName(1), "(COM2)MT65xx Preloader ");
 
         // A's job ends; A leaves: its slot hears it, B's does not.
-        ASSERT_TRUE(StationProcess::Await([&] { return p.station->statistics.Total() == 1; }));
+        ASSERT_TRUE(StationProcess::Await([&] { return p.station->statistics.Total() == 1 && bAtWork(); }));
         Unplug(a);
         ASSERT_TRUE(StationProcess::Await([&] { return removed(0); }));
         EXPECT_FALSE(removed(1));
@@ -117,6 +128,7 @@ TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
         EXPECT_NE(p.station->slotList.ResultText(1), p.station->slotList.ResultText(2)) << "B is still at work";
 
         // C leaves: its removal reaches C's slot, not A's that held the same name.
+        ASSERT_TRUE(bAtWork());
         Unplug(c);
         ASSERT_TRUE(StationProcess::Await([&] { return removed(2); }));
         EXPECT_FALSE(removed(1));
@@ -136,6 +148,66 @@ TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
     EXPECT_EQ(LogLines("MT65xx Preloader (COM2)"), 1);
     EXPECT_EQ(LogLines("MT65xx Preloader (COM1)"), 4);  // A and C, each in and out
     EXPECT_EQ(LogLines("MT65xx Preloader"), 0);
+}
+
+// The start-up bench check of a real bench: every finding in the log, and the station
+// comes up all the same.
+TEST_F(StationBenchTest, StartUpBenchCheckLogsEachFindingAndShowsTheFirst) {
+    RUN_UNDER_UMOCKDEV();
+    const std::string usb1 = RootHub("0000:00:14.0", "usb1", " 2.00", "480", "4");
+    const std::string phone = Phone(usb1, "1-1", "0e8d", "2000", "1", "MT65xx Preloader", "ttyACM0");
+    mock.setAttribute(tb, phone.c_str(), "power/control", "auto");
+    mock.setProperty(tb, (phone + "/1-1:1.0/ttyACM0").c_str(), "ID_MM_DEVICE_IGNORE", "1");
+    test::TempDir roots;  // rules, modules, processes
+    roots.Write("rules/70-quorvel-station.rules", "");
+    roots.Write("modules/" + KernelRelease() + "/modules.builtin", "kernel/drivers/usb/serial/usbserial.ko\n");
+    roots.Write("proc/1/comm", "ModemManager\n");
+    struct Case {
+        const char* what;
+        void (*spoil)(const test::TempDir&);
+        std::string first;
+    };
+    const Case cases[] = {
+        {"a driver missing", [](const test::TempDir&) {}, "the kernel has no option driver"},
+        {"no rule",
+         [](const test::TempDir& r) {
+             std::filesystem::remove(r.File("rules/70-quorvel-station.rules"));
+             r.Write("modules/" + KernelRelease() + "/modules.dep", "kernel/drivers/usb/serial/option.ko.xz:\n");
+         },
+         "the station's udev rule is not installed"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        c.spoil(roots);
+        WriteSettings();
+        platform::SysPaths paths;
+        paths.udevRules = paths.etcUdevRules = roots.File("rules");
+        paths.modules = roots.File("modules");
+        paths.proc = roots.File("proc");
+        paths.dev = roots.File("dev");  // the phone's node is not there: no access
+        StationProcess p(dir, paths);
+        ASSERT_TRUE(p.Init());
+        // The phone's findings come last: the check has ended once they are logged.
+        // (Its status-bar text is not checked: the clock takes that pane every second.)
+        std::vector<std::string> problems;
+        ASSERT_TRUE(StationProcess::Await([&] {
+            problems.clear();
+            for (const auto& line : Log())
+                if (line.rfind("bench check: ", 0) == 0) problems.push_back(line.substr(13, line.find("; fix: ") - 13));
+            return !problems.empty() && problems.back().rfind("autosuspend", 0) == 0;
+        }));
+        EXPECT_EQ(problems.front(), c.first);
+        // Found on every run: the phone's node and its autosuspend; ModemManager only
+        // while the rule that tells it to keep off is missing.
+        for (const std::string& also :
+             {"no access to " + roots.File("dev") + "/ttyACM0", std::string("autosuspend is on for the phone at 1-1")})
+            EXPECT_NE(std::find(problems.begin(), problems.end(), also), problems.end()) << also;
+        const bool modemManager = std::any_of(problems.begin(), problems.end(),
+                                              [](const std::string& x) { return x.rfind("ModemManager", 0) == 0; });
+        EXPECT_EQ(modemManager, c.first == "the station's udev rule is not installed");
+        for (const auto& e : std::filesystem::directory_iterator(dir.Path()))
+            if (e.path().string().find("UILog.txt") != std::string::npos) std::filesystem::remove(e.path());
+    }
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 namespace quorvel::test {
 
-StationProcess::StationProcess(const TempDir& dir, platform::SysPaths paths) {
+StationProcess::StationProcess(const TempDir& dir, platform::SysPaths paths, double speed) : clock(speed) {
     app::StationOptions options;
     options.exeDir = dir.Path();
     options.systemLanguage = [] { return std::uint16_t{1033}; };
