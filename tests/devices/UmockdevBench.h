@@ -117,14 +117,12 @@ protected:
         for (const auto& [key, value] : attrs) mock.setAttribute(tb, path, key, value);
         std::string p = path ? path : "";
         mock.gfree(path);
-        if (driver) [[maybe_unused]]
-            int rc = ::symlink(LoadDriver(driver).c_str(), (Root() + p + "/driver").c_str());
+        if (driver && ::symlink(LoadDriver(driver).c_str(), (Root() + p + "/driver").c_str()) != 0) ADD_FAILURE();
         return p;
     }
-    std::string Controller(const char* pci) { return Add("pci", pci, "", "", {}); }
-    std::string RootHub(const std::string& controller, const char* name, const char* version, const char* speed,
-                        const char* ports) {
-        return Add("usb", name, controller, "usb_device",
+    // A root hub on its own host controller.
+    std::string RootHub(const char* pci, const char* name, const char* version, const char* speed, const char* ports) {
+        return Add("usb", name, Add("pci", pci, "", "", {}), "usb_device",
                    {{"bDeviceClass", "09"},
                     {"maxchild", ports},
                     {"devpath", "0"},
@@ -132,9 +130,6 @@ protected:
                     {"speed", speed},
                     {"idVendor", "1d6b"},
                     {"idProduct", speed[0] == '1' ? "0001" : "0002"}});
-    }
-    std::string RootHub(const char* pci, const char* name, const char* version, const char* speed, const char* ports) {
-        return RootHub(Controller(pci), name, version, speed, ports);
     }
     std::string Hub(const std::string& parent, const char* name, const char* devpath, const char* ports) {
         return Add("usb", name, parent, "usb_device",
