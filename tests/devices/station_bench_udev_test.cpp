@@ -152,7 +152,7 @@ TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
 
 // The start-up bench check of a real bench: every finding in the log, and the station
 // comes up all the same.
-TEST_F(StationBenchTest, StartUpBenchCheckLogsEachFindingAndShowsTheFirst) {
+TEST_F(StationBenchTest, StartUpBenchCheckLogsEveryFindingAndNeverHoldsUpStartUp) {
     RUN_UNDER_UMOCKDEV();
     const std::string usb1 = RootHub("0000:00:14.0", "usb1", " 2.00", "480", "4");
     const std::string phone = Phone(usb1, "1-1", "0e8d", "2000", "1", "MT65xx Preloader", "ttyACM0");
