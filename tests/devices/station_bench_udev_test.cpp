@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 
@@ -12,6 +13,7 @@
 #include "devices/KernelDrivers.h"
 #include "engine/DownloadWorker.h"
 #include "platform/ProfileIni.h"
+#include "support/PacWriter.h"
 #include "support/StationProcess.h"
 
 namespace quorvel::devices {
@@ -29,10 +31,11 @@ engine::PhoneProfile Job(platform::Millis ms) {
 
 class StationBenchTest : public test::UmockdevBench {
 protected:
-    void WriteSettings() {
-        dir.Write("fw/MT6765_Android_scatter.txt", "scatter\n");
-        std::string text = "[COMMON]\nCheckSum=0\nEnableDebug=1\nLANGUAGE=1033\nMac=00-11-22-33-44-55\nFilePath=" +
-                           dir.File("fw/MT6765_Android_scatter.txt") + "\n[BENCH]\nSimulated=0\n";
+    void WriteSettings(const std::string& package = "fw/MT6765_Android_scatter.txt") {
+        if (package.find("scatter") != std::string::npos) dir.Write(package, "scatter\n");
+        std::string text =
+            "[COMMON]\nCheckSum=0\nEnableDebug=1\nLANGUAGE=1033\nMac=00-11-22-33-44-55\nFilePath=" + dir.File(package) +
+            "\n[BENCH]\nSimulated=0\n";
         for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
             text += std::string("[") + section + "]\n";
             for (int i = 0; i < kSlotCount; ++i) text += "Index" + std::to_string(i) + "=NA\n";
@@ -148,6 +151,63 @@ TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
     EXPECT_EQ(LogLines("MT65xx Preloader (COM2)"), 1);
     EXPECT_EQ(LogLines("MT65xx Preloader (COM1)"), 4);  // A and C, each in and out
     EXPECT_EQ(LogLines("MT65xx Preloader"), 0);
+}
+
+// SPRD phones are known to their engine by port only: after X left, Y gets X's ttyUSB0
+// on another socket, and Y's steps and progress must reach Y's row alone. Each phone
+// leaves and comes back on its download port between the two phases, as it does.
+TEST_F(StationBenchTest, AReusedPortNumberCarriesProgressOnlyToItsOwnSlot) {
+    RUN_UNDER_UMOCKDEV();
+    const std::string usb1 = RootHub("0000:00:14.0", "usb1", " 2.00", "480", "1");
+    const std::string hub = Hub(usb1, "1-1", "1", "4");
+    LoadDriver("option");
+    std::filesystem::create_directories(dir.File("fw"));
+    test::WritePac(dir.File("fw/phone.pac"), test::TypicalSprdPac());
+    WriteSettings("fw/phone.pac");
+    nodes = dir.File("dev");
+    std::filesystem::create_directories(nodes);
+    platform::SysPaths paths;
+    paths.dev = nodes;
+    StationProcess p(dir, paths);
+    ASSERT_TRUE(p.Init());
+    engine::PhoneProfile quick = Job(800);
+    quick.sprdPhase1Ms = 400;
+    p.rig->Phones().SetPortProfile(101, quick);
+    std::atomic<int> switches = 0;
+    p.rig->Phones().SetSwitchHook([&](const engine::SwitchEvent&) { ++switches; });
+    p.PressStartStop();
+    ASSERT_EQ(p.Button(), console::DOWNLOAD_BUTTON_STATUS_STOP);
+    auto worker = [&](int slot) { return p.run->Manager().WorkerAt(slot); };
+    auto row = [&](int slot) { return p.station->slotList.Row(slot); };
+    // One phone through both phases: in, switched, out, back on its download port.
+    auto serve = [&](const char* name, const char* devpath, int slot, int passes) {
+        std::string phone = Phone(hub, name, "1782", "4d00", devpath, "SPRD U2S Diag", "ttyUSB0", false, "option");
+        Announce(phone);
+        const int before = switches;
+        ASSERT_TRUE(StationProcess::Await([&] { return switches > before; }));
+        Unplug(phone);
+        // Back once its slot has ended the first phase, as a real phone's second of
+        // re-enumeration gives it time to.
+        ASSERT_TRUE(StationProcess::Await([&] {
+            return worker(slot)->LastNotifyCode() == engine::NOTIFY_REMOVED &&
+                   p.station->bindings.State(slot) == BIND_ALL_BINDED;
+        }));
+        phone = Phone(hub, name, "1782", "4d00", devpath, "SPRD U2S Diag", "ttyUSB0", false, "option");
+        Announce(phone);
+        ASSERT_TRUE(
+            StationProcess::Await([&] { return p.station->statistics.Total() == static_cast<std::uint32_t>(passes); }));
+        Unplug(phone);
+    };
+    serve("1-1.1", "1.1", 0, 1);
+    const app::SlotRow x = row(0);
+    EXPECT_EQ(p.station->slotList.ResultText(0), "PASS(1/1)");
+    serve("1-1.3", "1.3", 1, 2);
+    EXPECT_EQ(p.station->bindings.HsLocation(1), "pci-0000:00:14.0-usbv2-0:1\\PORT3");
+    EXPECT_EQ(p.station->slotList.ResultText(1), "PASS(1/1)");
+    EXPECT_EQ(row(0).progress.position, x.progress.position);
+    EXPECT_EQ(row(0).progress.text, x.progress.text);
+    EXPECT_EQ(p.station->slotList.ResultText(0), "PASS(1/1)") << "X's row heard nothing of Y";
+    EXPECT_EQ(p.station->statistics.Fail(), 0u);
 }
 
 // The start-up bench check of a real bench: every finding in the log, and the station
