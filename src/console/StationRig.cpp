@@ -9,7 +9,8 @@ namespace quorvel::console {
 
 class StationRig::ChosenBackend final : public devices::DeviceBackend {
 public:
-    ChosenBackend(app::Station& station, engine::SimPhoneRegistry& registry) : station_(station), registry_(registry) {}
+    ChosenBackend(app::Station& station, engine::SimPhoneRegistry& registry, platform::SysPaths paths)
+        : station_(station), registry_(registry), paths_(std::move(paths)) {}
     ~ChosenBackend() override {
         if (check_.joinable()) check_.join();
     }
@@ -25,7 +26,7 @@ public:
                 bench_ = bench.get();
                 chosen_ = std::move(bench);
             } else {
-                auto udev = std::make_unique<devices::UdevBackend>(platform::SysPaths{}, s.serviceDrivers);
+                auto udev = std::make_unique<devices::UdevBackend>(paths_, s.serviceDrivers);
                 devices::UdevBackend* real = udev.get();
                 chosen_ = std::move(udev);
                 // The bench check runs once, beside the start-up: it reads files and
@@ -54,7 +55,7 @@ public:
 private:
     // Findings go to the log; the first one also to the status bar.
     void CheckBench(devices::UdevBackend& backend) {
-        devices::BenchFacts facts = devices::GatherSystemFacts(platform::SysPaths{});
+        devices::BenchFacts facts = devices::GatherSystemFacts(paths_);
         backend.AddDeviceFacts(facts);
         const auto findings = devices::CheckBench(facts);
         for (const auto& f : findings) station_.settingsStore.UiLog("bench check: " + f.problem + "; fix: " + f.fix);
@@ -63,17 +64,20 @@ private:
 
     app::Station& station_;
     engine::SimPhoneRegistry& registry_;
+    const platform::SysPaths paths_;
     std::thread check_;
     std::mutex mutex_;
     std::unique_ptr<devices::DeviceBackend> chosen_;
     sim::SimBench* bench_ = nullptr;
 };
 
-StationRig::StationRig(app::Station& station, platform::StationLoop& loop, ConsoleController& console)
+StationRig::StationRig(app::Station& station, platform::StationLoop& loop, ConsoleController& console,
+                       platform::SysPaths paths)
     : station_(station),
       engines_(station, registry_),
-      programs_(station, engines_, [this](const engine::SwitchEvent& e) { registry_.NotifySwitch(e); }, &registry_),
-      backend_(std::make_unique<ChosenBackend>(station, registry_)),
+      programs_(
+          station, engines_, [this](const engine::SwitchEvent& e) { registry_.NotifySwitch(e); }, &registry_),
+      backend_(std::make_unique<ChosenBackend>(station, registry_, std::move(paths))),
       run_(std::make_unique<StationRun>(station, loop, console, *backend_, programs_)) {}
 
 // The run (its monitor and workers) goes before the backend it watches.

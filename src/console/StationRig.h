@@ -14,6 +14,7 @@
 #include "console/StationRun.h"
 #include "engine/ProgramEngineFactory.h"
 #include "engine/SimEngines.h"
+#include "platform/SysPaths.h"
 #include "sim/SimBench.h"
 
 namespace quorvel::console {
@@ -22,7 +23,9 @@ class ConsoleController;
 
 class StationRig {
 public:
-    StationRig(app::Station& station, platform::StationLoop& loop, ConsoleController& console);
+    // `paths`: the system roots a real bench is read from (tests point them elsewhere).
+    StationRig(app::Station& station, platform::StationLoop& loop, ConsoleController& console,
+               platform::SysPaths paths = {});
     ~StationRig();
 
     StationRun& Run() { return *run_; }

@@ -7,6 +7,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include "DeviceTestKit.h"
@@ -28,45 +29,48 @@ protected:
     platform::ManualClock clock;
     test::Pty pty;
     std::vector<int> asked;
-    std::function<std::string(int)> nodeOf = [this](int n) {
-        asked.push_back(n);
-        return n == 5 ? pty.Slave() : std::string();
-    };
+    std::function<std::string(int)> nodeOf;
     ComProbe probe{clock, [this](int n) { return nodeOf(n); }};
 };
 
-TEST_F(ComProbeTest, ReadyPortIsOpenedAndClosedAtOnce) {
+// Attempts 10 ms apart, 100 in all; an open port is held 50 ms and let settle 10 ms.
+TEST_F(ComProbeTest, AttemptsUntilThePortOpens) {
     ASSERT_FALSE(pty.Slave().empty());
-    const auto [ok, took] = Run("MTK USB Port (COM5)");
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(took, 60);
-    EXPECT_EQ(asked, std::vector<int>{5});
-    // Closed again: someone else can open it now.
-    SerialPort again;
-    EXPECT_TRUE(again.Open(pty.Slave(), 115200));
-}
-
-TEST_F(ComProbeTest, PortThatAppearsOnTheFortiethAttempt) {
-    nodeOf = [this](int) {
-        asked.push_back(0);
-        return asked.size() < 40 ? std::string("/nonexistent/tty") : pty.Slave();
+    const struct {
+        const char* name;
+        std::size_t nodeFrom;  // the attempt from which the node is there
+        bool held;             // locked by another opener in this process
+        bool ok;
+        platform::Millis took;
+        std::vector<int> asked;  // the COM numbers asked for, the first few
+    } cases[] = {
+        {"MTK USB Port (COM5)", 1, false, true, 60, {5}},
+        {"Port (COM5)", 40, false, true, 39 * 10 + 60, {5, 5, 5}},
+        {"Port (COM5)", 1, true, false, 1000, {5, 5, 5}},
+        {"Phone (C1)", 1, false, false, 0, {}},                        // too short: no attempt at all
+        {"Phone (Android) (COM5)", 1, false, false, 1000, {0, 0, 0}},  // the first group is not the port
     };
-    const auto [ok, took] = Run("Port (COM5)");
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(asked.size(), 40u);
-    EXPECT_EQ(took, 39 * 10 + 60);
-}
-
-TEST_F(ComProbeTest, PortHeldByAnotherOpenerFailsEveryAttempt) {
-    const int other = ::open(pty.Slave().c_str(), O_RDWR | O_NOCTTY);
-    ASSERT_GE(other, 0);
-    ASSERT_EQ(::flock(other, LOCK_EX | LOCK_NB), 0);
-    ::ioctl(other, TIOCEXCL);
-    const auto [ok, took] = Run("Port (COM5)");
-    EXPECT_FALSE(ok);
-    EXPECT_EQ(asked.size(), 100u);
-    EXPECT_EQ(took, 1000);
-    ::close(other);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        asked.clear();
+        nodeOf = [&](int n) {
+            asked.push_back(n);
+            return asked.size() >= c.nodeFrom && n == 5 ? pty.Slave() : std::string("/nonexistent/tty");
+        };
+        const int other = c.held ? ::open(pty.Slave().c_str(), O_RDWR | O_NOCTTY) : -1;
+        if (c.held) {
+            ASSERT_EQ(::flock(other, LOCK_EX | LOCK_NB), 0);
+            ::ioctl(other, TIOCEXCL);
+        }
+        const auto [ok, took] = Run(c.name);
+        EXPECT_EQ(ok, c.ok);
+        EXPECT_EQ(took, c.took);
+        EXPECT_EQ(std::vector<int>(asked.begin(), asked.begin() + std::min(asked.size(), c.asked.size())), c.asked);
+        if (c.held) ::close(other);
+        // Closed again: someone else can open it now.
+        SerialPort again;
+        EXPECT_TRUE(again.Open(pty.Slave(), 115200));
+    }
 }
 
 // Another process holds the port (as root we could open it anyway): every attempt
@@ -134,17 +138,6 @@ TEST_F(ComProbeTest, NoPermissionIsReportedOnce) {
     ::waitpid(child, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     ::unlink(node.c_str());
-}
-
-TEST_F(ComProbeTest, NamesThatAreNoComPort) {
-    // Too short: fails without a single attempt.
-    EXPECT_FALSE(Run("Phone (C1)").first);
-    EXPECT_TRUE(asked.empty());
-    // The first group is not the port: port 0, which never opens.
-    const auto [ok, took] = Run("Phone (Android) (COM5)");
-    EXPECT_FALSE(ok);
-    EXPECT_EQ(asked.front(), 0);
-    EXPECT_EQ(took, 1000);
 }
 
 }  // namespace

@@ -7,32 +7,31 @@
 namespace quorvel::devices {
 namespace {
 
-TEST(DeviceText, ClassIsTakenFromTheProductIdAndTheLaterTestWins) {
-    EXPECT_EQ(ClassOf("USB\\VID_0E8D&PID_0003\\2-1.3:1.0"), PID_BROM);
-    EXPECT_EQ(ClassOf("usb\\vid_0e8d&pid_2000\\1-1.3:1.0"), PID_PRELOADER);
-    EXPECT_EQ(ClassOf("USB\\VID_0E8D&PID_2001\\1-1.3:1.0"), PID_DA);
-    EXPECT_EQ(ClassOf("USB\\VID_1782&PID_4D00\\1-1.3:1.0"), PID_OTHER);
-    // A serial part that happens to read like another product id: DA beats BROM.
-    EXPECT_EQ(ClassOf("USB\\VID_0E8D&PID_0003\\PID_2001"), PID_DA);
-}
+TEST(DeviceText, ClassesPortNamesAndSerialNodes) {
+    const std::pair<const char*, PidClass> classes[] = {
+        {"USB\\VID_0E8D&PID_0003\\2-1.3:1.0", PID_BROM}, {"usb\\vid_0e8d&pid_2000\\1-1.3:1.0", PID_PRELOADER},
+        {"USB\\VID_0E8D&PID_2001\\1-1.3:1.0", PID_DA},   {"USB\\VID_1782&PID_4D00\\1-1.3:1.0", PID_OTHER},
+        {"USB\\VID_0E8D&PID_0003\\PID_2001", PID_DA},  // the later test wins: DA beats BROM
+    };
+    for (const auto& [id, cls] : classes) EXPECT_EQ(ClassOf(id), cls) << id;
 
-TEST(DeviceText, PortNameFollowsTheParenthesisRules) {
-    EXPECT_EQ(PortNameOf("MTK USB Port (COM5)"), "COM5");
-    EXPECT_EQ(PortNameOf("Phone (Android) (COM12)"), "Android");
-    EXPECT_EQ(PortNameOf("COM7)"), "COM7");
-    EXPECT_EQ(PortNameOf("Port (COM8"), "COM8");
-    EXPECT_EQ(PortNameOf("COM9"), "COM9");
-    EXPECT_EQ(PortNumberOf("COM12"), 12);
-    EXPECT_EQ(PortNumberOf("Android"), 0);
-    EXPECT_EQ(PortNumberOf("COM"), 0);
-}
+    // The port is the first parenthesised group; its number follows "COM".
+    const std::tuple<const char*, const char*, int> names[] = {
+        {"MTK USB Port (COM5)", "COM5", 5},
+        {"Phone (Android) (COM12)", "Android", 0},
+        {"COM7)", "COM7", 7},
+        {"Port (COM8", "COM8", 8},
+        {"COM9", "COM9", 9},
+        {"COM", "COM", 0},
+    };
+    for (const auto& [name, port, number] : names) {
+        EXPECT_EQ(PortNameOf(name), port) << name;
+        EXPECT_EQ(PortNumberOf(port), number) << name;
+    }
 
-TEST(DeviceText, SerialNodesMapToComNumbersBothWays) {
-    EXPECT_EQ(ComNumberOfNode("ttyACM0"), 1);
-    EXPECT_EQ(ComNumberOfNode("ttyACM7"), 8);
-    EXPECT_EQ(ComNumberOfNode("ttyUSB0"), 101);
-    EXPECT_EQ(ComNumberOfNode("ttyS0"), 0);
-    EXPECT_EQ(ComNumberOfNode("ttyACMx"), 0);
+    const std::pair<const char*, int> nodes[] = {
+        {"ttyACM0", 1}, {"ttyACM7", 8}, {"ttyUSB0", 101}, {"ttyS0", 0}, {"ttyACMx", 0}};
+    for (const auto& [node, com] : nodes) EXPECT_EQ(ComNumberOfNode(node), com) << node;
     for (int n : {1, 8, 100, 101, 140}) EXPECT_EQ(ComNumberOfNode(NodeOfComNumber(n)), n) << n;
     EXPECT_EQ(NodeOfComNumber(0), "");
 }
@@ -49,24 +48,18 @@ TEST(PortTableTest, FirstDeviceAtALocationWinsAndEmptyLocationsAreLeftOut) {
     EXPECT_EQ(LocationIn(t, "USB\\VID_0E8D&PID_2001\\1-1.2"), "");
 }
 
-TEST(MonitorDiff, RemovalsInOldOrderThenArrivalsInNewOrder) {
+TEST(MonitorTest, ListDiffAndServiceChoice) {
     const auto d = DiffLists({"A", "B", "C"}, {"D", "C", "A", "E"});
     EXPECT_EQ(d.removed, (std::vector<std::string>{"B"}));
     EXPECT_EQ(d.arrived, (std::vector<std::string>{"D", "E"}));
-    // Listed again: not reported; gone and back between passes: not reported.
-    const auto same = DiffLists({"A"}, {"A"});
-    EXPECT_TRUE(same.removed.empty() && same.arrived.empty());
-}
 
-TEST(MonitorChoiceTest, ServicesAndEventKinds) {
-    EXPECT_EQ(MonitorChoiceOf(0, "x").service, "wdm_usb");
-    EXPECT_EQ(MonitorChoiceOf(1, "x").service, "usbser");
-    EXPECT_EQ(MonitorChoiceOf(2, "x").service, "sprdvcom");
-    EXPECT_EQ(MonitorChoiceOf(4, "vendor_usb").service, "vendor_usb");
-    EXPECT_EQ(EventKindOf(MonitorChoiceOf(0, "").contextKind), 2u);
-    EXPECT_EQ(EventKindOf(MonitorChoiceOf(2, "").contextKind), 3u);
-    EXPECT_EQ(EventKindOf(MonitorChoiceOf(3, "").contextKind), 4u);
-    EXPECT_EQ(EventKindOf(MonitorChoiceOf(4, "").contextKind), 2u);
+    const std::tuple<int, const char*, std::uint32_t> choices[] = {
+        {0, "wdm_usb", 2}, {1, "usbser", 2}, {2, "sprdvcom", 3}, {3, "wdm_usb", 4}, {4, "vendor_usb", 2}};
+    for (const auto& [service, name, kind] : choices) {
+        const MonitorChoice c = MonitorChoiceOf(service, "vendor_usb");
+        EXPECT_EQ(c.service, name) << service;
+        EXPECT_EQ(EventKindOf(c.contextKind), kind) << service;
+    }
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 namespace quorvel::test {
 
-StationProcess::StationProcess(const TempDir& dir) {
+StationProcess::StationProcess(const TempDir& dir, platform::SysPaths paths, double speed) : clock(speed) {
     app::StationOptions options;
     options.exeDir = dir.Path();
     options.systemLanguage = [] { return std::uint16_t{1033}; };
@@ -15,7 +15,7 @@ StationProcess::StationProcess(const TempDir& dir) {
     station = std::make_unique<app::Station>(std::move(options), clock, ui);
     controller = std::make_unique<console::ConsoleController>(*station, loop);
     loop.SetHandler(controller.get());
-    rig = std::make_unique<console::StationRig>(*station, loop, *controller);
+    rig = std::make_unique<console::StationRig>(*station, loop, *controller, std::move(paths));
     run = &rig->Run();
     loop.Start();
 }

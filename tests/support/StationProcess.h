@@ -11,13 +11,16 @@
 #include "console/StationRig.h"
 #include "platform/Clock.h"
 #include "platform/StationLoop.h"
+#include "platform/SysPaths.h"
 #include "sim/SimBench.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {
 
 struct StationProcess {
-    explicit StationProcess(const TempDir& dir);
+    // `paths`: the system roots of a real bench ([BENCH] Simulated=0); `speed`: how
+    // much faster than real time the station's clock runs.
+    explicit StationProcess(const TempDir& dir, platform::SysPaths paths = {}, double speed = 4.0);
     ~StationProcess();  // closes as the window's close does
     bool Init();        // OnInitDialog on the station thread
     sim::SimBench& Bench() { return *rig->Bench(); }
@@ -26,7 +29,7 @@ struct StationProcess {
     // Waits in real time for `done`, at most 30 s.
     static bool Await(const std::function<bool()>& done);
 
-    platform::ScaledClock clock{4.0};
+    platform::ScaledClock clock;
     app::HeadlessConsoleUi ui;
     std::unique_ptr<app::Station> station;
     platform::StationLoop loop{clock};

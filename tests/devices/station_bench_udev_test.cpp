@@ -1,0 +1,274 @@
+// A whole headless station on a real-bench device tree: the udev backend's monitor,
+// binding and the jobs on simulated engines, with phones as the kernel presents them.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+
+#include "UmockdevBench.h"
+#include "app/Messages.h"
+#include "devices/KernelDrivers.h"
+#include "engine/DownloadWorker.h"
+#include "platform/ProfileIni.h"
+#include "support/PacWriter.h"
+#include "support/StationProcess.h"
+
+namespace quorvel::devices {
+namespace {
+
+using namespace app;
+using test::StationProcess;
+
+engine::PhoneProfile Job(platform::Millis ms) {
+    engine::PhoneProfile p;
+    p.durationMs = ms;
+    p.speedMBps = 0;
+    return p;
+}
+
+class StationBenchTest : public test::UmockdevBench {
+protected:
+    void WriteSettings(const std::string& package = "fw/MT6765_Android_scatter.txt") {
+        if (package.find("scatter") != std::string::npos) dir.Write(package, "scatter\n");
+        std::string text =
+            "[COMMON]\nCheckSum=0\nEnableDebug=1\nLANGUAGE=1033\nMac=00-11-22-33-44-55\nFilePath=" + dir.File(package) +
+            "\n[BENCH]\nSimulated=0\n";
+        for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
+            text += std::string("[") + section + "]\n";
+            for (int i = 0; i < kSlotCount; ++i) text += "Index" + std::to_string(i) + "=NA\n";
+        }
+        dir.Write("Config/CommonSetting.ini", text);
+    }
+    std::string Saved(int slot) {
+        return platform::ProfileIni::ReadString(dir.File("Config/CommonSetting.ini"), "USBPORTINFO",
+                                                "Index" + std::to_string(slot), "?", 260);
+    }
+    // The debug log's lines.
+    std::vector<std::string> Log() {
+        std::vector<std::string> lines;
+        for (const auto& e : std::filesystem::directory_iterator(dir.Path())) {
+            if (e.path().string().find("UILog.txt") == std::string::npos) continue;
+            std::ifstream in(e.path());
+            for (std::string line; std::getline(in, line);) lines.push_back(line.substr(0, line.size() - 1));
+        }
+        return lines;
+    }
+    int LogLines(const std::string& text) {
+        const auto lines = Log();
+        return static_cast<int>(std::count(lines.begin(), lines.end(), text));
+    }
+
+    test::TempDir dir;
+};
+
+// Two hubs on a 2.0 controller beside a 1.1 root hub; CDC-ACM phones with their data
+// halves. Phone B's serial port comes after its interfaces; phone C gets phone A's
+// ttyACM0 on another socket after A left.
+TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
+    RUN_UNDER_UMOCKDEV();
+    const std::string usb1 = RootHub("0000:00:14.0", "usb1", " 2.00", "480", "2");
+    RootHub("0000:00:1d.0", "usb2", " 1.10", "12", "2");
+    const std::string hubA = Hub(usb1, "1-1", "1", "4"), hubB = Hub(usb1, "1-2", "2", "4");
+    LoadDriver("cdc_acm");
+    const std::string kA = "pci-0000:00:14.0-usbv2-0:1\\", kB = "pci-0000:00:14.0-usbv2-0:2\\";
+    const std::string idA = "USB\\VID_0E8D&PID_2000\\1-1.1:1.0", idB = "USB\\VID_0E8D&PID_2000\\1-2.3:1.0",
+                      idC = "USB\\VID_0E8D&PID_2000\\1-1.4:1.0";
+    WriteSettings();
+    nodes = dir.File("dev");
+    std::filesystem::create_directories(nodes);
+    platform::SysPaths paths;
+    paths.dev = nodes;
+    {
+        StationProcess p(dir, paths, 2.0);  // the late port stays well inside the wait on a busy machine
+        ASSERT_TRUE(p.Init());
+        // The 1.1 root hub has no sockets of its own: 2 + 4 + 4.
+        EXPECT_EQ(p.run->Manager().WorkerCount(), 10);
+        p.rig->Phones().SetProfile(idA, Job(800));
+        p.rig->Phones().SetProfile(idB, Job(16000));  // keeps the run going while A and C come and go
+        p.rig->Phones().SetProfile(idC, Job(800));
+        p.PressStartStop();
+        ASSERT_EQ(p.Button(), console::DOWNLOAD_BUTTON_STATUS_STOP);
+        auto worker = [&](int slot) { return p.run->Manager().WorkerAt(slot); };
+        auto removed = [&](int slot) { return worker(slot)->LastNotifyCode() == engine::NOTIFY_REMOVED; };
+        // A phone leaving while no other is at work would stop the run.
+        auto bAtWork = [&] {
+            const auto s = p.station->bindings.State(1);
+            return s == BIND_BUSY || s == BIND_DA_BINDED;
+        };
+
+        const std::string a = Phone(hubA, "1-1.1", "0e8d", "2000", "1.1", "MT65xx Preloader", "ttyACM0");
+        Announce(a);
+        ASSERT_TRUE(StationProcess::Await([&] { return p.station->bindings.HsLocation(0) == kA + "PORT1"; }));
+
+        // B's serial port follows its interfaces 300 ms (station time) later.
+        const std::string b = Phone(hubB, "1-2.3", "0e8d", "2000", "2.3", "MT65xx Preloader", nullptr);
+        Announce(b);
+        p.clock.Sleep(300);
+        mock.uevent(tb, Tty(b + "/1-2.3:1.0", "ttyACM1").c_str(), "add");
+        ASSERT_TRUE(StationProcess::Await([&] { return p.station->bindings.HsLocation(1) == kB + "PORT3"; }));
+        EXPECT_EQ(FieldText(worker(1)->Device().instanceId), idB);
+        EXPECT_EQ(p.station->bindings.ComName(1), "(COM2)MT65xx Preloader ");
+
+        // A's job ends; A leaves: its slot hears it, B's does not.
+        ASSERT_TRUE(StationProcess::Await([&] { return p.station->statistics.Total() == 1 && bAtWork(); }));
+        Unplug(a);
+        ASSERT_TRUE(StationProcess::Await([&] { return removed(0); }));
+        EXPECT_FALSE(removed(1));
+
+        // C takes A's ttyACM0 on another socket: a slot of its own, and A's slot no
+        // longer carries the port name.
+        const std::string c = Phone(hubA, "1-1.4", "0e8d", "2000", "1.4", "MT65xx Preloader", "ttyACM0");
+        Announce(c);
+        ASSERT_TRUE(StationProcess::Await([&] { return p.station->statistics.Total() == 2; }));
+        EXPECT_EQ(p.station->bindings.HsLocation(2), kA + "PORT4");
+        EXPECT_EQ(p.station->bindings.ComName(2), "(COM1)MT65xx Preloader ");
+        EXPECT_EQ(p.station->bindings.ComName(0), "MT65xx Preloader");
+        EXPECT_FALSE(removed(2));
+        EXPECT_EQ(p.station->slotList.ResultText(2), p.station->slotList.ResultText(0)) << "C passed in its own row";
+        EXPECT_NE(p.station->slotList.ResultText(1), p.station->slotList.ResultText(2)) << "B is still at work";
+
+        // C leaves: its removal reaches C's slot, not A's that held the same name.
+        ASSERT_TRUE(bAtWork());
+        Unplug(c);
+        ASSERT_TRUE(StationProcess::Await([&] { return removed(2); }));
+        EXPECT_FALSE(removed(1));
+
+        ASSERT_TRUE(StationProcess::Await([&] { return p.station->statistics.Total() == 3; }));
+        EXPECT_EQ(p.station->statistics.Fail(), 0u);
+        EXPECT_EQ(p.station->slotList.RowCount(), 3);
+        p.PressStartStop();
+        EXPECT_TRUE(p.ui.Messages().empty());
+    }
+    // One binding per phone, each at its socket; nothing for a data half or an unlocated device.
+    EXPECT_EQ(Saved(0), kA + "PORT1");
+    EXPECT_EQ(Saved(1), kB + "PORT3");
+    EXPECT_EQ(Saved(2), kA + "PORT4");
+    for (int i = 3; i < kSlotCount; ++i) EXPECT_EQ(Saved(i), "NA") << i;
+    // B was reported once, with its port; no event ever came without one.
+    EXPECT_EQ(LogLines("MT65xx Preloader (COM2)"), 1);
+    EXPECT_EQ(LogLines("MT65xx Preloader (COM1)"), 4);  // A and C, each in and out
+    EXPECT_EQ(LogLines("MT65xx Preloader"), 0);
+}
+
+// SPRD phones are known to their engine by port only: after X left, Y gets X's ttyUSB0
+// on another socket, and Y's steps and progress must reach Y's row alone. Each phone
+// leaves and comes back on its download port between the two phases, as it does.
+TEST_F(StationBenchTest, AReusedPortNumberCarriesProgressOnlyToItsOwnSlot) {
+    RUN_UNDER_UMOCKDEV();
+    const std::string usb1 = RootHub("0000:00:14.0", "usb1", " 2.00", "480", "1");
+    const std::string hub = Hub(usb1, "1-1", "1", "4");
+    LoadDriver("option");
+    std::filesystem::create_directories(dir.File("fw"));
+    test::WritePac(dir.File("fw/phone.pac"), test::TypicalSprdPac());
+    WriteSettings("fw/phone.pac");
+    nodes = dir.File("dev");
+    std::filesystem::create_directories(nodes);
+    platform::SysPaths paths;
+    paths.dev = nodes;
+    StationProcess p(dir, paths);
+    ASSERT_TRUE(p.Init());
+    engine::PhoneProfile quick = Job(800);
+    quick.sprdPhase1Ms = 400;
+    p.rig->Phones().SetPortProfile(101, quick);
+    std::atomic<int> switches = 0;
+    p.rig->Phones().SetSwitchHook([&](const engine::SwitchEvent&) { ++switches; });
+    p.PressStartStop();
+    ASSERT_EQ(p.Button(), console::DOWNLOAD_BUTTON_STATUS_STOP);
+    auto worker = [&](int slot) { return p.run->Manager().WorkerAt(slot); };
+    auto row = [&](int slot) { return p.station->slotList.Row(slot); };
+    // One phone through both phases: in, switched, out, back on its download port.
+    auto serve = [&](const char* name, const char* devpath, int slot, int passes) {
+        std::string phone = Phone(hub, name, "1782", "4d00", devpath, "SPRD U2S Diag", "ttyUSB0", false, "option");
+        Announce(phone);
+        const int before = switches;
+        ASSERT_TRUE(StationProcess::Await([&] { return switches > before; }));
+        Unplug(phone);
+        // Back once its slot has ended the first phase, as a real phone's second of
+        // re-enumeration gives it time to.
+        ASSERT_TRUE(StationProcess::Await([&] {
+            return worker(slot)->LastNotifyCode() == engine::NOTIFY_REMOVED &&
+                   p.station->bindings.State(slot) == BIND_ALL_BINDED;
+        }));
+        phone = Phone(hub, name, "1782", "4d00", devpath, "SPRD U2S Diag", "ttyUSB0", false, "option");
+        Announce(phone);
+        ASSERT_TRUE(
+            StationProcess::Await([&] { return p.station->statistics.Total() == static_cast<std::uint32_t>(passes); }));
+        Unplug(phone);
+    };
+    serve("1-1.1", "1.1", 0, 1);
+    const app::SlotRow x = row(0);
+    EXPECT_EQ(p.station->slotList.ResultText(0), "PASS(1/1)");
+    serve("1-1.3", "1.3", 1, 2);
+    EXPECT_EQ(p.station->bindings.HsLocation(1), "pci-0000:00:14.0-usbv2-0:1\\PORT3");
+    EXPECT_EQ(p.station->slotList.ResultText(1), "PASS(1/1)");
+    EXPECT_EQ(row(0).progress.position, x.progress.position);
+    EXPECT_EQ(row(0).progress.text, x.progress.text);
+    EXPECT_EQ(p.station->slotList.ResultText(0), "PASS(1/1)") << "X's row heard nothing of Y";
+    EXPECT_EQ(p.station->statistics.Fail(), 0u);
+}
+
+// The start-up bench check of a real bench: every finding in the log, and the station
+// comes up all the same.
+TEST_F(StationBenchTest, StartUpBenchCheckLogsEveryFindingAndNeverHoldsUpStartUp) {
+    RUN_UNDER_UMOCKDEV();
+    const std::string usb1 = RootHub("0000:00:14.0", "usb1", " 2.00", "480", "4");
+    const std::string phone = Phone(usb1, "1-1", "0e8d", "2000", "1", "MT65xx Preloader", "ttyACM0");
+    mock.setAttribute(tb, phone.c_str(), "power/control", "auto");
+    mock.setProperty(tb, (phone + "/1-1:1.0/ttyACM0").c_str(), "ID_MM_DEVICE_IGNORE", "1");
+    test::TempDir roots;  // rules, modules, processes
+    roots.Write("rules/70-quorvel-station.rules", "");
+    roots.Write("modules/" + KernelRelease() + "/modules.builtin", "kernel/drivers/usb/serial/usbserial.ko\n");
+    roots.Write("proc/1/comm", "ModemManager\n");
+    struct Case {
+        const char* what;
+        void (*spoil)(const test::TempDir&);
+        std::string first;
+    };
+    const Case cases[] = {
+        {"a driver missing", [](const test::TempDir&) {}, "the kernel has no option driver"},
+        {"no rule",
+         [](const test::TempDir& r) {
+             std::filesystem::remove(r.File("rules/70-quorvel-station.rules"));
+             r.Write("modules/" + KernelRelease() + "/modules.dep", "kernel/drivers/usb/serial/option.ko.xz:\n");
+         },
+         "the station's udev rule is not installed"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        c.spoil(roots);
+        WriteSettings();
+        platform::SysPaths paths;
+        paths.udevRules = paths.etcUdevRules = roots.File("rules");
+        paths.modules = roots.File("modules");
+        paths.proc = roots.File("proc");
+        paths.dev = roots.File("dev");  // the phone's node is not there: no access
+        StationProcess p(dir, paths);
+        ASSERT_TRUE(p.Init());
+        // The phone's findings come last: the check has ended once they are logged.
+        // (Its status-bar text is not checked: the clock takes that pane every second.)
+        std::vector<std::string> problems;
+        ASSERT_TRUE(StationProcess::Await([&] {
+            problems.clear();
+            for (const auto& line : Log())
+                if (line.rfind("bench check: ", 0) == 0) problems.push_back(line.substr(13, line.find("; fix: ") - 13));
+            return !problems.empty() && problems.back().rfind("autosuspend", 0) == 0;
+        }));
+        EXPECT_EQ(problems.front(), c.first);
+        // Found on every run: the phone's node and its autosuspend; ModemManager only
+        // while the rule that tells it to keep off is missing.
+        for (const std::string& also :
+             {"no access to " + roots.File("dev") + "/ttyACM0", std::string("autosuspend is on for the phone at 1-1")})
+            EXPECT_NE(std::find(problems.begin(), problems.end(), also), problems.end()) << also;
+        const bool modemManager = std::any_of(problems.begin(), problems.end(),
+                                              [](const std::string& x) { return x.rfind("ModemManager", 0) == 0; });
+        EXPECT_EQ(modemManager, c.first == "the station's udev rule is not installed");
+        for (const auto& e : std::filesystem::directory_iterator(dir.Path()))
+            if (e.path().string().find("UILog.txt") != std::string::npos) std::filesystem::remove(e.path());
+    }
+}
+
+}  // namespace
+}  // namespace quorvel::devices
