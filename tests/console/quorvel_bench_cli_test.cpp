@@ -6,6 +6,7 @@
 
 #include "platform/ProfileIni.h"
 #include "support/RunTool.h"
+#include "support/StationFixture.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {
@@ -31,14 +32,9 @@ TEST(QuorvelBenchTool, SpeedsThatAreNotAFiniteSensibleNumberAreRefused) {
 TEST(QuorvelBenchTool, RelativeStationFolderKeepsItsWrites) {
     TempDir dir;
     dir.Write("station/fw/MT6765_Android_scatter.txt", "scatter\n");
-    std::string settings =
-        "[COMMON]\nCheckSum=0\nMac=00-11-22-33-44-55\nFilePath=" + dir.File("station/fw/MT6765_Android_scatter.txt") +
-        "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=2\n";
-    for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
-        settings += std::string("[") + section + "]\n";
-        for (int i = 0; i < 16; ++i) settings += "Index" + std::to_string(i) + "=NA\n";
-    }
-    dir.Write("station/Config/CommonSetting.ini", settings);
+    dir.Write("station/Config/CommonSetting.ini",
+              UnboundSettings("CheckSum=0\nFilePath=" + dir.File("station/fw/MT6765_Android_scatter.txt") +
+                              "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=2\n"));
     dir.Write("s.txt", "0 press\n200 plug 0 brom duration=500\n8000 end\n");
     const auto r = test::RunCommand("cd " + dir.Path() + " && " + Tool() + " station s.txt --speed 20");
     ASSERT_EQ(r.exitCode, 0) << r.out;
