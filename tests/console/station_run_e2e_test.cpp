@@ -25,8 +25,7 @@ namespace {
 
 using namespace app;
 
-using test::StationProcess;
-using Process = StationProcess;
+using Process = test::StationProcess;
 
 engine::PhoneProfile QuickPhone() {
     engine::PhoneProfile p;
