@@ -5,6 +5,7 @@
 
 #include "app/Texts.h"
 #include "platform/DayLog.h"
+#include "platform/ExeDir.h"
 #include "platform/ProfileIni.h"
 #include "support/StationFixture.h"
 #include "support/Unprivileged.h"
@@ -95,27 +96,24 @@ TEST(MachineStampRuleTest, ForeignStampUnbindsEverythingAndIsRewritten) {
     EXPECT_EQ(again.station->package.kind, PACKAGE_SPRD_PAC);
 }
 
-TEST(MachineStampRuleTest, NoAdapterAndEmptyStoredStampMatch) {
-    StationFixture f(1033, "");
-    f.WriteSettings("[COMMON]\nMac=\nFilePath=/fw/x.cfg\n");
-    ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
-    EXPECT_EQ(f.station->package.kind, PACKAGE_MTK_CFG);
-    EXPECT_EQ(f.station->package.cfgFolder, "/fw/");
-    EXPECT_TRUE(f.station->settings.ServiceNameList.empty()) << "no service names: none, not one empty";
-    EXPECT_EQ(f.station->settings.SleepTimeRestart, 10000u) << "an absent option has its built-in value";
-}
-
-TEST(FilePathClassificationTest, LaterMatchesOverrideEarlierOnes) {
-    auto kindOf = [](const std::string& path) {
-        StationFixture f;
-        f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\nFilePath=" + path + "\n");
-        f.station->settingsStore.SettingsLoad();
-        return f.station->package.kind;
-    };
-    EXPECT_EQ(kindOf(""), PACKAGE_NONE);
-    EXPECT_EQ(kindOf("/fw/Scatter.TXT"), PACKAGE_NONE) << "case-sensitive";
-    EXPECT_EQ(kindOf("/fw/x.cfg/MT_scatter.txt"), PACKAGE_MTK_CFG);
-    EXPECT_EQ(kindOf("/fw/scatter.txt.pac"), PACKAGE_SPRD_PAC);
+// Later matches override earlier ones; a PC without an adapter matches an empty stored stamp.
+TEST(FilePathClassificationTest, KindFollowsTheLastMatchingPattern) {
+    for (auto [mac, path, kind] : {std::tuple{"00-11-22-33-44-55", "", PACKAGE_NONE},
+                                   {"00-11-22-33-44-55", "/fw/Scatter.TXT", PACKAGE_NONE},  // case-sensitive
+                                   {"00-11-22-33-44-55", "/fw/x.cfg/MT_scatter.txt", PACKAGE_MTK_CFG},
+                                   {"00-11-22-33-44-55", "/fw/scatter.txt.pac", PACKAGE_SPRD_PAC},
+                                   {"", "/fw/x.cfg", PACKAGE_MTK_CFG}}) {
+        SCOPED_TRACE(path);
+        StationFixture f(1033, mac);
+        f.WriteSettings(std::string("[COMMON]\nMac=") + mac + "\nFilePath=" + path + "\n");
+        ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
+        EXPECT_EQ(f.station->package.kind, kind);
+        if (kind == PACKAGE_MTK_CFG) {
+            EXPECT_EQ(f.station->package.cfgFolder, platform::FolderOf(path));
+        }
+        EXPECT_TRUE(f.station->settings.ServiceNameList.empty()) << "no service names: none, not one empty";
+        EXPECT_EQ(f.station->settings.SleepTimeRestart, 10000u) << "an absent option has its built-in value";
+    }
 }
 
 TEST(SaveBindingsTest, WritesEverySlotInOrderAndThePackagePath) {
@@ -190,6 +188,8 @@ TEST(LanguageTest, LoadAndSaveKeepOnlyTheTwoValues) {
     f.station->language.SetLanguageId(1041);
     f.station->settingsStore.LanguageSave();
     EXPECT_EQ(ProfileIni::ReadString(f.SettingsFile(), "COMMON", "LANGUAGE", "", 64), "2052");
+    f.station->settingsStore.UiLog("service 2");  // the day log lives in the station folder
+    EXPECT_EQ(f.dir.Read(platform::DayLogPath("", f.clock.WallSeconds())), "service 2\r\n");
 }
 
 TEST(LanguageTest, ChoiceFollowsTheComparisonRuleAtEveryCall) {
@@ -202,12 +202,6 @@ TEST(LanguageTest, ChoiceFollowsTheComparisonRuleAtEveryCall) {
     EXPECT_EQ(lang.ChooseText(texts::kProgramRunning), "Program is running!") << "1033 on a Chinese system";
     lang.SetLanguageId(2052);
     EXPECT_EQ(lang.ChooseText(texts::kProgramRunning), "程序已经启动!");
-}
-
-TEST(UiLogTest, WritesTheDayFileInTheStationFolder) {
-    StationFixture f;
-    f.station->settingsStore.UiLog("service 2");
-    EXPECT_EQ(f.dir.Read(platform::DayLogPath("", f.clock.WallSeconds())), "service 2\r\n");
 }
 
 TEST(StationStateTest, NamesAtAndBeyondTheirTablesEnds) {

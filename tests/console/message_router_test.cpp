@@ -33,7 +33,7 @@ protected:
     EngineHarness h{8, {.sprd = [] { return std::make_unique<NamingSprd>(); }}};
 };
 
-TEST_F(MessageRouterTest, StepMessagesGoToTheSlotOfThePort) {
+TEST_F(MessageRouterTest, StepMessagesGoToTheSlotOfThePortOrNowhere) {
     EXPECT_EQ(h.router->SlotOfPort(12), 2);
     EXPECT_EQ(h.router->SlotOfPort(1), 1);
     Send(kApp + 205, 12);
@@ -53,6 +53,14 @@ TEST_F(MessageRouterTest, StepMessagesGoToTheSlotOfThePort) {
     h.st.bindings.SetComName(0, "Phone (COM1)");
     EXPECT_EQ(h.router->SlotOfPort(1), 0);  // the first slot that matches
     EXPECT_EQ(h.router->SlotOfPort(2), -1);
+
+    // Messages without a slot change nothing.
+    const auto before = h.st.slotList.Snapshot();
+    Send(kApp + 205, 77);                                           // no slot has COM77
+    Send(app::MSG_SLOT_PROGRESS, engine::PackProgress(2, 20), 50);  // row 20 of 8
+    h.st.bindings.SetComName(9, "Far (COM40)");                     // slot 9 has no row
+    Send(kApp + 205, 40);
+    EXPECT_EQ(h.st.slotList.Snapshot().version, before.version);
 }
 
 TEST_F(MessageRouterTest, StepNamesAreNumberedFromTheWorkStart) {
@@ -66,15 +74,6 @@ TEST_F(MessageRouterTest, StepNamesAreNumberedFromTheWorkStart) {
     EXPECT_EQ(h.router->SlotStepCounter(2), 3u);
     Send(kApp + 201, 12);
     EXPECT_EQ(h.router->SlotStepCounter(2), 0u);
-}
-
-TEST_F(MessageRouterTest, MessagesWithoutASlotChangeNothing) {
-    const auto before = h.st.slotList.Snapshot();
-    Send(kApp + 205, 77);                                           // no slot has COM77
-    Send(app::MSG_SLOT_PROGRESS, engine::PackProgress(2, 20), 50);  // row 20 of 8
-    h.st.bindings.SetComName(9, "Far (COM40)");                     // slot 9 has no row
-    Send(kApp + 205, 40);
-    EXPECT_EQ(h.st.slotList.Snapshot().version, before.version);
 }
 
 TEST_F(MessageRouterTest, ProgressGoesToTheRowInItsWParamAndTimersShowElapsedTime) {

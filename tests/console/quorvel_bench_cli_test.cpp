@@ -7,6 +7,7 @@
 #include "platform/MachineStamp.h"
 #include "platform/ProfileIni.h"
 #include "support/RunTool.h"
+#include "support/StationFixture.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {
@@ -32,15 +33,10 @@ TEST(QuorvelBenchTool, SpeedsThatAreNotAFiniteSensibleNumberAreRefused) {
 TEST(QuorvelBenchTool, RelativeStationFolderKeepsItsWrites) {
     TempDir dir;
     dir.Write("station/fw/MT6765_Android_scatter.txt", "scatter\n");
-    std::string settings =
-        "[COMMON]\nCheckSum=0\nMac=" + platform::FirstAdapterMac() +  // the tool's stamp, so the package is kept
-        "\nFilePath=" + dir.File("station/fw/MT6765_Android_scatter.txt") +
-        "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=2\n";
-    for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
-        settings += std::string("[") + section + "]\n";
-        for (int i = 0; i < 16; ++i) settings += "Index" + std::to_string(i) + "=NA\n";
-    }
-    dir.Write("station/Config/CommonSetting.ini", settings);
+    dir.Write("station/Config/CommonSetting.ini",
+              UnboundSettings("CheckSum=0\nFilePath=" + dir.File("station/fw/MT6765_Android_scatter.txt") +
+                              "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=2\n",
+                              platform::FirstAdapterMac()));  // the tool's stamp, so the package is kept
     dir.Write("s.txt", "0 press\n200 plug 0 brom duration=500\n8000 end\n");
     const auto r = test::RunCommand("cd " + dir.Path() + " && " + Tool() + " station s.txt --speed 20");
     ASSERT_EQ(r.exitCode, 0) << r.out;

@@ -16,6 +16,7 @@
 #include "platform/ProfileIni.h"
 #include "sim/SimBench.h"
 #include "support/PacWriter.h"
+#include "support/StationFixture.h"
 #include "support/StationProcess.h"
 #include "support/TempDir.h"
 
@@ -24,8 +25,7 @@ namespace {
 
 using namespace app;
 
-using test::StationProcess;
-using Process = StationProcess;
+using Process = test::StationProcess;
 
 engine::PhoneProfile QuickPhone() {
     engine::PhoneProfile p;
@@ -43,13 +43,9 @@ protected:
     }
     // A station already stamped for this PC, every slot unbound.
     void WriteSettings(const std::string& package) {
-        std::string text = "[COMMON]\nCheckSum=0\nLANGUAGE=2052\nMac=00-11-22-33-44-55\nFilePath=" + package +
-                           "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=4\n";
-        for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
-            text += std::string("[") + section + "]\n";
-            for (int i = 0; i < kSlotCount; ++i) text += "Index" + std::to_string(i) + "=NA\n";
-        }
-        dir.Write("Config/CommonSetting.ini", text);
+        dir.Write("Config/CommonSetting.ini",
+                  test::UnboundSettings("CheckSum=0\nLANGUAGE=2052\nFilePath=" + package +
+                                        "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=4\n"));
     }
     std::string Saved(const char* section, int slot) {
         return platform::ProfileIni::ReadString(dir.File("Config/CommonSetting.ini"), section,

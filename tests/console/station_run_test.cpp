@@ -20,13 +20,7 @@ protected:
     void SetUp() override {
         f.dir.Write("fw/A_scatter.txt", "x");
         f.dir.Write("fw/phone.cfg", "x");
-        std::string text =
-            "[COMMON]\nLANGUAGE=2052\nMac=00-11-22-33-44-55\nFilePath=" + f.dir.File("fw/A_scatter.txt") + "\n";
-        for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
-            text += std::string("[") + section + "]\n";
-            for (int i = 0; i < kSlotCount; ++i) text += "Index" + std::to_string(i) + "=NA\n";
-        }
-        f.WriteSettings(text);
+        f.WriteSettings(test::UnboundSettings("LANGUAGE=2052\nFilePath=" + f.dir.File("fw/A_scatter.txt") + "\n"));
         ASSERT_TRUE(controller.OnInitDialog());
         run.SetSleepInhibitor(&sleep);
     }

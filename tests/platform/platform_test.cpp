@@ -21,7 +21,7 @@ namespace {
 
 using test::TempDir;
 
-TEST(SystemLanguageTest, LocalesMapToWindowsLanguageIds) {
+TEST(SystemLanguageTest, LocalesMapToWindowsLanguageIdsReadAtEveryCall) {
     for (auto [locale, id] : {std::pair{"zh_CN.UTF-8", 2052},
                               {"en_US.UTF-8", 1033},
                               {"de_AT@euro", 3079},
@@ -31,9 +31,7 @@ TEST(SystemLanguageTest, LocalesMapToWindowsLanguageIds) {
                               {"", 1033},
                               {"xx_YY", 1033}})
         EXPECT_EQ(LangIdForLocale(locale), id) << locale;
-}
-
-TEST(SystemLanguageTest, EnvironmentIsReadAtEveryCall) {
+    // The environment is read at every call.
     ::setenv("LC_ALL", "zh_CN.UTF-8", 1);
     EXPECT_EQ(SystemDefaultLangId(), 2052);
     ::setenv("LC_ALL", "", 1);

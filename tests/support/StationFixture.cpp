@@ -2,6 +2,15 @@
 
 namespace quorvel::test {
 
+std::string UnboundSettings(const std::string& common, const std::string& mac) {
+    std::string text = "[COMMON]\nMac=" + mac + "\n" + common;
+    for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
+        text += std::string("[") + section + "]\n";
+        for (int i = 0; i < app::kSlotCount; ++i) text += "Index" + std::to_string(i) + "=NA\n";
+    }
+    return text;
+}
+
 StationFixture::StationFixture(std::uint16_t systemLanguage_, std::string mac_)
     : systemLanguage(systemLanguage_), mac(std::move(mac_)) {
     app::StationOptions options;

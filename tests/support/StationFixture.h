@@ -11,6 +11,10 @@
 
 namespace quorvel::test {
 
+// A settings file stamped `mac` (the fixture's PC by default), with `common` under [COMMON]
+// and every slot's locations and port "NA", as the shipped settings have them.
+std::string UnboundSettings(const std::string& common, const std::string& mac = "00-11-22-33-44-55");
+
 class StationFixture {
 public:
     explicit StationFixture(std::uint16_t systemLanguage = 1033, std::string mac = "00-11-22-33-44-55");
