@@ -177,12 +177,15 @@ void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
     if (code == NOTIFY_REMOVED) {
         app::Rgb colour = kColourGrey;
         if (station_.package.kind == app::PACKAGE_MTK_CFG) {
-            if (station_.slots.fpJob[s].load() == 1) {
+            const int job = station_.slots.fpJob[s].load();
+            if (job == 1) {
                 station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
                 colour = app::kBlack;
-            } else {
-                station_.bindings.SetState(slot, app::BIND_BUSY);
+            } else if (job == 2) {
+                station_.bindings.SetState(slot, app::BIND_BUSY);  // served this run: not again until Stop
             }
+            // No job of this run served it (or the station stopped since): BUSY would
+            // make the slot ignore its next phone until a Stop.
         }
         list.EditRow(slot, [&](app::SlotRow& r) {
             r.cells[app::COL_DEVICE].text = com;
