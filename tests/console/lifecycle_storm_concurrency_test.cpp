@@ -347,8 +347,8 @@ private:
 
 TEST(LifecycleStorm, PressesPhonesAndCloseNeverHangMiscountOrWriteAtClose) {
     const int replay = EnvOr("QUORVEL_STORM_SEED", 0);
-    const int steps = EnvOr("QUORVEL_STORM_STEPS", 60);
-    std::vector<unsigned> seeds = {1, 2, 3, 4, 5};
+    const int steps = EnvOr("QUORVEL_STORM_STEPS", 50);
+    std::vector<unsigned> seeds = {1, 2, 3};  // 450 steps in all: about 30 s under ThreadSanitizer
     if (replay > 0) seeds = {static_cast<unsigned>(replay)};
     int total = 0;
     std::uint32_t jobs = 0;
