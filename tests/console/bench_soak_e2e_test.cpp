@@ -78,16 +78,15 @@ TEST(BenchSoak, EveryFinishedJobIsCountedOnceAndNoSlotStaysBusy) {
         }
         // This machine's stamp, or the station would not load the package and bindings.
         std::string settings = "[COMMON]\nCheckSum=0\nLANGUAGE=1033\nMac=" + platform::FirstAdapterMac() +
-                               "\nFilePath=" + package +
-                               "\n[BENCH]\nSimulated=1\nHubs=2\nSocketsPerHub=8\n";
+                               "\nFilePath=" + package + "\n[BENCH]\nSimulated=1\nHubs=2\nSocketsPerHub=8\n";
         for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
             settings += std::string("[") + section + "]\n";
             for (int i = 0; i < 16; ++i) settings += "Index" + std::to_string(i) + "=NA\n";
         }
         dir.Write("station/Config/CommonSetting.ini", settings);
         dir.Write("soak.txt", Scenario(platform, phones, 7));
-        const auto run = RunCommand(ToolPath("quorvel-bench") + " " + dir.File("station") + " " +
-                                    dir.File("soak.txt") + " --speed " + kSpeed + " --json");
+        const auto run = RunCommand(ToolPath("quorvel-bench") + " " + dir.File("station") + " " + dir.File("soak.txt") +
+                                    " --speed " + kSpeed + " --json");
         const std::string& out = run.out;
         ASSERT_EQ(run.exitCode, 0) << out.substr(0, 2000);
         const long total = Field(out, "total"), results = Field(out, "results");
