@@ -13,9 +13,13 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <random>
 #include <thread>
+
+#include <unistd.h>
 
 #include "app/Messages.h"
 #include "app/Station.h"
@@ -203,16 +207,35 @@ private:
         return n;
     }
 
-    // Waits until the other threads are all blocked: the number of clock waiters holds
-    // for about 2 ms of real time.
+    // Waits until the other threads are all blocked: none is runnable or in the disk
+    // (a thread starved of the processor must not see virtual time jump past it), and
+    // the number of clock waiters holds for about 2 ms of real time.
     void Settle() {
         int last = -1, stable = 0;
-        while (stable < 12) {
+        while (stable < 8) {
             std::this_thread::sleep_for(std::chrono::microseconds(250));
             const int now = clock_.Waiters();
-            stable = now == last ? stable + 1 : 0;
+            stable = now == last && !OtherThreadBusy() ? stable + 1 : 0;
             last = now;
         }
+    }
+
+    static bool OtherThreadBusy() {
+        namespace fs = std::filesystem;
+        const std::string self = std::to_string(::gettid());
+        std::error_code ec;
+        for (const auto& task : fs::directory_iterator("/proc/self/task", ec)) {
+            if (task.path().filename() == self) continue;
+            std::ifstream in(task.path() / "stat");
+            std::string stat;
+            std::getline(in, stat);
+            // "tid (name) S ...": the state follows the name's closing parenthesis.
+            const auto close = stat.rfind(')');
+            if (close != std::string::npos && close + 2 < stat.size() &&
+                (stat[close + 2] == 'R' || stat[close + 2] == 'D'))
+                return true;
+        }
+        return false;
     }
 
     // Moves virtual time on by `ms`, stopping at every deadline on the way.
