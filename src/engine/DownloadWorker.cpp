@@ -353,7 +353,7 @@ bool DownloadWorker::JobStart(int slot, WorkerEvents::Event event) {
         inJob_ = true;
     }
     // A phone handed over while the station was stopped has no row drawn yet.
-    if (!station_.slots.rowShown[static_cast<std::size_t>(slot)].load())
+    if (slot >= 0 && slot < app::kSlotCount && !station_.slots.rowShown[static_cast<std::size_t>(slot)].load())
         ShowRow(slot, DisplayName(app::FieldText(Device().friendlyName)));
     station_.slots.startTime[static_cast<std::size_t>(slot)].store(station_.clock.WallSeconds());
     window_.SetTimer(slot, 1000);
