@@ -235,10 +235,11 @@ TEST(DownloadWorkerJobs, DeviceHandedOverBeforeStartIsServedAtStart) {
     EXPECT_EQ(h.Result(0), "PASS(1/1)");
 }
 
-// A phone bound while the station was stopped has no row until it is served; the
-// rows of later slots must not take its place, and its job must be found by the port
-// number it had when handed over.
-TEST(DownloadWorkerJobs, EachSlotKeepsItsOwnRowWhenAPhoneCameWhileStopped) {
+// Each SPRD slot serves its own phone: one bound while the station was stopped gets
+// its row (and the port number it had) when served, without later slots' rows taking
+// its place; one whose port has no number yet is dropped uncounted with its slot freed
+// (a BUSY slot would refuse every Stop), and served once the number is there.
+TEST(DownloadWorkerJobs, SprdSlotsServeTheirOwnPhones) {
     EngineHarness h(2);
     h.st.slotList.DeleteAllRows();
     for (auto& shown : h.st.slots.rowShown) shown = false;
@@ -246,6 +247,11 @@ TEST(DownloadWorkerJobs, EachSlotKeepsItsOwnRowWhenAPhoneCameWhileStopped) {
     h.ReplugSprdOnSwitch(500);
     h.HandOver(0, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM5)", "a"));
     h.StartStation();
+    h.HandOver(1, h.Device(app::EVENT_SPRD, "SPRD U2S Diag", "b"), HandOver::BUSY);
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1 && h.State(1) == app::BIND_ALL_BINDED; }));
+    h.Settle();
+    EXPECT_EQ(h.Total(), 1u);
+    EXPECT_FALSE(h.st.slotList.Row(1).result.visible);
     h.HandOver(1, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM2)", "b"), HandOver::BUSY);
     ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 2 && h.State(1) == app::BIND_ALL_BINDED; }));
     EXPECT_EQ(h.Fail(), 1u);
@@ -253,23 +259,6 @@ TEST(DownloadWorkerJobs, EachSlotKeepsItsOwnRowWhenAPhoneCameWhileStopped) {
     EXPECT_EQ(h.Result(1), "PASS(1/1)");
     EXPECT_EQ(h.st.slotList.CellText(0, app::COL_NUMBER), "01");
     EXPECT_EQ(h.st.slotList.CellText(1, app::COL_NUMBER), "02");
-}
-
-// An SPRD port without a number cannot be served: the job is dropped uncounted and the
-// slot is free again (a BUSY slot would refuse every Stop), so the phone is served
-// once its port has a number.
-TEST(DownloadWorkerJobs, SprdPhoneWithoutPortNumberLeavesTheSlotFree) {
-    EngineHarness h(1);
-    h.registry.SetPortProfile(1, {.pass = false, .failingStep = 1});
-    h.StartStation();
-    h.HandOver(0, h.Device(app::EVENT_SPRD, "SPRD U2S Diag", "s"), HandOver::BUSY);
-    ASSERT_TRUE(h.RunUntil([&] { return h.State(0) == app::BIND_ALL_BINDED; }));
-    h.Settle();
-    EXPECT_EQ(h.Total(), 0u);
-    EXPECT_FALSE(h.st.slotList.Row(0).result.visible);
-    h.HandOver(0, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM1)", "s"), HandOver::BUSY);
-    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1 && h.State(0) == app::BIND_ALL_BINDED; }));
-    EXPECT_EQ(h.Result(0), "FAIL(0/1)");
 }
 
 // The phone re-enumerates in DA mode because its job switched it: whether binding
