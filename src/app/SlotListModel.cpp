@@ -51,6 +51,18 @@ int SlotListModel::InsertRow(const std::string& numberText) {
     return index;
 }
 
+int SlotListModel::FillRowsTo(int row, const std::function<void(int, SlotRow&)>& make) {
+    int first = row + 1;
+    Change([&](SlotListSnapshot& s) {
+        const int count = static_cast<int>(s.rows.size());
+        if (count > row) return false;
+        first = count;
+        for (int i = count; i <= row; ++i) make(i, s.rows.emplace_back());
+        return true;
+    });
+    return first;
+}
+
 void SlotListModel::DeleteRow(int row) {
     Change([&](SlotListSnapshot& s) {
         if (!Valid(s, row)) return false;

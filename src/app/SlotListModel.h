@@ -72,6 +72,10 @@ public:
     int RowCount() const;
     // Appends a row; returns its index.
     int InsertRow(const std::string& numberText);
+    // Appends rows until `row` exists, each made by `make(index, row)` under the lock (it
+    // must not call back into the model), in one step, so threads filling at once never
+    // interleave. Returns the index of the first row made (`row` + 1 when none was).
+    int FillRowsTo(int row, const std::function<void(int, SlotRow&)>& make);
     void DeleteRow(int row);  // later rows move up
     void DeleteAllRows();
 

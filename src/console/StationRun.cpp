@@ -136,8 +136,11 @@ void StationRun::StartStopClick() {
                 station_.ui.MessageBox(station_.language.ChooseText(texts::kWaitForThreads));
                 return;
             }
+            // Only a finished job's slot is released: BUSY before its job is marked
+            // running is a job starting, and releasing it would let this Stop through
+            // while that job runs.
+            if (station_.slots.fpJob[i] == 2) station_.bindings.ChangeState(i, BIND_BUSY, BIND_ALL_BINDED);
             station_.slots.fpJob[i] = 0;
-            station_.bindings.ChangeState(i, BIND_BUSY, BIND_ALL_BINDED);
         }
     }
     if (!manager_.StopAll()) return;  // it has told the operator

@@ -81,19 +81,8 @@ void DownloadManager::AddWorker(const app::HubPortEntry& entry) {
         station_.slots.rowShown[s].store(false);
         const auto state = station_.bindings.State(row);
         if (state == app::BIND_ALL_BINDED || state == app::BIND_PRELOADER_BINDED) {
-            char number[16];
-            std::snprintf(number, sizeof number, "%02d", row + 1);
-            const int r = list.InsertRow(number);
-            const std::string com = station_.bindings.ComName(row);
-            list.EditRow(r, [&](app::SlotRow& sr) {
-                sr.cells[app::COL_DEVICE].icon = kIconPort;
-                sr.cells[app::COL_PROGRESS].text.clear();
-                sr.cells[app::COL_RESULT].text.clear();
-                sr.cells[app::COL_DEVICE].text = com;
-                sr.cells[app::COL_DEVICE].colour = kColourGrey;
-                sr.cells[app::COL_BINDED].text = app::BindStateName(state);
-                sr.cells[app::COL_BINDED].colour = kColourBlue;
-            });
+            const int r = list.InsertRow("");
+            list.EditRow(r, [&](app::SlotRow& sr) { FillBoundRow(station_, row, sr); });
             station_.slots.rowShown[s].store(true);
         }
     }

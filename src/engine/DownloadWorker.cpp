@@ -14,11 +14,6 @@ namespace {
 bool Contains(const std::string& text, const char* part) {
     return text.find(part) != std::string::npos;
 }
-std::string SlotNumberText(int slot) {
-    char buf[16];
-    std::snprintf(buf, sizeof buf, "%02d", slot + 1);
-    return buf;
-}
 }  // namespace
 
 // ---- events ----
@@ -158,45 +153,39 @@ void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
     auto& list = station_.slotList;
     const auto s = static_cast<std::size_t>(slot);
     if (code == app::EVENT_MTK || code == app::EVENT_SPRD || code == app::EVENT_CFG) {
-        if (!station_.stationRunning.load()) return;
         const std::string shown = DisplayName(name);
-        if (!station_.slots.rowShown[s].load()) {
-            const int row = list.InsertRow(SlotNumberText(slot));
-            list.EditRow(row, [&](app::SlotRow& r) {
-                r.cells[app::COL_DEVICE].icon = kIconPort;
-                r.cells[app::COL_PROGRESS].text.clear();
-                r.cells[app::COL_RESULT].text.clear();
-                r.progress.visible = false;
-                r.result.visible = false;
-                r.cells[app::COL_DEVICE].text = shown;
-                r.cells[app::COL_DEVICE].colour = app::kBlack;
-                r.cells[app::COL_DEVICE].icon = kIconDevice;
-            });
-            station_.slots.rowShown[s].store(true);
-        } else {
-            const bool ongoing = code == app::EVENT_MTK && shown.find("DA") != std::string::npos;
-            list.EditRow(slot, [&](app::SlotRow& r) {
-                r.progress.visible = false;
-                r.result.visible = false;
-                r.cells[app::COL_DEVICE].text = shown;
-                r.cells[app::COL_DEVICE].colour = app::kBlack;
-                r.cells[app::COL_DEVICE].icon = kIconDevice;
-            });
-            if (ongoing) display_.SetResult(slot, app::texts::kOngoing, kColourBlue);
-        }
+        // Kept even while stopped: the job serving this phone at the next Start is
+        // found by it (SPRD messages name the port).
         station_.bindings.SetComName(slot, shown);
+        if (!station_.stationRunning.load()) return;
+        if (!station_.slots.rowShown[s].load()) {
+            ShowRow(slot, shown);
+            return;
+        }
+        const bool ongoing = code == app::EVENT_MTK && shown.find("DA") != std::string::npos;
+        list.EditRow(slot, [&](app::SlotRow& r) {
+            r.progress.visible = false;
+            r.result.visible = false;
+            r.cells[app::COL_DEVICE].text = shown;
+            r.cells[app::COL_DEVICE].colour = app::kBlack;
+            r.cells[app::COL_DEVICE].icon = kIconDevice;
+        });
+        if (ongoing) display_.SetResult(slot, app::texts::kOngoing, kColourBlue);
         return;
     }
     const std::string com = station_.bindings.ComName(slot);
     if (code == NOTIFY_REMOVED) {
         app::Rgb colour = kColourGrey;
         if (station_.package.kind == app::PACKAGE_MTK_CFG) {
-            if (station_.slots.fpJob[s].load() == 1) {
+            const int job = station_.slots.fpJob[s].load();
+            if (job == 1) {
                 station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
                 colour = app::kBlack;
-            } else {
-                station_.bindings.SetState(slot, app::BIND_BUSY);
+            } else if (job == 2) {
+                station_.bindings.SetState(slot, app::BIND_BUSY);  // served this run: not again until Stop
             }
+            // No job of this run served it (or the station stopped since): BUSY would
+            // make the slot ignore its next phone until a Stop.
         }
         list.EditRow(slot, [&](app::SlotRow& r) {
             r.cells[app::COL_DEVICE].text = com;
@@ -206,6 +195,24 @@ void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
         return;
     }
     list.SetCellText(slot, app::COL_DEVICE, com);
+}
+
+void DownloadWorker::ShowRow(int slot, const std::string& shown) {
+    // Row i is slot i. A phone bound while the station was stopped gets its row only
+    // when served, so rows of such slots below this one are filled first; otherwise
+    // this row would land on, and read, another slot's.
+    auto& list = station_.slotList;
+    const int first = list.FillRowsTo(slot, [&](int i, app::SlotRow& r) { FillBoundRow(station_, i, r); });
+    for (int i = first; i <= slot; ++i) station_.slots.rowShown[static_cast<std::size_t>(i)].store(true);
+    list.EditRow(slot, [&](app::SlotRow& r) {
+        r.cells[app::COL_PROGRESS].text.clear();
+        r.cells[app::COL_RESULT].text.clear();
+        r.progress.visible = false;
+        r.result.visible = false;
+        r.cells[app::COL_DEVICE].text = shown;
+        r.cells[app::COL_DEVICE].colour = app::kBlack;
+        r.cells[app::COL_DEVICE].icon = kIconDevice;
+    });
 }
 
 void DownloadWorker::Start() {
@@ -345,6 +352,9 @@ bool DownloadWorker::JobStart(int slot, WorkerEvents::Event event) {
         station_.bindings.SetState(slot, app::BIND_BUSY);
         inJob_ = true;
     }
+    // A phone handed over while the station was stopped has no row drawn yet.
+    if (slot >= 0 && slot < app::kSlotCount && !station_.slots.rowShown[static_cast<std::size_t>(slot)].load())
+        ShowRow(slot, DisplayName(app::FieldText(Device().friendlyName)));
     station_.slots.startTime[static_cast<std::size_t>(slot)].store(station_.clock.WallSeconds());
     window_.SetTimer(slot, 1000);
     station_.slotList.SetCellIcon(slot, app::COL_DEVICE, kIconDevice);
@@ -384,7 +394,19 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
     const int slot = ThreadIndex();
     if (!JobStart(slot, WorkerEvents::SPRD)) return;
     const int port = ExtractComNumber(app::FieldText(Device().friendlyName));
-    if (port == -1) return;
+    if (port == -1) {
+        // Dropped uncounted. Left BUSY, the slot would refuse every Stop for good; the
+        // phone comes again once its port has a number.
+        JobEnd([&] {
+            const bool bound = station_.bindings.HsLocation(slot) != app::kUnbound;
+            station_.bindings.SetState(slot, bound ? app::BIND_ALL_BINDED : app::BIND_IDLE);
+        });
+        window_.KillTimer(slot);
+        display_.HideCell(slot, app::COL_PROGRESS);
+        display_.HideCell(slot, app::COL_RESULT);
+        ShowBindState(slot);
+        return;
+    }
     const auto params = station_.sprdParams.Get();
     sprd_->SetSPRDParameters(params->SelectedFileCount, static_cast<unsigned long>(port), params->ProductName,
                              params->files, params->ConfigFilePath);

@@ -33,8 +33,6 @@ namespace quorvel::engine {
 inline constexpr std::uint32_t NOTIFY_NONE = 0;
 inline constexpr std::uint32_t NOTIFY_REMOVED = 5;
 inline constexpr std::uint32_t kWmClose = 0x0010;
-inline constexpr int kIconPort = 1;    // a bound port without a phone
-inline constexpr int kIconDevice = 2;  // a phone is there
 
 // The worker's four auto-reset events, waited on in priority order.
 class WorkerEvents {
@@ -113,6 +111,8 @@ private:
     void MtkJob();
     void FpJob();
     void ShowBindState(int slot);
+    // The first device of a slot while the station runs: fills its row (and missing rows below).
+    void ShowRow(int slot, const std::string& shown);
     // The job's slot leaves BUSY: `restore` sets its state; one step with the hand-overs.
     template <class Restore>
     void JobEnd(Restore restore);

@@ -412,12 +412,15 @@ void SimSprdEngine::RunPort(unsigned long port, bool phase1, PhoneProfile p, std
         } else {
             interrupted = !wait_.Pause(ms);
         }
-        // Stopped by the station: nothing more to say. A pulled phone fails its step.
-        if (interrupted && !link.Lost()) return;
-        if (interrupted)
-            error = app::texts::kSprdStepNames[kUnpluggedStep];
-        else if (failing)
-            error = std::string(app::texts::kSprdStepNames[step]) + " failed";
+        // Cut short by the station (its poll gave up, or the slot was released): the
+        // station counts that job failed, and so does the phone's tally. Nothing more is
+        // said. A pulled phone fails its step.
+        if (interrupted && !link.Lost()) {
+            registry_.JobResult(p.plug, true);
+            return;
+        }
+        if (interrupted) error = app::texts::kSprdStepNames[kUnpluggedStep];
+        else if (failing) error = std::string(app::texts::kSprdStepNames[step]) + " failed";
     }
     if (error.empty() && !p.pass && !phase1) error = "Download failed";
     SprdPortResult* record;

@@ -22,6 +22,17 @@ bool Contains(const std::string& text, const std::string& part) {
 }
 }  // namespace
 
+void FillBoundRow(app::Station& station, int slot, app::SlotRow& row) {
+    char number[16];
+    std::snprintf(number, sizeof number, "%02d", slot + 1);
+    row.cells[app::COL_NUMBER].text = number;
+    row.cells[app::COL_DEVICE].icon = kIconPort;
+    row.cells[app::COL_DEVICE].text = station.bindings.ComName(slot);
+    row.cells[app::COL_DEVICE].colour = kColourGrey;
+    row.cells[app::COL_BINDED].text = app::BindStateName(station.bindings.State(slot));
+    row.cells[app::COL_BINDED].colour = kColourBlue;
+}
+
 SlotDisplay::SlotDisplay(app::Station& station) : station_(station) {}
 
 // The bar shows its text as it is, so "%" appears once here where the original

@@ -26,6 +26,12 @@ inline constexpr app::Rgb kColourDarkGreen = app::MakeRgb(52, 107, 36);
 inline constexpr app::Rgb kColourPurple = app::MakeRgb(102, 51, 153);
 inline constexpr app::Rgb kColourGrey = 0x808080;
 inline constexpr std::uint32_t kUnknown = 0xFFFFFFFFu;
+inline constexpr int kIconPort = 1;    // a bound port without a phone
+inline constexpr int kIconDevice = 2;  // a phone is there
+
+// A bound slot's row as drawn before its phone comes: number, the bound port's name in
+// grey with the port icon, the binding state in blue.
+void FillBoundRow(app::Station& station, int slot, app::SlotRow& row);
 
 class SlotDisplay {
 public:

@@ -126,9 +126,18 @@ TEST_F(StationRunTest, CfgStopWaitsForRunningJobsAndEndsFinishedOnes) {
     EXPECT_EQ(st.slots.fpJob[0], 0);
     EXPECT_EQ(st.bindings.State(0), BIND_ALL_BINDED);
 
+    // A slot BUSY whose job is not marked running yet is a job starting: not released.
+    st.slotList.InsertRow("03");
     st.slots.fpJob[1] = 2;
+    st.bindings.SetState(2, BIND_BUSY);
+    Click();
+    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_EQ(st.bindings.State(2), BIND_BUSY);
+
+    st.slots.fpJob[2] = 2;
     Click();
     EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_START);
+    EXPECT_EQ(st.bindings.State(2), BIND_ALL_BINDED);
     run.Manager().JoinWalks();
 }
 

@@ -15,6 +15,7 @@
 #include "platform/ProfileIni.h"
 #include "support/PacWriter.h"
 #include "support/StationProcess.h"
+#include "support/StationFixture.h"
 
 namespace quorvel::devices {
 namespace {
@@ -33,14 +34,8 @@ class StationBenchTest : public test::UmockdevBench {
 protected:
     void WriteSettings(const std::string& package = "fw/MT6765_Android_scatter.txt") {
         if (package.find("scatter") != std::string::npos) dir.Write(package, "scatter\n");
-        std::string text =
-            "[COMMON]\nCheckSum=0\nEnableDebug=1\nLANGUAGE=1033\nMac=00-11-22-33-44-55\nFilePath=" + dir.File(package) +
-            "\n[BENCH]\nSimulated=0\n";
-        for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
-            text += std::string("[") + section + "]\n";
-            for (int i = 0; i < kSlotCount; ++i) text += "Index" + std::to_string(i) + "=NA\n";
-        }
-        dir.Write("Config/CommonSetting.ini", text);
+        dir.Write("Config/CommonSetting.ini", test::UnboundSettings("CheckSum=0\nEnableDebug=1\nLANGUAGE=1033\nFilePath=" +
+                                                                    dir.File(package) + "\n[BENCH]\nSimulated=0\n"));
     }
     std::string Saved(int slot) {
         return platform::ProfileIni::ReadString(dir.File("Config/CommonSetting.ini"), "USBPORTINFO",

@@ -14,6 +14,7 @@
 #include "sim/SimBench.h"
 #include "support/StationProcess.h"
 #include "support/TempDir.h"
+#include "support/StationFixture.h"
 
 namespace quorvel::console {
 namespace {
@@ -27,14 +28,9 @@ struct Outcome {
 // A station folder with an MTK scatter package on a four-socket simulated bench.
 void WriteStation(const test::TempDir& dir, const std::string& extra) {
     dir.Write("fw/MT6765_Android_scatter.txt", "scatter\n");
-    std::string text = "[COMMON]\nCheckSum=0\nLANGUAGE=1033\nMac=00-11-22-33-44-55\nFilePath=" +
-                       dir.File("fw/MT6765_Android_scatter.txt") + "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=4\n" +
-                       extra;
-    for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
-        text += std::string("[") + section + "]\n";
-        for (int i = 0; i < app::kSlotCount; ++i) text += "Index" + std::to_string(i) + "=NA\n";
-    }
-    dir.Write("Config/CommonSetting.ini", text);
+    dir.Write("Config/CommonSetting.ini",
+              test::UnboundSettings("CheckSum=0\nLANGUAGE=1033\nFilePath=" + dir.File("fw/MT6765_Android_scatter.txt") +
+                                    "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=4\n" + extra));
 }
 
 Outcome RunBench(bool engineProgram) {

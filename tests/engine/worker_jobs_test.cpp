@@ -235,6 +235,32 @@ TEST(DownloadWorkerJobs, DeviceHandedOverBeforeStartIsServedAtStart) {
     EXPECT_EQ(h.Result(0), "PASS(1/1)");
 }
 
+// Each SPRD slot serves its own phone: one bound while the station was stopped gets
+// its row (and the port number it had) when served, without later slots' rows taking
+// its place; one whose port has no number yet is dropped uncounted with its slot freed
+// (a BUSY slot would refuse every Stop), and served once the number is there.
+TEST(DownloadWorkerJobs, SprdSlotsServeTheirOwnPhones) {
+    EngineHarness h(2);
+    h.st.slotList.DeleteAllRows();
+    for (auto& shown : h.st.slots.rowShown) shown = false;
+    h.registry.SetPortProfile(5, {.pass = false, .failingStep = 1});
+    h.ReplugSprdOnSwitch(500);
+    h.HandOver(0, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM5)", "a"));
+    h.StartStation();
+    h.HandOver(1, h.Device(app::EVENT_SPRD, "SPRD U2S Diag", "b"), HandOver::BUSY);
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1 && h.State(1) == app::BIND_ALL_BINDED; }));
+    h.Settle();
+    EXPECT_EQ(h.Total(), 1u);
+    EXPECT_FALSE(h.st.slotList.Row(1).result.visible);
+    h.HandOver(1, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM2)", "b"), HandOver::BUSY);
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 2 && h.State(1) == app::BIND_ALL_BINDED; }));
+    EXPECT_EQ(h.Fail(), 1u);
+    EXPECT_EQ(h.Result(0), "FAIL(0/1)");
+    EXPECT_EQ(h.Result(1), "PASS(1/1)");
+    EXPECT_EQ(h.st.slotList.CellText(0, app::COL_NUMBER), "01");
+    EXPECT_EQ(h.st.slotList.CellText(1, app::COL_NUMBER), "02");
+}
+
 // The phone re-enumerates in DA mode because its job switched it: whether binding
 // hands that over during the job or only once the job has ended, it is part of that
 // job, never a second one, and the slot does not stay BUSY.
@@ -282,10 +308,13 @@ TEST(DownloadWorkerJobs, RemovalGreysThePortAndReleasesCfgSlots) {
     EXPECT_EQ(cell.icon, kIconPort);
     EXPECT_EQ(h.State(0), app::BIND_ALL_BINDED);  // not a CFG package: unchanged
 
-    // A CFG slot whose job still runs is bound again; one whose job ended stays BUSY.
+    // A CFG slot whose job still runs is bound again; one whose job ended stays BUSY;
+    // one no job of this run served (a phone pulled after Stop) is left as it was.
     h.st.package.kind = app::PACKAGE_MTK_CFG;
     for (auto [job, state, colour] :
-         {std::tuple{1, app::BIND_ALL_BINDED, app::kBlack}, std::tuple{2, app::BIND_BUSY, kColourGrey}}) {
+         {std::tuple{1, app::BIND_ALL_BINDED, app::kBlack}, std::tuple{2, app::BIND_BUSY, kColourGrey},
+          std::tuple{0, app::BIND_ALL_BINDED, kColourGrey}}) {
+        h.st.bindings.SetState(0, app::BIND_ALL_BINDED);
         h.st.slots.fpJob[0] = job;
         h.loop.Call([&] { h.manager->WorkerAt(0)->NotifyDevice(NOTIFY_REMOVED, ""); });
         EXPECT_EQ(h.State(0), state) << "job " << job;
