@@ -45,6 +45,9 @@ void ConsoleView::SetPane(int pane, const std::string& text) {
     if (pane < 0 || pane >= 4) return;
     Change([&](ConsoleSnapshot& s) { s.panes[static_cast<std::size_t>(pane)] = text; });
 }
+void ConsoleView::SetNotice(const std::string& text) {
+    Change([&](ConsoleSnapshot& s) { s.notice = text; });
+}
 void ConsoleView::SetBenchView(bool on) {
     Change([&](ConsoleSnapshot& s) { s.benchView = on; });
 }
@@ -63,6 +66,11 @@ std::string ConsoleView::Text(int control) const {
     std::lock_guard g(mutex_);
     auto it = state_.controls.find(control);
     return it == state_.controls.end() ? std::string() : it->second.text;
+}
+
+std::string ConsoleView::Notice() const {
+    std::lock_guard g(mutex_);
+    return state_.notice;
 }
 
 std::string ConsoleView::Pane(int pane) const {

@@ -43,6 +43,7 @@ struct ConsoleSnapshot {
     std::string title;
     std::map<int, ControlState> controls;
     std::array<std::string, 4> panes;
+    std::string notice;           // a bench problem the operator must see; empty for none
     std::string backgroundImage;  // file path, empty for none
     bool benchView = false;       // the bench tiles instead of the slot list
     bool closeRequested = false;
@@ -58,12 +59,16 @@ public:
     void SetIcons(int control, int in, int out);
     void SetFont(int control, const std::string& face, int height, int weight);
     void SetPane(int pane, const std::string& text);
+    // A lasting notice beside the panes (a missing driver, a port without permission): the
+    // clock rewrites its pane every second, so such problems never go there.
+    void SetNotice(const std::string& text);
     void SetBackgroundImage(const std::string& path);
     void RequestClose(bool hide);
     void SetBenchView(bool on);
 
     std::string Text(int control) const;
     std::string Pane(int pane) const;
+    std::string Notice() const;
     ConsoleSnapshot Snapshot() const;
 
     // Called after every change, on the changing thread, without the model's lock held;

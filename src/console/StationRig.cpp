@@ -53,13 +53,13 @@ public:
     devices::ChangeSignal& Changes() override { return Get().Changes(); }
 
 private:
-    // Findings go to the log; the first one also to the status bar.
+    // Findings go to the log; the first one also to the window's notice.
     void CheckBench(devices::UdevBackend& backend) {
         devices::BenchFacts facts = devices::GatherSystemFacts(paths_);
         backend.AddDeviceFacts(facts);
         const auto findings = devices::CheckBench(facts);
         for (const auto& f : findings) station_.settingsStore.UiLog("bench check: " + f.problem + "; fix: " + f.fix);
-        if (!findings.empty()) station_.view.SetPane(1, "bench check: " + findings.front().problem);
+        if (!findings.empty()) station_.view.SetNotice("bench check: " + findings.front().problem);
     }
 
     app::Station& station_;

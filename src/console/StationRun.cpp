@@ -23,7 +23,7 @@ StationRun::StationRun(Station& station, platform::StationLoop& loop, ConsoleCon
           station.clock, [&backend](int com) { return backend.SerialNodeOf(com); },
           [&station](const std::string& text) {
               station.settingsStore.UiLog(text);
-              station.view.SetPane(1, text);
+              station.view.SetNotice(text);
           }),
       binding_(station, manager_, probe_, loop),
       monitor_(station, backend, loop),

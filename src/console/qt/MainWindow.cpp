@@ -123,6 +123,17 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     slotList_->viewport()->installEventFilter(this);
 
     auto* status = new QStatusBar(this);
+    notice_ = new QLabel(this);
+    {
+        QPalette red = notice_->palette();
+        red.setColor(QPalette::WindowText, QColor(176, 0, 0));
+        notice_->setPalette(red);
+        QFont bold = notice_->font();
+        bold.setBold(true);
+        notice_->setFont(bold);
+    }
+    notice_->hide();
+    status->addWidget(notice_);
     const int widths[4] = {0, 150, 100, 150};
     for (int i = 0; i < 4; ++i) {
         panes_[i] = new QLabel(this);
@@ -213,6 +224,11 @@ void MainWindow::Refresh() {
     benchViewAction_->setChecked(s.benchView);
     views_->setCurrentWidget(s.benchView ? static_cast<QWidget*>(benchView_) : slotList_);
     for (int i = 0; i < 4; ++i) panes_[i]->setText(Q(s.panes[static_cast<std::size_t>(i)]));
+    if (notice_->text() != Q(s.notice)) {
+        notice_->setText(Q(s.notice));
+        notice_->setToolTip(Q(s.notice));
+        notice_->setVisible(!s.notice.empty());
+    }
     if (s.backgroundImage != shownBackground_) {
         shownBackground_ = s.backgroundImage;
         slotList_->SetBackdrop(QPixmap(Q(s.backgroundImage)));  // null when the file is missing

@@ -71,6 +71,7 @@ private:
     QAction* benchViewAction_;
     std::array<std::pair<int, int>, 3> shownIcons_{};
     QLabel* panes_[4];
+    QLabel* notice_;  // the bench's lasting problem, hidden while there is none
     std::string shownBackground_;
     bool sessionEnding_ = false;
 };
