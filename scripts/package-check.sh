@@ -55,6 +55,10 @@ sort >"$work/expected" <<'EOF'
 /usr/share/quorvel/scenarios/sprd_pair.txt
 /usr/share/quorvel/station-template/Config/CommonSetting.ini
 /usr/share/quorvel/station-template/demo/MT6580_Android_scatter.txt
+/usr/share/quorvel/station-template/res/BRINDLE.bmp
+/usr/share/quorvel/station-template/res/BRINDLE_E.bmp
+/usr/share/quorvel/station-template/res/BRINDLE_USERDATA.bmp
+/usr/share/quorvel/station-template/res/BRINDLE_USERDATA_E.bmp
 EOF
 diff -u "$work/expected" "$work/contents" || fail "the package's files differ from the expected ones (above)"
 cat "$work/contents"
