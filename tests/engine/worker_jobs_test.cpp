@@ -269,12 +269,12 @@ TEST(DownloadWorkerJobs, TheDaFormOfAServedPhoneIsNeverServedAgain) {
         SCOPED_TRACE(duringJob ? "during the job" : "after the job");
         EngineHarness h(2);
         h.StartStation();
-        h.HandOver(1, h.Device(app::EVENT_MTK, "MediaTek PreLoader (COM2)", "USB\\VID_0E8D&PID_2000\\1-1.2:1.0"));
-        EXPECT_EQ(h.st.slotList.CellText(1, app::COL_DEVICE), "(COM2)MediaTek PreLoader ");
+        h.HandOver(1, h.Device(app::EVENT_MTK, "MTK PreLoader (COM2)", "USB\\VID_0E8D&PID_2000\\1-1.2:1.0"));
+        EXPECT_EQ(h.st.slotList.CellText(1, app::COL_DEVICE), "(COM2)MTK PreLoader ");
         ASSERT_TRUE(h.RunUntil([&] { return h.State(1) == app::BIND_DA_BINDED; }));
         const auto shown = h.Statuses();
         EXPECT_TRUE(std::ranges::any_of(shown, [](const auto& s) { return s.second == "Switch DA Port Success..."; }));
-        const auto da = h.Device(app::EVENT_MTK, "MediaTek DA USB VCOM (COM2)", "p");
+        const auto da = h.Device(app::EVENT_MTK, "MTK DA USB VCOM (COM2)", "p");
         if (duringJob) {
             EXPECT_TRUE(h.HandOver(1, da, HandOver::DA_MODE));
             EXPECT_EQ(h.State(1), app::BIND_BUSY);
