@@ -64,11 +64,7 @@ public:
                    test::UnboundSettings("CheckSum=0\nLANGUAGE=2052\nFilePath=" + package +
                                          "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=" + std::to_string(kSockets) + "\n"));
 
-        StationOptions options;
-        options.exeDir = dir_.Path();
-        options.systemLanguage = [] { return std::uint16_t{1033}; };
-        options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-        station_ = std::make_unique<Station>(std::move(options), clock_, ui_);
+        station_ = std::make_unique<Station>(test::FixedOptions(dir_.Path()), clock_, ui_);
         controller_ = std::make_unique<ConsoleController>(*station_, loop_);
         loop_.SetHandler(controller_.get());
         rig_ = std::make_unique<StationRig>(*station_, loop_, *controller_);

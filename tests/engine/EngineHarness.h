@@ -27,6 +27,21 @@ struct EngineSwap {
     std::function<std::unique_ptr<engine::SprdEngine>()> sprd = nullptr;
 };
 
+// Binds the first `slots` slots, each to its COM port and sockets, four to a hub, and
+// gives each a worker.
+inline void AddBoundWorkers(app::Station& st, engine::DownloadManager& manager, int slots) {
+    for (int i = 0; i < slots; ++i) {
+        st.bindings.SetHsLocation(i, "hub1\\PORT" + std::to_string(i + 1));
+        st.bindings.SetLsLocation(i, "hub2\\PORT" + std::to_string(i + 1));
+        st.bindings.SetComName(i, "Phone (COM" + std::to_string(i + 1) + ")");
+        st.bindings.SetState(i, app::BIND_ALL_BINDED);
+        app::HubPortEntry entry{};
+        std::snprintf(entry.hubId, sizeof entry.hubId, "hub%d", i / 4);
+        entry.port = static_cast<std::uint32_t>(i % 4 + 1);
+        manager.AddWorker(entry);
+    }
+}
+
 class EngineHarness : public platform::MessageHandler, private engine::EngineFactory {
 public:
     explicit EngineHarness(int slots, EngineSwap swap = {}) : swap_(std::move(swap)) {
@@ -34,16 +49,7 @@ public:
         st.language.SetLanguageId(app::kLangEnglish + 1);  // English (the fixture's system is 1033)
         manager = std::make_unique<engine::DownloadManager>(st, loop, static_cast<engine::EngineFactory&>(*this));
         router = std::make_unique<console::MessageRouter>(st, *manager);
-        for (int i = 0; i < slots; ++i) {
-            st.bindings.SetHsLocation(i, "hub1\\PORT" + std::to_string(i + 1));
-            st.bindings.SetLsLocation(i, "hub2\\PORT" + std::to_string(i + 1));
-            st.bindings.SetComName(i, "Phone (COM" + std::to_string(i + 1) + ")");
-            st.bindings.SetState(i, app::BIND_ALL_BINDED);
-            app::HubPortEntry entry{};
-            std::snprintf(entry.hubId, sizeof entry.hubId, "hub%d", i / 4);
-            entry.port = static_cast<std::uint32_t>(i % 4 + 1);
-            manager->AddWorker(entry);
-        }
+        AddBoundWorkers(st, *manager, slots);
         loop.SetHandler(this);
         loop.Start();
     }

@@ -21,6 +21,7 @@
 #include "engine/ProgramJob.h"
 #include "platform/ExeDir.h"
 #include "platform/StationLoop.h"
+#include "EngineHarness.h"
 #include "support/TempDir.h"
 
 namespace quorvel::engine {
@@ -231,9 +232,7 @@ TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.program + " " + c.scatter);
         dir.Write("Config/CommonSetting.ini", "[ENGINES]\nMTK=" + c.program + "\n");
-        app::Station st(app::StationOptions{dir.Path(), [] { return static_cast<std::uint16_t>(1033); },
-                                            [] { return std::string("00-11-22-33-44-55"); }},
-                        clock, ui);
+        app::Station st(test::FixedOptions(dir.Path()), clock, ui);
         st.package.scatterFilePath = c.scatter;
         SimPhoneRegistry registry;
         SimEngineFactory sim{st, registry};
@@ -259,16 +258,7 @@ public:
         programs = std::make_unique<ProgramEngineFactory>(*st, sim, [this](const SwitchEvent& e) { OnSwitch(e); });
         manager = std::make_unique<DownloadManager>(*st, loop, *programs);
         router = std::make_unique<console::MessageRouter>(*st, *manager);
-        for (int i = 0; i < slots; ++i) {
-            st->bindings.SetHsLocation(i, "hub1\\PORT" + std::to_string(i + 1));
-            st->bindings.SetLsLocation(i, "hub2\\PORT" + std::to_string(i + 1));
-            st->bindings.SetComName(i, "Phone (COM" + std::to_string(i + 1) + ")");
-            st->bindings.SetState(i, app::BIND_ALL_BINDED);
-            app::HubPortEntry entry{};
-            std::snprintf(entry.hubId, sizeof entry.hubId, "hub%d", i / 4);
-            entry.port = static_cast<std::uint32_t>(i % 4 + 1);
-            manager->AddWorker(entry);
-        }
+        test::AddBoundWorkers(*st, *manager, slots);
         loop.SetHandler(this);
         loop.Start();
         st->stationRunning = true;
@@ -321,10 +311,7 @@ public:
     test::TempDir dir;
     platform::ScaledClock clock{5};
     app::HeadlessConsoleUi ui;
-    std::unique_ptr<app::Station> st =
-        std::make_unique<app::Station>(app::StationOptions{dir.Path(), [] { return static_cast<std::uint16_t>(1033); },
-                                                           [] { return std::string("00-11-22-33-44-55"); }},
-                                       clock, ui);
+    std::unique_ptr<app::Station> st = std::make_unique<app::Station>(test::FixedOptions(dir.Path()), clock, ui);
     platform::StationLoop loop{clock};
     SimPhoneRegistry registry;
     SimEngineFactory sim{*st, registry};
