@@ -178,15 +178,6 @@ private:
         return s;
     }
 
-    std::string Workers() {
-        std::string s;
-        auto& m = rig_->Run().Manager();
-        for (int i = 0; i < m.WorkerCount(); ++i)
-            s += " w" + std::to_string(i) + (m.WorkerAt(i)->IsRunning() ? "+" : "-") + "code" +
-                 std::to_string(m.WorkerAt(i)->LastNotifyCode()) + "job" + std::to_string(Bench().JobRunningAt(i));
-        return s;
-    }
-
     bool AnySlotBusy() const {
         for (int i = 0; i < kSockets; ++i)
             if (station_->bindings.State(i) == BIND_BUSY) return true;
@@ -279,13 +270,8 @@ private:
         if (workers != kSockets) return Fail("workers: " + std::to_string(workers));
         const bool ok = RunUntil(
             [&] { return RunningWorkers() == (station_->stationRunning ? workers : 0); }, 60000);
-        if (!ok)
-            return Fail(std::string("station ") + (station_->stationRunning ? "running" : "stopped") + " (manager state " +
-                        std::to_string(rig_->Run().Manager().State()) + ") with " +
-                        std::to_string(RunningWorkers()) + " of " + std::to_string(workers) + " workers running; " +
-                        Slots().substr(0, 60) + " at " + std::to_string(clock_.Now()) + " waiters " +
-                        std::to_string(clock_.Waiters()) + Workers());
-        return true;
+        return ok || Fail(std::to_string(RunningWorkers()) + " of " + std::to_string(workers) + " workers running; " +
+                          Slots() + " at " + std::to_string(clock_.Now()));
     }
 
     // Once the jobs under way have ended, the counters hold exactly the jobs the engines
@@ -318,7 +304,7 @@ private:
         if (!RunUntil([&] { return idleBusy() < 0; }, 15000)) {
             const int i = idleBusy();
             return Fail("slot " + std::to_string(i) + " BUSY without a job; result " +
-                        station_->slotList.ResultText(i) + " com " + station_->bindings.ComName(i) + Workers());
+                        station_->slotList.ResultText(i) + " com " + station_->bindings.ComName(i));
         }
         return true;
     }
