@@ -42,6 +42,33 @@ inline void AddBoundWorkers(app::Station& st, engine::DownloadManager& manager, 
     }
 }
 
+// Keeps what a package verification tells its window: "path percent" for each file's
+// progress, "msg:w:l" for anything else.
+class ChecksumWindow final : public platform::MessageWindow {
+public:
+    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+        std::lock_guard g(mutex_);
+        if (msg == app::MSG_CHECKSUM && w == 0) {
+            const auto* r = reinterpret_cast<const app::ChecksumProgressRecord*>(l);
+            seen_.push_back(app::FieldText(r->path) + " " + std::to_string(r->percent));
+        } else {
+            seen_.push_back(std::to_string(msg) + ":" + std::to_string(w) + ":" + std::to_string(l));
+        }
+        return 0;
+    }
+    void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override { Send(msg, w, l); }
+    void SetTimer(int, platform::Millis) override {}
+    void KillTimer(int) override {}
+    std::vector<std::string> Seen() const {
+        std::lock_guard g(mutex_);
+        return seen_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> seen_;
+};
+
 class EngineHarness : public platform::MessageHandler, private engine::EngineFactory {
 public:
     explicit EngineHarness(int slots, EngineSwap swap = {}) : swap_(std::move(swap)) {

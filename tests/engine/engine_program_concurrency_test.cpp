@@ -191,22 +191,6 @@ TEST(EngineProgram, FastProgressIsThinnedToTheNewest) {
     EXPECT_EQ(progress.back(), Describe(last));
 }
 
-// Records the checksum progress a verification sends.
-class ChecksumWindow final : public platform::MessageWindow {
-public:
-    platform::LResult Send(std::uint32_t msg, platform::WParam, platform::LParam l) override {
-        if (msg == app::MSG_CHECKSUM) {
-            const auto* r = reinterpret_cast<const app::ChecksumProgressRecord*>(l);
-            seen.push_back(app::FieldText(r->path) + " " + std::to_string(r->percent));
-        }
-        return 0;
-    }
-    void Post(std::uint32_t, platform::WParam, platform::LParam) override {}
-    void SetTimer(int, platform::Millis) override {}
-    void KillTimer(int) override {}
-    std::vector<std::string> seen;
-};
-
 // Pre-load and verification run the program's --preload and --verify; a program without
 // them leaves them to the in-process engine.
 TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
@@ -237,15 +221,15 @@ TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
         SimPhoneRegistry registry;
         SimEngineFactory sim{st, registry};
         ProgramEngineFactory programs(st, sim);
-        ChecksumWindow window;
+        test::ChecksumWindow window;
         auto mtk = programs.MakeMtk(window);
         std::string path = c.scatter;
         EXPECT_EQ(mtk->PreLoadFiles(path.data(), true, 0, 0, {}, false), c.preload);
         mtk->SetChkSumWnd(&window);
         EXPECT_EQ(mtk->VerifyHostBufferBeforeStart(dir.File("fw/CheckSum.ini").c_str()), c.verify);
         // Both engines report every file beside the list, the program through its progress lines.
-        ASSERT_FALSE(window.seen.empty());
-        EXPECT_EQ(window.seen.back(), dir.File("fw/scatter.txt") + " 100");
+        ASSERT_FALSE(window.Seen().empty());
+        EXPECT_EQ(window.Seen().back(), dir.File("fw/scatter.txt") + " 100");
     }
 }
 
