@@ -179,10 +179,7 @@ private Q_SLOTS:
     void missingSettingsEndsTheConsole() {
         Console c(1033, "0", false);
         QVERIFY(!c.controller.OnInitDialog());
-        const auto messages = c.f.ui.Messages();
-        QCOMPARE(messages.size(), std::size_t{2});
-        QVERIFY(messages[0].rfind("the config file path is ", 0) == 0);
-        QCOMPARE(QString::fromStdString(messages[1]), QString("Failed to read configuration file!"));
+        QCOMPARE(c.f.ui.Messages().back(), std::string("Failed to read configuration file!"));
         QVERIFY(c.f.station->view.Snapshot().closeRequested);
     }
 
