@@ -83,19 +83,15 @@ public:
     // One random step, then the checks. False once something failed.
     bool Step(int step) {
         step_ = step;
-        switch (random_() % 10) {
-            case 0:
-            case 1: {
-                // Clicks, sometimes two or three queued while the station thread is busy.
-                const int clicks = random_() % 3 == 0 ? 2 + static_cast<int>(random_() % 2) : 1;
-                for (int i = 0; i < clicks; ++i) loop_.Post(WM_COMMAND, CMD_START_STOP, 0);
-                break;
-            }
-            case 2:
-            case 3:
-            case 4: Plug(static_cast<int>(random_() % kSockets)); break;
-            case 5: Bench().Unplug(static_cast<int>(random_() % kSockets)); break;
-            default: break;
+        const auto action = random_() % 10;
+        if (action < 2) {
+            // Clicks, sometimes two or three queued while the station thread is busy.
+            const int clicks = random_() % 3 == 0 ? 2 + static_cast<int>(random_() % 2) : 1;
+            for (int i = 0; i < clicks; ++i) loop_.Post(WM_COMMAND, CMD_START_STOP, 0);
+        } else if (action < 5) {
+            Plug(static_cast<int>(random_() % kSockets));
+        } else if (action == 5) {
+            Bench().Unplug(static_cast<int>(random_() % kSockets));
         }
         // Offsets of a few ms land presses inside the walk's 100 ms steps.
         if (!Run(static_cast<Millis>(random_() % 250))) return false;
