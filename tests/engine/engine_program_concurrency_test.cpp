@@ -140,11 +140,8 @@ TEST(EngineProgram, ThousandJobsLeaveNoZombieAndNoDescriptor) {
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&, t] {
             ProgramJob job(clock);
-            const JobRequest request{{SimEngine(), "--duration", "0", "--speed", "0", t % 2 ? "--fail" : "--no-switch"},
-                                     "",
-                                     10000,
-                                     1000,
-                                     false};
+            const char* outcome = t % 2 ? "--fail" : "--no-switch";
+            const JobRequest request{{SimEngine(), "--duration", "0", "--speed", "0", outcome}, "", 10000, 1000, false};
             for (int i = 0; i < 250; ++i) {
                 const auto kind = job.Run(request, [](const protocol::Event&) {}).kind;
                 passed += kind == (t % 2 ? JobOutcome::FAILED : JobOutcome::PASSED) ? 1 : 0;
