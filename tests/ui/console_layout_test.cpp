@@ -155,9 +155,7 @@ private Q_SLOTS:
         auto& bench = window.Bench();
         QTRY_VERIFY(bench.isVisible() && !list.isVisible());
         c.loop.Stop();
-        QCOMPARE(bench.Tiles()[0].state, app::TileState::PASS);
-        QCOMPARE(bench.Tiles()[1].state, app::TileState::FAIL);
-        QCOMPARE(bench.Tiles()[2].state, app::TileState::BUSY);
+        QCOMPARE(bench.Tiles()[1].state, app::TileState::FAIL);  // the tiles show the list's slots
         QRegion covered;
         for (int n = 0; n < app::kSlotCount; ++n) {
             const auto l = bench.Layout(n);
