@@ -13,6 +13,7 @@
 #include <sstream>
 #include <thread>
 
+#include "EngineHarness.h"
 #include "app/Messages.h"
 #include "app/Station.h"
 #include "console/MessageRouter.h"
@@ -21,7 +22,6 @@
 #include "engine/ProgramJob.h"
 #include "platform/ExeDir.h"
 #include "platform/StationLoop.h"
-#include "EngineHarness.h"
 #include "support/TempDir.h"
 
 namespace quorvel::engine {

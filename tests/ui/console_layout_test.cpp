@@ -30,7 +30,9 @@ void FillShift(app::SlotListModel& list) {
     const Look looks[] = {
         {10, 11, {"PASS(10/11)", kDarkGreen}, {100, "Download Completely!(100%)(7.31 MB/s)"}, "00:02:41"},
         {9, 12, {"FAIL(9/12)", kRed}, {37, "Failed: Download failed!"}, "00:01:07"},
-        {0, 0, {"Ongoing", kBlue},
+        {0,
+         0,
+         {"Ongoing", kBlue},
          {30, "Downloading...(3.00/10.00M)(30%)", app::kWhite, app::kBlack, app::MakeRgb(0, 160, 0), kBlue},
          "00:00:52"},
         {0, 0, {"OnSwith", kBlue}, {100, "Enumerating port"}, ""},
