@@ -12,10 +12,6 @@ namespace {
 
 using app::JobResult;
 
-test::CommandResult RunTool(const std::string& args) {
-    return test::RunCommand(test::ToolPath("quorvel-history") + " " + args);
-}
-
 app::JobRecord Job(int slot, const char* port, const char* start, const char* end, JobResult result) {
     app::JobRecord r;
     r.jobId = port;
@@ -85,7 +81,7 @@ TEST(QuorvelHistoryTool, FiltersFormsAndExitCodes) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.args);
-        const auto r = RunTool(row.args);
+        const auto r = RunCommand(ToolPath("quorvel-history") + " " + row.args);
         EXPECT_EQ(r.exitCode, row.exitCode) << r.out;
         for (const std::string& s : row.shown) EXPECT_NE(r.out.find(s), std::string::npos) << s << "\n" << r.out;
         for (const std::string& s : row.notShown) EXPECT_EQ(r.out.find(s), std::string::npos) << s << "\n" << r.out;

@@ -34,6 +34,7 @@ public:
     ~Pty() {
         if (master_ >= 0) ::close(master_);
     }
+    int Master() const { return master_; }
     const std::string& Slave() const { return slave_; }
 
 private:

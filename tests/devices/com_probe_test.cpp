@@ -76,16 +76,15 @@ TEST_F(ComProbeTest, AttemptsUntilThePortOpens) {
 // Another process holds the port (as root we could open it anyway): every attempt
 // fails, and its pending input, line settings and exclusive flag stay as they were.
 TEST_F(ComProbeTest, PortHeldByAnotherProcessIsLeftAlone) {
-    int master = ::posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_GE(master, 0);
-    char slave[128];
-    ASSERT_TRUE(::grantpt(master) == 0 && ::unlockpt(master) == 0 && ::ptsname_r(master, slave, sizeof slave) == 0);
+    const int master = pty.Master();
+    const std::string slave = pty.Slave();
+    ASSERT_FALSE(slave.empty());
     int ready[2], done[2];
     ASSERT_EQ(::pipe(ready), 0);
     ASSERT_EQ(::pipe(done), 0);
     const pid_t child = ::fork();
     if (child == 0) {
-        const int fd = ::open(slave, O_RDWR | O_NOCTTY);
+        const int fd = ::open(slave.c_str(), O_RDWR | O_NOCTTY);
         termios tio{};
         ::tcgetattr(fd, &tio);
         ::cfmakeraw(&tio);
@@ -106,7 +105,7 @@ TEST_F(ComProbeTest, PortHeldByAnotherProcessIsLeftAlone) {
     char c = 0;
     ASSERT_EQ(::read(ready[0], &c, 1), 1);
     ASSERT_EQ(::write(master, "hello", 5), 5);
-    nodeOf = [&](int) { return std::string(slave); };
+    nodeOf = [&](int) { return slave; };
     const auto [ok, took] = Run("Port (COM5)");
     EXPECT_FALSE(ok);
     EXPECT_EQ(took, 1000);
@@ -114,7 +113,7 @@ TEST_F(ComProbeTest, PortHeldByAnotherProcessIsLeftAlone) {
     int status = 0;
     ::waitpid(child, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the holder's port was disturbed";
-    for (int fd : {master, ready[0], ready[1], done[0], done[1]}) ::close(fd);
+    for (int fd : {ready[0], ready[1], done[0], done[1]}) ::close(fd);
 }
 
 // A node we may not open is retried within the attempts and reported once.

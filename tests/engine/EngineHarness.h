@@ -27,6 +27,48 @@ struct EngineSwap {
     std::function<std::unique_ptr<engine::SprdEngine>()> sprd = nullptr;
 };
 
+// Binds the first `slots` slots, each to its COM port and sockets, four to a hub, and
+// gives each a worker.
+inline void AddBoundWorkers(app::Station& st, engine::DownloadManager& manager, int slots) {
+    for (int i = 0; i < slots; ++i) {
+        st.bindings.SetHsLocation(i, "hub1\\PORT" + std::to_string(i + 1));
+        st.bindings.SetLsLocation(i, "hub2\\PORT" + std::to_string(i + 1));
+        st.bindings.SetComName(i, "Phone (COM" + std::to_string(i + 1) + ")");
+        st.bindings.SetState(i, app::BIND_ALL_BINDED);
+        app::HubPortEntry entry{};
+        std::snprintf(entry.hubId, sizeof entry.hubId, "hub%d", i / 4);
+        entry.port = static_cast<std::uint32_t>(i % 4 + 1);
+        manager.AddWorker(entry);
+    }
+}
+
+// Keeps what a package verification tells its window: "path percent" for each file's
+// progress, "msg:w:l" for anything else.
+class ChecksumWindow final : public platform::MessageWindow {
+public:
+    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+        std::lock_guard g(mutex_);
+        if (msg == app::MSG_CHECKSUM && w == 0) {
+            const auto* r = reinterpret_cast<const app::ChecksumProgressRecord*>(l);
+            seen_.push_back(app::FieldText(r->path) + " " + std::to_string(r->percent));
+        } else {
+            seen_.push_back(std::to_string(msg) + ":" + std::to_string(w) + ":" + std::to_string(l));
+        }
+        return 0;
+    }
+    void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override { Send(msg, w, l); }
+    void SetTimer(int, platform::Millis) override {}
+    void KillTimer(int) override {}
+    std::vector<std::string> Seen() const {
+        std::lock_guard g(mutex_);
+        return seen_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> seen_;
+};
+
 class EngineHarness : public platform::MessageHandler, private engine::EngineFactory {
 public:
     explicit EngineHarness(int slots, EngineSwap swap = {}) : swap_(std::move(swap)) {
@@ -34,16 +76,7 @@ public:
         st.language.SetLanguageId(app::kLangEnglish + 1);  // English (the fixture's system is 1033)
         manager = std::make_unique<engine::DownloadManager>(st, loop, static_cast<engine::EngineFactory&>(*this));
         router = std::make_unique<console::MessageRouter>(st, *manager);
-        for (int i = 0; i < slots; ++i) {
-            st.bindings.SetHsLocation(i, "hub1\\PORT" + std::to_string(i + 1));
-            st.bindings.SetLsLocation(i, "hub2\\PORT" + std::to_string(i + 1));
-            st.bindings.SetComName(i, "Phone (COM" + std::to_string(i + 1) + ")");
-            st.bindings.SetState(i, app::BIND_ALL_BINDED);
-            app::HubPortEntry entry{};
-            std::snprintf(entry.hubId, sizeof entry.hubId, "hub%d", i / 4);
-            entry.port = static_cast<std::uint32_t>(i % 4 + 1);
-            manager->AddWorker(entry);
-        }
+        AddBoundWorkers(st, *manager, slots);
         loop.SetHandler(this);
         loop.Start();
     }

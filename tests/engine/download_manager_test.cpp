@@ -90,24 +90,6 @@ TEST(DownloadManagerTest, StartWalkIsSpacedAndEndsOnStop) {
     EXPECT_EQ(h.manager->State(), Stopped);
 }
 
-// Collects what the verification window is sent.
-class RecordingWindow final : public platform::MessageWindow {
-public:
-    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
-        std::lock_guard g(mutex);
-        if (msg == app::MSG_CHECKSUM && w == 0)
-            messages.push_back(app::FieldText(reinterpret_cast<const app::ChecksumProgressRecord*>(l)->path));
-        else
-            messages.push_back(std::to_string(msg) + ":" + std::to_string(w) + ":" + std::to_string(l));
-        return 0;
-    }
-    void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override { Send(msg, w, l); }
-    void SetTimer(int, platform::Millis) override {}
-    void KillTimer(int) override {}
-    std::mutex mutex;
-    std::vector<std::string> messages;
-};
-
 TEST(DownloadManagerTest, VerifyPackageReportsEachFileThenTheVerdictAndCloses) {
     for (bool passes : {true, false}) {
         SCOPED_TRACE(passes ? "passes" : "fails");
@@ -117,14 +99,10 @@ TEST(DownloadManagerTest, VerifyPackageReportsEachFileThenTheVerdictAndCloses) {
         h.fx.dir.Write("fw/boot.img", "abc");
         h.fx.dir.Write("fw/CheckSum.ini", "");
         h.st.package.scatterFilePath = h.fx.dir.File("fw/scatter.txt");
-        auto window = std::make_shared<RecordingWindow>();
+        auto window = std::make_shared<test::ChecksumWindow>();
         h.manager->VerifyPackage(window);
-        ASSERT_TRUE(h.RunUntil([&] {
-            std::lock_guard g(window->mutex);
-            return !window->messages.empty() && window->messages.back() == "16:0:0";
-        }));
-        std::lock_guard g(window->mutex);
-        const auto& m = window->messages;
+        ASSERT_TRUE(h.RunUntil([&] { return !window->Seen().empty() && window->Seen().back() == "16:0:0"; }));
+        const auto m = window->Seen();
         ASSERT_EQ(m.size(), 8u);  // two files, three reports each, the verdict, the close
         EXPECT_NE(m[0].find("boot.img"), std::string::npos);
         EXPECT_NE(m[3].find("scatter.txt"), std::string::npos);

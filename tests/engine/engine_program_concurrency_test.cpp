@@ -13,6 +13,7 @@
 #include <sstream>
 #include <thread>
 
+#include "EngineHarness.h"
 #include "app/Messages.h"
 #include "app/Station.h"
 #include "console/MessageRouter.h"
@@ -139,11 +140,8 @@ TEST(EngineProgram, ThousandJobsLeaveNoZombieAndNoDescriptor) {
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&, t] {
             ProgramJob job(clock);
-            const JobRequest request{{SimEngine(), "--duration", "0", "--speed", "0", t % 2 ? "--fail" : "--no-switch"},
-                                     "",
-                                     10000,
-                                     1000,
-                                     false};
+            const char* outcome = t % 2 ? "--fail" : "--no-switch";
+            const JobRequest request{{SimEngine(), "--duration", "0", "--speed", "0", outcome}, "", 10000, 1000, false};
             for (int i = 0; i < 250; ++i) {
                 const auto kind = job.Run(request, [](const protocol::Event&) {}).kind;
                 passed += kind == (t % 2 ? JobOutcome::FAILED : JobOutcome::PASSED) ? 1 : 0;
@@ -190,22 +188,6 @@ TEST(EngineProgram, FastProgressIsThinnedToTheNewest) {
     EXPECT_EQ(progress.back(), Describe(last));
 }
 
-// Records the checksum progress a verification sends.
-class ChecksumWindow final : public platform::MessageWindow {
-public:
-    platform::LResult Send(std::uint32_t msg, platform::WParam, platform::LParam l) override {
-        if (msg == app::MSG_CHECKSUM) {
-            const auto* r = reinterpret_cast<const app::ChecksumProgressRecord*>(l);
-            seen.push_back(app::FieldText(r->path) + " " + std::to_string(r->percent));
-        }
-        return 0;
-    }
-    void Post(std::uint32_t, platform::WParam, platform::LParam) override {}
-    void SetTimer(int, platform::Millis) override {}
-    void KillTimer(int) override {}
-    std::vector<std::string> seen;
-};
-
 // Pre-load and verification run the program's --preload and --verify; a program without
 // them leaves them to the in-process engine.
 TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
@@ -231,22 +213,20 @@ TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.program + " " + c.scatter);
         dir.Write("Config/CommonSetting.ini", "[ENGINES]\nMTK=" + c.program + "\n");
-        app::Station st(app::StationOptions{dir.Path(), [] { return static_cast<std::uint16_t>(1033); },
-                                            [] { return std::string("00-11-22-33-44-55"); }},
-                        clock, ui);
+        app::Station st(test::FixedOptions(dir.Path()), clock, ui);
         st.package.scatterFilePath = c.scatter;
         SimPhoneRegistry registry;
         SimEngineFactory sim{st, registry};
         ProgramEngineFactory programs(st, sim);
-        ChecksumWindow window;
+        test::ChecksumWindow window;
         auto mtk = programs.MakeMtk(window);
         std::string path = c.scatter;
         EXPECT_EQ(mtk->PreLoadFiles(path.data(), true, 0, 0, {}, false), c.preload);
         mtk->SetChkSumWnd(&window);
         EXPECT_EQ(mtk->VerifyHostBufferBeforeStart(dir.File("fw/CheckSum.ini").c_str()), c.verify);
         // Both engines report every file beside the list, the program through its progress lines.
-        ASSERT_FALSE(window.seen.empty());
-        EXPECT_EQ(window.seen.back(), dir.File("fw/scatter.txt") + " 100");
+        ASSERT_FALSE(window.Seen().empty());
+        EXPECT_EQ(window.Seen().back(), dir.File("fw/scatter.txt") + " 100");
     }
 }
 
@@ -259,16 +239,7 @@ public:
         programs = std::make_unique<ProgramEngineFactory>(*st, sim, [this](const SwitchEvent& e) { OnSwitch(e); });
         manager = std::make_unique<DownloadManager>(*st, loop, *programs);
         router = std::make_unique<console::MessageRouter>(*st, *manager);
-        for (int i = 0; i < slots; ++i) {
-            st->bindings.SetHsLocation(i, "hub1\\PORT" + std::to_string(i + 1));
-            st->bindings.SetLsLocation(i, "hub2\\PORT" + std::to_string(i + 1));
-            st->bindings.SetComName(i, "Phone (COM" + std::to_string(i + 1) + ")");
-            st->bindings.SetState(i, app::BIND_ALL_BINDED);
-            app::HubPortEntry entry{};
-            std::snprintf(entry.hubId, sizeof entry.hubId, "hub%d", i / 4);
-            entry.port = static_cast<std::uint32_t>(i % 4 + 1);
-            manager->AddWorker(entry);
-        }
+        test::AddBoundWorkers(*st, *manager, slots);
         loop.SetHandler(this);
         loop.Start();
         st->stationRunning = true;
@@ -321,10 +292,7 @@ public:
     test::TempDir dir;
     platform::ScaledClock clock{5};
     app::HeadlessConsoleUi ui;
-    std::unique_ptr<app::Station> st =
-        std::make_unique<app::Station>(app::StationOptions{dir.Path(), [] { return static_cast<std::uint16_t>(1033); },
-                                                           [] { return std::string("00-11-22-33-44-55"); }},
-                                       clock, ui);
+    std::unique_ptr<app::Station> st = std::make_unique<app::Station>(test::FixedOptions(dir.Path()), clock, ui);
     platform::StationLoop loop{clock};
     SimPhoneRegistry registry;
     SimEngineFactory sim{*st, registry};

@@ -27,7 +27,15 @@ protected:
     SlotDisplay display{*fx.station};
 };
 
-TEST_F(SlotDisplayTest, ComposesCountsBelowOneHundredAndMegabytesFromOneHundred) {
+// Counts below one hundred, megabytes from one hundred, percent only without a total.
+TEST_F(SlotDisplayTest, BarTextComposesStatusCountsAndPercent) {
+    Value(2, 40);
+    Status("Formating...");
+    EXPECT_EQ(Bar(), "Formating...(40%)");
+    Status("Memory Testing!...");
+    EXPECT_EQ(Bar(), "Memory Testing!...");
+    Status("50% done");  // shown as it is: the bar does not format again
+    EXPECT_EQ(Bar(), "50% done(40%)");
     Status("Downloading...");
     Value(3, 3145728);
     Value(4, 10485760);
@@ -41,17 +49,7 @@ TEST_F(SlotDisplayTest, ComposesCountsBelowOneHundredAndMegabytesFromOneHundred)
     EXPECT_EQ(Bar(), "Downloading...(0.00/0.00M)(30%)");
 }
 
-TEST_F(SlotDisplayTest, UnknownTotalGivesPercentOnlyAndMemoryTestNoPercent) {
-    Value(2, 40);
-    Status("Formating...");
-    EXPECT_EQ(Bar(), "Formating...(40%)");
-    Status("Memory Testing!...");
-    EXPECT_EQ(Bar(), "Memory Testing!...");
-    Status("50% done");  // shown as it is: the bar does not format again
-    EXPECT_EQ(Bar(), "50% done(40%)");
-}
-
-TEST_F(SlotDisplayTest, SpeedShownOnlyBetweenZeroAndTwentyMegabytesPerSecond) {
+TEST_F(SlotDisplayTest, SpeedShownOnlyBetweenZeroAndTwentyMegabytesPerSecondAndElapsedTime) {
     auto& st = *fx.station;
     st.validatedMegabytes = 100.0;
     Value(4, static_cast<platform::LParam>(0xFFFFFFFFu));
@@ -64,6 +62,9 @@ TEST_F(SlotDisplayTest, SpeedShownOnlyBetweenZeroAndTwentyMegabytesPerSecond) {
         Status("Download Completely!");
         EXPECT_EQ(Bar(), bar) << elapsed << " s";
     }
+    st.slots.startTime[3] = st.clock.WallSeconds() - (2 * 3600 + 5 * 60 + 9);
+    ShowSlotElapsed(st, 3);
+    EXPECT_EQ(st.slotList.CellText(3, app::COL_TIMER), "02:05:09");
 }
 
 TEST_F(SlotDisplayTest, PassAfterKnownTotalSwitchesToPercentFormAndCounts) {
@@ -129,13 +130,6 @@ TEST_F(SlotDisplayTest, SprdStepsProgressAndFinish) {
     display.SprdFinished(2, nullptr);  // no record at all: failed, without a reason
     EXPECT_EQ(Result(2).text, "FAIL(1/2)");
     EXPECT_EQ(Bar(2), "Failed");
-}
-
-TEST_F(SlotDisplayTest, ElapsedTimeOfTheSlot) {
-    auto& st = *fx.station;
-    st.slots.startTime[3] = st.clock.WallSeconds() - (2 * 3600 + 5 * 60 + 9);
-    ShowSlotElapsed(st, 3);
-    EXPECT_EQ(st.slotList.CellText(3, app::COL_TIMER), "02:05:09");
 }
 
 }  // namespace

@@ -11,6 +11,14 @@ std::string UnboundSettings(const std::string& common, const std::string& mac) {
     return text;
 }
 
+app::StationOptions FixedOptions(const std::string& exeDir) {
+    app::StationOptions options;
+    options.exeDir = exeDir;
+    options.systemLanguage = [] { return std::uint16_t{1033}; };
+    options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
+    return options;
+}
+
 StationFixture::StationFixture(std::uint16_t systemLanguage_, std::string mac_)
     : systemLanguage(systemLanguage_), mac(std::move(mac_)) {
     app::StationOptions options;

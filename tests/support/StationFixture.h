@@ -15,6 +15,9 @@ namespace quorvel::test {
 // and every slot's locations and port "NA", as the shipped settings have them.
 std::string UnboundSettings(const std::string& common, const std::string& mac = "00-11-22-33-44-55");
 
+// Options for a station in `exeDir` on an English system with the fixture's machine stamp.
+app::StationOptions FixedOptions(const std::string& exeDir);
+
 class StationFixture {
 public:
     explicit StationFixture(std::uint16_t systemLanguage = 1033, std::string mac = "00-11-22-33-44-55");

@@ -4,15 +4,12 @@
 #include <thread>
 
 #include "app/Messages.h"
+#include "support/StationFixture.h"
 
 namespace quorvel::test {
 
 StationProcess::StationProcess(const TempDir& dir, platform::SysPaths paths, double speed) : clock(speed) {
-    app::StationOptions options;
-    options.exeDir = dir.Path();
-    options.systemLanguage = [] { return std::uint16_t{1033}; };
-    options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-    station = std::make_unique<app::Station>(std::move(options), clock, ui);
+    station = std::make_unique<app::Station>(FixedOptions(dir.Path()), clock, ui);
     controller = std::make_unique<console::ConsoleController>(*station, loop);
     loop.SetHandler(controller.get());
     rig = std::make_unique<console::StationRig>(*station, loop, *controller, std::move(paths));
