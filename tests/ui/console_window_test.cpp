@@ -1,4 +1,3 @@
-#include <algorithm>
 // The console window starts with the right title, columns and counter texts.
 #include <QHeaderView>
 #include <QLineEdit>
@@ -6,6 +5,7 @@
 #include <QStatusBar>
 #include <QToolTip>
 #include <QtTest>
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <thread>
