@@ -76,46 +76,7 @@ private:
         return true;
     }
     bool String(std::string& out) {
-        if (!Eat('"')) return false;
-        while (i_ < s_.size()) {
-            const char c = s_[i_++];
-            if (c == '"') return true;
-            if (static_cast<unsigned char>(c) < 0x20) return false;
-            if (c != '\\') {
-                out += c;
-                continue;
-            }
-            if (i_ >= s_.size()) return false;
-            switch (s_[i_++]) {
-                case '"': out += '"'; break;
-                case '\\': out += '\\'; break;
-                case '/': out += '/'; break;
-                case 'b': out += '\b'; break;
-                case 'f': out += '\f'; break;
-                case 'n': out += '\n'; break;
-                case 'r': out += '\r'; break;
-                case 't': out += '\t'; break;
-                case 'u': {
-                    std::uint32_t cp;
-                    if (!platform::ReadHex4(s_, i_, cp)) return false;
-                    if (cp >= 0xD800 && cp <= 0xDBFF && s_.substr(i_, 2) == "\\u") {
-                        const std::size_t back = i_;
-                        i_ += 2;
-                        std::uint32_t low;
-                        if (platform::ReadHex4(s_, i_, low) && low >= 0xDC00 && low <= 0xDFFF) {
-                            cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
-                        } else {
-                            i_ = back;  // a lone high surrogate; the next escape stands alone
-                        }
-                    }
-                    if (cp >= 0xD800 && cp <= 0xDFFF) cp = 0xFFFD;
-                    platform::AppendUtf8(out, cp);
-                    break;
-                }
-                default: return false;
-            }
-        }
-        return false;
+        return Eat('"') && platform::ReadJsonString(s_, i_, out, platform::LoneSurrogate::REPLACE);
     }
 
     std::string_view s_;

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "packages/Crc16.h"
+#include "platform/JsonText.h"
 
 namespace quorvel::packages {
 
@@ -14,24 +15,6 @@ PacHeader EmptyPacHeader() {
 }
 
 namespace {
-
-void AppendUtf8(std::string& out, char32_t c) {
-    if (c < 0x80) {
-        out += static_cast<char>(c);
-    } else if (c < 0x800) {
-        out += static_cast<char>(0xC0 | (c >> 6));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        out += static_cast<char>(0xE0 | (c >> 12));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (c >> 18));
-        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-}
 
 // Decodes one code point at text[i]; returns 0 units consumed when it is not text.
 std::size_t DecodeUtf16(const char16_t* text, std::size_t units, std::size_t i, char32_t& c) {
@@ -56,7 +39,7 @@ bool Utf16ToUtf8(const char16_t* text, std::size_t units, std::string& out) {
         char32_t c;
         const std::size_t n = DecodeUtf16(text, units, i, c);
         if (n == 0) return false;
-        AppendUtf8(result, c);
+        platform::AppendUtf8(result, c);
         i += n;
     }
     out = std::move(result);
@@ -72,7 +55,7 @@ std::string Utf16ToUtf8Lossy(const char16_t* text, std::size_t units) {
             c = 0xFFFD;
             n = 1;
         }
-        AppendUtf8(result, c);
+        platform::AppendUtf8(result, c);
         i += n;
     }
     return result;
@@ -121,7 +104,9 @@ bool Utf8ToUtf16(const std::string& text, std::u16string& out) {
     return true;
 }
 
-bool PacCrcOn(const PacHeader& header) { return header.Magic == kPacMagic; }
+bool PacCrcOn(const PacHeader& header) {
+    return header.Magic == kPacMagic;
+}
 
 bool PacHeaderCrcValid(const PacHeader& header) {
     return CalcCrc16(0, &header, offsetof(PacHeader, DataCrc)) == 0;

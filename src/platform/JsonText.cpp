@@ -70,6 +70,9 @@ std::string JsonQuote(std::string_view text) {
     return out;
 }
 
+namespace {
+
+// Four hex digits at s[i]; i moves past what was read.
 bool ReadHex4(std::string_view s, std::size_t& i, std::uint32_t& out) {
     if (i > s.size() || s.size() - i < 4) return false;
     out = 0;
@@ -88,6 +91,8 @@ bool ReadHex4(std::string_view s, std::size_t& i, std::uint32_t& out) {
     return true;
 }
 
+}  // namespace
+
 void AppendUtf8(std::string& out, std::uint32_t cp) {
     if (cp < 0x80) {
         out += static_cast<char>(cp);
@@ -104,6 +109,50 @@ void AppendUtf8(std::string& out, std::uint32_t cp) {
         out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
         out += static_cast<char>(0x80 | (cp & 0x3F));
     }
+}
+
+bool ReadJsonString(std::string_view s, std::size_t& i, std::string& out, LoneSurrogate lone) {
+    while (i < s.size()) {
+        const char c = s[i++];
+        if (c == '"') return true;
+        if (static_cast<unsigned char>(c) < 0x20) return false;
+        if (c != '\\') {
+            out += c;
+            continue;
+        }
+        if (i >= s.size()) return false;
+        switch (s[i++]) {
+            case '"': out += '"'; break;
+            case '\\': out += '\\'; break;
+            case '/': out += '/'; break;
+            case 'b': out += '\b'; break;
+            case 'f': out += '\f'; break;
+            case 'n': out += '\n'; break;
+            case 'r': out += '\r'; break;
+            case 't': out += '\t'; break;
+            case 'u': {
+                std::uint32_t cp;
+                if (!ReadHex4(s, i, cp)) return false;
+                if (cp >= 0xD800 && cp <= 0xDBFF) {
+                    const std::size_t back = i;
+                    std::uint32_t low;
+                    if (s.substr(i, 2) == "\\u" && ReadHex4(s, i += 2, low) && low >= 0xDC00 && low <= 0xDFFF)
+                        cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
+                    else
+                        i = back;  // a lone high surrogate; the next escape stands alone
+                }
+                if (cp >= 0xD800 && cp <= 0xDFFF) {
+                    if (lone == LoneSurrogate::REFUSE) return false;
+                    cp = 0xFFFD;
+                }
+                if (cp == 0 && lone == LoneSurrogate::REFUSE) return false;
+                AppendUtf8(out, cp);
+                break;
+            }
+            default: return false;
+        }
+    }
+    return false;
 }
 
 }  // namespace quorvel::platform

@@ -14,9 +14,17 @@ namespace quorvel::platform {
 // UTF-8 become U+FFFD, so a hostile name can never break a line.
 std::string JsonQuote(std::string_view text);
 
-// The two pieces every reader of JSON escapes needs: four hex digits at s[i] (i moves
-// past what was read; false on a short or bad run), and a code point appended as UTF-8.
-bool ReadHex4(std::string_view s, std::size_t& i, std::uint32_t& out);
+// A code point appended as UTF-8.
 void AppendUtf8(std::string& out, std::uint32_t cp);
+
+// What a reader makes of an escaped surrogate that is not half of a pair.
+enum class LoneSurrogate {
+    REFUSE,   // the string is refused; so is an escaped NUL (texts end up in C strings)
+    REPLACE,  // it reads as U+FFFD
+};
+// Reads a JSON string from just after its opening quote up to and including its closing
+// quote (i moves past it), unescaped into `out`. False on a raw control character, a bad
+// escape or a missing closing quote.
+bool ReadJsonString(std::string_view s, std::size_t& i, std::string& out, LoneSurrogate lone);
 
 }  // namespace quorvel::platform
