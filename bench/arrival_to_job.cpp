@@ -28,6 +28,7 @@
 #include "console/StationRig.h"
 #include "devices/ComProbe.h"
 #include "sim/SimBench.h"
+#include "support/FixedOptions.h"
 
 namespace {
 
@@ -53,11 +54,7 @@ struct Station {
             for (int i = 0; i < app::kSlotCount; ++i) ini += "Index" + std::to_string(i) + "=NA\n";
         }
         std::ofstream(dir + "Config/CommonSetting.ini") << ini;
-        app::StationOptions options;
-        options.exeDir = dir;
-        options.systemLanguage = [] { return std::uint16_t{1033}; };
-        options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-        station = std::make_unique<app::Station>(std::move(options), clock, ui);
+        station = std::make_unique<app::Station>(test::FixedOptions(dir), clock, ui);
         controller = std::make_unique<console::ConsoleController>(*station, loop);
         loop.SetHandler(controller.get());
         rig = std::make_unique<console::StationRig>(*station, loop, *controller);

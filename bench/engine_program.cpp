@@ -26,6 +26,7 @@
 #include "engine/ProgramMtkEngine.h"
 #include "engine/SimEngineProgram.h"
 #include "platform/StationLoop.h"
+#include "support/FixedOptions.h"
 
 namespace {
 
@@ -83,11 +84,7 @@ int main(int argc, char** argv) {
     const std::string dir = std::string(tmpl) + "/";
     platform::SystemClock clock;
     app::HeadlessConsoleUi ui;
-    app::StationOptions options;
-    options.exeDir = dir;
-    options.systemLanguage = [] { return std::uint16_t{1033}; };
-    options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-    app::Station station(std::move(options), clock, ui);
+    app::Station station(test::FixedOptions(dir), clock, ui);
     station.language.SetLanguageId(app::kLangEnglish + 1);
     station.stationRunning = true;
     platform::StationLoop loop(clock);

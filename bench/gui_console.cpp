@@ -31,6 +31,7 @@
 #include "engine/SlotDisplay.h"
 #include "platform/Clock.h"
 #include "platform/StationLoop.h"
+#include "support/FixedOptions.h"
 
 namespace {
 
@@ -217,11 +218,7 @@ int main(int argc, char** argv) {
 
     platform::SystemClock clock;
     app::HeadlessConsoleUi ui;
-    app::StationOptions options;
-    options.exeDir = dir;
-    options.systemLanguage = [] { return std::uint16_t{1033}; };
-    options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-    app::Station station(std::move(options), clock, ui);
+    app::Station station(test::FixedOptions(dir), clock, ui);
     platform::StationLoop loop(clock);
     console::ConsoleController controller(station, loop);
     loop.SetHandler(&controller);

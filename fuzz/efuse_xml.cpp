@@ -9,6 +9,7 @@
 #include "app/Station.h"
 #include "packages/MtkPreparation.h"
 #include "platform/Clock.h"
+#include "support/FixedOptions.h"
 
 using namespace quorvel;
 
@@ -16,15 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const fuzz::Scratch scratch;
     static platform::ManualClock clock;
     static app::HeadlessConsoleUi ui;
-    static app::Station station(
-        [] {
-            app::StationOptions options;
-            options.exeDir = scratch.Path();
-            options.systemLanguage = [] { return std::uint16_t{1033}; };
-            options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-            return options;
-        }(),
-        clock, ui);
+    static app::Station station(test::FixedOptions(scratch.Path()), clock, ui);
     const std::string xml = scratch.Write("fw/efuse.xml", data, size);
 
     packages::MtkPreparation prep(station);

@@ -9,6 +9,7 @@
 #include "app/Station.h"
 #include "platform/Clock.h"
 #include "platform/ProfileIni.h"
+#include "support/FixedOptions.h"
 
 using namespace quorvel;
 
@@ -19,15 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string text(reinterpret_cast<const char*>(data), size);
     scratch.Write("Config/CommonSetting.ini", data, size);
 
-    static app::Station station(
-        [] {
-            app::StationOptions options;
-            options.exeDir = scratch.Path();
-            options.systemLanguage = [] { return std::uint16_t{1033}; };
-            options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-            return options;
-        }(),
-        clock, ui);
+    static app::Station station(test::FixedOptions(scratch.Path()), clock, ui);
     // Nothing left over from an earlier input.
     station.settings = app::Settings{};
     station.package = app::PackageSelection{};

@@ -11,14 +11,6 @@ std::string UnboundSettings(const std::string& common, const std::string& mac) {
     return text;
 }
 
-app::StationOptions FixedOptions(const std::string& exeDir) {
-    app::StationOptions options;
-    options.exeDir = exeDir;
-    options.systemLanguage = [] { return std::uint16_t{1033}; };
-    options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-    return options;
-}
-
 StationFixture::StationFixture(std::uint16_t systemLanguage_, std::string mac_)
     : systemLanguage(systemLanguage_), mac(std::move(mac_)) {
     app::StationOptions options;
@@ -28,9 +20,13 @@ StationFixture::StationFixture(std::uint16_t systemLanguage_, std::string mac_)
     station = std::make_unique<app::Station>(std::move(options), clock, ui);
 }
 
-void StationFixture::WriteSettings(const std::string& contents) const { dir.Write("Config/CommonSetting.ini", contents); }
+void StationFixture::WriteSettings(const std::string& contents) const {
+    dir.Write("Config/CommonSetting.ini", contents);
+}
 
-std::string StationFixture::SettingsFile() const { return dir.File("Config/CommonSetting.ini"); }
+std::string StationFixture::SettingsFile() const {
+    return dir.File("Config/CommonSetting.ini");
+}
 
 void StationFixture::UnbindAllSlots() const {
     for (int n = 0; n < app::kSlotCount; ++n) {
@@ -41,6 +37,8 @@ void StationFixture::UnbindAllSlots() const {
     }
 }
 
-std::string StationFixture::ReadSettings() const { return dir.Read("Config/CommonSetting.ini"); }
+std::string StationFixture::ReadSettings() const {
+    return dir.Read("Config/CommonSetting.ini");
+}
 
 }  // namespace quorvel::test

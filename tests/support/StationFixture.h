@@ -7,6 +7,7 @@
 
 #include "app/Station.h"
 #include "platform/Clock.h"
+#include "support/FixedOptions.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {
@@ -16,7 +17,6 @@ namespace quorvel::test {
 std::string UnboundSettings(const std::string& common, const std::string& mac = "00-11-22-33-44-55");
 
 // Options for a station in `exeDir` on an English system with the fixture's machine stamp.
-app::StationOptions FixedOptions(const std::string& exeDir);
 
 class StationFixture {
 public:
