@@ -17,18 +17,15 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <thread>
 #include <vector>
 
-#include "app/Messages.h"
 #include "app/Station.h"
-#include "console/ConsoleController.h"
-#include "console/StationRig.h"
 #include "devices/ComProbe.h"
 #include "sim/SimBench.h"
-#include "support/FixedOptions.h"
+#include "support/StationFixture.h"
+#include "support/StationProcess.h"
+#include "support/TempDir.h"
 
 namespace {
 
@@ -41,59 +38,37 @@ constexpr double kMandatedPerPhoneMs = 60 + 10 + 50;
 
 // One station process on a fresh folder, every slot unbound.
 struct Station {
-    Station() : clock(kSpeed) {
-        std::string pattern = (std::filesystem::temp_directory_path() / "quorvel-bench-XXXXXX").string();
-        if (!::mkdtemp(pattern.data())) std::abort();
-        dir = pattern + "/";
-        std::filesystem::create_directories(dir + "Config");
-        std::ofstream(dir + "fw_scatter.txt") << "scatter\n";
-        std::string ini = "[COMMON]\nCheckSum=0\nMac=00-11-22-33-44-55\nFilePath=" + dir +
-                          "fw_scatter.txt\n[BENCH]\nSimulated=1\nHubs=2\nSocketsPerHub=8\n";
-        for (const char* section : {"USBPORTINFO", "BROMPORTINFO", "COM"}) {
-            ini += std::string("[") + section + "]\n";
-            for (int i = 0; i < app::kSlotCount; ++i) ini += "Index" + std::to_string(i) + "=NA\n";
-        }
-        std::ofstream(dir + "Config/CommonSetting.ini") << ini;
-        station = std::make_unique<app::Station>(test::FixedOptions(dir), clock, ui);
-        controller = std::make_unique<console::ConsoleController>(*station, loop);
-        loop.SetHandler(controller.get());
-        rig = std::make_unique<console::StationRig>(*station, loop, *controller);
-        loop.Start();
-        loop.Call([&] { controller->OnInitDialog(); });
+    Station() {
+        dir.Write("fw_scatter.txt", "scatter\n");
+        dir.Write("Config/CommonSetting.ini",
+                  test::UnboundSettings("CheckSum=0\nFilePath=" + dir.File("fw_scatter.txt") +
+                                        "\n[BENCH]\nSimulated=1\nHubs=2\nSocketsPerHub=8\n"));
+        proc = std::make_unique<test::StationProcess>(dir, platform::SysPaths{}, kSpeed);
+        if (!proc->Init()) std::abort();
     }
     ~Station() {
-        loop.Stop();
-        rig->Run().Manager().JoinWalks();
-        rig.reset();
-        controller.reset();
-        station.reset();
-        std::filesystem::remove_all(dir);
+        proc.reset();  // before its folder goes
     }
 
-    std::string dir;
-    platform::ScaledClock clock;
-    app::HeadlessConsoleUi ui;
-    std::unique_ptr<app::Station> station;
-    platform::StationLoop loop{clock};
-    std::unique_ptr<console::ConsoleController> controller;
-    std::unique_ptr<console::StationRig> rig;
+    test::TempDir dir;
+    std::unique_ptr<test::StationProcess> proc;
 };
 
 // The station's own milliseconds for each of the sixteen phones of one batch.
 std::vector<double> OneBatch() {
     Station s;
-    s.loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+    s.proc->PressStartStop();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));  // every worker is running
     engine::PhoneProfile phone;
     phone.durationMs = 100000;  // 100 ms real: long enough to be seen busy
-    sim::SimBench& bench = *s.rig->Bench();
+    sim::SimBench& bench = s.proc->Bench();
     const auto t0 = Steady::now();
     for (int socket = 0; socket < kPhones; ++socket) bench.Plug(socket, sim::PhoneKind::MTK_PRELOADER, phone);
     std::vector<double> started(kPhones, -1);
     int seen = 0;
     while (seen < kPhones && Steady::now() - t0 < std::chrono::seconds(10)) {
         for (int slot = 0; slot < kPhones; ++slot) {
-            if (started[slot] >= 0 || s.station->bindings.State(slot) != app::BIND_BUSY) continue;
+            if (started[slot] >= 0 || s.proc->station->bindings.State(slot) != app::BIND_BUSY) continue;
             started[slot] = std::chrono::duration<double, std::milli>(Steady::now() - t0).count();
             ++seen;
         }
@@ -105,7 +80,7 @@ std::vector<double> OneBatch() {
         own.push_back(started[k] - (k ? started[k - 1] : 0.0) - kMandatedPerPhoneMs / kSpeed);
     own.push_back(started.back() - kPhones * kMandatedPerPhoneMs / kSpeed);  // the last one's latency
     // Let the jobs end before the station goes.
-    while (s.station->statistics.Total() < static_cast<std::uint32_t>(seen) &&
+    while (s.proc->station->statistics.Total() < static_cast<std::uint32_t>(seen) &&
            Steady::now() - t0 < std::chrono::seconds(20))
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     return own;
