@@ -1,0 +1,235 @@
+#include "sprd/Frame.h"
+
+#include <array>
+
+namespace quorvel::sprd {
+namespace {
+
+constexpr std::array<std::uint16_t, 256> MakeCrcTable() {
+    std::array<std::uint16_t, 256> table{};
+    for (unsigned i = 0; i < 256; ++i) {
+        std::uint16_t crc = static_cast<std::uint16_t>(i << 8);
+        for (int bit = 0; bit < 8; ++bit)
+            crc = static_cast<std::uint16_t>((crc & 0x8000) ? (crc << 1) ^ 0x1021 : crc << 1);
+        table[i] = crc;
+    }
+    return table;
+}
+constexpr auto kCrcTable = MakeCrcTable();
+
+// Sum of big-endian words of an even-length run, not yet folded.
+std::uint64_t WordSum(std::span<const std::uint8_t> data) {
+    std::uint64_t sum = 0;
+    const std::size_t even = data.size() & ~std::size_t{1};
+    for (std::size_t i = 0; i < even; i += 2) sum += (std::uint32_t{data[i]} << 8) | data[i + 1];
+    return sum;
+}
+
+std::uint16_t Fold(std::uint64_t sum) {
+    while (sum >> 16) sum = (sum & 0xFFFF) + (sum >> 16);
+    return static_cast<std::uint16_t>(~sum & 0xFFFF);
+}
+
+std::uint16_t Swap(std::uint16_t v) { return static_cast<std::uint16_t>((v << 8) | (v >> 8)); }
+
+void PutEscaped(std::uint8_t byte, bool escape, std::vector<std::uint8_t>& out) {
+    if (escape && (byte == kFlag || byte == kEscape)) {
+        out.push_back(kEscape);
+        out.push_back(static_cast<std::uint8_t>(byte ^ 0x20));
+    } else {
+        out.push_back(byte);
+    }
+}
+
+}  // namespace
+
+std::uint16_t Crc16Xmodem(std::span<const std::uint8_t> data) {
+    std::uint16_t crc = 0;
+    for (std::uint8_t b : data) crc = static_cast<std::uint16_t>((crc << 8) ^ kCrcTable[((crc >> 8) ^ b) & 0xFF]);
+    return crc;
+}
+
+std::uint16_t LoaderSum(std::span<const std::uint8_t> data) {
+    std::uint64_t sum = WordSum(data);
+    if (data.size() & 1) sum += std::uint32_t{data.back()} << 8;
+    return Fold(sum);
+}
+
+bool LoaderSumMatches(std::span<const std::uint8_t> body, std::uint16_t value) {
+    if ((body.size() & 1) == 0) return LoaderSum(body) == value;
+    const std::uint64_t even = WordSum(body);
+    const std::uint16_t high = Fold(even + (std::uint32_t{body.back()} << 8));
+    const std::uint16_t low = Fold(even + body.back());
+    return value == high || value == low || value == Swap(high) || value == Swap(low);
+}
+
+void EncodeFrame(std::uint16_t type, std::span<const std::uint8_t> payload, Check check, bool escape,
+                 std::vector<std::uint8_t>& out) {
+    const std::size_t len = payload.size() > kMaxPayload ? kMaxPayload : payload.size();
+    std::vector<std::uint8_t> body;
+    body.reserve(len + 6);
+    body.push_back(static_cast<std::uint8_t>(type >> 8));
+    body.push_back(static_cast<std::uint8_t>(type));
+    body.push_back(static_cast<std::uint8_t>(len >> 8));
+    body.push_back(static_cast<std::uint8_t>(len));
+    body.insert(body.end(), payload.begin(), payload.begin() + static_cast<std::ptrdiff_t>(len));
+    const std::uint16_t value = check == Check::LOADER_SUM ? LoaderSum(body) : Crc16Xmodem(body);
+    body.push_back(static_cast<std::uint8_t>(value >> 8));
+    body.push_back(static_cast<std::uint8_t>(value));
+
+    out.reserve(out.size() + body.size() + (escape ? body.size() / 8 : 0) + 2);
+    out.push_back(kFlag);
+    if (escape) {
+        for (std::uint8_t b : body) PutEscaped(b, true, out);
+    } else {
+        out.insert(out.end(), body.begin(), body.end());
+    }
+    out.push_back(kFlag);
+}
+
+std::vector<std::uint8_t> EncodeFrame(std::uint16_t type, std::span<const std::uint8_t> payload, Check check,
+                                      bool escape) {
+    std::vector<std::uint8_t> out;
+    EncodeFrame(type, payload, check, escape, out);
+    return out;
+}
+
+const char* DecodedKindName(Decoded::Kind kind) {
+    switch (kind) {
+    case Decoded::FRAME: return "frame";
+    case Decoded::BAD_CHECK: return "bad check value";
+    case Decoded::BAD_ESCAPE: return "bad escape";
+    case Decoded::BAD_END: return "frame not closed where its length ends";
+    case Decoded::GARBAGE: return "bytes outside a frame";
+    }
+    return "?";
+}
+
+void FrameDecoder::Feed(std::span<const std::uint8_t> bytes) {
+    for (std::uint8_t b : bytes) Step(b);
+    if (state_ == State::IDLE) FlushGarbage();
+}
+
+std::optional<Decoded> FrameDecoder::Next() {
+    if (readyHead_ >= ready_.size()) {
+        ready_.clear();
+        readyHead_ = 0;
+        return std::nullopt;
+    }
+    return std::move(ready_[readyHead_++]);
+}
+
+void FrameDecoder::Reset() {
+    state_ = State::IDLE;
+    pendingEscape_ = false;
+    body_.clear();
+    need_ = 0;
+    garbage_ = 0;
+    ready_.clear();
+    readyHead_ = 0;
+}
+
+void FrameDecoder::Emit(Decoded d) { ready_.push_back(std::move(d)); }
+
+void FrameDecoder::FlushGarbage() {
+    if (garbage_ == 0) return;
+    Decoded d;
+    d.kind = Decoded::GARBAGE;
+    d.skipped = garbage_;
+    garbage_ = 0;
+    Emit(std::move(d));
+}
+
+void FrameDecoder::Step(std::uint8_t byte) {
+    if (pendingEscape_) {
+        pendingEscape_ = false;
+        if (byte == 0x5E || byte == 0x5D) {
+            Take(static_cast<std::uint8_t>(byte ^ 0x20));
+            return;
+        }
+        Emit(Decoded{Decoded::BAD_ESCAPE, {}, check_, 0});
+        state_ = byte == kFlag ? State::OPEN : State::IDLE;
+        return;
+    }
+    switch (state_) {
+    case State::IDLE:
+        if (byte == kFlag) {
+            FlushGarbage();
+            state_ = State::OPEN;
+        } else {
+            ++garbage_;
+        }
+        return;
+    case State::OPEN:
+        if (byte == kFlag) return;  // a lone flag before a frame, or check baud
+        body_.clear();
+        state_ = State::HEADER;
+        need_ = 4;
+        if (escaping_ && byte == kEscape) {
+            pendingEscape_ = true;
+            return;
+        }
+        Take(byte);
+        return;
+    case State::HEADER:
+    case State::PAYLOAD:
+    case State::CHECK:
+        if (escaping_ && byte == kFlag) {  // the frame was cut short; this flag opens the next
+            Emit(Decoded{Decoded::BAD_END, {}, check_, 0});
+            state_ = State::OPEN;
+            return;
+        }
+        if (escaping_ && byte == kEscape) {
+            pendingEscape_ = true;
+            return;
+        }
+        Take(byte);
+        return;
+    case State::END:
+        if (byte == kFlag) {
+            Finish();
+        } else {
+            Emit(Decoded{Decoded::BAD_END, {}, check_, 0});
+        }
+        state_ = State::IDLE;
+        return;
+    }
+}
+
+void FrameDecoder::Take(std::uint8_t byte) {
+    body_.push_back(byte);
+    if (--need_ > 0) return;
+    switch (state_) {
+    case State::HEADER: {
+        const std::size_t len = (std::size_t{body_[2]} << 8) | body_[3];
+        state_ = len ? State::PAYLOAD : State::CHECK;
+        need_ = len ? len : 2;
+        return;
+    }
+    case State::PAYLOAD:
+        state_ = State::CHECK;
+        need_ = 2;
+        return;
+    case State::CHECK:
+        state_ = State::END;
+        return;
+    default:
+        return;
+    }
+}
+
+void FrameDecoder::Finish() {
+    const std::size_t n = body_.size();
+    const std::span<const std::uint8_t> covered(body_.data(), n - 2);
+    const std::uint16_t value = static_cast<std::uint16_t>((body_[n - 2] << 8) | body_[n - 1]);
+    Decoded d;
+    d.frame.type = static_cast<std::uint16_t>((body_[0] << 8) | body_[1]);
+    d.frame.payload.assign(body_.begin() + 4, body_.end() - 2);
+    const bool crc = check_ != Check::LOADER_SUM && Crc16Xmodem(covered) == value;
+    const bool sum = !crc && check_ != Check::BOOT_ROM_CRC && LoaderSumMatches(covered, value);
+    d.kind = crc || sum ? Decoded::FRAME : Decoded::BAD_CHECK;
+    d.matched = crc ? Check::BOOT_ROM_CRC : Check::LOADER_SUM;
+    Emit(std::move(d));
+}
+
+}  // namespace quorvel::sprd
