@@ -64,17 +64,18 @@ std::pair<std::size_t, std::size_t> LineAt(std::string_view s, std::size_t pos) 
     return {end, next};
 }
 
+// As the platform's reader: a line is a header only with its closing bracket; one
+// without it is an ordinary line. There are no comments: ";k=v" is the key ";k".
 bool SectionName(std::string_view line, std::string_view& name) {
     auto t = Trim(line);
     if (t.empty() || t.front() != '[') return false;
     auto close = t.find(']');
-    name = Trim(close == npos ? t.substr(1) : t.substr(1, close - 1));
+    if (close == npos) return false;
+    name = Trim(t.substr(1, close - 1));
     return true;
 }
 
 bool KeyName(std::string_view line, std::string_view& key, std::string_view& value) {
-    auto t = Trim(line);
-    if (t.empty() || t.front() == ';' || t.front() == '[') return false;
     auto eq = line.find('=');
     if (eq == npos) return false;
     key = Trim(line.substr(0, eq));
@@ -91,6 +92,12 @@ std::string_view Unquote(std::string_view v) {
 std::string Cut(std::string_view v, std::size_t bufferSize) {
     if (bufferSize == 0) return {};
     return std::string(v.substr(0, bufferSize - 1));
+}
+
+// The platform's reader drops a default's trailing blanks, as it does a value's.
+std::string CutDefault(std::string_view v, std::size_t bufferSize) {
+    while (!v.empty() && IsBlank(v.back())) v.remove_suffix(1);
+    return Cut(v, bufferSize);
 }
 
 // A written text can never start a line of its own: line breaks become blanks and a
@@ -294,7 +301,7 @@ std::string ProfileIni::Apply(std::string contents, std::string_view section, st
 std::string ProfileIni::ReadStringFrom(const ProfileDocument& doc, std::string_view section, std::string_view key,
                                        std::string_view defaultValue, std::size_t bufferSize) {
     auto [found, value] = doc.Lookup(section, key);
-    return Cut(found ? std::string_view(value) : defaultValue, bufferSize);
+    return found ? Cut(value, bufferSize) : CutDefault(defaultValue, bufferSize);
 }
 
 std::uint32_t ProfileIni::ReadIntFrom(const ProfileDocument& doc, std::string_view section, std::string_view key,
@@ -316,7 +323,7 @@ std::uint32_t ProfileIni::ReadIntFrom(std::string_view contents, std::string_vie
 std::string ProfileIni::ReadString(const std::string& path, std::string_view section, std::string_view key,
                                    std::string_view defaultValue, std::size_t bufferSize) {
     const auto doc = Load(path);
-    if (!doc) return Cut(defaultValue, bufferSize);
+    if (!doc) return CutDefault(defaultValue, bufferSize);
     return ReadStringFrom(*doc, section, key, defaultValue, bufferSize);
 }
 

@@ -17,6 +17,7 @@ namespace quorvel::platform {
 
 // One file's contents with an index of its sections and keys. Lines end in LF, CR LF
 // or a lone CR. Keys before the first section belong to the nameless section "".
+// A section line needs its closing bracket; a line beginning with ";" is no comment.
 class ProfileDocument {
 public:
     explicit ProfileDocument(std::string contents);
@@ -57,7 +58,8 @@ public:
     // Reads section/key; a missing or unreadable file, section or key gives `defaultValue`.
     // Names compare case-insensitively; blanks around names and values are trimmed;
     // one pair of matching surrounding quotes is removed; the result is cut to
-    // `bufferSize` - 1 bytes. The first occurrence of a section or key wins.
+    // `bufferSize` - 1 bytes. The first occurrence of a section or key wins. The
+    // default loses its trailing blanks.
     static std::string ReadString(const std::string& path, std::string_view section, std::string_view key,
                                   std::string_view defaultValue, std::size_t bufferSize);
 

@@ -22,7 +22,8 @@ TEST(StatisticsTest, LoadShowsWhatTheFileHoldsAndCreatesAMissingOne) {
         {"missing", nullptr, {"0", "0", "0.00%"}},
         {"two_of_three", "[total]\nNUM=3\n[fail]\nNUM=1\n", {"3", "1", "66.67%"}},
         {"more_failures_than_jobs", "[total]\nNUM=0\n[fail]\nNUM=5\n", {"0", "5", "0.00%"}},
-        {"garbage", "\x01\x02garbage[[[\n=\n[total\nNUM=12abc\n\xFF", {"12", "0", "100.00%"}},
+        {"garbage", "\x01\x02garbage[[[\n=\n[total]\nNUM=12abc\n\xFF", {"12", "0", "100.00%"}},
+        {"header_without_bracket", "[total\nNUM=12\n[fail]\nNUM=1\n", {"0", "1", "0.00%"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);

@@ -16,7 +16,7 @@ using test::TempDir;
 
 TEST(ProfileIniRead, MissingFileSectionOrKeyGivesTheDefault) {
     TempDir dir;
-    EXPECT_EQ(ProfileIni::ReadString(dir.File("none.ini"), "A", "k", "dflt", 64), "dflt");
+    EXPECT_EQ(ProfileIni::ReadString(dir.File("none.ini"), "A", "k", "dflt \t", 64), "dflt");
     dir.Write("a.ini", "[A]\nk=1\n");
     EXPECT_EQ(ProfileIni::ReadString(dir.File("a.ini"), "B", "k", "dflt", 64), "dflt");
     EXPECT_EQ(ProfileIni::ReadString(dir.File("a.ini"), "A", "x", "dflt", 64), "dflt");
@@ -48,6 +48,11 @@ TEST(ProfileIniRead, LookupRules) {
         {"key_before_any_section", "k=1\n[S]\n", "S", "k", false, ""},
         {"nameless_first_section", "k=1\n[S]\n", "", "k", true, "1"},
         {"lone_cr_lines", "[S]\rk=1\rj=2\r", "S", "j", true, "2"},
+        // No comments, and a header needs its bracket, as in the platform's reader.
+        {"semicolon_key", odd, "S", ";k", true, "commented"},
+        {"bracket_key", "[S]\n[k=1\n", "S", "[k", true, "1"},
+        {"unclosed_header", "[A]\n[B\nj=2\n", "B", "j", false, ""},
+        {"unclosed_header_section", "[A]\n[B\nj=2\n", "A", "j", true, "2"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
@@ -60,6 +65,7 @@ TEST(ProfileIniRead, LookupRules) {
 TEST(ProfileIniRead, ValueIsCutToTheBuffer) {
     EXPECT_EQ(ProfileIni::ReadStringFrom("[S]\nk=abcdefgh\n", "S", "k", "", 4), "abc");
     EXPECT_EQ(ProfileIni::ReadStringFrom("[S]\n", "S", "k", "defaultvalue", 5), "defa");
+    EXPECT_EQ(ProfileIni::ReadStringFrom("[S]\n", "S", "k", " d e  ", 64), " d e");
     EXPECT_EQ(ProfileIni::ReadStringFrom("[S]\nk=abc\n", "S", "k", "", 0), "");
 }
 
@@ -106,6 +112,8 @@ TEST(ProfileIniWrite, ReplacesInPlaceOrAppendsAndKeepsEverythingElse) {
         {"duplicates_and_bom", "\xEF\xBB\xBF[S]\nk=1\n[S]\nk=2\n", "S", "k", "9", "\xEF\xBB\xBF[S]\nk=9\n[S]\nk=2\n"},
         {"lone_cr_file", "[A]\ra=1\r", "A", "b", "2", "[A]\ra=1\rb=2\r"},
         {"nameless_section", "; top\nk=1\n[S]\n", "", "j", "2", "; top\nk=1\nj=2\n[S]\n"},
+        {"semicolon_key", "[S]\n;k=1\n", "S", ";k", "2", "[S]\n;k=2\n"},
+        {"unclosed_header", "[A]\n[B\n", "B", "k", "1", "[A]\n[B\n[B]\nk=1\n"},
         // No value may add lines or sections: breaks become blanks, a NUL ends the text.
         {"line_breaks", "[COM]\nIndex0=NA\n", "COM", "Index0", "Phone\r\n[COMMON]\nMac=x (COM3)",
          "[COM]\nIndex0=Phone  [COMMON] Mac=x (COM3)\n"},
