@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -24,19 +25,22 @@ std::string Upper(std::string text) {
 
 bool StartsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
 
-// The selection record's texts as its lines can carry them: a character that would end
-// the line, the section name or the key, or turn the line into a section header or a
-// comment, is written as '_'. Everything else, brackets and semicolons included, stays.
-enum class IniPart { Section, Key, Value };
-std::string IniText(std::string text, IniPart part) {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        bool unsafe = c < 0x20 || c == 0x7F;
-        if (part == IniPart::Section) unsafe = unsafe || c == ']';
-        if (part == IniPart::Key) unsafe = unsafe || c == '=' || (i == 0 && (c == '[' || c == ';'));
-        if (unsafe) text[i] = '_';
-    }
+// The selection record keeps each id and product name as they stand (line breaks are the
+// INI writer's concern), but for what its lines cannot hold: a ']' would end the section
+// name, an '=' the key, and a key line beginning with '[' that has a ']' would read as a
+// section header. Those characters are written as '_'.
+std::string SectionText(std::string text) {
+    std::replace(text.begin(), text.end(), ']', '_');
     return text;
+}
+
+std::string KeyText(std::string key, const std::string& value) {
+    std::replace(key.begin(), key.end(), '=', '_');
+    const std::size_t first = key.find_first_not_of(" \t");
+    if (first != std::string::npos && key[first] == '[' &&
+        (key.find(']') != std::string::npos || value.find(']') != std::string::npos))
+        key[first] = '_';
+    return key;
 }
 
 }  // namespace
@@ -181,14 +185,14 @@ int CSprdDownloadConfig::BuildConfiguration(const char* packagePath) {
     const std::string ini = station_.ConfigPath("UpgradeDownload.ini");
     struct stat st;
     if (::stat(ini.c_str(), &st) == 0) {
-        const std::string section = IniText(productName, IniPart::Section);
+        const std::string section = SectionText(productName);
         std::vector<platform::ProfileIni::Write> writes;
         for (const auto& [id, value] : selection.record) {
             if (id.find_first_not_of(" \t") == std::string::npos) continue;  // no key to read back
             const std::string text = Format("%d@%s", static_cast<int>(value.first), value.second.c_str());
-            writes.push_back({section, IniText(id, IniPart::Key), IniText(text, IniPart::Value)});
+            writes.push_back({section, KeyText(id, text), text});
         }
-        writes.push_back({"Selection", "SelectProduct", IniText(productName, IniPart::Value)});
+        writes.push_back({"Selection", "SelectProduct", productName});
         platform::ProfileIni::WriteMany(ini, writes);
     }
     return 1;

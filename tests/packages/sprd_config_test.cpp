@@ -194,20 +194,21 @@ TEST_F(SprdLoad, BracketsEqualsAndSemicolonsAreRecordedWithoutBreakingTheIni) {
     fx.dir.Write("Config/UpgradeDownload.ini", "[Selection]\nSelectProduct=old\n");
     PacSpec layout;
     layout.productName = "X[1];v=2]";
-    layout.entries = {{"NV", "nv.bin", "n"}, {"A]B", "a", "a"},  {"C;D[", "c", "c"},
-                      {"[E", "e", "e"},      {";F", "f", "f"},    {"G=H", "g", "g"}};
+    layout.entries = {{"NV", "nv.bin", "n"}, {"A]B", "a", "a"}, {"C;D[", "c", "c"}, {"[E", "e", "e"},
+                      {";F", "f", "f"},      {"G=H", "g", "g"}, {"[I]", "i", "i"}};
     ASSERT_EQ(Load(layout), 1);
     const std::string ini = fx.dir.File("Config/UpgradeDownload.ini");
     const std::string once = fx.dir.Read("Config/UpgradeDownload.ini");
     ASSERT_EQ(Load(layout), 1);  // a second load replaces its lines, adds none
     EXPECT_EQ(fx.dir.Read("Config/UpgradeDownload.ini").size(), once.size());
-    EXPECT_EQ(std::count(once.begin(), once.end(), '\n'), 2 + 6 + 1);
+    EXPECT_EQ(std::count(once.begin(), once.end(), '\n'), 2 + 7 + 1);
 
-    // Only what would end a section name or a key, or make a line a header or a
-    // comment, is written as '_'.
+    // Ids are the keys as they stand, but for what would end a section name or a key,
+    // or make the line a section header: that is written as '_'.
     const std::string section = "PAC_X[1_;v=2_";
     const std::string folder = fx.dir.Path() + "ImageFiles/_DownloadFiles0/";
-    for (auto [key, file] : {std::pair{"A]B", "a"}, {"C;D[", "c"}, {"_E", "e"}, {"_F", "f"}, {"G_H", "g"}}) {
+    for (auto [key, file] :
+         {std::pair{"A]B", "a"}, {"C;D[", "c"}, {"[E", "e"}, {";F", "f"}, {"G_H", "g"}, {"_I]", "i"}}) {
         EXPECT_EQ(platform::ProfileIni::ReadString(ini, section, key, "-", 512), std::string("1@") + folder + file)
             << key;
     }
