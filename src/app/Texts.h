@@ -63,6 +63,11 @@ inline constexpr LangText kWaitForThreads{"有线程正在下载中，请稍等�
 inline constexpr LangText kSelectScatterFirst{"请先选择MTK Scatter文件！", "Please select MTK Scatter file first!"};
 inline constexpr LangText kSelectPacFirst{"请先选择pac文件！", "Please select SPRD pac file first!"};
 inline constexpr LangText kSelectCfgFirst{"请先选择MTK CFG文件！", "Please select MTK CFG file first!"};
+// The notice of a Start without a package: it runs, as the operator asked, but says why no phone is flashed.
+inline constexpr LangText kNoPackageNotice{
+    "未选择升级文件：手机会被绑定，但没有可下载的内容。请停止，在设置中选择升级文件后再开始。",
+    "No package selected: phones are bound, but there is nothing to download to them. Stop, choose a "
+    "package in Settings and start again."};
 inline constexpr LangText kMenuRemoveBind{"清除当前绑定", "Remove the Bind"};
 inline constexpr LangText kMenuRemoveAllBind{"清除所有绑定", "Remove All Bind"};
 inline constexpr LangText kMenuMergeRepeatBind{"合并重复绑定", "Merge Repeat Bind"};

@@ -107,12 +107,17 @@ int StationRun::PreStartCheck() {
             }
             manager_.SetState(engine::Ready);
             break;
-        default:
-            // Without a package phones would be bound and never flashed. The settings
-            // dialog refuses a missing file with this text for every kind, so Start does too.
-            station_.ui.MessageBox(station_.language.ChooseText(texts::kSelectScatterFirst));
-            return 0;
+        default: {
+            // The run starts, as asked; the operator learns why no phone gets flashed
+            // without a box that would hold up the bench.
+            const std::string notice = station_.language.ChooseText(texts::kNoPackageNotice);
+            station_.view.SetNotice(notice);
+            if (station_.settings.EnableDebug) station_.settingsStore.UiLog(notice);
+            return 1;
+        }
     }
+    // A package is chosen now: the notice of a Start without one is no longer true.
+    if (station_.view.Notice() == station_.language.ChooseText(texts::kNoPackageNotice)) station_.view.SetNotice("");
     return 1;
 }
 

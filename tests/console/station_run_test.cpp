@@ -75,13 +75,12 @@ TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWor
     run.Manager().JoinWalks();
 }
 
-TEST_F(StationRunTest, NoPackageMissingFileOrFailedVerificationRefusesStart) {
+TEST_F(StationRunTest, MissingFileOrFailedVerificationRefusesStartAndNoPackageStartsWithANotice) {
     const struct {
         std::int32_t kind;
         std::string* path;
         const char* message;
     } refusals[] = {
-        {PACKAGE_NONE, nullptr, "Please select MTK Scatter file first!"},
         {PACKAGE_MTK_CFG, &st.package.cfgFilePath, "Please select MTK CFG file first!"},
         {PACKAGE_SPRD_PAC, &st.package.pacFilePath, "Please select SPRD pac file first!"},
     };
@@ -104,6 +103,23 @@ TEST_F(StationRunTest, NoPackageMissingFileOrFailedVerificationRefusesStart) {
     EXPECT_FALSE(st.stationRunning);
     EXPECT_FALSE(st.package.verified);
     EXPECT_EQ(run.Manager().State(), engine::Unverified);
+
+    // Without a package the run starts, as asked, and the notice says why nothing is
+    // flashed, until a Start with a package.
+    f.ui.Clear();
+    st.package.kind = PACKAGE_NONE;
+    Click();
+    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_TRUE(Messages().empty());
+    EXPECT_EQ(st.view.Notice(), "No package selected: phones are bound, but there is nothing to download to them. "
+                                "Stop, choose a package in Settings and start again.");
+    Click();
+    st.package.kind = PACKAGE_MTK_SCATTER;
+    registry.SetVerifyPasses(true);
+    Click();
+    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_EQ(st.view.Notice(), "");
+    Click();
     run.Manager().JoinWalks();
 }
 
