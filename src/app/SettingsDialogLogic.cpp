@@ -19,7 +19,9 @@ std::string SettingsDialogLogic::PathLabel() const { return station_.language.Ch
 std::string SettingsDialogLogic::LoadButton() const { return station_.language.ChooseText(texts::kLoadButton); }
 std::string SettingsDialogLogic::OkButton() const { return station_.language.ChooseText(texts::kConfirmButton); }
 std::string SettingsDialogLogic::CancelButton() const { return station_.language.ChooseText(texts::kCancelButton); }
-const char* SettingsDialogLogic::FileFilter() { return "txt file (*.txt;*.bin)|*.txt;*.pac;*.cfg||"; }
+std::vector<SettingsDialogLogic::FileFilterEntry> SettingsDialogLogic::FileFilters() {
+    return {{"txt file (*.txt;*.bin)", {"*.txt", "*.pac", "*.cfg"}}};
+}
 
 void SettingsDialogLogic::FillList() {
     entries_.clear();

@@ -36,7 +36,13 @@ public:
     std::string LoadButton() const;
     std::string OkButton() const;
     std::string CancelButton() const;
-    static const char* FileFilter();
+    // The open-file dialog's filters: a name shown as it stands and its patterns, which
+    // need not agree (the name says "*.bin" where the patterns take "*.pac" and "*.cfg").
+    struct FileFilterEntry {
+        std::string name;
+        std::vector<std::string> patterns;
+    };
+    static std::vector<FileFilterEntry> FileFilters();
 
 private:
     void FillList();

@@ -9,6 +9,7 @@
 #include <QVBoxLayout>
 
 #include "app/Texts.h"
+#include "widgets/Artwork.h"
 
 namespace quorvel::dialogs {
 
@@ -20,8 +21,16 @@ AboutDialog::AboutDialog(app::AboutDialogLogic& logic, QWidget* parent) : QDialo
     setWindowTitle(QStringLiteral("Quorvel"));
     setStyleSheet("QDialog { background: rgb(247, 255, 252); }");
     auto* layout = new QVBoxLayout(this);
+    auto* heading = new QHBoxLayout;
+    auto* icon = new QLabel(this);
+    icon->setObjectName("icon");
+    icon->setPixmap(widgets::WindowIcon().pixmap(32, 32));
+    heading->addWidget(icon, 0, Qt::AlignTop);
+    auto* lines = new QVBoxLayout;
     for (const std::string* line : {&logic_.VersionLine(), &logic_.CompilerLine(), &logic_.DateLine()})
-        layout->addWidget(new QLabel(Q(*line), this));
+        lines->addWidget(new QLabel(Q(*line), this));
+    heading->addLayout(lines, 1);
+    layout->addLayout(heading);
     auto* engines = new QListWidget(this);
     for (const auto& line : logic_.EngineLines()) engines->addItem(Q(line));
     engines->setMaximumHeight(90);

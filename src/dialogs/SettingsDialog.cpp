@@ -7,6 +7,7 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
+#include <memory>
 
 namespace quorvel::dialogs {
 
@@ -58,9 +59,27 @@ void SettingsDialog::ShowList() {
     operations_->setCurrentIndex(logic_.Selected());
 }
 
+QFileDialog* SettingsDialog::MakeFileDialog(QWidget* parent, const QString& caption, const QString& folder) {
+    auto* dialog = new QFileDialog(parent, caption, folder);
+    dialog->setFileMode(QFileDialog::ExistingFile);
+    // Qt's own dialog shows a name with parentheses of its own as it stands, and with
+    // the details hidden the patterns stay apart from it.
+    dialog->setOptions(QFileDialog::HideNameFilterDetails | QFileDialog::DontUseNativeDialog);
+    QStringList filters;
+    for (const auto& filter : app::SettingsDialogLogic::FileFilters()) {
+        QStringList patterns;
+        for (const auto& pattern : filter.patterns) patterns << Q(pattern);
+        filters << Q(filter.name) + " (" + patterns.join(' ') + ")";
+    }
+    dialog->setNameFilters(filters);
+    return dialog;
+}
+
 void SettingsDialog::LoadClicked() {
-    const QString file = QFileDialog::getOpenFileName(this, Q(logic_.Title()), path_->text(),
-                                                      "txt file (*.txt *.pac *.cfg);;All files (*)");
+    std::unique_ptr<QFileDialog> dialog(MakeFileDialog(this, Q(logic_.Title()), path_->text()));
+    const QString file = dialog->exec() == QDialog::Accepted && !dialog->selectedFiles().isEmpty()
+                             ? dialog->selectedFiles().first()
+                             : QString();
     logic_.Load(file.isEmpty() ? std::nullopt : std::optional<std::string>(file.toStdString()));
     path_->setText(Q(logic_.PathText()));
     ShowList();

@@ -6,6 +6,7 @@
 #include "app/SettingsDialogLogic.h"
 
 class QComboBox;
+class QFileDialog;
 class QLineEdit;
 
 namespace quorvel::dialogs {
@@ -17,6 +18,9 @@ public:
 
     void accept() override;
     void reject() override;
+
+    // The open-file dialog of Load, with the station's filters; the caller owns it.
+    static QFileDialog* MakeFileDialog(QWidget* parent, const QString& caption, const QString& folder);
 
 private:
     void ShowList();

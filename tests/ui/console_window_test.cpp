@@ -1,4 +1,6 @@
 // The console window starts with the right title, columns and counter texts.
+#include <QComboBox>
+#include <QFileDialog>
 #include <QHeaderView>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -8,12 +10,16 @@
 #include <algorithm>
 #include <chrono>
 #include <future>
+#include <memory>
 #include <thread>
 
+#include "app/AboutDialogLogic.h"
 #include "app/BindState.h"
 #include "console/ConsoleController.h"
 #include "console/qt/MainWindow.h"
 #include "console/qt/QtConsoleUi.h"
+#include "dialogs/AboutDialog.h"
+#include "dialogs/SettingsDialog.h"
 #include "platform/StationLoop.h"
 #include "support/StationFixture.h"
 
@@ -183,6 +189,22 @@ private Q_SLOTS:
         QVERIFY(!c.controller.OnInitDialog());
         QCOMPARE(c.f.ui.Messages().back(), std::string("Failed to read configuration file!"));
         QVERIFY(c.f.station->view.Snapshot().closeRequested);
+    }
+
+    // Load's file dialog shows the filter's name as it stands, its patterns apart; the
+    // about dialog shows the program's icon.
+    void dialogsShowTheFilterNameAndTheIcon() {
+        std::unique_ptr<QFileDialog> files(dialogs::SettingsDialog::MakeFileDialog(nullptr, "Settings", QDir::tempPath()));
+        auto* types = files->findChild<QComboBox*>("fileTypeCombo");
+        QVERIFY(types);
+        QCOMPARE(types->count(), 1);
+        QCOMPARE(types->itemText(0), QString("txt file (*.txt;*.bin)"));
+
+        Console c;
+        app::AboutDialogLogic logic(*c.f.station, app::VersionInfo{}, "", "", "");
+        dialogs::AboutDialog about(logic, nullptr);
+        auto* icon = about.findChild<QLabel*>("icon");
+        QVERIFY(icon && !icon->pixmap().isNull());
     }
 
     // The window closed while the station thread was asking for a message box: the
