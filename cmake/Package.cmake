@@ -6,7 +6,7 @@ set(QUORVEL_APP_ID io.quorvel.Station)
 
 # Everything installed is built by one target, so that cpack can run without "all".
 add_custom_target(quorvel_installables)
-foreach(tool quorvel-pac quorvel-bench quorvel-ports quorvel-history quorvel-sim-engine quorvel-engine-check)
+foreach(tool quorvel-pac quorvel-bench quorvel-ports quorvel-history quorvel-sim-engine quorvel-engine-check quorvel-sprd-flash)
   if(TARGET ${tool})
     install(TARGETS ${tool} RUNTIME DESTINATION bin)
     add_dependencies(quorvel_installables ${tool})
@@ -54,6 +54,9 @@ scenarios, socket map and bench check, job history, a simulated engine
 program), the udev rule that gives the group quorvel access to phones in
 download mode, and the serial drivers loaded at boot.")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The native SPRD engine reaches phones through libusb (also found by shlibdeps; named so a
+# build without dpkg-shlibdeps still declares it).
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libusb-1.0-0")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS udev)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${pkg}/debian/postinst ${pkg}/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
