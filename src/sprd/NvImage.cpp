@@ -1,5 +1,7 @@
 #include "sprd/NvImage.h"
 
+#include "sprd/Scheme.h"
+
 #include <array>
 #include <cstdio>
 
@@ -70,7 +72,7 @@ std::size_t NvCoveredEnd(std::span<const std::uint8_t> image) {
     std::size_t at = kNvHeader;
     while (at + 4 <= image.size()) {
         if ((image[at] | (image[at + 1] << 8)) == kNvEnd) return at + 2;
-        at += 4 + ((std::size_t{image[at + 2]} | (std::size_t{image[at + 3]} << 8)) + 3 & ~std::size_t{3});
+        at += 4 + (((std::size_t{image[at + 2]} | (std::size_t{image[at + 3]} << 8)) + 3) & ~std::size_t{3});
     }
     if (at + 2 <= image.size() && (image[at] | (image[at + 1] << 8)) == kNvEnd) return at + 2;
     return image.size();

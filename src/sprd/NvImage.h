@@ -8,9 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "sprd/Scheme.h"
-
 namespace quorvel::sprd {
+
+// From sprd/Scheme.h, not included here: the simulated phone has constants of its own.
+struct NvItemRef;
 
 inline constexpr std::size_t kNvHeader = 4;
 inline constexpr std::uint16_t kNvEnd = 0xFFFF;

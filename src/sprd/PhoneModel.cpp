@@ -104,29 +104,7 @@ std::vector<PartitionSpec> DefaultPartitions() {
             {"cache", 256},   {"userdata", kRestOfStorage}};
 }
 
-std::uint16_t NvCrc16(std::span<const std::uint8_t> data) {
-    std::uint16_t crc = 0;
-    for (std::uint8_t b : data) {
-        crc = static_cast<std::uint16_t>(crc ^ (b << 8));
-        for (int bit = 0; bit < 8; ++bit) crc = static_cast<std::uint16_t>((crc & 0x8000) ? (crc << 1) ^ 0x8005 : crc << 1);
-    }
-    return crc;
-}
-
-Bytes BuildNvImage(const std::vector<NvItem>& items, std::size_t size) {
-    Bytes out = {0, 0, 0, 0};
-    for (const NvItem& item : items) {
-        PutLe16(out, item.id);
-        PutLe16(out, static_cast<std::uint16_t>(item.data.size()));
-        out.insert(out.end(), item.data.begin(), item.data.end());
-        while (out.size() % 4) out.push_back(0);
-    }
-    out.resize(std::max(out.size() + 4, size), 0xFF);  // the end marker, then erased flash
-    const std::uint16_t check = NvCrc16(std::span<const std::uint8_t>(out).subspan(2));
-    out[0] = static_cast<std::uint8_t>(check >> 8);
-    out[1] = static_cast<std::uint8_t>(check);
-    return out;
-}
+Bytes BuildNvImage(const std::vector<NvItem>& items, std::size_t size) { return MakeNvImage(items, size); }
 
 std::optional<std::vector<NvItem>> ParseNvImage(std::span<const std::uint8_t> image) {
     if (image.size() < 4) return std::nullopt;

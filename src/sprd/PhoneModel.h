@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "sprd/Frame.h"
+#include "sprd/NvImage.h"
 #include "sprd/Sha256.h"
 
 namespace quorvel::sprd {
@@ -27,15 +28,7 @@ struct PartitionSpec {
 // The built-in table of a fresh phone, before any repartition.
 std::vector<PartitionSpec> DefaultPartitions();
 
-// The NV image layout of docs/sprd-engine.md: u16 BE check (NvCrc16 of the rest), u16 zero,
-// items of u16 LE id, u16 LE length and data padded to 4 bytes; id 0xFFFF or the end of the
-// image ends the list, erased flash (0xFF) follows.
-struct NvItem {
-    std::uint16_t id = 0;
-    std::vector<std::uint8_t> data;
-};
-// CRC-16, polynomial 0x8005, initial 0, most significant bit first, no final XOR.
-std::uint16_t NvCrc16(std::span<const std::uint8_t> data);
+// The NV image layout of docs/sprd-engine.md (NvItem, NvCrc16 and the check in sprd/NvImage).
 // The image of `items`, padded with 0xFF to `size` bytes when that is larger.
 std::vector<std::uint8_t> BuildNvImage(const std::vector<NvItem>& items, std::size_t size = 0);
 // The items of an image; nullopt when one runs past the end. The check is not looked at.

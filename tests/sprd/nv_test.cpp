@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "sprd/NvImage.h"
+#include "sprd/Scheme.h"
 
 using namespace quorvel::sprd;
 using Bytes = std::vector<std::uint8_t>;

@@ -93,7 +93,7 @@ TEST_F(SprdSession, FlashesEveryShapeAndKeepsCalibration) {
         p.reenumerateAfterFdl = r.reenumerate;
         if (r.noTable)
             p.hook = [](const MiniPhone::Seen& s) {
-                return s.type == cmd::READ_PARTITION ? rep::UNSUPPORTED : MiniPhone::NORMAL;
+                return s.type == cmd::READ_PARTITION ? int(rep::UNSUPPORTED) : int(MiniPhone::NORMAL);
             };
         p.Start();
         Scheme scheme;
