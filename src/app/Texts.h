@@ -120,6 +120,9 @@ inline constexpr const char* kResultOnSwitch = "OnSwith";
 inline constexpr const char* kBarPassed = "Passed";
 inline constexpr const char* kBarFailed = "Failed";
 inline constexpr const char* kNoDevice = "NULL";
+// After a phone's name in the Device column: it came while its slot was still busy.
+inline constexpr LangText kNotServedSlotBusy{"：未下载，槽位仍在忙，请重新插入",
+                                             ": not served, the slot was still busy; plug it in again"};
 // Status texts the MTK engines report and the slot display looks for.
 inline constexpr LangText kStatusFormatting{"格式化...", "Formating..."};
 inline constexpr LangText kStatusEnterMeta{"进入Meta模式...", "Enter meta mode..."};

@@ -7,10 +7,10 @@
 
 namespace quorvel::console {
 
-std::vector<int> BusySlots(const app::BindingTable& bindings) {
+std::vector<int> BusySlots(const app::SlotTables& slots) {
     std::vector<int> busy;
     for (int slot = 0; slot < app::kSlotCount; ++slot)
-        if (bindings.State(slot) == app::BIND_BUSY) busy.push_back(slot);
+        if (slots.jobRunning[static_cast<std::size_t>(slot)].load()) busy.push_back(slot);
     return busy;
 }
 

@@ -10,8 +10,9 @@
 
 namespace quorvel::console {
 
-// The slots whose phone is being flashed now, in slot order.
-std::vector<int> BusySlots(const app::BindingTable& bindings);
+// The slots whose phone is being flashed now, in slot order: a CFG slot that stays
+// BUSY after its job until Stop is not one of them.
+std::vector<int> BusySlots(const app::SlotTables& slots);
 
 // The question to ask before closing, naming the busy slots by their row numbers;
 // empty when the window may close at once. A close that is part of the session's

@@ -1,6 +1,7 @@
 #include "console/StationRun.h"
 
 #include <filesystem>
+#include <functional>
 
 #include "app/Texts.h"
 #include "console/ConsoleController.h"
@@ -125,6 +126,11 @@ void StationRun::StartStopClick() {
     if (console_.buttonStatus_ != DOWNLOAD_BUTTON_STATUS_STOP) {
         console_.ShowDownloadTypeName();
         if (PreStartCheck() == 0) return;
+        // A CFG phone pulled while stopped left its slot BUSY; no job runs now, and the
+        // new run serves the next phone on that socket.
+        if (station_.package.kind == PACKAGE_MTK_CFG)
+            for (int i = 0; i < kSlotCount; ++i)
+                if (station_.slots.fpJob[i] != 1) station_.bindings.ChangeState(i, BIND_BUSY, BIND_ALL_BINDED);
         station_.stationRunning = true;
         station_.clock.Sleep(20);
         monitor_.Start();
@@ -135,20 +141,17 @@ void StationRun::StartStopClick() {
         console_.SetButtonStatus(DOWNLOAD_BUTTON_STATUS_STOP);
         return;
     }
-    if (station_.package.kind == PACKAGE_MTK_CFG) {
-        for (int i = 0; i < kSlotCount; ++i) {
-            if (station_.slots.fpJob[i] == 1) {
-                station_.ui.MessageBox(station_.language.ChooseText(texts::kWaitForThreads));
-                return;
+    std::function<bool()> releaseCfgSlots;
+    if (station_.package.kind == PACKAGE_MTK_CFG)
+        releaseCfgSlots = [this] {
+            for (int i = 0; i < kSlotCount; ++i) {
+                if (station_.slots.fpJob[i] == 1) return false;
+                station_.slots.fpJob[i] = 0;
+                station_.bindings.ChangeState(i, BIND_BUSY, BIND_ALL_BINDED);
             }
-            // Only a finished job's slot is released: BUSY before its job is marked
-            // running is a job starting, and releasing it would let this Stop through
-            // while that job runs.
-            if (station_.slots.fpJob[i] == 2) station_.bindings.ChangeState(i, BIND_BUSY, BIND_ALL_BINDED);
-            station_.slots.fpJob[i] = 0;
-        }
-    }
-    if (!manager_.StopAll()) return;  // it has told the operator
+            return true;
+        };
+    if (!manager_.StopAll(releaseCfgSlots)) return;  // it has told the operator
     station_.stationRunning = false;
     if (inhibitor_) inhibitor_->Hold(false);
     console_.buttonStatus_ = DOWNLOAD_BUTTON_STATUS_START;

@@ -30,12 +30,6 @@ bool PortBinding::HasWorker(int i) {
 }
 
 platform::LResult PortBinding::OnDeviceEvent(const DeviceEventRecord& record) {
-    // A device that sits on no known socket can be bound to nothing: it is dropped
-    // before any probing, so no binding without a location is ever made or saved.
-    if (record.arrived && record.location[0] == '\0') {
-        Log(std::string("no location: ") + app::FieldText(record.instanceId));
-        return 0;
-    }
     switch (record.kind) {
         case app::EVENT_MTK: OnMtkEvent(record); break;
         case app::EVENT_SPRD: OnSerialEvent(record, false); break;
@@ -137,6 +131,9 @@ bool PortBinding::HasBinded_MTK(const app::DeviceInfo& info) {
     return false;
 }
 
+// The bind operations record the binding before the hand-over: from then on the
+// worker owns the slot's state, and its job's BUSY is never written over.
+
 bool PortBinding::Bind_MTKDev_LS(const app::DeviceInfo& info) {
     const std::string location = app::FieldText(info.location);
     BindingTable& t = station_.bindings;
@@ -148,10 +145,10 @@ bool PortBinding::Bind_MTKDev_LS(const app::DeviceInfo& info) {
         worker->SetThreadIndex(i);
         // Spreads the BROM handshakes of phones plugged together over time.
         station_.clock.Sleep(100 * i);
-        worker->AcceptDevice(info);
-        ForgetPortElsewhere(i, info);
         t.SetLsLocation(i, location);
         t.SetState(i, app::BIND_BROM_BINDED);
+        worker->AcceptDevice(info);
+        ForgetPortElsewhere(i, info);
         return true;
     }
     return false;
@@ -168,10 +165,16 @@ bool PortBinding::Bind_MTKDev_HS(const app::DeviceInfo& info) {
     const std::int32_t wanted = c == PID_DA ? app::BIND_DA_BINDED : app::BIND_IDLE;
     for (int i = 0; i < kSlotCount; ++i) {
         if (t.State(i) != wanted || !HasWorker(i)) continue;
-        const bool taken = DispatchToSlot(i, info, c == PID_DA ? engine::HandOver::DA_MODE : engine::HandOver::PLAIN);
-        if (!taken) return false;
+        if (c == PID_DA) {
+            // The worker makes the slot BUSY, or leaves it as it is when this is the
+            // DA form of the phone its last job switched.
+            if (!DispatchToSlot(i, info, engine::HandOver::DA_MODE)) return false;
+            t.SetHsLocation(i, location);
+            return true;
+        }
         t.SetHsLocation(i, location);
-        if (c != PID_DA) t.SetState(i, app::BIND_PRELOADER_BINDED);
+        t.SetState(i, app::BIND_PRELOADER_BINDED);
+        DispatchToSlot(i, info, engine::HandOver::PLAIN);
         return true;
     }
     return false;
@@ -182,7 +185,13 @@ bool PortBinding::HasBinded_SPRD(const app::DeviceInfo& info) {
     BindingTable& t = station_.bindings;
     for (int i = 0; i < kSlotCount; ++i) {
         if (t.HsLocation(i) != location) continue;
-        if (t.State(i) == app::BIND_BUSY) return false;
+        if (t.State(i) == app::BIND_BUSY) {
+            // A new SPRD phone while the last one's job still ends (its worker looks
+            // every 5 s): reported once, so the row tells the operator to plug it in again.
+            engine::DownloadWorker* w = manager_.WorkerAt(i);
+            if (w && info.type == app::EVENT_SPRD) w->NoteUnserved(info);
+            return false;
+        }
         return DispatchToSlot(i, info, engine::HandOver::BUSY);
     }
     station_.clock.Sleep(10);
@@ -196,9 +205,9 @@ bool PortBinding::Bind_SPRDDev(const app::DeviceInfo& info) {
         if (t.HsLocation(i) == location) return true;
     for (int i = 0; i < kSlotCount; ++i) {
         if (t.State(i) != app::BIND_IDLE || !HasWorker(i)) continue;
-        DispatchToSlot(i, info, engine::HandOver::PLAIN);
         t.SetHsLocation(i, location);
         t.SetState(i, app::BIND_ALL_BINDED);
+        DispatchToSlot(i, info, engine::HandOver::PLAIN);
         return true;
     }
     return false;
@@ -229,8 +238,7 @@ void PortBinding::AutoStopCheck() {
     }
     if (idle == kSlotCount && station_.stationRunning) {
         station_.clock.Sleep(1000);
-        // Posted: we are inside the station thread's own handler.
-        console_.Post(app::WM_COMMAND, app::CMD_START_STOP, app::kAutoStop);
+        console_.Send(app::WM_COMMAND, app::CMD_START_STOP, app::kAutoStop);
     }
 }
 

@@ -54,9 +54,10 @@ void DownloadManager::Walker() {
             // Start never blocks, so the lock keeps a Stop from slipping in between the
             // check and the step.
             workers_[i]->Start();
-            // 100 ms apart; a newer press ends the pause and the walk at once.
-            if (i + 1 < workers_.size())
-                station_.clock.WaitFor(lk, walkChanged_, 100, [&] { return !Current(generation); });
+            // The worker's own pause after its Start, then 100 ms to the next; a newer
+            // press ends the pause and the walk at once. A Stop may come in meanwhile.
+            const platform::Millis pause = DownloadWorker::kStartPauseMs + (i + 1 < workers_.size() ? 100 : 0);
+            station_.clock.WaitFor(lk, walkChanged_, pause, [&] { return !Current(generation); });
         }
         walking_ = false;
         walkChanged_.notify_all();
@@ -138,28 +139,38 @@ void DownloadManager::StartAll() {
     walkChanged_.notify_all();
 }
 
-bool DownloadManager::StopAll() {
+bool DownloadManager::StopAll(const std::function<bool()>& first) {
     const int rows = station_.slotList.RowCount();
-    for (int r = 0; r < rows && r < app::kSlotCount; ++r) {
-        const auto state = station_.bindings.State(r);
-        if (state == app::BIND_BUSY || state == app::BIND_BROM_BINDED || state == app::BIND_DA_BINDED) {
-            station_.ui.MessageBox(station_.language.ChooseText(app::texts::kWaitForThreads));
-            return false;
+    bool refused = false, stopped = false;
+    {
+        // No job begins or ends while the slots are checked and the workers told: a
+        // job has its slot BUSY before the check, or it learns of the Stop and waits.
+        std::lock_guard g(stateLock_);
+        std::vector<std::unique_lock<std::mutex>> held;
+        held.reserve(workers_.size());
+        for (auto& w : workers_) held.push_back(w->HoldJobSteps());
+        refused = first && !first();
+        for (int r = 0; !refused && r < rows && r < app::kSlotCount; ++r) {
+            const auto state = station_.bindings.State(r);
+            refused = state == app::BIND_BUSY || state == app::BIND_BROM_BINDED || state == app::BIND_DA_BINDED;
+        }
+        if (!refused) {
+            for (int r = 0; r < rows; ++r) station_.slotList.SetCellText(r, app::COL_TIMER, "");
+            if (state_ == Running) {
+                state_ = Stopped;
+                ++generation_;
+                for (auto& w : workers_) w->Stop();
+                stopped = true;
+            }
         }
     }
-    for (int r = 0; r < rows; ++r) station_.slotList.SetCellText(r, app::COL_TIMER, "");
-    {
-        // Told here rather than on a walk: Stop never blocks, and a job that has not
-        // begun yet must learn of the Stop before it could make its slot BUSY.
-        std::lock_guard g(stateLock_);
-        if (state_ != Running) return true;
-        state_ = Stopped;
-        ++generation_;
-        for (auto& w : workers_) w->Stop();
+    if (refused) {
+        station_.ui.MessageBox(station_.language.ChooseText(app::texts::kWaitForThreads));
+        return false;
     }
+    if (!stopped) return true;
     walkChanged_.notify_all();
-    // Nobody handles it; posted, so the stop never waits for the station thread.
-    window_.Post(app::MSG_ALL_STOPPED, 0, 0);
+    window_.Send(app::MSG_ALL_STOPPED, 0, 0);  // nobody handles it
     return true;
 }
 

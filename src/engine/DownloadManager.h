@@ -4,7 +4,8 @@
 // one after the other on one walk thread; every accepted StartAll and StopAll moves
 // the walk generation on, and a walk ends at the first step that finds its generation
 // gone, so only the latest Start's walk goes on. StopAll tells the workers at once
-// (Stop never blocks), so no job can begin after an accepted Stop. The package
+// (Stop never blocks) while it holds every worker's job steps, so no job can begin
+// after an accepted Stop and none that began is missed by its check. The package
 // verification runs on a short-lived thread. The state, the generation and the
 // workers' Start and Stop calls sit under stateLock_.
 // Destroying workers (RemoveAllWorkers, the destructor) joins their threads, so it
@@ -14,6 +15,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -45,8 +47,9 @@ public:
     bool SignalRemoval(const std::string& friendlyName);
 
     void StartAll();
-    // False when refused because a slot is still at work.
-    bool StopAll();
+    // False when refused because a slot is still at work, or `first` (run before the
+    // slots are checked, while no job can begin or end) refused.
+    bool StopAll(const std::function<bool()>& first = nullptr);
     // Waits until the walks asked for so far and the verification have run (tests and
     // shutdown; not while a worker may wait for the calling thread).
     void JoinWalks();

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
 
 #include "app/Messages.h"
 #include "app/Station.h"
@@ -108,13 +109,18 @@ bool DownloadWorker::AcceptDevice(const app::DeviceInfo& device, HandOver how) {
         device_ = device;  // also a dropped DA form: its removal must find this worker
     }
     const int slot = ThreadIndex();
+    const bool slotKnown = slot >= 0 && slot < app::kSlotCount;
     if (how == HandOver::DA_MODE) {
         // The phone re-enumerated in DA mode because its job switched it: the job
-        // serves it. Once that job has ended, the arrival is old news.
-        if (!inJob_) return false;
-        if (slot >= 0 && slot < app::kSlotCount) station_.bindings.SetState(slot, app::BIND_BUSY);
-        NotifyDevice(app::EVENT_MTK, app::FieldText(device.friendlyName));
-        return true;
+        // serves it. Once that job has ended, its DA form is old news; any other phone
+        // in DA mode is served like a new one.
+        if (inJob_) {
+            if (slotKnown) station_.bindings.SetState(slot, app::BIND_BUSY);
+            NotifyDevice(app::EVENT_MTK, app::FieldText(device.friendlyName));
+            return true;
+        }
+        if (std::exchange(daFormDue_, false)) return false;
+        how = HandOver::BUSY;
     }
     const std::string name = app::FieldText(device.friendlyName);
     WorkerEvents::Event event;
@@ -129,11 +135,11 @@ bool DownloadWorker::AcceptDevice(const app::DeviceInfo& device, HandOver how) {
     // for the next Start: a worker still ending its run must not begin a job now.
     if (!IsRunning() || !station_.stationRunning.load()) {
         pending_ = event;
+        undrawn_ = !station_.stationRunning.load();
         return true;
     }
+    if (how == HandOver::BUSY && slotKnown) station_.bindings.SetState(slot, app::BIND_BUSY);
     events_.Set(event);
-    if (how == HandOver::BUSY && slot >= 0 && slot < app::kSlotCount)
-        station_.bindings.SetState(slot, app::BIND_BUSY);
     return true;
 }
 
@@ -153,11 +159,11 @@ void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
     auto& list = station_.slotList;
     const auto s = static_cast<std::size_t>(slot);
     if (code == app::EVENT_MTK || code == app::EVENT_SPRD || code == app::EVENT_CFG) {
-        const std::string shown = DisplayName(name);
-        // Kept even while stopped: the job serving this phone at the next Start is
-        // found by it (SPRD messages name the port).
-        station_.bindings.SetComName(slot, shown);
+        // Nothing is drawn or kept while stopped: the job that serves this phone after
+        // the next Start draws it and keeps its port name then.
         if (!station_.stationRunning.load()) return;
+        const std::string shown = DisplayName(name);
+        station_.bindings.SetComName(slot, shown);
         if (!station_.slots.rowShown[s].load()) {
             ShowRow(slot, shown);
             return;
@@ -175,17 +181,26 @@ void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
     }
     const std::string com = station_.bindings.ComName(slot);
     if (code == NOTIFY_REMOVED) {
+        {
+            // The phone that held its slot without a port number has left: the slot
+            // serves the next phone on its socket, and a Stop is no longer refused.
+            std::lock_guard handOver(handOverLock_);
+            if (std::exchange(dropped_, false)) {
+                const bool bound = station_.bindings.HsLocation(slot) != app::kUnbound;
+                station_.bindings.ChangeState(slot, app::BIND_BUSY, bound ? app::BIND_ALL_BINDED : app::BIND_IDLE);
+                window_.KillTimer(slot);
+                ShowBindState(slot);
+            }
+        }
         app::Rgb colour = kColourGrey;
         if (station_.package.kind == app::PACKAGE_MTK_CFG) {
             const int job = station_.slots.fpJob[s].load();
             if (job == 1) {
                 station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
                 colour = app::kBlack;
-            } else if (job == 2) {
-                station_.bindings.SetState(slot, app::BIND_BUSY);  // served this run: not again until Stop
+            } else {
+                station_.bindings.SetState(slot, app::BIND_BUSY);  // not served again until Stop
             }
-            // No job of this run served it (or the station stopped since): BUSY would
-            // make the slot ignore its next phone until a Stop.
         }
         list.EditRow(slot, [&](app::SlotRow& r) {
             r.cells[app::COL_DEVICE].text = com;
@@ -195,6 +210,20 @@ void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
         return;
     }
     list.SetCellText(slot, app::COL_DEVICE, com);
+}
+
+void DownloadWorker::NoteUnserved(const app::DeviceInfo& device) {
+    const int slot = ThreadIndex();
+    if (slot < 0 || slot >= app::kSlotCount || !station_.stationRunning.load() ||
+        !station_.slots.rowShown[static_cast<std::size_t>(slot)].load())
+        return;
+    const std::string shown = DisplayName(app::FieldText(device.friendlyName)) +
+                              station_.language.ChooseText(app::texts::kNotServedSlotBusy);
+    station_.slotList.EditRow(slot, [&](app::SlotRow& r) {
+        r.cells[app::COL_DEVICE].text = shown;
+        r.cells[app::COL_DEVICE].colour = kColourRed;
+        r.cells[app::COL_DEVICE].icon = kIconPort;
+    });
 }
 
 void DownloadWorker::ShowRow(int slot, const std::string& shown) {
@@ -216,30 +245,33 @@ void DownloadWorker::ShowRow(int slot, const std::string& shown) {
 }
 
 void DownloadWorker::Start() {
-    std::lock_guard handOver(handOverLock_);
-    bool alive;
     {
-        std::lock_guard g(flagLock_);
-        alive = deviceRunning_;
-        stopRequested_ = false;
-        // Set here rather than on the new thread, so a hand-over right after Start
-        // already finds the worker running.
-        deviceRunning_ = true;
+        std::lock_guard handOver(handOverLock_);
+        bool alive;
+        {
+            std::lock_guard g(flagLock_);
+            alive = deviceRunning_;
+            stopRequested_ = false;
+            // Set here rather than on the new thread, so a hand-over right after Start
+            // already finds the worker running.
+            deviceRunning_ = true;
+        }
+        events_.Clear(WorkerEvents::STOP);
+        if (pending_ != WorkerEvents::STOP) events_.Set(pending_);
+        pending_ = WorkerEvents::STOP;
+        // The previous run's thread has not ended yet (it finishes a job's last steps):
+        // it stays, as if it had been started again. It never waited on a new device.
+        if (!alive) {
+            // Ended: joining it waits at most for its last row update.
+            if (thread_.joinable()) thread_.join();
+            // The device handed over while the worker was stopped is served now.
+            const std::uint32_t code = LastNotifyCode();
+            if (code == app::EVENT_SPRD) events_.Set(WorkerEvents::SPRD);
+            if (code == app::EVENT_MTK) events_.Set(WorkerEvents::MTK);
+            if (code == app::EVENT_CFG) events_.Set(WorkerEvents::FP);
+            thread_ = std::thread([this] { ThreadMain(); });
+        }
     }
-    events_.Clear(WorkerEvents::STOP);
-    if (pending_ != WorkerEvents::STOP) events_.Set(pending_);
-    pending_ = WorkerEvents::STOP;
-    // The previous run's thread has not ended yet (it finishes a job's last steps):
-    // it stays, as if it had been started again. It never waited on a new device.
-    if (alive) return;
-    // Ended: joining it waits at most for its last row update.
-    if (thread_.joinable()) thread_.join();
-    // The device handed over while the worker was stopped is served now.
-    const std::uint32_t code = LastNotifyCode();
-    if (code == app::EVENT_SPRD) events_.Set(WorkerEvents::SPRD);
-    if (code == app::EVENT_MTK) events_.Set(WorkerEvents::MTK);
-    if (code == app::EVENT_CFG) events_.Set(WorkerEvents::FP);
-    thread_ = std::thread([this] { ThreadMain(); });
 }
 
 void DownloadWorker::Stop() {
@@ -340,22 +372,36 @@ void DownloadWorker::ThreadMain() {
 }
 
 bool DownloadWorker::JobStart(int slot, WorkerEvents::Event event) {
+    const bool slotKnown = slot >= 0 && slot < app::kSlotCount;
+    const auto s = static_cast<std::size_t>(slotKnown ? slot : 0);
+    bool draw;
     {
         // Stop came between the hand-over and the job: the phone waits for the next
         // Start. Checked with the slot going BUSY in one step, so a Stop either finds
-        // the slot BUSY or keeps the job from beginning.
+        // the slot BUSY (and a CFG job running) or keeps the job from beginning.
         std::lock_guard handOver(handOverLock_);
         if (CutShort()) {
             pending_ = event;
             return false;
         }
-        station_.bindings.SetState(slot, app::BIND_BUSY);
+        if (slotKnown) {
+            station_.bindings.SetState(slot, app::BIND_BUSY);
+            station_.slots.jobRunning[s].store(true);
+            if (event == WorkerEvents::FP) station_.slots.fpJob[s].store(1);
+        }
         inJob_ = true;
+        daFormDue_ = false;
+        dropped_ = false;
+        draw = std::exchange(undrawn_, false);
     }
-    // A phone handed over while the station was stopped has no row drawn yet.
-    if (slot >= 0 && slot < app::kSlotCount && !station_.slots.rowShown[static_cast<std::size_t>(slot)].load())
-        ShowRow(slot, DisplayName(app::FieldText(Device().friendlyName)));
-    station_.slots.startTime[static_cast<std::size_t>(slot)].store(station_.clock.WallSeconds());
+    if (!slotKnown) return true;
+    // A phone handed over while the station was stopped is drawn, and its port name
+    // kept, only now.
+    if (draw || !station_.slots.rowShown[s].load()) {
+        const app::DeviceInfo device = Device();
+        NotifyDevice(device.type, app::FieldText(device.friendlyName));
+    }
+    station_.slots.startTime[s].store(station_.clock.WallSeconds());
     window_.SetTimer(slot, 1000);
     station_.slotList.SetCellIcon(slot, app::COL_DEVICE, kIconDevice);
     display_.SetResult(slot, app::texts::kOngoing, kColourBlue);
@@ -363,11 +409,20 @@ bool DownloadWorker::JobStart(int slot, WorkerEvents::Event event) {
     return true;
 }
 
+void DownloadWorker::DropJob(int slot) {
+    std::lock_guard handOver(handOverLock_);
+    inJob_ = false;
+    dropped_ = true;
+    station_.slots.jobRunning[static_cast<std::size_t>(slot)].store(false);
+}
+
 template <class Restore>
 void DownloadWorker::JobEnd(Restore restore) {
     std::lock_guard handOver(handOverLock_);
     restore();
     inJob_ = false;
+    if (const int slot = ThreadIndex(); slot >= 0 && slot < app::kSlotCount)
+        station_.slots.jobRunning[static_cast<std::size_t>(slot)].store(false);
 }
 
 void DownloadWorker::ShowBindState(int slot) {
@@ -395,16 +450,7 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
     if (!JobStart(slot, WorkerEvents::SPRD)) return;
     const int port = ExtractComNumber(app::FieldText(Device().friendlyName));
     if (port == -1) {
-        // Dropped uncounted. Left BUSY, the slot would refuse every Stop for good; the
-        // phone comes again once its port has a number.
-        JobEnd([&] {
-            const bool bound = station_.bindings.HsLocation(slot) != app::kUnbound;
-            station_.bindings.SetState(slot, bound ? app::BIND_ALL_BINDED : app::BIND_IDLE);
-        });
-        window_.KillTimer(slot);
-        display_.HideCell(slot, app::COL_PROGRESS);
-        display_.HideCell(slot, app::COL_RESULT);
-        ShowBindState(slot);
+        DropJob(slot);
         return;
     }
     const auto params = station_.sprdParams.Get();
@@ -415,21 +461,32 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
         sprdStartedAt_ = station_.slots.startTime[static_cast<std::size_t>(slot)].load();
         sprd_->StartWork();
         sprd_->StartOnePortWork(n, 0);
+        bool switched = false, failed = false;
         for (int polls = 1;; ++polls) {
             const std::string text = display_.ResultText(slot);
             if (!events_.Pause(500)) break;
             if (Contains(text, app::texts::kResultOnSwitch)) {
-                firstPhase = false;
+                switched = true;
                 break;
             }
             if (Contains(text, app::texts::kResultFail) || polls == 26) {
-                firstPhase = true;
-                window_.KillTimer(slot);
-                FinishJob(slot, "SPRD", sprdStartedAt_, true);
+                failed = true;
                 break;
             }
         }
         sprd_->StopOnePortWork(n, 1);
+        // The last reading is half a second old: an engine that switched the phone since,
+        // before it was stopped, sends it to its download port all the same. Counted
+        // failed here, it would be served there as a new phone and counted again.
+        if (failed && Contains(display_.ResultText(slot), app::texts::kResultOnSwitch)) {
+            failed = false;
+            switched = true;
+        }
+        firstPhase = !switched;
+        if (failed) {
+            window_.KillTimer(slot);
+            FinishJob(slot, "SPRD", sprdStartedAt_, true);
+        }
         // From here on the phone's return on its download port is a new hand-over.
         JobEnd([&] { station_.bindings.SetState(slot, app::BIND_ALL_BINDED); });
         return;
@@ -500,6 +557,9 @@ void DownloadWorker::MtkJob() {
     // again (HandOver::DA_MODE).
     JobEnd([&] {
         auto& b = station_.bindings;
+        // Switched, and its DA form not handed over during the job: that form, when it
+        // comes, belongs to this job.
+        daFormDue_ = b.State(slot) == app::BIND_DA_BINDED;
         if (b.LsLocation(slot) == app::kUnbound) b.SetState(slot, app::BIND_PRELOADER_BINDED);
         if (b.HsLocation(slot) == app::kUnbound) {
             b.SetState(slot, app::BIND_IDLE);
@@ -520,7 +580,6 @@ void DownloadWorker::FpJob() {
     fp_->SetDeviceInfo(&device);
     fp_->SetDLPara(slot);
     if (!JobStart(slot, WorkerEvents::FP)) return;
-    station_.slots.fpJob[static_cast<std::size_t>(slot)].store(1);
     if (CutShort()) fp_->CancelTask();
     const int r = fp_->MTKFP_OperationStart();
     JobEnd([] {});  // the slot stays BUSY until the console's Stop

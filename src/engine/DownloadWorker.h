@@ -8,6 +8,9 @@
 // or the verification thread while no job runs.
 // A hand-over and a job's start and end are one step each under handOverLock_, so a
 // phone handed over as a job ends is either part of that job or served after it.
+// The manager's Stop holds every worker's step (HoldJobSteps) while it checks the
+// slots and tells the workers, so a job either has its slot BUSY before that check
+// or never begins.
 // Start never waits for the previous run's thread: if it still finishes a job, it
 // is kept and simply not stopped.
 
@@ -76,13 +79,21 @@ public:
     app::DeviceInfo Device() const;
     SlotDisplay& Display() { return display_; }
 
-    // False when the device was not taken: the DA form of a phone whose job has ended.
+    // False when the device was not taken: the DA form of the phone the last job
+    // switched, arriving after that job.
     bool AcceptDevice(const app::DeviceInfo& device, HandOver how = HandOver::PLAIN);
     void NotifyDevice(std::uint32_t code, const std::string& name);
+    // Station thread: a phone came to this slot's socket while the slot was BUSY and
+    // binding left it alone. The row names it until a phone is handed over or leaves.
+    void NoteUnserved(const app::DeviceInfo& device);
     std::uint32_t LastNotifyCode() const;
 
+    // Manager's walk thread, which pauses kStartPauseMs after it (not under its lock).
     void Start();
+    static constexpr platform::Millis kStartPauseMs = 10;
     void Stop();
+    // No job of this worker begins or ends while the lock is held (station thread).
+    std::unique_lock<std::mutex> HoldJobSteps() { return std::unique_lock(handOverLock_); }
     bool IsRunning() const;
     // The program is ending: jobs that end from now on are not counted.
     void BeginClose();
@@ -107,6 +118,9 @@ private:
     void ThreadMain();
     // False when Stop or the end came first: the job does not begin.
     bool JobStart(int slot, WorkerEvents::Event event);
+    // An SPRD job without a port number: the slot stays BUSY with its timer until the
+    // phone leaves.
+    void DropJob(int slot);
     void SprdJob(bool& firstPhase);
     void MtkJob();
     void FpJob();
@@ -129,6 +143,12 @@ private:
     WorkerEvents events_;
     std::mutex handOverLock_;
     bool inJob_ = false;  // under handOverLock_
+    // Under handOverLock_: the last MTK job switched its phone to DA mode and that form
+    // has not been handed over yet; a device handed over while the station was
+    // stopped, not drawn yet; a job dropped for want of a port number holds the slot.
+    bool daFormDue_ = false;
+    bool undrawn_ = false;
+    bool dropped_ = false;
     // A device handed over while the station was stopped (STOP: none); under handOverLock_.
     WorkerEvents::Event pending_ = WorkerEvents::STOP;
     std::mutex countLock_;

@@ -36,11 +36,6 @@ TEST(CloseCheck, AsksNamingBusySlotsUnlessTheSessionEnds) {
         EXPECT_NE(q.find(r.asked), std::string::npos);
     }
 
-    app::BindingTable bindings;
-    bindings.SetState(4, app::BIND_BUSY);
-    bindings.SetState(9, app::BIND_BUSY);
-    bindings.SetState(5, app::BIND_ALL_BINDED);
-    EXPECT_EQ(BusySlots(bindings), (std::vector<int>{4, 9}));
 }
 
 app::JobRecord Job(int slot, const char* end, JobResult result, const char* step = "", const char* error = "") {

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "console/ConsoleController.h"
 #include "console/StationRun.h"
 #include "devices/DeviceTestKit.h"
+#include "engine/EngineHarness.h"
 #include "engine/SimEngines.h"
 #include "platform/ProfileIni.h"
 #include "sim/SimBench.h"
@@ -142,18 +145,20 @@ TEST_F(StationRunTest, CfgStopWaitsForRunningJobsAndEndsFinishedOnes) {
     EXPECT_EQ(st.slots.fpJob[0], 0);
     EXPECT_EQ(st.bindings.State(0), BIND_ALL_BINDED);
 
-    // A slot BUSY whose job is not marked running yet is a job starting: not released.
+    // Any other BUSY slot is released (a job marks its slot BUSY and running in one step).
     st.slotList.InsertRow("03");
     st.slots.fpJob[1] = 2;
     st.bindings.SetState(2, BIND_BUSY);
     Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
-    EXPECT_EQ(st.bindings.State(2), BIND_BUSY);
-
-    st.slots.fpJob[2] = 2;
-    Click();
     EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_START);
     EXPECT_EQ(st.bindings.State(2), BIND_ALL_BINDED);
+
+    // A phone pulled while stopped made its slot BUSY: the next run serves that socket.
+    st.bindings.SetState(1, BIND_BUSY);
+    Click();
+    EXPECT_EQ(st.bindings.State(1), BIND_ALL_BINDED);
+    Click();
+    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_START);
     run.Manager().JoinWalks();
 }
 
@@ -163,6 +168,91 @@ TEST_F(StationRunTest, PhonesAlreadyInPreloaderModeGoToTheWorkerOfTheirPort) {
     ASSERT_EQ(run.HubPorts().size(), 4u);
     EXPECT_EQ(FieldText(run.Manager().WorkerAt(2)->Device().friendlyName), bench.FriendlyNameAt(2));
     EXPECT_EQ(FieldText(run.Manager().WorkerAt(0)->Device().friendlyName), "");
+}
+
+// Runs a test's hooks on the worker thread: one step before its job begins, and once it
+// has begun. A job passes unless cancelled after its set-up.
+class HookedMtk final : public engine::MtkEngine {
+public:
+    void SetDLPara(int, int, int, int, int, int, int, int, const char*, const char*, const char*, int, int,
+                   int) override {}
+    void SetMemoryTestPara(int, int, int, int, int) override {}
+    void SetEfusePara(int, const char*, int, const char*, const char*, const char*) override {}
+    void SetDAPort(int) override {}
+    void SetDownloadType(int) override {}
+    void SetDeviceInfo(DeviceInfo*) override {
+        cancelled = false;  // as the engines do: a cancel belongs to one job
+        if (beforeJob) std::exchange(beforeJob, nullptr)();
+    }
+    int DLOperationStart() override {
+        ++jobs;
+        if (inJob) std::exchange(inJob, nullptr)();
+        return cancelled.exchange(false) ? 1 : 0;
+    }
+    void CancelTask() override { cancelled = true; }
+    int GetPCLoadVersion(char* b) override { return *b = '\0', 0; }
+    void GetVersionInfo(VersionInfo*) override {}
+    int PreLoadFiles(char*, bool, int, int, SpmtkEfuseInfo, bool) override { return 0; }
+    int VerifyHostBufferBeforeStart(const char*) override { return 1; }
+    void SetChkSumWnd(platform::MessageWindow*) override {}
+
+    std::function<void()> beforeJob, inJob;
+    std::atomic<int> jobs{0};
+    std::atomic<bool> cancelled{false};
+};
+
+// A job that has begun keeps its slot BUSY until it ends: a Stop, or a removal that
+// would stop an idle run, while it runs is refused and cancels nothing, also on a
+// socket bound for this very phone. A Stop one step before the job begins keeps it
+// from beginning; the phone is served after the next Start.
+TEST(StationRunJobs, AJobThatBeganKeepsItsSlotBusyUntilItEnds) {
+    test::EngineHarness h(2, {.mtk = [] { return std::make_unique<HookedMtk>(); }});
+    auto mtk = [&](int slot) -> HookedMtk& { return static_cast<HookedMtk&>(h.manager->WorkerAt(slot)->Mtk()); };
+    devices::ComProbe probe(h.fx.clock, [](int) { return std::string(); });
+    devices::PortBinding binding(h.st, *h.manager, probe, h.loop);
+    auto event = [&](int socket, bool arrived) {
+        devices::DeviceEventRecord r{};
+        const std::string port = std::to_string(socket);
+        CopyField(r.instanceId, "USB\\VID_0E8D&PID_2000\\1-1." + port + ":1.0");
+        CopyField(r.friendlyName, "MTK PreLoader (COM" + port + ")");
+        CopyField(r.location, "1-1\\PORT" + port);
+        r.kind = EVENT_MTK;
+        r.arrived = arrived ? 1 : 0;
+        return r;
+    };
+    bool accepted = false;
+    auto stop = [&] { h.loop.Call([&] { accepted = h.manager->StopAll(); }); };
+    for (int slot : {0, 1}) {
+        h.st.bindings.SetHsLocation(slot, "NA");
+        h.st.bindings.SetLsLocation(slot, "NA");
+        h.st.bindings.SetState(slot, BIND_IDLE);
+    }
+
+    h.StartStation();
+    mtk(0).inJob = [&] {
+        EXPECT_EQ(h.State(0), BIND_BUSY);
+        stop();
+        const auto gone = event(9, false);
+        h.loop.Call([&] { binding.OnDeviceEvent(gone); });
+    };
+    h.loop.PostTask([&, r = event(7, true)] { binding.OnDeviceEvent(r); });
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1 && h.State(0) == BIND_PRELOADER_BINDED; }));
+    EXPECT_FALSE(accepted);
+    EXPECT_EQ(h.fx.ui.Messages(), std::vector<std::string>{"At least one thread is running, Please wait for a moment!"});
+    EXPECT_EQ(h.Fail(), 0u);
+    EXPECT_EQ(h.startStopCommands.load(), 0);
+    EXPECT_EQ(h.st.bindings.HsLocation(0), "1-1\\PORT7");
+
+    mtk(1).beforeJob = stop;
+    h.loop.PostTask([&, r = event(8, true)] { binding.OnDeviceEvent(r); });
+    ASSERT_TRUE(h.RunUntil([&] { return h.RunningWorkers() == 0; }));
+    EXPECT_TRUE(accepted);
+    EXPECT_EQ(mtk(1).jobs.load(), 0);
+    EXPECT_EQ(h.State(1), BIND_PRELOADER_BINDED);
+    h.StartStation();
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 2; }));
+    EXPECT_EQ(mtk(1).jobs.load(), 1);
+    EXPECT_EQ(h.Fail(), 0u);
 }
 
 }  // namespace

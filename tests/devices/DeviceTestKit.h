@@ -68,7 +68,11 @@ private:
 class RecordingWindow final : public platform::MessageWindow {
 public:
     using Msg = std::tuple<std::uint32_t, platform::WParam, platform::LParam>;
-    platform::LResult Send(std::uint32_t, platform::WParam, platform::LParam) override { return 0; }
+    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+        std::lock_guard g(mutex_);
+        sent_.emplace_back(msg, w, l);
+        return 0;
+    }
     void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
         std::lock_guard g(mutex_);
         posted_.emplace_back(msg, w, l);
@@ -79,10 +83,14 @@ public:
         std::lock_guard g(mutex_);
         return posted_;
     }
+    std::vector<Msg> Sent() const {
+        std::lock_guard g(mutex_);
+        return sent_;
+    }
 
 private:
     mutable std::mutex mutex_;
-    std::vector<Msg> posted_;
+    std::vector<Msg> posted_, sent_;
 };
 
 class UnboundStationTest : public ::testing::Test {

@@ -77,13 +77,13 @@ TEST_F(PortBindingTest, DaPhoneSkipsAPreloaderBoundSlotAndTakesTheFirstDaBoundOn
     EXPECT_FALSE(binding.Bind_MTKDev_HS(da));  // no slot waits for a DA phone
     EXPECT_EQ(st.bindings.State(0), BIND_PRELOADER_BINDED);
 
-    // The DA-bound slot is chosen, but its worker has no job the phone belongs to (the
-    // job that switched it has ended): nothing is bound. Taken during a job: e2e tests.
+    // The DA-bound slot is chosen, and the phone handed over (a DA phone the slot's last
+    // job did not switch is a new phone): the socket becomes its HS location too.
     Bind(2, "NA", BIND_DA_BINDED, "2-1\\PORT3");
-    EXPECT_FALSE(binding.Bind_MTKDev_HS(da));
-    EXPECT_EQ(Table(3),
-              (std::vector<std::string>{"1-1\\PORT1 NA PRELOADER_BINDED", "NA NA IDLE", "NA 2-1\\PORT3 DA_BINDED"}));
-    EXPECT_EQ(DeviceOf(2), kDa);  // kept, so its removal finds the worker
+    EXPECT_TRUE(binding.Bind_MTKDev_HS(da));
+    EXPECT_EQ(Table(3), (std::vector<std::string>{"1-1\\PORT1 NA PRELOADER_BINDED", "NA NA IDLE",
+                                                  "1-1\\PORT1 2-1\\PORT3 DA_BINDED"}));
+    EXPECT_EQ(DeviceOf(2), kDa);
 }
 
 TEST_F(PortBindingTest, BoundSocketsFeedTheirSlotWithoutChangingOrWithBusy) {
@@ -98,7 +98,7 @@ TEST_F(PortBindingTest, BoundSocketsFeedTheirSlotWithoutChangingOrWithBusy) {
     } arrivals[] = {
         {kPreloader, "1-1\\PORT4", BIND_ALL_BINDED, true, BIND_ALL_BINDED},
         {kBrom, "2-1\\PORT4", BIND_ALL_BINDED, true, BIND_ALL_BINDED},
-        // The DA form of a phone whose job has ended is handled by being dropped.
+        // Served (BUSY only once the station runs: the phone waits for Start).
         {kDa, "1-1\\PORT4", BIND_ALL_BINDED, true, BIND_ALL_BINDED},
         {kPreloader, "1-1\\PORT4", BIND_BUSY, false, BIND_BUSY},  // a busy slot's socket is ignored
     };
@@ -148,23 +148,20 @@ TEST_F(PortBindingTest, MtkRemovalStopsAnIdleRunAfterOneSecondSerialRemovalDoesN
     st.stationRunning = true;
     const auto t0 = f.clock.Now();
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EVENT_SPRD, false));
-    EXPECT_TRUE(window.Posted().empty());
+    EXPECT_TRUE(window.Sent().empty());
     binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_MTK, false));
     using Msg = test::RecordingWindow::Msg;
-    EXPECT_EQ(window.Posted(), std::vector<Msg>{Msg(WM_COMMAND, CMD_START_STOP, kAutoStop)});
+    EXPECT_EQ(window.Sent(), std::vector<Msg>{Msg(WM_COMMAND, CMD_START_STOP, kAutoStop)});
+    EXPECT_TRUE(window.Posted().empty());
     EXPECT_EQ(f.clock.Now() - t0, 50 + 1000 + 50);
     // A slot at work keeps the run going.
     Bind(1, "1-1\\PORT2", BIND_BUSY);
     binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_MTK, false));
-    EXPECT_EQ(window.Posted().size(), 1u);
+    EXPECT_EQ(window.Sent().size(), 1u);
 }
 
-TEST_F(PortBindingTest, UnknownDevicesUnlocatedOnesAndUnopenableCfgPortsAreDropped) {
-    Workers(2);
-    // Nowhere to bind it: dropped before probing, for every kind.
-    for (std::uint32_t kind : {EVENT_MTK, EVENT_SPRD, EVENT_CFG}) binding.OnDeviceEvent(Event(kPreloader, "", kind));
-    EXPECT_EQ(probed, 0);
-    EXPECT_EQ(Table(2), (std::vector<std::string>{"NA NA IDLE", "NA NA IDLE"}));
+TEST_F(PortBindingTest, UnknownDevicesAndUnopenableCfgPortsAreDroppedAnEmptyLocationIsOne) {
+    Workers(3);
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EVENT_MTK));  // class OTHER
     EXPECT_EQ(st.bindings.State(0), BIND_IDLE);
     EXPECT_EQ(Saved("THREADSTATUS", 0), "?") << "nothing saved";
@@ -173,6 +170,14 @@ TEST_F(PortBindingTest, UnknownDevicesUnlocatedOnesAndUnopenableCfgPortsAreDropp
     binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_CFG));
     EXPECT_EQ(st.bindings.State(0), BIND_ALL_BINDED);
     EXPECT_EQ(DeviceOf(0), kPreloader);
+    // A socket whose location is unknown is bound by its empty location, as a stored
+    // empty one is read back, and feeds that slot from then on.
+    binding.OnDeviceEvent(Event(kPreloader, "", EVENT_MTK));
+    EXPECT_EQ(Table(2)[1], " NA PRELOADER_BINDED");
+    EXPECT_EQ(Saved("USBPORTINFO", 1), "");
+    binding.OnDeviceEvent(Event(kSprd, "", EVENT_SPRD));
+    EXPECT_EQ(DeviceOf(1), kSprd);
+    EXPECT_EQ(st.bindings.State(2), BIND_IDLE);
 }
 
 TEST_F(PortBindingTest, AGonePhoneSteersNothingWhenItsPortNumberIsReusedElsewhere) {

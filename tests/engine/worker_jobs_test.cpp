@@ -6,6 +6,7 @@
 
 #include "EngineHarness.h"
 #include "app/JobHistoryReader.h"
+#include "console/CloseCheck.h"
 
 namespace quorvel::engine {
 namespace {
@@ -131,6 +132,7 @@ TEST(DownloadWorkerJobs, CfgBatchStopsTheStationWhenItsLastJobEnds) {
     ASSERT_TRUE(h.RunUntil([&] { return h.st.slots.fpJob[0] == 2; }));
     EXPECT_EQ(h.Total(), 1u);
     EXPECT_EQ(h.State(0), app::BIND_BUSY);  // a CFG slot stays BUSY
+    EXPECT_EQ(console::BusySlots(h.st.slots), std::vector<int>{1});  // a close asks only about the running job
     ASSERT_TRUE(h.RunUntil([&] { return h.startStopCommands.load() == 1; }));
     EXPECT_EQ(h.Total(), 2u);
     h.Settle();
@@ -223,9 +225,9 @@ TEST(DownloadWorkerJobs, StopCancelsMtkAndCfgJobsButNotSprd) {
 }
 
 // Each SPRD slot serves its own phone: one bound while the station was stopped waits
-// for Start, then gets its row (and the port number it had), without later slots' rows taking
-// its place; one whose port has no number yet is dropped uncounted with its slot freed
-// (a BUSY slot would refuse every Stop), and served once the number is there.
+// for Start (nothing of it is drawn or kept before), then gets its row and its port,
+// without later slots' rows taking its place; one whose port has no number yet holds
+// its slot BUSY until it leaves, and is served once it comes back with the number.
 TEST(DownloadWorkerJobs, SprdSlotsServeTheirOwnPhones) {
     EngineHarness h(2);
     h.st.slotList.DeleteAllRows();
@@ -235,24 +237,31 @@ TEST(DownloadWorkerJobs, SprdSlotsServeTheirOwnPhones) {
     h.HandOver(0, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM5)", "a"));
     h.Settle();
     EXPECT_EQ(h.Total(), 0u);
+    EXPECT_EQ(h.st.bindings.ComName(0), "Phone (COM1)");
+    EXPECT_EQ(h.st.slotList.RowCount(), 0);
     h.StartStation();
     h.HandOver(1, h.Device(app::EVENT_SPRD, "SPRD U2S Diag", "b"), HandOver::BUSY);
-    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1 && h.State(1) == app::BIND_ALL_BINDED; }));
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1; }));
+    h.fx.clock.Advance(60000);
     h.Settle();
+    EXPECT_EQ(h.Slot(1), "Ongoing |  | BUSY");
     EXPECT_EQ(h.Total(), 1u);
-    EXPECT_FALSE(h.st.slotList.Row(1).result.visible);
+    h.loop.Call([&] { h.manager->WorkerAt(1)->NotifyDevice(NOTIFY_REMOVED, ""); });
+    EXPECT_EQ(h.State(1), app::BIND_ALL_BINDED);
     h.HandOver(1, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM2)", "b"), HandOver::BUSY);
     ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 2 && h.State(1) == app::BIND_ALL_BINDED; }));
     EXPECT_EQ(h.Fail(), 1u);
     EXPECT_EQ(h.Result(0), "FAIL(0/1)");
     EXPECT_EQ(h.Result(1), "PASS(1/1)");
+    EXPECT_EQ(h.st.bindings.ComName(0), "(COM5)SPRD U2S Diag ");
     EXPECT_EQ(h.st.slotList.CellText(0, app::COL_NUMBER), "01");
     EXPECT_EQ(h.st.slotList.CellText(1, app::COL_NUMBER), "02");
 }
 
 // The phone re-enumerates in DA mode because its job switched it: whether binding
 // hands that over during the job or only once the job has ended, it is part of that
-// job, never a second one, and the slot does not stay BUSY.
+// job, never a second one, and the slot does not stay BUSY. Any later phone in DA
+// mode is served as a new one.
 TEST(DownloadWorkerJobs, TheDaFormOfAServedPhoneIsNeverServedAgain) {
     for (const bool duringJob : {true, false}) {
         SCOPED_TRACE(duringJob ? "during the job" : "after the job");
@@ -277,6 +286,9 @@ TEST(DownloadWorkerJobs, TheDaFormOfAServedPhoneIsNeverServedAgain) {
         EXPECT_EQ(h.Total(), 1u);
         EXPECT_EQ(h.Fail(), 0u);
         EXPECT_EQ(h.st.slotList.CellText(1, app::COL_BINDED), "ALL_BINDED");
+        EXPECT_TRUE(h.HandOver(1, h.Device(app::EVENT_MTK, "MTK DA USB VCOM (COM2)", "q"), HandOver::DA_MODE));
+        EXPECT_EQ(h.State(1), app::BIND_BUSY);
+        ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 2 && h.State(1) == app::BIND_ALL_BINDED; }));
     }
 }
 
@@ -294,12 +306,12 @@ TEST(DownloadWorkerJobs, RemovalGreysThePortAndReleasesCfgSlots) {
     EXPECT_EQ(cell.icon, kIconPort);
     EXPECT_EQ(h.State(0), app::BIND_ALL_BINDED);  // not a CFG package: unchanged
 
-    // A CFG slot whose job still runs is bound again; one whose job ended stays BUSY;
-    // one no job of this run served (a phone pulled after Stop) is left as it was.
+    // A CFG slot whose job still runs is bound again; any other becomes BUSY until the
+    // next Stop or Start.
     h.st.package.kind = app::PACKAGE_MTK_CFG;
     for (auto [job, state, colour] :
          {std::tuple{1, app::BIND_ALL_BINDED, app::kBlack}, std::tuple{2, app::BIND_BUSY, kColourGrey},
-          std::tuple{0, app::BIND_ALL_BINDED, kColourGrey}}) {
+          std::tuple{0, app::BIND_BUSY, kColourGrey}}) {
         h.st.bindings.SetState(0, app::BIND_ALL_BINDED);
         h.st.slots.fpJob[0] = job;
         h.loop.Call([&] { h.manager->WorkerAt(0)->NotifyDevice(NOTIFY_REMOVED, ""); });

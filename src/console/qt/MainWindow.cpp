@@ -308,7 +308,7 @@ void MainWindow::EndSession(bool closeNow) {
 void MainWindow::closeEvent(QCloseEvent* event) {
     // A close cuts the jobs running short, which can leave those phones unusable: the
     // operator confirms it, unless the session is ending and nobody is there to answer.
-    const std::string question = CloseQuestion(BusySlots(station_.bindings), station_.language, sessionEnding_);
+    const std::string question = CloseQuestion(BusySlots(station_.slots), station_.language, sessionEnding_);
     if (!question.empty() &&
         QMessageBox::question(this, QStringLiteral("Quorvel"), Q(question), QMessageBox::Yes | QMessageBox::No,
                               QMessageBox::No) != QMessageBox::Yes) {
