@@ -166,8 +166,7 @@ bool PortBinding::Bind_MTKDev_HS(const app::DeviceInfo& info) {
     for (int i = 0; i < kSlotCount; ++i) {
         if (t.State(i) != wanted || !HasWorker(i)) continue;
         if (c == PID_DA) {
-            // The worker makes the slot BUSY, or leaves it as it is when this is the
-            // DA form of the phone its last job switched.
+            // The worker takes it (BUSY) only as part of the job under way.
             if (!DispatchToSlot(i, info, engine::HandOver::DA_MODE)) return false;
             t.SetHsLocation(i, location);
             return true;

@@ -112,15 +112,12 @@ bool DownloadWorker::AcceptDevice(const app::DeviceInfo& device, HandOver how) {
     const bool slotKnown = slot >= 0 && slot < app::kSlotCount;
     if (how == HandOver::DA_MODE) {
         // The phone re-enumerated in DA mode because its job switched it: the job
-        // serves it. Once that job has ended, its DA form is old news; any other phone
-        // in DA mode is served like a new one.
-        if (inJob_) {
-            if (slotKnown) station_.bindings.SetState(slot, app::BIND_BUSY);
-            NotifyDevice(app::EVENT_MTK, app::FieldText(device.friendlyName));
-            return true;
-        }
-        if (std::exchange(daFormDue_, false)) return false;
-        how = HandOver::BUSY;
+        // serves it. Outside a job it is never served: binding may have tied this
+        // socket to another phone's slot, whose job then flashes it a second time.
+        if (!inJob_) return false;
+        if (slotKnown) station_.bindings.SetState(slot, app::BIND_BUSY);
+        NotifyDevice(app::EVENT_MTK, app::FieldText(device.friendlyName));
+        return true;
     }
     const std::string name = app::FieldText(device.friendlyName);
     WorkerEvents::Event event;
@@ -390,7 +387,6 @@ bool DownloadWorker::JobStart(int slot, WorkerEvents::Event event) {
             if (event == WorkerEvents::FP) station_.slots.fpJob[s].store(1);
         }
         inJob_ = true;
-        daFormDue_ = false;
         dropped_ = false;
         draw = std::exchange(undrawn_, false);
     }
@@ -557,9 +553,6 @@ void DownloadWorker::MtkJob() {
     // again (HandOver::DA_MODE).
     JobEnd([&] {
         auto& b = station_.bindings;
-        // Switched, and its DA form not handed over during the job: that form, when it
-        // comes, belongs to this job.
-        daFormDue_ = b.State(slot) == app::BIND_DA_BINDED;
         if (b.LsLocation(slot) == app::kUnbound) b.SetState(slot, app::BIND_PRELOADER_BINDED);
         if (b.HsLocation(slot) == app::kUnbound) {
             b.SetState(slot, app::BIND_IDLE);

@@ -79,8 +79,7 @@ public:
     app::DeviceInfo Device() const;
     SlotDisplay& Display() { return display_; }
 
-    // False when the device was not taken: the DA form of the phone the last job
-    // switched, arriving after that job.
+    // False when the device was not taken: a phone in DA mode outside a job.
     bool AcceptDevice(const app::DeviceInfo& device, HandOver how = HandOver::PLAIN);
     void NotifyDevice(std::uint32_t code, const std::string& name);
     // Station thread: a phone came to this slot's socket while the slot was BUSY and
@@ -143,10 +142,8 @@ private:
     WorkerEvents events_;
     std::mutex handOverLock_;
     bool inJob_ = false;  // under handOverLock_
-    // Under handOverLock_: the last MTK job switched its phone to DA mode and that form
-    // has not been handed over yet; a device handed over while the station was
-    // stopped, not drawn yet; a job dropped for want of a port number holds the slot.
-    bool daFormDue_ = false;
+    // Under handOverLock_: a device handed over while the station was stopped, not
+    // drawn yet; a job dropped for want of a port number holds the slot.
     bool undrawn_ = false;
     bool dropped_ = false;
     // A device handed over while the station was stopped (STOP: none); under handOverLock_.
