@@ -26,7 +26,8 @@ SlotSummary SummariseOne(int slot, const std::vector<const JobRecord*>& jobs) {
     const std::size_t n = durations.size();
     s.medianSeconds = n % 2 ? static_cast<double>(durations[n / 2])
                             : (static_cast<double>(durations[n / 2 - 1]) + static_cast<double>(durations[n / 2])) / 2;
-    if (last > first) s.phonesPerHour = static_cast<double>(n) * 3600.0 / static_cast<double>(last - first);
+    if (n >= static_cast<std::size_t>(kRateMinJobs) && last - first >= kRateMinSpanSeconds)
+        s.phonesPerHour = static_cast<double>(n) * 3600.0 / static_cast<double>(last - first);
     return s;
 }
 

@@ -7,7 +7,8 @@
 // - median time: the median of their durations (the mean of the two middle ones for an
 //   even count);
 // - phones per hour: their number divided by the span from the earliest start to the
-//   latest end among them, in hours. A span of zero gives none (not infinity).
+//   latest end among them, in hours; none from fewer than kRateMinJobs jobs or a span
+//   under kRateMinSpanSeconds, where one quick job would read as a shift's pace.
 
 #include <optional>
 #include <vector>
@@ -15,6 +16,9 @@
 #include "app/JobRecord.h"
 
 namespace quorvel::app {
+
+inline constexpr int kRateMinJobs = 3;
+inline constexpr int kRateMinSpanSeconds = 10 * 60;
 
 struct SlotSummary {
     int slot = 0;  // -1 for the whole station

@@ -212,20 +212,20 @@ TEST(JobHistorySummary, InterruptedNeverFailsMedianAndPhonesPerHour) {
         std::vector<J> jobs;
         std::vector<SlotSummary> expected;  // the per-slot rows, then "all"
     } rows[] = {
-        {"odd_count_median",
+        {"odd_count_median_and_a_short_span_has_no_rate",
          {{0, 0, 3, R::Pass}, {0, 3, 1, R::Fail}, {0, 4, 2, R::Pass}},
-         {{0, 2, 1, 0, 120.0, 30.0}, {-1, 2, 1, 0, 120.0, 30.0}}},
+         {{0, 2, 1, 0, 120.0, {}}, {-1, 2, 1, 0, 120.0, {}}}},
         {"even_count_median_is_mean_of_middle",
          {{1, 0, 4, R::Pass}, {1, 10, 1, R::Pass}, {1, 20, 3, R::Pass}, {1, 30, 2, R::Fail}},
          {{1, 3, 1, 0, 150.0, 7.5}, {-1, 3, 1, 0, 150.0, 7.5}}},
         {"interrupted_counts_apart_and_leaves_times_alone",
-         {{2, 0, 10, R::Pass}, {2, 10, 50, R::Interrupted}, {2, 60, 20, R::Pass}},
-         {{2, 2, 0, 1, 900.0, 1.5}, {-1, 2, 0, 1, 900.0, 1.5}}},
+         {{2, 0, 10, R::Pass}, {2, 10, 50, R::Interrupted}, {2, 60, 20, R::Pass}, {2, 80, 10, R::Pass}},
+         {{2, 3, 0, 1, 600.0, 2.0}, {-1, 3, 0, 1, 600.0, 2.0}}},
         {"only_interrupted_has_no_figures", {{3, 0, 5, R::Interrupted}}, {{3, 0, 0, 1, {}, {}}, {-1, 0, 0, 1, {}, {}}}},
         {"zero_span_has_no_rate", {{4, 0, 0, R::Fail}}, {{4, 0, 1, 0, 0.0, {}}, {-1, 0, 1, 0, 0.0, {}}}},
-        {"station_spans_all_slots",
-         {{5, 0, 30, R::Pass}, {6, 30, 30, R::Fail}},
-         {{5, 1, 0, 0, 1800.0, 2.0}, {6, 0, 1, 0, 1800.0, 2.0}, {-1, 1, 1, 0, 1800.0, 2.0}}},
+        {"station_spans_all_slots_and_few_jobs_have_no_rate",
+         {{5, 0, 30, R::Pass}, {6, 30, 30, R::Fail}, {5, 60, 30, R::Pass}},
+         {{5, 2, 0, 0, 1800.0, {}}, {6, 0, 1, 0, 1800.0, {}}, {-1, 2, 1, 0, 1800.0, 2.0}}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);

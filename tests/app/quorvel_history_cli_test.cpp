@@ -1,6 +1,7 @@
 // The history tool run as a program: filters, output forms and exit codes in one table.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "app/JobHistory.h"
@@ -47,7 +48,8 @@ TEST(QuorvelHistoryTool, FiltersFormsAndExitCodes) {
         std::vector<std::string> shown;
         std::vector<std::string> notShown;
     } rows[] = {
-        {"", 2, {"Usage:"}, {}},
+        {"", 2, {"no station folder given"}, {"Usage:"}},
+        {"--help", 0, {"Usage:", "Exit status"}, {}},
         {"--slot 17 " + d, 2, {"--slot"}, {}},
         {"--slot 0 " + d, 2, {"--slot"}, {}},
         {"--result maybe " + d, 2, {"--result"}, {}},
@@ -74,8 +76,9 @@ TEST(QuorvelHistoryTool, FiltersFormsAndExitCodes) {
         {"--json --result pass " + d, 0, {"[\n{\"id\":\"COM11\"", "\"slot\":4,", "\"port\":\"COM14\"", "\n]\n"}, {"COM12"}},
         {"--summary --csv " + d,
          0,
-         {"slot,passes,fails,interrupted,median_s,phones_per_hour\r\n", "4,1,1,0,240.0,2.8\r\n",
-          "6,1,0,1,240.0,15.0\r\n", "all,2,1,1,240.0,0.1\r\n"},
+         // Two jobs on a slot make no rate; three over a day do.
+         {"slot,passes,fails,interrupted,median_s,phones_per_hour\r\n", "4,1,1,0,240.0,\r\n",
+          "6,1,0,1,240.0,\r\n", "all,2,1,1,240.0,0.1\r\n"},
          {}},
         {"--summary --result interrupted " + d, 0, {"Phones/h", "  -\n"}, {}},
     };
@@ -85,7 +88,30 @@ TEST(QuorvelHistoryTool, FiltersFormsAndExitCodes) {
         EXPECT_EQ(r.exitCode, row.exitCode) << r.out;
         for (const std::string& s : row.shown) EXPECT_NE(r.out.find(s), std::string::npos) << s << "\n" << r.out;
         for (const std::string& s : row.notShown) EXPECT_EQ(r.out.find(s), std::string::npos) << s << "\n" << r.out;
+        if (row.exitCode == 2) {
+            EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
+        }
     }
+}
+
+// The Port column is as wide as its widest name, up to 30 characters; a longer name
+// keeps its end, where the COM number stands, so the columns after it stay in place.
+TEST(QuorvelHistoryTool, PortColumnNeverOverflows) {
+    TempDir dir;
+    const app::JobHistory history(dir.File("TestLog"));
+    app::JobRecord failed = Job(0, "MediaTek PreLoader USB VCOM (Android) (COM115)", "2026-11-23T10:00:00+01:00",
+                                "2026-11-23T10:02:00+01:00", JobResult::Fail);
+    failed.failedStep = "DA";
+    failed.errorText = "no answer";
+    ASSERT_TRUE(history.Append(failed));
+    ASSERT_TRUE(history.Append(Job(1, "Télé (COM3)", "2026-11-23T10:00:00+01:00", "2026-11-23T10:03:00+01:00",
+                                   JobResult::Pass)));
+    const auto r = RunCommand("TZ=UTC-1 " + ToolPath("quorvel-history") + " " + dir.Path());
+    EXPECT_EQ(r.out,
+              "Ended                Slot  Result          Time  Port                            Step / error\n"
+              "2026-11-23 10:02:00     1  FAIL            2:00  \u2026r USB VCOM (Android) (COM115)  DA: no answer\n"
+              "2026-11-23 10:03:00     2  PASS            3:00  Télé (COM3)\n"
+              "2 jobs\n");
 }
 
 }  // namespace

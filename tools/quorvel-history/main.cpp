@@ -51,7 +51,8 @@ history files keep the station's own index, one less.
 Summary figures: interrupted jobs (a Stop or a close) are never counted as failures and
 take no part in the times. Median time is the median duration of the passed and failed
 jobs. Phones per hour is the number of those jobs divided by the hours from the first
-one's start to the last one's end; "-" when that span is zero.
+one's start to the last one's end; "-" from fewer than 3 such jobs or a span under 10
+minutes, where one quick job would read as a shift's pace.
 
 Exit status:
   0  success (also when no job matches)
@@ -60,7 +61,7 @@ Exit status:
 )HELP";
 
 int Usage(const std::string& why) {
-    std::fprintf(stderr, "quorvel-history: %s\n\n%s", why.c_str(), kHelp);
+    std::fprintf(stderr, "quorvel-history: %s (quorvel-history --help tells more)\n", why.c_str());
     return kExitUsage;
 }
 
@@ -130,6 +131,29 @@ std::string Minutes(double seconds) {
     return buf;
 }
 
+// Characters of a UTF-8 text (continuation bytes do not count).
+std::size_t Width(const std::string& s) {
+    std::size_t n = 0;
+    for (unsigned char c : s) n += (c & 0xC0) != 0x80;
+    return n;
+}
+
+// A port name in a column of `width` characters: a longer one keeps its end, where
+// "(COM<n>)" stands, behind an ellipsis.
+std::string PortCell(std::string port, std::size_t width) {
+    for (char& c : port)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+    std::size_t w = Width(port);
+    if (w > width) {
+        std::size_t start = port.size();
+        for (std::size_t keep = width - 1; keep > 0 && start > 0;)
+            if ((static_cast<unsigned char>(port[--start]) & 0xC0) != 0x80) --keep;
+        port = "\u2026" + port.substr(start);
+        w = width;
+    }
+    return port + std::string(width - w, ' ');
+}
+
 std::string Fixed(const std::optional<double>& v, const char* none) {
     if (!v) return none;
     char buf[32];
@@ -188,17 +212,23 @@ void PrintJobs(const std::vector<JobRecord>& jobs, bool csv, bool json) {
         }
         return;
     }
-    std::printf("%-19s  %4s  %-11s  %7s  %-20s  %s\n", "Ended", "Slot", "Result", "Time", "Port", "Step / error");
+    // As wide as the widest port shown, up to kPortMax characters.
+    constexpr std::size_t kPortMax = 30;
+    std::size_t portWidth = 4;
+    for (const JobRecord& j : jobs) portWidth = std::max(portWidth, std::min(Width(j.port), kPortMax));
+    std::printf("%-19s  %4s  %-11s  %7s  %s  %s\n", "Ended", "Slot", "Result", "Time",
+                PortCell("Port", portWidth).c_str(), "Step / error");
     for (const JobRecord& j : jobs) {
         std::string why = j.failedStep;
         if (!j.errorText.empty()) why += (why.empty() ? "" : ": ") + j.errorText;
         for (char& c : why)
             if (static_cast<unsigned char>(c) < 0x20) c = ' ';
-        std::string port = j.port;
-        for (char& c : port)
-            if (static_cast<unsigned char>(c) < 0x20) c = ' ';
-        std::printf("%-19s  %4d  %-11s  %7s  %-20s  %s\n", LocalText(j.end).c_str(), RowNumber(j.slot), JobResultText(j.result),
-                    Minutes(static_cast<double>(j.durationSeconds)).c_str(), port.c_str(), why.c_str());
+        char line[256];
+        std::snprintf(line, sizeof line, "%-19s  %4d  %-11s  %7s  ", LocalText(j.end).c_str(), RowNumber(j.slot),
+                      JobResultText(j.result), Minutes(static_cast<double>(j.durationSeconds)).c_str());
+        std::string text = line + PortCell(j.port, portWidth) + "  " + why;
+        text.erase(text.find_last_not_of(' ') + 1);
+        std::printf("%s\n", text.c_str());
     }
     std::printf("%zu job%s\n", jobs.size(), jobs.size() == 1 ? "" : "s");
 }
