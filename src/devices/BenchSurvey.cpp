@@ -37,6 +37,29 @@ bool ProcessRunning(const std::string& procRoot, const std::string& comm) {
     }
     return false;
 }
+// logind writes one file per seat with ACTIVE_UID= of the session in front of it.
+bool ActiveOnSeat(const std::string& runSystemd, uid_t uid) {
+    const std::string seats = runSystemd + "/seats";
+    for (const auto& seat : FilesIn(seats)) {
+        std::ifstream in(seats + "/" + seat);
+        for (std::string line; std::getline(in, line);)
+            if (line == "ACTIVE_UID=" + std::to_string(uid)) return true;
+    }
+    return false;
+}
+
+// Membership is not needed where the seat already opens the phones, or where every
+// phone's node is open to this user anyway.
+bool AccessWithoutGroup(const BenchFacts& f) {
+    if (f.activeOnSeat && f.ruleInstalled) return true;
+    bool anyNode = false;
+    for (const auto& p : f.phones) {
+        if (p.node.empty()) continue;
+        if (!p.accessible) return false;
+        anyNode = true;
+    }
+    return anyNode;
+}
 }  // namespace
 
 BenchFacts GatherSystemFacts(const platform::SysPaths& paths) {
@@ -59,6 +82,7 @@ BenchFacts GatherSystemFacts(const platform::SysPaths& paths) {
         f.groupExists = false;
         f.userInGroup = false;
     }
+    f.activeOnSeat = ActiveOnSeat(paths.runSystemd, ::getuid());
     return f;
 }
 
@@ -88,7 +112,7 @@ std::vector<Finding> CheckBench(const BenchFacts& f) {
     if (!f.groupExists)
         out.push_back({std::string("the operator group ") + kOperatorGroup + " does not exist",
                        std::string("sudo groupadd --system ") + kOperatorGroup});
-    else if (!f.userInGroup)
+    else if (!f.userInGroup && !AccessWithoutGroup(f))
         out.push_back({std::string("this user is not in the group ") + kOperatorGroup,
                        std::string("sudo usermod -aG ") + kOperatorGroup + " $USER, then log in again"});
     for (const auto& p : f.phones) {

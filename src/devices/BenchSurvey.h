@@ -39,6 +39,9 @@ struct BenchFacts {
     bool groupExists = true, userInGroup = true;
     std::vector<PhoneNode> phones;
     std::vector<std::pair<std::string, int>> controllers;  // controller, USB devices on it
+    // This user's session is the active one on a seat, so the rule's "uaccess" tag
+    // opens the phones to it without the group.
+    bool activeOnSeat = false;
 };
 
 struct Finding {

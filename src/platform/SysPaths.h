@@ -8,6 +8,7 @@ struct SysPaths {
     std::string sys = "/sys";
     std::string dev = "/dev";
     std::string runUdev = "/run/udev";
+    std::string runSystemd = "/run/systemd";  // logind's seats
     std::string proc = "/proc";
     std::string modules = "/lib/modules";  // holds one folder per kernel release
     std::string udevRules = "/usr/lib/udev/rules.d";

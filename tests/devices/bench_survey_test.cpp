@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "devices/BenchSurvey.h"
 #include "support/TempDir.h"
@@ -35,7 +36,8 @@ TEST(BenchSurveyTest, EachProblemIsOneFindingWithItsFix) {
          "the kernel has no option driver", "CONFIG_USB_SERIAL_OPTION"},
         {"group", [](BenchFacts& f) { f.groupExists = false; }, "the operator group quorvel does not exist",
          "groupadd"},
-        {"member", [](BenchFacts& f) { f.userInGroup = false; }, "this user is not in the group quorvel", "usermod"},
+        {"member", [](BenchFacts& f) { f.userInGroup = false, f.phones.clear(); }, "this user is not in the group quorvel",
+         "usermod"},
         {"access", [](BenchFacts& f) { f.phones[0].accessible = false; }, "no access to /dev/ttyACM0", "udev rule"},
         {"autosuspend", [](BenchFacts& f) { f.phones[0].autosuspend = true; },
          "autosuspend is on for the phone at 1-1.3", "/sys/bus/usb/devices/1-1.3/power/control"},
@@ -50,6 +52,43 @@ TEST(BenchSurveyTest, EachProblemIsOneFindingWithItsFix) {
         ASSERT_EQ(found.size(), 1u) << c.what;
         EXPECT_EQ(found[0].problem, c.problem);
         EXPECT_NE(found[0].fix.find(c.fix), std::string::npos) << found[0].fix;
+    }
+}
+
+// Outside the group, access may still come from the seat (the rule's uaccess tag) or
+// from the nodes' own modes; only a user with neither is told to join.
+TEST(BenchSurveyTest, GroupMembershipIsAskedForOnlyWhereNothingElseGivesAccess) {
+    const std::vector<PhoneNode> open{{"1-1.3", "/dev/ttyACM0", false, true, true}};
+    const std::vector<PhoneNode> closed{{"1-1.3", "/dev/ttyACM0", false, true, false}};
+    const struct {
+        const char* what;
+        bool seat, rule;
+        std::vector<PhoneNode> phones;
+        std::vector<std::string> problems;
+    } rows[] = {
+        {"at the seat, no phone yet", true, true, {}, {}},
+        {"at the seat, phone open", true, true, open, {}},
+        {"at the seat without the rule", true, false, {}, {"the station's udev rule is not installed",
+                                                           "this user is not in the group quorvel"}},
+        {"remote, phone open", false, true, open, {}},
+        {"remote, no phone", false, true, {}, {"this user is not in the group quorvel"}},
+        {"remote, phone closed", false, true, closed,
+         {"this user is not in the group quorvel", "no access to /dev/ttyACM0"}},
+    };
+    for (const auto& row : rows) {
+        BenchFacts f{false, row.rule, {}, {}, true, false, row.phones, {}};
+        f.activeOnSeat = row.seat;
+        std::vector<std::string> problems;
+        for (const auto& finding : CheckBench(f)) problems.push_back(finding.problem);
+        EXPECT_EQ(problems, row.problems) << row.what;
+    }
+    // The seat is read from logind's seat files.
+    test::TempDir run;
+    platform::SysPaths paths;
+    paths.runSystemd = run.Path();
+    for (const uid_t uid : {::getuid() + 1, ::getuid()}) {
+        run.Write("seats/seat0", "IS_SEAT0=1\nACTIVE=c2\nACTIVE_UID=" + std::to_string(uid) + "\n");
+        EXPECT_EQ(GatherSystemFacts(paths).activeOnSeat, uid == ::getuid());
     }
 }
 

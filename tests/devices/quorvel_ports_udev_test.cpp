@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <chrono>
 
 #include "UmockdevBench.h"
@@ -97,12 +98,17 @@ TEST_F(QuorvelPortsTest, MapAndUsage) {
          "{\"location\":\"pci-0000:00:14.0-usbv2-0:1\\\\PORT2\",\"ids\":\"0e8d:2000\",\"product\":\"MT65xx "
          "Preloader\",\"class\":\"02\",\"driver\":\"cdc_acm\",\"node\":\"/dev/ttyACM0\",\"com\":\"COM1\","
          "\"binding\":\"\"}]\n"},
-        {"--watch --check", 2, ""},
-        {"--bogus", 2, ""},
+        {"--watch --check", 2, "exclude each other"},
+        {"--bogus", 2, "unknown option --bogus"},
+        {station.Path() + "nowhere", 2, "is not a station folder"},
+        {"--help", 0, "Exit status"},
     };
     for (const auto& r : runs) {
         const auto got = test::RunCommand(tool + r.args);
         EXPECT_EQ(got.exitCode, r.exit) << r.args << "\n" << got.out;
+        if (r.exit == 2) {
+            EXPECT_EQ(std::count(got.out.begin(), got.out.end(), '\n'), 1) << got.out;
+        }
         if (r.args == station.Path())
             EXPECT_EQ(got.out, r.out);
         else

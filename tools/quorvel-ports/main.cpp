@@ -3,6 +3,8 @@
 // --watch follows plugging live, --check reports what stands between the station and
 // the phones, each with a one-line fix. Exit status: 0 fine, 1 findings, 2 usage.
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -24,7 +26,18 @@ const char* const kUsage =
     "  STATION_FOLDER/Config/CommonSetting.ini.\n"
     "  --watch  print changes as phones come and go (Ctrl-C ends)\n"
     "  --check  check the bench set-up; exit 1 when something needs fixing\n"
-    "  --json   machine-readable output\n";
+    "  --json   machine-readable output\n"
+    "  Exit status: 0 fine, 1 the check found something to fix, 2 usage.\n";
+
+int UsageError(const std::string& why) {
+    std::fprintf(stderr, "quorvel-ports: %s (quorvel-ports --help tells more)\n", why.c_str());
+    return 2;
+}
+
+bool IsDir(const std::string& path) {
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
 
 std::string Json(const std::string& s) {
     std::string out = "\"";
@@ -86,17 +99,18 @@ int main(int argc, char** argv) {
         } else if (a == "--help" || a == "-h") {
             std::fputs(kUsage, stdout);
             return 0;
-        } else if (!a.empty() && a[0] != '-' && folder.empty()) {
+        } else if (!a.empty() && a[0] == '-') {
+            return UsageError("unknown option " + a);
+        } else if (folder.empty()) {
             folder = a;
         } else {
-            std::fputs(kUsage, stderr);
-            return 2;
+            return UsageError("one station folder only");
         }
     }
-    if (watch && check) {
-        std::fputs(kUsage, stderr);
-        return 2;
-    }
+    if (watch && check) return UsageError("--watch and --check exclude each other");
+    // A mistyped folder would otherwise show every socket as unbound.
+    if (!folder.empty() && !IsDir(folder + "/Config"))
+        return UsageError(folder + " is not a station folder (no Config folder in it)");
     const platform::SysPaths paths;
     devices::UdevBackend backend(paths, {});
 
