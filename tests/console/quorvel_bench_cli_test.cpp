@@ -1,6 +1,7 @@
 // The bench tool, run as a program: its arguments and where its writes go.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 
@@ -17,19 +18,40 @@ std::string Tool() {
     return test::ToolPath("quorvel-bench");
 }
 
-TEST(QuorvelBenchTool, SpeedsThatAreNotAFiniteSensibleNumberAreRefused) {
+TEST(QuorvelBenchTool, CommandLineAndExitCodes) {
     TempDir dir;
     dir.Write("s.txt", "0 end\n");
+    const std::string args = dir.Path() + " " + dir.File("s.txt");
+    const struct {
+        std::string args;
+        int exitCode;
+        std::string shown;
+    } rows[] = {
+        {"--help", 0, "Config/TestResult.ini"},
+        {"", 2, "a station folder and a scenario are needed"},
+        {args + " --bogus", 2, "unknown option --bogus"},
+        {args + " " + args, 2, "one station folder and one scenario only"},
+        {args + " --speed", 2, "--speed wants"},
+        {dir.Path() + " " + dir.File("missing.txt"), 1, "cannot read"},
+    };
+    for (const auto& row : rows) {
+        const auto r = test::RunCommand(Tool() + " " + row.args);
+        EXPECT_EQ(r.exitCode, row.exitCode) << row.args << ": " << r.out;
+        EXPECT_NE(r.out.find(row.shown), std::string::npos) << row.args << ": " << r.out;
+        if (row.exitCode == 2) {
+            EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
+        }
+    }
     for (const char* speed : {"inf", "nan", "1e7", "0", "-3", "10x", ""}) {
-        const auto r =
-            test::RunCommand(Tool() + " " + dir.Path() + " " + dir.File("s.txt") + " --speed '" + speed + "'");
+        const auto r = test::RunCommand(Tool() + " " + args + " --speed '" + speed + "'");
         EXPECT_EQ(r.exitCode, 2) << speed << ": " << r.out;
         EXPECT_NE(r.out.find("--speed wants a number above 0 and at most 1000"), std::string::npos) << speed;
     }
 }
 
 // The station makes the package folder the current one: a relative station folder
-// must still receive the counters and bindings.
+// must still receive the counters and bindings. A run where no job ends is a failure,
+// and every run clears what killed writers left.
 TEST(QuorvelBenchTool, RelativeStationFolderKeepsItsWrites) {
     TempDir dir;
     dir.Write("station/fw/MT6765_Android_scatter.txt", "scatter\n");
@@ -37,6 +59,14 @@ TEST(QuorvelBenchTool, RelativeStationFolderKeepsItsWrites) {
               UnboundSettings("CheckSum=0\nFilePath=" + dir.File("station/fw/MT6765_Android_scatter.txt") +
                               "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=2\n",
                               platform::FirstAdapterMac()));  // the tool's stamp, so the package is kept
+    // Left by a writer killed before its rename (no process has that id).
+    dir.Write("station/Config/TestResult.ini.tmp4194304.1", "[total]\n");
+    dir.Write("idle.txt", "0 press\n1000 end\n");
+    const auto idle = test::RunCommand("cd " + dir.Path() + " && " + Tool() + " station idle.txt --speed 20");
+    EXPECT_EQ(idle.exitCode, 1) << idle.out;
+    EXPECT_NE(idle.out.find("no job gave a result"), std::string::npos) << idle.out;
+    EXPECT_FALSE(std::filesystem::exists(dir.File("station/Config/TestResult.ini.tmp4194304.1")));
+
     dir.Write("s.txt", "0 press\n200 plug 0 brom duration=500\n8000 end\n");
     const auto r = test::RunCommand("cd " + dir.Path() + " && " + Tool() + " station s.txt --speed 20");
     ASSERT_EQ(r.exitCode, 0) << r.out;

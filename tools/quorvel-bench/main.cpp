@@ -1,8 +1,7 @@
 // quorvel-bench: runs the whole station headless on a station folder against a
 // bench scenario and prints what happened: counters, per-slot results, the binding
-// table, the message boxes shown, and the timings.
-//
-//   quorvel-bench STATION_FOLDER SCENARIO [--speed N] [--json]
+// table, the message boxes shown, and the timings. The station writes into that
+// folder as it always does (counters, bindings, history).
 
 #include <chrono>
 #include <cmath>
@@ -14,10 +13,12 @@
 #include <sstream>
 #include <string>
 
+#include "app/AppStartup.h"
 #include "app/BindState.h"
 #include "app/Station.h"
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
+#include "platform/InstanceLock.h"
 #include "sim/Scenario.h"
 
 using namespace quorvel;
@@ -28,9 +29,36 @@ namespace {
 // and the scenario's timings mean nothing.
 constexpr double kMaxSpeed = 1000;
 
-int Usage() {
-    std::fprintf(stderr, "usage: quorvel-bench STATION_FOLDER SCENARIO [--speed N] [--json]\n"
-                         "  --speed N  simulated time runs N times faster than real time, 0 < N <= 1000 (default 10)\n");
+const char* const kHelp =
+    R"HELP(quorvel-bench - run the whole station headless on a simulated bench
+
+Usage:
+  quorvel-bench STATION_FOLDER SCENARIO [--speed N] [--json]
+
+Runs the station of STATION_FOLDER (its Config/CommonSetting.ini must select the
+simulated bench, [BENCH] Simulated=1) against the bench scenario SCENARIO and prints
+the counters, the slot rows, the bindings, the message boxes shown, the phones plugged,
+served and given a result, and the time taken.
+
+The station works in STATION_FOLDER as it always does: it adds the jobs to the pass
+and fail counters (Config/TestResult.ini) and the history (TestLog/), saves the
+bindings into Config/CommonSetting.ini and extracts PAC packages into ImageFiles/.
+Run it on a copy of a station folder whose counters and history matter. It refuses
+a folder in which a station is running.
+
+Options:
+  --speed N  simulated time runs N times faster than real time, 0 < N <= 1000 (default 10)
+  --json     the report as one JSON object
+  --help     this text
+
+Exit status:
+  0  the scenario ran and at least one job gave a result
+  1  the station did not start, the scenario could not be read, or no job gave a result
+  2  the command line was not understood
+)HELP";
+
+int Usage(const std::string& why) {
+    std::fprintf(stderr, "quorvel-bench: %s (quorvel-bench --help tells more)\n", why.c_str());
     return 2;
 }
 
@@ -69,22 +97,25 @@ int main(int argc, char** argv) {
     bool json = false;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
-        if (a == "--json") {
+        if (a == "--help" || a == "-h") {
+            std::fputs(kHelp, stdout);
+            return 0;
+        } else if (a == "--json") {
             json = true;
         } else if (a == "--speed") {
-            if (i + 1 >= argc || !ParseSpeed(argv[++i], speed)) {
-                std::fprintf(stderr, "quorvel-bench: --speed wants a number above 0 and at most %g\n", kMaxSpeed);
-                return Usage();
-            }
+            if (i + 1 >= argc || !ParseSpeed(argv[++i], speed))
+                return Usage("--speed wants a number above 0 and at most 1000");
+        } else if (a.size() > 1 && a[0] == '-') {
+            return Usage("unknown option " + a);
         } else if (folder.empty()) {
             folder = a;
         } else if (scenarioPath.empty()) {
             scenarioPath = a;
         } else {
-            return Usage();
+            return Usage("one station folder and one scenario only");
         }
     }
-    if (folder.empty() || scenarioPath.empty()) return Usage();
+    if (folder.empty() || scenarioPath.empty()) return Usage("a station folder and a scenario are needed");
     // The console makes the package's folder the current one: relative paths would
     // then point elsewhere.
     {
@@ -113,6 +144,14 @@ int main(int argc, char** argv) {
         return 1;
     }
 
+    // The station folder's own lock: a station running there would count these jobs
+    // twice over and the bench would write under its feet.
+    const platform::InstanceLock folderLock(folder + ".QuorvelTool.lock");
+    if (folderLock.Result() == platform::InstanceLock::Outcome::Held) {
+        std::fprintf(stderr, "quorvel-bench: a station is running on %s\n", folder.c_str());
+        return 1;
+    }
+
     platform::ScaledClock clock(speed);
     app::HeadlessConsoleUi ui;
     app::StationOptions options;
@@ -122,6 +161,8 @@ int main(int argc, char** argv) {
     console::ConsoleController controller(station, loop);
     loop.SetHandler(&controller);
     console::StationRig rig(station, loop, controller);
+    // As the window's start-up: the folders, and no temporary file left by a killed writer.
+    app::AppStartup::CreateFolders(station.ExeDir(), ui);
     loop.Start();
 
     const auto realStart = std::chrono::steady_clock::now();
@@ -216,5 +257,9 @@ int main(int argc, char** argv) {
     std::fputs(report.c_str(), stdout);
 
     rig.Close(loop, ready);
+    if (rc == 0 && tally.results == 0) {
+        std::fprintf(stderr, "quorvel-bench: no job gave a result\n");
+        rc = 1;
+    }
     return rc;
 }
