@@ -166,6 +166,7 @@ inline constexpr const char* kPacProductNameTooLong = "Bin packet's product name
 inline constexpr const char* kPacFileNameRefused =
     "Bin packet's file name [%s] of entry %d is refused: %s.\nOnly a bare file name can be extracted!";
 inline constexpr const char* kPacTextTooLong = "Bin packet's entry %d has a text longer than its field!";
+inline constexpr const char* kPacTextNotUtf16 = "Bin packet's entry %d has a text that is not UTF-16 (a lone surrogate)!";
 inline constexpr const char* kPacPathTooLong = "Extract path [%s] is too long!";
 inline constexpr const char* kPacTooManyFiles = "Bin packet lists %d files, more than the %d that can be handled!";
 // SPRD download configuration (English only).
@@ -187,6 +188,8 @@ inline constexpr const char* kPrepUnzipFailed = "Unzip Pac Files Failed";
 // MTK package preparation.
 inline constexpr const char* kMtkMoreThanOneEfuse = "Error: more than one efuse xml file exist!";
 inline constexpr const char* kMtkEfuseXmlUnreadable = "could not load the efuse xml file.";
+inline constexpr const char* kMtkEfuseXmlTooLarge =
+    "the efuse xml file [%s] has %llu bytes, more than the %u KiB an efuse xml may have: it is not loaded.";
 inline constexpr const char* kMtkNoChipName = "could not find key word chip-name.";
 inline constexpr LangText kMtkDaMissingStartup{"错误: DA文件未找到，请检查！", "Error: DA File Missing,please check it!!!"};
 inline constexpr const char* kMtkDaMissingSettings = "Error : DA File Missing,please check it!!!";

@@ -224,7 +224,7 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
     int unnamed = 0;
     for (std::size_t i = 0; i < table.size(); ++i) {
         PacFileEntry& entry = table[i];
-        if (entry.FileSize == 0xFFFFFFFFu || entry.FileSize >= header.PackageSize) {
+        if (PacEntrySizeImpossible(header, entry)) {
             Fail(texts::kPacReadFailed);
             return false;
         }

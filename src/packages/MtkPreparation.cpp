@@ -2,12 +2,16 @@
 
 #include <sys/stat.h>
 #include <tinyxml2.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 
 #include "app/Station.h"
 #include "app/Texts.h"
+#include "packages/BinPack.h"
+#include "packages/TextFormat.h"
+#include "platform/AtomicFile.h"
 
 namespace quorvel::packages {
 namespace fs = std::filesystem;
@@ -79,8 +83,27 @@ int MtkPreparation::FindEfuseXml() {
 }
 
 void MtkPreparation::LoadChipName(const std::string& xmlPath) {
+    // The parsed tree takes about fifteen times the file's size and the station thread
+    // waits for it: a file far beyond any efuse description is refused unread.
+    std::string text;
+    {
+        const int fd = OpenRegularFile(xmlPath);
+        struct stat st {};
+        if (fd >= 0 && ::fstat(fd, &st) == 0 && static_cast<std::uint64_t>(st.st_size) > kEfuseXmlMaxBytes) {
+            ::close(fd);
+            station_.ui.MessageBox(Format(texts::kMtkEfuseXmlTooLarge, xmlPath.c_str(),
+                                          static_cast<unsigned long long>(st.st_size), kEfuseXmlMaxBytes / 1024));
+            return;
+        }
+        if (fd >= 0) {
+            text.resize(static_cast<std::size_t>(st.st_size));
+            text.resize(platform::ReadFully(fd, text.data(), text.size()));
+            ::close(fd);
+        }
+        if (fd < 0 || text.size() != static_cast<std::size_t>(st.st_size)) text.clear();
+    }
     tinyxml2::XMLDocument doc;
-    if (doc.LoadFile(xmlPath.c_str()) != tinyxml2::XML_SUCCESS) {
+    if (text.empty() || doc.Parse(text.data(), text.size()) != tinyxml2::XML_SUCCESS) {
         station_.ui.MessageBox(texts::kMtkEfuseXmlUnreadable);
         return;
     }

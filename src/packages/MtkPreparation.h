@@ -37,6 +37,9 @@ public:
     virtual void Repaint() = 0;
 };
 
+// An efuse description is a few kilobytes; this leaves room for any real one.
+inline constexpr unsigned kEfuseXmlMaxBytes = 1024 * 1024;
+
 inline constexpr const char* kDaListedChips[] = {"MT6750", "MT6755", "MT6757", "MT6797", "MT6799"};
 
 // The DA variant of a chip name: +2 when it contains "_V1", +1 when it contains a

@@ -64,15 +64,29 @@ bool CheckPacHeader(PacHeader& header, std::size_t bytesRead, std::uint64_t file
     return true;
 }
 
+bool ReadEntryText(const char16_t* field, std::size_t units, int entry, std::string& out, std::string& message) {
+    std::size_t n = 0;
+    while (n < units && field[n] != 0) ++n;
+    if (n == units) {
+        message = Format(texts::kPacTextTooLong, entry);
+        return false;
+    }
+    if (!Utf16ToUtf8(field, n, out)) {
+        message = Format(texts::kPacTextNotUtf16, entry);
+        return false;
+    }
+    return true;
+}
+
+bool PacEntrySizeImpossible(const PacHeader& header, const PacFileEntry& entry) {
+    return entry.FileSize == 0xFFFFFFFFu || entry.FileSize >= header.PackageSize;
+}
+
 bool CheckPacFileNames(const PacHeader& header, const std::vector<PacFileEntry>& table, std::string& message) {
     for (std::size_t i = 0; i < table.size(); ++i) {
-        const std::uint32_t size = table[i].FileSize;
-        if (size == 0 || size == 0xFFFFFFFFu || size >= header.PackageSize) continue;  // refused in order later
+        if (table[i].FileSize == 0 || PacEntrySizeImpossible(header, table[i])) continue;  // refused in order later
         std::string name;
-        if (!ReadField(table[i].FileName, name)) {
-            message = Format(texts::kPacTextTooLong, static_cast<int>(i));
-            return false;
-        }
+        if (!ReadEntryText(table[i].FileName, static_cast<int>(i), name, message)) return false;
         const std::string reason = UnsafeFileNameReason(name);
         if (!reason.empty()) {
             message = Format(texts::kPacFileNameRefused, name.c_str(), static_cast<int>(i), reason.c_str());
@@ -137,9 +151,10 @@ bool ReadPacContents(const std::string& path, PacContents& out, std::string& mes
 }
 
 bool VerifyPac(const std::string& path, PacVerification& out, std::string& message,
-               const std::function<void(int)>& progress) {
+               const std::function<void(int)>& progress, PacContents* keep) {
     out = PacVerification{};
-    PacContents contents;
+    PacContents own;
+    PacContents& contents = keep ? *keep : own;
     File file(path);
     if (!ReadContents(file, path, contents, message)) return false;
     const PacHeader& h = contents.header;
@@ -149,7 +164,7 @@ bool VerifyPac(const std::string& path, PacVerification& out, std::string& messa
     std::uint64_t dataBytes = 0;
     bool complete = true;
     for (const auto& e : contents.table) {
-        if (e.FileSize == 0xFFFFFFFFu || e.FileSize >= h.PackageSize) complete = false;
+        if (PacEntrySizeImpossible(h, e)) complete = false;
         dataBytes += e.FileSize;
     }
     out.dataBytes = dataBytes;

@@ -18,6 +18,19 @@ namespace quorvel::packages {
 // the station's message.
 bool CheckPacHeader(PacHeader& header, std::size_t bytesRead, std::uint64_t fileSize, std::string& message);
 
+// Reads the text field of table entry `entry`. On failure `message` is the station's
+// message for the way it is broken: no terminator inside the field, or not UTF-16 (an
+// unpaired surrogate).
+bool ReadEntryText(const char16_t* field, std::size_t units, int entry, std::string& out, std::string& message);
+template <std::size_t N>
+bool ReadEntryText(const char16_t (&field)[N], int entry, std::string& out, std::string& message) {
+    return ReadEntryText(field, N, entry, out, message);
+}
+
+// An entry whose size no package can hold; extraction and verification refuse it with
+// the read-failed message when they reach it.
+bool PacEntrySizeImpossible(const PacHeader& header, const PacFileEntry& entry);
+
 // Every entry that will receive data has a readable, bare file name.
 bool CheckPacFileNames(const PacHeader& header, const std::vector<PacFileEntry>& table, std::string& message);
 
@@ -43,9 +56,12 @@ struct PacVerification {
 
 // Streams the whole package through one buffer and checks both CRCs. `progress`
 // (may be empty) gets the percent read before each chunk. False with the station's
-// message when the package cannot be read as far as its CRCs.
+// message when the package cannot be read as far as its CRCs. Refuses what extraction
+// refuses before its first write, so a package it passes fails extraction only for
+// want of disk space or a path too long for the extraction folder. `contents`, when
+// given, receives header and table.
 bool VerifyPac(const std::string& path, PacVerification& out, std::string& message,
-               const std::function<void(int)>& progress = {});
+               const std::function<void(int)>& progress = {}, PacContents* contents = nullptr);
 
 // The table the station hands on after extraction: as many entries dropped from the
 // end as there are unnamed entries (empty FileId) with data.

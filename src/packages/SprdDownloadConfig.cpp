@@ -10,6 +10,7 @@
 #include "app/Texts.h"
 #include "packages/TextFormat.h"
 #include "packages/PackageHousekeeping.h"
+#include "packages/PacInspect.h"
 #include "platform/ProfileIni.h"
 
 namespace quorvel::packages {
@@ -59,7 +60,10 @@ bool SelectSprdFiles(const PacHeader& header, const std::vector<PacFileEntry>& e
     for (std::size_t i = 0; i < count; ++i) {
         const PacFileEntry& e = entries[i];
         std::string id, path;
-        if (!ReadField(e.FileId, id) || !ReadField(e.FileName, path) || id.size() > 255 || path.size() > 255) {
+        if (!ReadEntryText(e.FileId, static_cast<int>(i), id, error) ||
+            !ReadEntryText(e.FileName, static_cast<int>(i), path, error))
+            return false;
+        if (id.size() > 255 || path.size() > 255) {
             error = Format(texts::kPacTextTooLong, static_cast<int>(i));
             return false;
         }
@@ -166,10 +170,10 @@ int CSprdDownloadConfig::BuildConfiguration(const char* packagePath) {
     }
     std::string productName;
     ReadField(header_.ProductName, productName);  // normalised and checked by Unpack
-    table.clear();
+    std::vector<PacFileEntry>().swap(table);  // 41 MiB at the most, before the copies below
     {
         app::SprdDownloadParams params = *station_.sprdParams.Get();
-        params.files = selection.files;
+        params.files = std::move(selection.files);
         params.SelectedFileCount = selection.selectedCount;
         station_.sprdParams.Set(std::move(params));
     }

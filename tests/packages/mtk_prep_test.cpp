@@ -90,8 +90,16 @@ TEST_F(MtkPrep, ChipNameRules) {
     EXPECT_EQ(prep.State().ChipName, "MT6750");  // kept
     fx.dir.Write("fw/broken.xml", "<efuse><common>");
     prep.LoadChipName(fx.dir.File("fw/broken.xml"));
+    // A well-formed file one byte over the bound is refused unread.
+    const std::string head = "<efuse><common><chip-name>MT6580</chip-name></common>";
+    fx.dir.Write("fw/huge.xml", head + std::string(kEfuseXmlMaxBytes + 1 - head.size() - 8, ' ') + "</efuse>");
+    prep.LoadChipName(fx.dir.File("fw/huge.xml"));
+    EXPECT_EQ(prep.State().ChipName, "MT6750");
     EXPECT_EQ(fx.ui.Messages(),
-              (std::vector<std::string>{app::texts::kMtkNoChipName, app::texts::kMtkEfuseXmlUnreadable}));
+              (std::vector<std::string>{app::texts::kMtkNoChipName, app::texts::kMtkEfuseXmlUnreadable,
+                                        "the efuse xml file [" + fx.dir.File("fw/huge.xml") +
+                                            "] has 1048577 bytes, more than the 1024 KiB an efuse xml may have: it "
+                                            "is not loaded."}));
 
     fx.dir.Write("fw/empty.xml", "<efuse><common><x-chip-name-y/></common></efuse>");
     prep.LoadChipName(fx.dir.File("fw/empty.xml"));
