@@ -2,6 +2,7 @@
 // and show which files the station would download.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -57,7 +58,12 @@ What you see:
            anything is written.
   plan     per file whether it is chosen (CheckFlag set and a file present) and whether it
            may be left out (OmitFlag 1), then the station's verdict: OK, a warning, or the
-           refusal with the station's own message.
+           refusal with the station's own message. The whole package is read and checked
+           as verify does, by the station's own rules; only what depends on the station's
+           disk (free space, the length of the extraction path) is left to Start.
+
+Names from the package are shown with control characters and invisible direction
+marks escaped (\x1B, \u202E), so a name cannot change what the terminal shows.
 
 Examples:
   quorvel-pac verify firmware.pac                 is the package intact?
@@ -141,9 +147,58 @@ std::string Field(const char16_t* f, std::size_t n) {
 }
 #define FIELD(x) Field(x, sizeof(x) / sizeof((x)[0]))
 
+// A text from the package as a terminal may show it: control characters (C0, DEL, C1)
+// and the invisible direction and format marks that reorder or hide what follows are
+// written as escapes, so a name cannot move the cursor, recolour the terminal or
+// disguise itself. Bytes that are not UTF-8 were replaced when the text was read.
+std::string Shown(const std::string& text) {
+    std::string out;
+    char buf[16];
+    for (std::size_t i = 0; i < text.size();) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const std::size_t len = c < 0x80 ? 1 : c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4;
+        std::uint32_t cp = len == 1 ? c : c & (0x7F >> len);
+        for (std::size_t k = 1; k < len && i + k < text.size(); ++k)
+            cp = (cp << 6) | (static_cast<unsigned char>(text[i + k]) & 0x3F);
+        const bool control = cp < 0x20 || (cp >= 0x7F && cp <= 0x9F);
+        const bool mark = cp == 0x061C || cp == 0x200B || cp == 0x200E || cp == 0x200F ||
+                          (cp >= 0x202A && cp <= 0x202E) || (cp >= 0x2066 && cp <= 0x2069) || cp == 0xFEFF;
+        if (control && cp < 0x100) {
+            std::snprintf(buf, sizeof buf, "\\x%02X", static_cast<unsigned>(cp));
+            out += buf;
+        } else if (mark) {
+            std::snprintf(buf, sizeof buf, "\\u%04X", static_cast<unsigned>(cp));
+            out += buf;
+        } else {
+            out.append(text, i, len);
+        }
+        i += len;
+    }
+    return out;
+}
+
+// A message of the station's, which may quote a name from the package: its own line
+// breaks stay.
+std::string ShownLines(const std::string& message) {
+    std::string shown;
+    for (std::size_t start = 0; start <= message.size();) {
+        const std::size_t nl = std::min(message.find('\n', start), message.size());
+        shown += (start ? "\n" : "") + Shown(message.substr(start, nl - start));
+        start = nl + 1;
+    }
+    return shown;
+}
+
+// printf's %-Ns pads by bytes; columns are counted in characters.
+std::string Column(const std::string& text, std::size_t width) {
+    std::size_t chars = 0;
+    for (unsigned char c : text) chars += (c & 0xC0) != 0x80;
+    return chars >= width ? text : text + std::string(width - chars, ' ');
+}
+
 int Fail(bool json, const std::string& command, const std::string& message) {
     if (json) std::printf("{\"command\":%s,\"ok\":false,\"message\":%s}\n", platform::JsonQuote(command).c_str(), platform::JsonQuote(message).c_str());
-    std::fprintf(stderr, "%s\n", message.c_str());
+    std::fprintf(stderr, "%s\n", ShownLines(message).c_str());
     return kExitPackage;
 }
 
@@ -171,10 +226,10 @@ int List(const std::string& path, bool json) {
         return kExitOk;
     }
     std::printf("Package          %s\n", path.c_str());
-    std::printf("Version          %s\n", FIELD(h.Version).c_str());
-    std::printf("Product          %s (as the station names it)\n", FIELD(h.ProductName).c_str());
-    std::printf("Product version  %s\n", FIELD(h.ProductVersion).c_str());
-    std::printf("Product alias    %s\n", FIELD(h.ProductAlias).c_str());
+    std::printf("Version          %s\n", Shown(FIELD(h.Version)).c_str());
+    std::printf("Product          %s (as the station names it)\n", Shown(FIELD(h.ProductName)).c_str());
+    std::printf("Product version  %s\n", Shown(FIELD(h.ProductVersion)).c_str());
+    std::printf("Product alias    %s\n", Shown(FIELD(h.ProductAlias)).c_str());
     std::printf("Package size     %u bytes\n", h.PackageSize);
     std::printf("Repartition      flag %u, mode %u\n", h.RepartitionFlag, h.RepartitionMode);
     std::printf("NV backup        %u\n", h.NvBackupFlag);
@@ -186,8 +241,8 @@ int List(const std::string& path, bool json) {
     std::printf("%4s  %-20s %-32s %12s %5s %5s %5s\n", "#", "FileId", "FileName", "Size", "Flags", "Check", "Omit");
     for (std::size_t i = 0; i < c.table.size(); ++i) {
         const PacFileEntry& e = c.table[i];
-        std::printf("%4zu  %-20s %-32s %12u %5u %5u %5u\n", i, FIELD(e.FileId).c_str(), FIELD(e.FileName).c_str(),
-                    e.FileSize, e.FileFlags, e.CheckFlag, e.OmitFlag);
+        std::printf("%4zu  %s %s %12u %5u %5u %5u\n", i, Column(Shown(FIELD(e.FileId)), 20).c_str(),
+                    Column(Shown(FIELD(e.FileName)), 32).c_str(), e.FileSize, e.FileFlags, e.CheckFlag, e.OmitFlag);
     }
     return kExitOk;
 }
@@ -246,9 +301,10 @@ int Extract(const std::string& path, const std::string& folder, bool json, bool 
         std::printf("]}\n");
         return kExitOk;
     }
-    std::printf("Extracted into %s\n", pack.GetOutputFolder().c_str());
-    for (const auto& f : files) std::printf("  %s\n", f.c_str());
-    if (!pack.GetLastFilePath().empty()) std::printf("Configuration file: %s\n", pack.GetLastFilePath().c_str());
+    std::printf("Extracted into %s\n", Shown(pack.GetOutputFolder()).c_str());
+    for (const auto& f : files) std::printf("  %s\n", Shown(f).c_str());
+    if (!pack.GetLastFilePath().empty())
+        std::printf("Configuration file: %s\n", Shown(pack.GetLastFilePath()).c_str());
     return kExitOk;
 }
 
@@ -264,14 +320,29 @@ const char* VerdictName(SprdSelection::Verdict v) {
     return "";
 }
 
-int Plan(const std::string& path, bool json) {
+int Plan(const std::string& path, bool json, bool progress) {
+    // The whole package is read and checked as the station's extraction checks it, so
+    // the verdict is the station's: a package it refuses is never "ok" here.
     PacContents c;
     std::string message;
-    if (!ReadPacContents(path, c, message)) return Fail(json, "plan", message);
+    {
+        ProgressBar bar(progress);
+        PacVerification v;
+        const bool ok = VerifyPac(path, v, message, [&bar](int p) { bar.Show(p); }, &c);
+        bar.Finish();
+        if (!ok) {
+            if (!json) std::printf("Verdict: refused-package\n");
+            return Fail(json, "plan", message);
+        }
+    }
     // As after extraction: the unnamed entries with data are dropped from the end.
     c.header.FileCount = static_cast<std::int32_t>(HandedOnCount(c.table));
     SprdSelection s;
-    if (!SelectSprdFiles(c.header, c.table, s, message)) return Fail(json, "plan", message);
+    if (!SelectSprdFiles(c.header, c.table, s, message)) {
+        if (!json) std::printf("Verdict: refused-package\n");
+        return Fail(json, "plan", message);
+    }
+    std::vector<PacFileEntry>().swap(c.table);  // the selection holds what is shown
     std::string product;
     ReadField(c.header.ProductName, product);
     const std::string explanation =
@@ -291,22 +362,23 @@ int Plan(const std::string& path, bool json) {
                     platform::JsonQuote(s.missingFileList).c_str(), s.repartitions ? "true" : "false", platform::JsonQuote(VerdictName(s.verdict)).c_str(),
                     platform::JsonQuote(explanation).c_str());
     } else {
-        std::printf("Product %s: %d of %zu files chosen for download\n\n", product.c_str(), s.selectedCount,
+        std::printf("Product %s: %d of %zu files chosen for download\n\n", Shown(product).c_str(), s.selectedCount,
                     s.files.size());
         std::printf("%4s  %-20s %-32s %12s  %s\n", "#", "FileId", "FileName", "Size", "Download");
         for (std::size_t i = 0; i < s.files.size(); ++i)
-            std::printf("%4zu  %-20s %-32s %12u  %s\n", i, s.files[i].FileId, s.files[i].FilePath, s.files[i].FileSize,
+            std::printf("%4zu  %s %s %12u  %s\n", i, Column(Shown(s.files[i].FileId), 20).c_str(),
+                        Column(Shown(s.files[i].FilePath), 32).c_str(), s.files[i].FileSize,
                         s.chosen[i] ? "yes" : (s.omittable[i] ? "no (may be left out)" : "NO (required)"));
         std::printf("\nRepartitions: %s\n", s.repartitions ? "yes" : "no");
-        if (!s.missingFileList.empty()) std::printf("Missing: %s\n", s.missingFileList.c_str());
+        if (!s.missingFileList.empty()) std::printf("Missing: %s\n", Shown(s.missingFileList).c_str());
         std::printf("Verdict: %s\n", VerdictName(s.verdict));
     }
-    if (!explanation.empty()) std::fprintf(stderr, "%s\n", explanation.c_str());
+    if (!explanation.empty()) std::fprintf(stderr, "%s\n", ShownLines(explanation).c_str());
     return s.Passed() ? kExitOk : kExitPackage;
 }
 
 int Usage(const char* problem) {
-    std::fprintf(stderr, "quorvel-pac: %s\nTry 'quorvel-pac --help'.\n", problem);
+    std::fprintf(stderr, "quorvel-pac: %s (quorvel-pac --help tells more)\n", problem);
     return kExitUsage;
 }
 
@@ -333,7 +405,7 @@ int main(int argc, char** argv) {
         if (operands != 1) return Usage((command + " takes one PACKAGE").c_str());
         if (command == "list") return List(args[1], json);
         if (command == "verify") return Verify(args[1], json, progress);
-        return Plan(args[1], json);
+        return Plan(args[1], json, progress);
     }
     if (command == "extract") {
         if (operands != 2) return Usage("extract takes PACKAGE and FOLDER");
