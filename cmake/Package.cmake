@@ -6,7 +6,8 @@ set(QUORVEL_APP_ID io.quorvel.Station)
 
 # Everything installed is built by one target, so that cpack can run without "all".
 add_custom_target(quorvel_installables)
-foreach(tool quorvel-pac quorvel-bench quorvel-ports quorvel-history quorvel-sim-engine quorvel-engine-check quorvel-sprd-flash)
+foreach(tool quorvel-pac quorvel-bench quorvel-ports quorvel-history quorvel-sim-engine quorvel-engine-check
+             quorvel-sprd-flash quorvel-sprd-phone)
   if(TARGET ${tool})
     install(TARGETS ${tool} RUNTIME DESTINATION bin)
     add_dependencies(quorvel_installables ${tool})

@@ -40,6 +40,8 @@ sort >"$work/expected" <<'EOF'
 /usr/bin/quorvel-pac
 /usr/bin/quorvel-ports
 /usr/bin/quorvel-sim-engine
+/usr/bin/quorvel-sprd-flash
+/usr/bin/quorvel-sprd-phone
 /usr/bin/quorvel-station
 /usr/bin/quorvel-station-setup
 /usr/lib/modules-load.d/quorvel-station.conf
@@ -52,6 +54,7 @@ sort >"$work/expected" <<'EOF'
 /usr/share/icons/hicolor/scalable/apps/io.quorvel.Station.svg
 /usr/share/metainfo/io.quorvel.Station.metainfo.xml
 /usr/share/quorvel/scenarios/mtk_batch.txt
+/usr/share/quorvel/scenarios/sprd_native16.txt
 /usr/share/quorvel/scenarios/sprd_pair.txt
 /usr/share/quorvel/station-template/Config/CommonSetting.ini
 /usr/share/quorvel/station-template/demo/MT6580_Android_scatter.txt
@@ -104,6 +107,7 @@ station="$work/station"
 quorvel-station-setup "$station"
 [ -f "$station/quorvel" ] && [ ! -L "$station/quorvel" ] || fail "no station program in $station"
 [ -f "$station/Config/CommonSetting.ini" ] || fail "no configuration in $station"
+[ -f "$station/demo/sprd_demo.pac" ] || fail "no SPRD demo package in $station"
 echo "; operator's own" >>"$station/Config/CommonSetting.ini"
 quorvel-station-setup "$station" >/dev/null
 grep -q "operator's own" "$station/Config/CommonSetting.ini" || fail "setup overwrote the configuration"

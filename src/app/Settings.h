@@ -39,6 +39,7 @@ struct Settings {
     std::uint32_t benchHubs = 2, benchSocketsPerHub = 8;  // the simulated bench's sockets
     bool benchAuto = false;        // phones arrive by themselves
     std::string benchScenario;     // a scenario file played from the start, if given
+    bool benchNativeSprd = false;  // NativeSprd=1: SPRD phones on quorvel-sprd-phone, flashed by quorvel-sprd-flash
     // Driver service name -> kernel driver ("ServiceDrivers=usbser:cdc_acm,...").
     std::map<std::string, std::string> serviceDrivers{
         {"usbser", "cdc_acm"}, {"wdm_usb", "cdc_acm"}, {"sprdvcom", "option"}};

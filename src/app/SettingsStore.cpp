@@ -116,6 +116,9 @@ int SettingsStore::SettingsLoad() {
     r.Number("BENCH", "Auto", autoPhones);
     s.benchAuto = autoPhones != 0;
     s.benchScenario = r.Text("BENCH", "Scenario", kPathBuffer);
+    std::uint32_t nativeSprd = 0;
+    r.Number("BENCH", "NativeSprd", nativeSprd);
+    s.benchNativeSprd = nativeSprd != 0;
     std::uint32_t sound = 0;
     r.Number("UI", "Sound", sound);
     s.soundCue = sound != 0;

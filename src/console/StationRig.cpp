@@ -4,6 +4,7 @@
 
 #include "devices/BenchSurvey.h"
 #include "devices/UdevBackend.h"
+#include "engine/SimEngineProgram.h"
 
 namespace quorvel::console {
 
@@ -23,6 +24,10 @@ public:
                 const int hubs = std::max(1, static_cast<int>(s.benchHubs));
                 const int sockets = std::max(1, static_cast<int>(s.benchSocketsPerHub));
                 auto bench = std::make_unique<sim::SimBench>(hubs, sockets, registry_, station_.clock);
+                if (s.benchNativeSprd)
+                    bench->UseSprdPhonePrograms(std::make_unique<sim::SprdPhonePrograms>(
+                        engine::FindBenchProgram(station_.ExeDir(), engine::kSprdPhoneProgram),
+                        engine::NativeSprdRunDir(), station_.ExeDir() + "TestLog/sprd-phones"));
                 bench_ = bench.get();
                 chosen_ = std::move(bench);
             } else {
@@ -50,6 +55,7 @@ public:
     devices::PortTable BuildPortTable(const std::string& s) override { return Get().BuildPortTable(s); }
     std::optional<std::string> FriendlyNameOf(const std::string& id) override { return Get().FriendlyNameOf(id); }
     std::string SerialNodeOf(int n) override { return Get().SerialNodeOf(n); }
+    std::optional<devices::PortDevice> DeviceOfPort(int n) override { return Get().DeviceOfPort(n); }
     devices::ChangeSignal& Changes() override { return Get().Changes(); }
 
 private:
@@ -76,19 +82,44 @@ StationRig::StationRig(app::Station& station, platform::StationLoop& loop, Conso
     : station_(station),
       engines_(station, registry_),
       programs_(
-          station, engines_, [this](const engine::SwitchEvent& e) { registry_.NotifySwitch(e); }, &registry_),
+          station, engines_, [this](const engine::SwitchEvent& e) { OnProgramSwitch(e); }, &registry_,
+          [this](unsigned long port) { return DeviceOfPort(port); }),
       backend_(std::make_unique<ChosenBackend>(station, registry_, std::move(paths))),
-      run_(std::make_unique<StationRun>(station, loop, console, *backend_, programs_)) {}
+      run_(std::make_unique<StationRun>(station, loop, console, *backend_, programs_)) {
+    std::lock_guard g(switchMutex_);
+    monitor_ = &run_->Monitor();
+}
 
 // The run (its monitor and workers) goes before the backend it watches.
 StationRig::~StationRig() {
+    EndRun();
+}
+
+void StationRig::EndRun() {
+    {
+        std::lock_guard g(switchMutex_);
+        monitor_ = nullptr;
+    }
     run_.reset();
+}
+
+void StationRig::OnProgramSwitch(const engine::SwitchEvent& e) {
+    registry_.NotifySwitch(e);
+    // A phone that stays connected after its first phase is announced again by the watch.
+    std::lock_guard g(switchMutex_);
+    if (e.kind == engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT && monitor_) monitor_->PhaseOneSwitched(e.comPort);
+}
+
+std::pair<std::string, std::string> StationRig::DeviceOfPort(unsigned long port) {
+    const auto d = backend_ ? backend_->DeviceOfPort(static_cast<int>(port)) : std::nullopt;
+    if (!d) return {};
+    return {d->instanceId, d->location};
 }
 
 void StationRig::Close(platform::StationLoop& loop, bool consoleReady) {
     if (consoleReady && loop.Running()) loop.Call([this] { station_.settingsStore.SaveBindings(); });
     loop.Stop();
-    run_.reset();
+    EndRun();
 }
 
 sim::SimBench* StationRig::Bench() {

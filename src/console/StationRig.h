@@ -40,12 +40,18 @@ public:
 
 private:
     class ChosenBackend;
+    void OnProgramSwitch(const engine::SwitchEvent& e);
+    std::pair<std::string, std::string> DeviceOfPort(unsigned long port);
+    // No switch reaches the monitor once the run is going.
+    void EndRun();
     app::Station& station_;
     engine::SimPhoneRegistry registry_;
     engine::SimEngineFactory engines_;
     engine::ProgramEngineFactory programs_;  // engines_ where no program is configured
     std::unique_ptr<ChosenBackend> backend_;
     std::unique_ptr<StationRun> run_;
+    std::mutex switchMutex_;
+    devices::DeviceMonitor* monitor_ = nullptr;  // run_'s, while it lives
 };
 
 }  // namespace quorvel::console

@@ -123,6 +123,8 @@ bool ComProbe::Probe(const std::string& friendlyName) {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         // Asked anew each time: the node may appear only while we wait.
         const std::string node = nodeOf_(number);
+        // A phone served through its USB node has no port to settle.
+        if (IsUsbNode(node)) return true;
         if (port.Open(node, 115200)) {
             clock_.Sleep(50);
             if (!port.Close()) return false;

@@ -54,6 +54,11 @@ private:
     std::uint64_t generation_ = 0;
 };
 
+// Where the phone of a COM port sits.
+struct PortDevice {
+    std::string instanceId, location;
+};
+
 class DeviceBackend {
 public:
     virtual ~DeviceBackend() = default;
@@ -73,6 +78,8 @@ public:
     virtual std::optional<std::string> FriendlyNameOf(const std::string& instanceId) = 0;
     // The serial device node of COM<n>; empty when there is none.
     virtual std::string SerialNodeOf(int comNumber) = 0;
+    // The present device that COM<n> belongs to; nothing when none is known.
+    virtual std::optional<PortDevice> DeviceOfPort(int) { return std::nullopt; }
     // Bumped on every change of the device lists.
     virtual ChangeSignal& Changes() = 0;
 };

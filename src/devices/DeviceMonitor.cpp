@@ -134,15 +134,18 @@ int DeviceMonitor::LiveWatches() const {
 void DeviceMonitor::Run(Watch& w, MonitorChoice choice) {
     std::vector<std::string> previous;                // what has been reported as present
     std::map<std::string, platform::Millis> waiting;  // arrived, serial port not yet there: until when
+    platform::Millis again = platform::kForever;      // a switched phone to look at then
     ChangeSignal& changes = backend_.Changes();
     platform::Clock& clock = station_.clock;
     for (;;) {
         if (!station_.stationRunning || w.retired) return;
         platform::Millis until = platform::kForever;
         for (const auto& [id, due] : waiting) until = until == platform::kForever ? due : std::min(until, due);
+        if (again != platform::kForever) until = until == platform::kForever ? again : std::min(until, again);
         const std::uint64_t seen = changes.Wait(
-            clock, consumed_.load(), [&] { return w.retired.load(); }, until);
+            clock, consumed_.load(), [&] { return w.retired.load() || switchedNew_.load(); }, until);
         if (w.retired) return;
+        switchedNew_ = false;
         consumed_ = seen;
         auto current = backend_.ServiceDevices(choice.service);
         if (!current) {  // no device list (yet): wait for the service to get one
@@ -168,10 +171,68 @@ void DeviceMonitor::Run(Watch& w, MonitorChoice choice) {
             waiting.erase(id);
             SendEvent(id, true, choice);
         }
+        again = Reannounce(w, *current, choice);
+        if (w.retired) return;
         previous.clear();
         for (auto& id : *current)
             if (!waiting.count(id)) previous.push_back(std::move(id));
     }
+}
+
+void DeviceMonitor::PhaseOneSwitched(unsigned long port) {
+    if (port == 0 || port > 256) return;
+    const platform::Millis now = station_.clock.Now();
+    {
+        std::lock_guard g(switchedMutex_);
+        switched_.push_back({static_cast<int>(port), now + kReannounceMs, now + kReannounceGiveUpMs});
+    }
+    switchedNew_ = true;
+    backend_.Changes().Interrupt();
+}
+
+platform::Millis DeviceMonitor::Reannounce(Watch& w, const std::vector<std::string>& present,
+                                           const MonitorChoice& choice) {
+    const platform::Millis now = station_.clock.Now();
+    std::vector<std::string> announce;
+    platform::Millis next = platform::kForever;
+    {
+        std::lock_guard g(switchedMutex_);
+        for (auto it = switched_.begin(); it != switched_.end();) {
+            if (now >= it->giveUp) {
+                it = switched_.erase(it);
+                continue;
+            }
+            platform::Millis at = it->due;
+            if (now >= it->due) {
+                std::string id;
+                for (const auto& p : present)
+                    if (ComNumberOfName(backend_.FriendlyNameOf(p).value_or("")) == it->port) id = p;
+                // Away (re-enumerating): its return is an arrival of its own.
+                at = it->giveUp;
+                if (!id.empty()) {
+                    const std::string location = LocationIn(backend_.BuildPortTable(choice.service), id);
+                    bool busy = false;
+                    for (int i = 0; i < app::kSlotCount; ++i)
+                        busy = busy || (!location.empty() && station_.bindings.HsLocation(i) == location &&
+                                        station_.bindings.State(i) == app::BIND_BUSY);
+                    if (!busy) {
+                        announce.push_back(id);
+                        it = switched_.erase(it);
+                        continue;
+                    }
+                    // Its worker still polls the first phase, which would drop the arrival.
+                    at = now + kReannounceMs / 4;
+                }
+            }
+            next = next == platform::kForever ? at : std::min(next, at);
+            ++it;
+        }
+    }
+    for (const auto& id : announce) {
+        if (w.retired) break;
+        SendEvent(id, true, choice);
+    }
+    return next;
 }
 
 void DeviceMonitor::SendEvent(const std::string& instanceId, bool arrived, const MonitorChoice& choice) {
@@ -183,6 +244,12 @@ void DeviceMonitor::SendEvent(const std::string& instanceId, bool arrived, const
     app::CopyField(record.friendlyName, name ? *name : instanceId);
     if (!location.empty()) app::CopyField(record.location, location);
     record.kind = EventKindOf(choice.contextKind);
+    if (arrived) {
+        // The phone is announced: a switch of its port awaits nothing more.
+        const int port = ComNumberOfName(app::FieldText(record.friendlyName));
+        std::lock_guard g(switchedMutex_);
+        std::erase_if(switched_, [port](const Switched& s) { return s.port == port; });
+    }
     console_.Send(app::MSG_DEVICE_EVENT, reinterpret_cast<platform::WParam>(&record), 0);
 }
 

@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -79,6 +80,17 @@ public:
     // Number of watch threads that have not ended yet (tests).
     int LiveWatches() const;
 
+    // A SPRD first phase on COM<port> ended with the phone switching to its download
+    // port (any thread, once the phase's program has ended). A phone that re-enumerates
+    // arrives anew by itself; one that stays connected from boot ROM to reset gives no
+    // arrival, so the watch announces it again on its socket: once it is still (or again)
+    // present, at least kReannounceMs later and once its slot has left the first phase
+    // (is no longer BUSY), unless an arrival of that port was reported in between.
+    void PhaseOneSwitched(unsigned long port);
+    static constexpr platform::Millis kReannounceMs = 1000;
+    // A phone that has not come back by then is not awaited any longer.
+    static constexpr platform::Millis kReannounceGiveUpMs = 60000;
+
 private:
     struct Watch {
         std::atomic<bool> retired{false};
@@ -87,6 +99,12 @@ private:
     };
     void Run(Watch& watch, MonitorChoice choice);
     void SendEvent(const std::string& instanceId, bool arrived, const MonitorChoice& choice);
+    // Announces the switched phones that are due; the next time to look again, or kForever.
+    platform::Millis Reannounce(Watch& w, const std::vector<std::string>& present, const MonitorChoice& choice);
+    struct Switched {
+        int port;
+        platform::Millis due, giveUp;
+    };
     void JoinEnded();
 
     app::Station& station_;
@@ -96,6 +114,9 @@ private:
     std::string configuredService_;
     // The change "event": signalled until a pass consumes the generation it saw.
     std::atomic<std::uint64_t> consumed_{~std::uint64_t{0}};
+    std::mutex switchedMutex_;
+    std::vector<Switched> switched_;
+    std::atomic<bool> switchedNew_{false};  // wakes the watch
     std::unique_ptr<Watch> current_;
     std::vector<std::unique_ptr<Watch>> retired_;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstdlib>
 
 namespace quorvel::devices {
@@ -50,6 +51,12 @@ bool NamesSerialPort(const std::string& name) {
     return Digits(name.substr(open + 4, name.size() - open - 5)) > 0;
 }
 
+int ComNumberOfName(const std::string& name) {
+    if (!NamesSerialPort(name)) return 0;
+    const auto open = name.rfind("(COM");
+    return static_cast<int>(Digits(name.substr(open + 4, name.size() - open - 5)));
+}
+
 int ComNumberOfNode(const std::string& node) {
     auto after = [&](const char* prefix) -> long {
         const std::string p = prefix;
@@ -64,6 +71,22 @@ std::string NodeOfComNumber(int n) {
     if (n >= 1 && n <= 100) return "ttyACM" + std::to_string(n - 1);
     if (n >= 101) return "ttyUSB" + std::to_string(n - 101);
     return "";
+}
+
+int UsbComNumber(const std::string& location, const std::function<bool(int)>& taken) {
+    std::uint32_t hash = 2166136261u;  // FNV-1a: the same on every machine and run
+    for (unsigned char c : location) hash = (hash ^ c) * 16777619u;
+    constexpr int range = kUsbComLast - kUsbComFirst + 1;
+    const int first = static_cast<int>(hash % range);
+    for (int i = 0; i < range; ++i) {
+        const int n = kUsbComFirst + (first - i + range) % range;
+        if (!taken || !taken(n)) return n;
+    }
+    return 0;
+}
+
+bool IsUsbNode(const std::string& node) {
+    return node.find("/bus/usb/") != std::string::npos;
 }
 
 std::string LookupKey(const std::string& instanceId) {

@@ -130,10 +130,40 @@ int ComOf(struct udev* u, udev_device* d) {
     return 0;
 }
 
-// "<product> (COM<n>)" when a serial node hangs below the device.
-std::optional<std::string> FriendlyNameOfDevice(struct udev* u, udev_device* d) {
+// A phone's vendor interface that its engine opens through the USB node.
+bool IsUsbDownload(udev_device* iface) {
+    if (Text(udev_device_get_devtype(iface)) != "usb_interface") return false;
+    udev_device* usb = UsbDeviceOf(iface);
+    return IsUsbDownloadInterface(Attr(usb, "idVendor"), Attr(usb, "idProduct"), Attr(iface, "bInterfaceClass"),
+                                  Text(udev_device_get_driver(iface)));
+}
+
+// Whether any interface of the USB device is one.
+bool HasUsbDownload(struct udev* u, udev_device* usb) {
+    bool found = false;
+    const std::string devPath = Text(udev_device_get_syspath(usb));
+    ForEach(u, "usb", "usb_interface", [&](udev_device* i) {
+        udev_device* parent = udev_device_get_parent(i);
+        if (parent && Text(udev_device_get_syspath(parent)) == devPath && IsUsbDownload(i)) found = true;
+    });
+    return found;
+}
+
+// "/dev/bus/usb/BBB/DDD", the node libusb opens.
+std::string UsbNodeOf(udev_device* usb, const std::string& dev) {
+    const int bus = std::atoi(Attr(usb, "busnum").c_str()), num = std::atoi(Attr(usb, "devnum").c_str());
+    if (bus <= 0 || num <= 0) return "";
+    char node[64];
+    std::snprintf(node, sizeof node, "/bus/usb/%03d/%03d", bus, num);
+    return dev + node;
+}
+
+// "<product> (COM<n>)" when a serial node hangs below the device; `usbCom` is the
+// socket's number for a phone without one.
+std::optional<std::string> FriendlyNameOfDevice(struct udev* u, udev_device* d, int usbCom = 0) {
     std::string product = Attr(UsbDeviceOf(d), "product");
-    const int com = ComOf(u, d);
+    int com = ComOf(u, d);
+    if (com == 0) com = usbCom;
     if (product.empty() && com == 0) return std::nullopt;
     if (com == 0) return product;
     return (product.empty() ? std::string("USB Serial Port") : product) + " (COM" + std::to_string(com) + ")";
@@ -227,7 +257,22 @@ std::vector<app::DeviceInfo> UdevBackend::EnumeratePreloaderDevices() {
 }
 
 bool UdevBackend::ServiceExists(const std::string& service) {
-    return DriverAvailable(paths_, release_, DriverOf(service));
+    // The USB device file system is always there for the phones it serves.
+    return service == kUsbPhoneService || DriverAvailable(paths_, release_, DriverOf(service));
+}
+
+int UdevBackend::UsbComAt(const std::string& location) {
+    if (location.empty()) return 0;
+    std::lock_guard g(comsMutex_);
+    if (auto it = usbComs_.find(location); it != usbComs_.end()) return it->second;
+    const int n = UsbComNumber(location, [&](int com) {
+        for (const auto& [other, held] : usbComs_)
+            if (held == com) return true;
+        struct stat st {};
+        return ::stat((paths_.sys + "/class/tty/" + NodeOfComNumber(com)).c_str(), &st) == 0;
+    });
+    if (n > 0) usbComs_.emplace(location, n);
+    return n;
 }
 
 bool UdevBackend::DriverLoaded(const std::string& driver) const {
@@ -235,14 +280,16 @@ bool UdevBackend::DriverLoaded(const std::string& driver) const {
     return !driver.empty() && ::stat((paths_.sys + "/bus/usb/drivers/" + driver).c_str(), &st) == 0;
 }
 
-std::vector<UdevBackend::Interface> UdevBackend::InterfacesOf(const std::string& driver) {
+std::vector<UdevBackend::Interface> UdevBackend::InterfacesOf(const std::string& service) {
     std::vector<Interface> list;
     Udev u(udev_new());
     if (!u) return list;
+    const std::string driver = DriverOf(service);
+    const bool usbPhones = service == kUsbPhoneService;
     std::vector<Interface> all;
     std::vector<InterfaceFacts> facts;
     ForEach(u.get(), "usb", "usb_interface", [&](udev_device* d) {
-        if (Text(udev_device_get_driver(d)) != driver) return;
+        if (Text(udev_device_get_driver(d)) != driver && !(usbPhones && IsUsbDownload(d))) return;
         udev_device* usb = UsbDeviceOf(d);
         InterfaceFacts f;
         f.sysname = Text(udev_device_get_sysname(d));
@@ -259,17 +306,57 @@ std::vector<UdevBackend::Interface> UdevBackend::InterfacesOf(const std::string&
 }
 
 std::optional<std::vector<std::string>> UdevBackend::ServiceDevices(const std::string& service) {
-    // A driver that is not loaded has never had a device: no list yet.
-    if (!DriverLoaded(DriverOf(service))) return std::nullopt;
+    // A driver that is not loaded has never had a device: no list yet. Phones served
+    // through their USB node need no driver.
+    if (service != kUsbPhoneService && !DriverLoaded(DriverOf(service))) return std::nullopt;
     std::vector<std::string> ids;
-    for (const auto& i : InterfacesOf(DriverOf(service))) ids.push_back(i.instanceId);
+    for (const auto& i : InterfacesOf(service)) ids.push_back(i.instanceId);
     return ids;
 }
 
 PortTable UdevBackend::BuildPortTable(const std::string& service) {
     PortTable table;
-    for (const auto& i : InterfacesOf(DriverOf(service))) table.Add(i.location, i.instanceId);
+    for (const auto& i : InterfacesOf(service)) table.Add(i.location, i.instanceId);
     return table;
+}
+
+std::string UdevBackend::LocationOfUsbCom(int comNumber) {
+    if (!IsUsbComNumber(comNumber)) return "";
+    std::lock_guard g(comsMutex_);
+    for (const auto& [where, n] : usbComs_)
+        if (n == comNumber) return where;
+    return "";
+}
+
+std::string UdevBackend::UsbNodeOfPort(int comNumber) {
+    const std::string location = LocationOfUsbCom(comNumber);
+    if (location.empty()) return "";
+    Udev u(udev_new());
+    std::string node;
+    if (u)
+        ForEach(u.get(), "usb", "usb_interface", [&](udev_device* d) {
+            if (node.empty() && IsUsbDownload(d) && LocationOf(d) == location) node = UsbNodeOf(UsbDeviceOf(d), paths_.dev);
+        });
+    return node;
+}
+
+std::optional<PortDevice> UdevBackend::DeviceOfPort(int comNumber) {
+    Udev u(udev_new());
+    if (!u) return std::nullopt;
+    if (const std::string location = LocationOfUsbCom(comNumber); !location.empty()) {
+        std::optional<PortDevice> found;
+        ForEach(u.get(), "usb", "usb_interface", [&](udev_device* d) {
+            if (!found && IsUsbDownload(d) && LocationOf(d) == location) found = PortDevice{InstanceIdOf(d), location};
+        });
+        if (found) return found;
+    }
+    // A serial node: the interface it hangs below.
+    const std::string node = NodeOfComNumber(comNumber);
+    if (node.empty()) return std::nullopt;
+    Device tty(udev_device_new_from_subsystem_sysname(u.get(), "tty", node.c_str()));
+    udev_device* iface = tty ? udev_device_get_parent_with_subsystem_devtype(tty.get(), "usb", "usb_interface") : nullptr;
+    if (!iface) return std::nullopt;
+    return PortDevice{InstanceIdOf(iface), LocationOf(iface)};
 }
 
 std::optional<std::string> UdevBackend::FriendlyNameOf(const std::string& instanceId) {
@@ -281,7 +368,8 @@ std::optional<std::string> UdevBackend::FriendlyNameOf(const std::string& instan
     std::lock_guard g(namesMutex_);
     // The sysfs name is the socket's; another device there now is not the one asked about.
     if (d && InstanceIdOf(d.get()) == instanceId) {
-        if (auto name = FriendlyNameOfDevice(u.get(), d.get())) return names_[instanceId] = *name;
+        const int usbCom = IsUsbDownload(d.get()) ? UsbComAt(LocationOf(d.get())) : 0;
+        if (auto name = FriendlyNameOfDevice(u.get(), d.get(), usbCom)) return names_[instanceId] = *name;
         return std::nullopt;
     }
     // Gone: the name it had, so its removal can be told to the worker serving it.
@@ -352,6 +440,10 @@ std::vector<SocketRow> UdevBackend::Sockets() {
                 });
                 if (Attr(dev, "bDeviceClass") != "09") row.node = NodeBelow(u.get(), dev, paths_.dev);  // not a hub's
                 if (const int com = ComOfNodePath(row.node); com > 0) row.com = "COM" + std::to_string(com);
+                if (row.node.empty() && HasUsbDownload(u.get(), dev)) {
+                    row.node = UsbNodeOf(dev, paths_.dev);
+                    if (const int com = UsbComAt(row.location); com > 0) row.com = "COM" + std::to_string(com);
+                }
             }
             rows.push_back(row);
         }
@@ -374,7 +466,12 @@ void UdevBackend::AddDeviceFacts(BenchFacts& facts) {
         p.device = Text(udev_device_get_sysname(d));
         p.autosuspend = Attr(d, "power/control") == "auto";
         p.node = NodeBelow(u.get(), d, paths_.dev);
-        if (!p.node.empty()) {
+        if (p.node.empty() && HasUsbDownload(u.get(), d)) {
+            // Its engine opens the USB node; the rule's ignore mark sits on the device.
+            p.node = UsbNodeOf(d, paths_.dev);
+            p.accessible = p.node.empty() || ::access(p.node.c_str(), R_OK | W_OK) == 0;
+            p.modemManagerIgnores = Text(udev_device_get_property_value(d, "ID_MM_DEVICE_IGNORE")) == "1";
+        } else if (!p.node.empty()) {
             p.accessible = ::access(p.node.c_str(), R_OK | W_OK) == 0;
             const std::string name = p.node.substr(p.node.find_last_of('/') + 1);
             Device tty(udev_device_new_from_subsystem_sysname(u.get(), "tty", name.c_str()));
@@ -387,6 +484,8 @@ void UdevBackend::AddDeviceFacts(BenchFacts& facts) {
 }
 
 std::string UdevBackend::SerialNodeOf(int comNumber) {
+    // A socket's own number: the USB node of the phone there.
+    if (const std::string usb = UsbNodeOfPort(comNumber); !usb.empty()) return usb;
     const std::string node = NodeOfComNumber(comNumber);
     return node.empty() ? "" : paths_.dev + "/" + node;
 }

@@ -5,7 +5,10 @@
 // owns the serial port), socket locations "<hub's physical path>\PORT<n>" that stay
 // the same across re-plugging, reboots and added controllers, driver services as kernel drivers through
 // the alias table, friendly names "<product> (COM<n>)" from the serial node, and
-// hot-plug from a udev monitor. Any thread may call; each call opens its own udev
+// hot-plug from a udev monitor. Phones served through their USB node (a vendor
+// interface no serial driver binds) belong to the SPRD service's list, named with their
+// socket's own COM number (DeviceText's UsbComNumber, kept per location while the
+// backend lives); their "serial node" is the USB node. Any thread may call; each call opens its own udev
 // context, and one background thread watches the monitor.
 
 #include <map>
@@ -37,6 +40,7 @@ public:
     PortTable BuildPortTable(const std::string& service) override;
     std::optional<std::string> FriendlyNameOf(const std::string& instanceId) override;
     std::string SerialNodeOf(int comNumber) override;
+    std::optional<PortDevice> DeviceOfPort(int comNumber) override;
     ChangeSignal& Changes() override { return changes_; }
 
     // Every socket of every hub (USB 1.1 root hubs left out), with what is plugged in.
@@ -51,8 +55,12 @@ private:
     struct Interface {
         std::string sysname, instanceId, location;
     };
-    // The phones' interfaces bound to the driver, sorted by sysfs name.
-    std::vector<Interface> InterfacesOf(const std::string& driver);
+    // The phones' interfaces of the service, sorted by sysfs name.
+    std::vector<Interface> InterfacesOf(const std::string& service);
+    // The COM number of a socket whose phone has no serial node.
+    int UsbComAt(const std::string& location);
+    std::string LocationOfUsbCom(int comNumber);
+    std::string UsbNodeOfPort(int comNumber);
     void Watch();
 
     platform::SysPaths paths_;
@@ -61,6 +69,8 @@ private:
     ChangeSignal changes_;
     std::mutex namesMutex_;
     std::map<std::string, std::string> names_;  // last known name of each device asked about
+    std::mutex comsMutex_;
+    std::map<std::string, int> usbComs_;  // location -> its COM number
     int stopFd_ = -1;
     std::thread watcher_;
 };

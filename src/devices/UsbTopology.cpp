@@ -26,6 +26,12 @@ std::vector<std::size_t> PhoneInterfaces(const std::vector<InterfaceFacts>& in) 
     return out;
 }
 
+bool IsUsbDownloadInterface(const std::string& vid, const std::string& pid, const std::string& cls,
+                            const std::string& driver) {
+    return vid == "1782" && (pid == "4d00" || pid == "4d03") && (cls == "ff" || cls == "FF") &&
+           (driver.empty() || driver == "usbfs");
+}
+
 std::string HubIdentity(const HubFacts& hub) {
     if (!hub.idPath.empty()) return hub.idPath;
     if (hub.controllerPath.empty()) return hub.sysname;

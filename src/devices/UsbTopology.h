@@ -25,6 +25,15 @@ inline constexpr int kCdcDataClass = 0x0A;
 // Ordered by sysfs name.
 std::vector<std::size_t> PhoneInterfaces(const std::vector<InterfaceFacts>& interfaces);
 
+// The driver service whose list also holds the phones served through their USB node.
+inline constexpr const char* kUsbPhoneService = "sprdvcom";
+// A phone in serial download mode that no serial driver serves: its vendor-class
+// interface (0xFF) of 1782:4d00 (or 4d03), unbound or claimed through the USB device
+// file system by an engine ("usbfs"). The engine opens the USB device itself.
+// `vid`, `pid` as sysfs writes them ("1782"), `cls` the interface class text ("ff").
+bool IsUsbDownloadInterface(const std::string& vid, const std::string& pid, const std::string& cls,
+                            const std::string& driver);
+
 // A hub as the location rules see it.
 struct HubFacts {
     // udev's ID_PATH_WITH_USB_REVISION; may be empty. Plain ID_PATH is not enough: the

@@ -10,8 +10,13 @@
 namespace quorvel::engine {
 
 ProgramContext::ProgramContext(app::Station& st, ProgramSettings s, std::function<void(const SwitchEvent&)> hook,
-                               SimPhoneRegistry* benchPhones)
-    : station(st), settings(std::move(s)), switchHook_(std::move(hook)), benchPhones_(benchPhones) {}
+                               SimPhoneRegistry* benchPhones, PortDevices portDevices, std::string profileArgs)
+    : station(st),
+      settings(std::move(s)),
+      switchHook_(std::move(hook)),
+      benchPhones_(benchPhones),
+      portDevices_(std::move(portDevices)),
+      profileArgs_(" " + profileArgs + " ") {}
 
 std::string ProgramContext::LogPath(const char* platform, const std::string& unit) {
     const std::time_t now = static_cast<std::time_t>(station.clock.WallSeconds());
@@ -52,7 +57,7 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
         values["files"] = listPath;
     }
     request.argv = ExpandCommandLine(args, values, options);
-    if (benchPhones_) {
+    if (benchPhones_ && profileArgs_.find(" " + std::string(platform) + " ") != std::string::npos) {
         const PhoneProfile p = std::string(platform) == "SPRD"
                                    ? benchPhones_->ForPort(std::strtoul(values["port"].c_str(), nullptr, 10))
                                    : benchPhones_->ForDevice(values["device"]);

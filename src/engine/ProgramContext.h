@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "engine/ProgramJob.h"
@@ -24,9 +25,15 @@ class ProgramContext {
 public:
     // `benchPhones`: the simulated bench's phones, whose profiles are passed to the
     // simulated engine program as arguments; null on a real bench.
+    // Where the phone of a port sits: its device instance ID and location (empty when unknown).
+    using PortDevices = std::function<std::pair<std::string, std::string>(unsigned long port)>;
+
+    // `profileArgs`: platforms whose jobs get the bench phone's profile as arguments (the
+    // simulated engine program's), e.g. "MTK FP SPRD".
     ProgramContext(app::Station& station, ProgramSettings settings,
                    std::function<void(const SwitchEvent&)> switchHook = nullptr,
-                   SimPhoneRegistry* benchPhones = nullptr);
+                   SimPhoneRegistry* benchPhones = nullptr, PortDevices portDevices = nullptr,
+                   std::string profileArgs = "MTK FP SPRD");
 
     app::Station& station;
     const ProgramSettings settings;
@@ -50,12 +57,18 @@ public:
                        std::string& error);
 
     SimPhoneRegistry* BenchPhones() const { return benchPhones_; }
+    // SPRD engines know their phone by its port only; a program needs the phone itself.
+    std::pair<std::string, std::string> DeviceOfPort(unsigned long port) const {
+        return portDevices_ ? portDevices_(port) : std::pair<std::string, std::string>{};
+    }
 
 private:
     std::string LogPath(const char* platform, const std::string& unit);
 
     std::function<void(const SwitchEvent&)> switchHook_;
     SimPhoneRegistry* benchPhones_;
+    PortDevices portDevices_;
+    std::string profileArgs_;
     std::atomic<unsigned> jobs_{0};
 };
 

@@ -11,14 +11,24 @@ namespace quorvel::engine {
 
 ProgramEngineFactory::ProgramEngineFactory(app::Station& station, EngineFactory& fallback,
                                            std::function<void(const SwitchEvent&)> switchHook,
-                                           SimPhoneRegistry* benchPhones)
-    : station_(station), fallback_(fallback), switchHook_(std::move(switchHook)), benchPhones_(benchPhones) {}
+                                           SimPhoneRegistry* benchPhones, ProgramContext::PortDevices portDevices)
+    : station_(station),
+      fallback_(fallback),
+      switchHook_(std::move(switchHook)),
+      benchPhones_(benchPhones),
+      portDevices_(std::move(portDevices)) {}
 
 ProgramContext& ProgramEngineFactory::Context() {
     std::lock_guard g(mutex_);
     if (context_) return *context_;
     ProgramSettings s = ProgramSettings::Load(station_.settingsStore.FilePath());
     const bool bench = s.benchProgram && station_.settings.simulatedBench && benchPhones_;
+    // The native engine over USB cannot reach a simulated phone: on the simulated bench it
+    // flashes them at the protocol level (NativeSprd=1) over their sockets, or is set aside.
+    if (station_.settings.simulatedBench && IsNativeSprdOverUsb(s.sprd)) s.sprd.clear();
+    const bool native =
+        station_.settings.benchNativeSprd && station_.settings.simulatedBench && benchPhones_ && s.sprd.empty();
+    if (native) s.sprd = NativeSprdCommandLine(FindBenchProgram(station_.ExeDir(), kSprdFlashProgram), NativeSprdRunDir());
     if (bench) {
         const auto* scaled = dynamic_cast<const platform::ScaledClock*>(&station_.clock);
         const double scale = scaled ? scaled->Factor() : 1.0;
@@ -26,7 +36,9 @@ ProgramContext& ProgramEngineFactory::Context() {
         for (auto [line, platform] : {std::pair{&s.mtk, "MTK"}, {&s.fp, "FP"}, {&s.sprd, "SPRD"}})
             if (line->empty()) *line = SimEngineCommandLine(program, platform, scale);
     }
-    context_ = std::make_unique<ProgramContext>(station_, std::move(s), switchHook_, bench ? benchPhones_ : nullptr);
+    context_ = std::make_unique<ProgramContext>(station_, std::move(s), switchHook_,
+                                                bench || native ? benchPhones_ : nullptr, portDevices_,
+                                                bench ? (native ? "MTK FP" : "MTK FP SPRD") : "");
     return *context_;
 }
 

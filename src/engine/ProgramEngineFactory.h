@@ -19,7 +19,8 @@ class ProgramEngineFactory final : public EngineFactory {
 public:
     ProgramEngineFactory(app::Station& station, EngineFactory& fallback,
                          std::function<void(const SwitchEvent&)> switchHook = nullptr,
-                         SimPhoneRegistry* benchPhones = nullptr);
+                         SimPhoneRegistry* benchPhones = nullptr,
+                         ProgramContext::PortDevices portDevices = nullptr);
 
     std::unique_ptr<MtkEngine> MakeMtk(platform::MessageWindow& window) override;
     std::unique_ptr<FpEngine> MakeFp(platform::MessageWindow& window) override;
@@ -38,6 +39,7 @@ private:
     EngineFactory& fallback_;
     std::function<void(const SwitchEvent&)> switchHook_;
     SimPhoneRegistry* benchPhones_;
+    ProgramContext::PortDevices portDevices_;
     std::mutex mutex_;
     std::unique_ptr<ProgramContext> context_;
 };

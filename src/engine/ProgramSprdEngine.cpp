@@ -66,13 +66,14 @@ int ProgramSprdEngine::StartOnePortWork(unsigned long port, int) {
     firstPhase_ = false;
     steps_.clear();
     const int com = static_cast<int>(port);
+    const auto [device, location] = context_.DeviceOfPort(port);
     JobRequest request;
     std::string error;
     context_.MakeJob(context_.settings.sprd, "SPRD", -1,
                      {{"port", std::to_string(port)},
                       {"node", SerialNodeOfCom(com)},
-                      {"device", ""},
-                      {"location", ""},
+                      {"device", device},
+                      {"location", location},
                       {"package", configFilePath_},
                       {"phase", phase1 ? "1" : "2"}},
                      {"SelectedFileCount=" + std::to_string(selectedFileCount_), "ProductName=" + productName_},

@@ -9,9 +9,22 @@
 
 namespace quorvel::engine {
 
-// The first executable quorvel-sim-engine beside the station, beside this program or in
-// the build tree; "quorvel-sim-engine" (found in PATH) when there is none.
-std::string FindSimEngineProgram(const std::string& stationDir);
+inline constexpr const char* kSprdFlashProgram = "quorvel-sprd-flash";
+inline constexpr const char* kSprdPhoneProgram = "quorvel-sprd-phone";
+
+// The first executable `name` beside the station, beside this program or in the build
+// tree (tools/<name>/<name>); `name` (found in PATH) when there is none.
+std::string FindBenchProgram(const std::string& stationDir, const std::string& name);
+inline std::string FindSimEngineProgram(const std::string& stationDir) {
+    return FindBenchProgram(stationDir, "quorvel-sim-engine");
+}
+
+// The folder of this process's simulated SPRD phones' sockets: short, as socket paths must be.
+std::string NativeSprdRunDir();
+// quorvel-sprd-flash against the simulated phone of the job's port, <runDir>/com<port>.sock.
+std::string NativeSprdCommandLine(const std::string& program, const std::string& runDir);
+// A command line of the native engine that reaches its phone over USB (no --transport).
+bool IsNativeSprdOverUsb(const std::string& commandLine);
 
 // Command line of quorvel-sim-engine for `platform` (MTK, FP, SPRD), its time running
 // `timeScale` times faster, as the station clock does.

@@ -27,9 +27,11 @@ bool Fail(std::string* error, int line, const std::string& why) {
 bool PlugOption(const std::string& word, engine::PhoneProfile& p) {
     if (word == "pass") return p.pass = true, true;
     if (word == "fail") return p.pass = false, true;
+    if (word == "stay") return p.sprdStays = true, true;
     const auto eq = word.find('=');
     if (eq == std::string::npos) return false;
     const std::string key = word.substr(0, eq);
+    if (key == "fault") return p.sprdFault = word.substr(eq + 1), !p.sprdFault.empty();
     long long v = 0;
     if (!Number(word.substr(eq + 1), 100000000, v)) return false;
     if (key == "duration") return p.durationMs = v, true;

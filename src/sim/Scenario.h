@@ -8,6 +8,7 @@
 //   100    stop                     the button, only when the station runs
 //   200    plug 0 brom              socket 0 gets a phone (brom, preloader, sprd, cfg)
 //   200    plug 1 sprd fail step=2 duration=3000 size=64
+//   200    plug 2 sprd stay fault=signature@system   (NativeSprd: stays connected; the phone's fault)
 //   9000   unplug 0
 //   0      serial-delay 300         later phones' serial ports appear 300 ms after them
 //   15000  end                      the scenario ends here (default: after the last step)

@@ -43,6 +43,7 @@ SimBench::SimBench(int hubs, int socketsPerHub, engine::SimPhoneRegistry& regist
 
 SimBench::~SimBench() {
     registry_.SetSwitchHook({});
+    sprdPhones_.reset();
     {
         std::lock_guard g(mutex_);
         stopping_ = true;
@@ -204,10 +205,36 @@ bool SimBench::Plug(int socket, PhoneKind kind, const engine::PhoneProfile& prof
             case PhoneKind::CFG: phone.mode = PhoneMode::CFG; break;
         }
         if (!Enumerate(socket, phone, false)) return false;
+        if (kind == PhoneKind::SPRD && sprdPhones_) {
+            // Listening before the phone shows up: its engine may come at once.
+            std::string error;
+            if (!sprdPhones_->Start(phone.com, phone.plugId, phone.profile, error)) {
+                std::fprintf(stderr, "simulated bench: socket %d: %s\n", socket, error.c_str());
+                Release(phone);
+                return false;
+            }
+        }
         phones_.emplace(socket, std::move(phone));
     }
     changes_.Notify();
     return true;
+}
+
+void SimBench::UseSprdPhonePrograms(std::unique_ptr<SprdPhonePrograms> programs) {
+    std::lock_guard g(mutex_);
+    sprdPhones_ = std::move(programs);
+}
+
+std::string SimBench::SprdReportPath(int com, std::uint64_t plug) const {
+    std::lock_guard g(mutex_);
+    return sprdPhones_ ? sprdPhones_->ReportPath(com, plug) : "";
+}
+
+std::pair<int, std::uint64_t> SimBench::PortAndPlugAt(int socket) const {
+    std::lock_guard g(mutex_);
+    auto it = phones_.find(socket);
+    if (it == phones_.end()) return {0, 0};
+    return {it->second.com, it->second.plugId};
 }
 
 bool SimBench::Unplug(int socket) {
@@ -218,6 +245,8 @@ bool SimBench::Unplug(int socket) {
         if (it == phones_.end()) return false;
         plug = it->second.plugId;
         Release(it->second);
+        // Its report is written on the way out.
+        if (it->second.kind == PhoneKind::SPRD && sprdPhones_) sprdPhones_->End(it->second.com);
         phones_.erase(it);
     }
     registry_.Unplugged(plug);
@@ -239,6 +268,8 @@ void SimBench::OnSwitch(const engine::SwitchEvent& e) {
                        static_cast<unsigned long>(phone.com) == e.comPort) {
                 // The SPRD engine knows its phone by the port number only, and the
                 // port keeps its number when the phone comes back on it.
+                // Still connected, the same device: the station announces it again itself.
+                if (sprdPhones_ && phone.profile.sprdStays) break;
                 phone.mode = PhoneMode::SPRD_DOWNLOAD;
                 keepCom = true;
             } else {
@@ -373,6 +404,14 @@ std::optional<std::string> SimBench::FriendlyNameOf(const std::string& instanceI
     auto it = names_.find(instanceId);
     if (it == names_.end()) return std::nullopt;
     return it->second;
+}
+
+std::optional<devices::PortDevice> SimBench::DeviceOfPort(int comNumber) {
+    std::lock_guard g(mutex_);
+    for (const auto& [socket, phone] : phones_)
+        if (phone.present && phone.com == comNumber)
+            return devices::PortDevice{InstanceIdOf(socket, phone), LocationOf(socket, phone)};
+    return std::nullopt;
 }
 
 std::string SimBench::SerialNodeOf(int comNumber) {

@@ -25,6 +25,7 @@
 
 #include "devices/DeviceBackend.h"
 #include "engine/SimEngines.h"
+#include "sim/SprdPhoneProgram.h"
 
 namespace quorvel::sim {
 
@@ -66,7 +67,17 @@ public:
     devices::PortTable BuildPortTable(const std::string& service) override;
     std::optional<std::string> FriendlyNameOf(const std::string& instanceId) override;
     std::string SerialNodeOf(int comNumber) override;
+    std::optional<devices::PortDevice> DeviceOfPort(int comNumber) override;
     devices::ChangeSignal& Changes() override { return changes_; }
+
+    // SPRD phones from now on play the device side of the download protocol, one
+    // quorvel-sprd-phone each (SprdPhoneProgram.h); a phone whose program cannot start
+    // is not plugged. One that stays connected does not leave on its switch.
+    void UseSprdPhonePrograms(std::unique_ptr<SprdPhonePrograms> programs);
+    // Where the phone of COM<com> plugged as `plug` writes its report; empty without programs.
+    std::string SprdReportPath(int com, std::uint64_t plug) const;
+    // The COM number and plug of the phone on `socket`; {0, 0} when there is none.
+    std::pair<int, std::uint64_t> PortAndPlugAt(int socket) const;
 
 private:
     struct Phone {
@@ -117,6 +128,7 @@ private:
     std::vector<Return> returns_;
     bool stopping_ = false;
     std::thread returner_;
+    std::unique_ptr<SprdPhonePrograms> sprdPhones_;  // set before the first plug
 };
 
 }  // namespace quorvel::sim

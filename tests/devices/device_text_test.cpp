@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "devices/DeviceBackend.h"
 #include "devices/DeviceMonitor.h"
 #include "devices/DeviceText.h"
@@ -34,6 +36,32 @@ TEST(DeviceText, ClassesPortNamesAndSerialNodes) {
     for (const auto& [node, com] : nodes) EXPECT_EQ(ComNumberOfNode(node), com) << node;
     for (int n : {1, 8, 100, 101, 140}) EXPECT_EQ(ComNumberOfNode(NodeOfComNumber(n)), n) << n;
     EXPECT_EQ(NodeOfComNumber(0), "");
+
+    const std::pair<const char*, int> ends[] = {
+        {"SPRD U2S Diag (COM203)", 203}, {"Port (COM7) x", 0}, {"Port (COMx)", 0}, {"(COM0)", 0}, {"", 0}};
+    for (const auto& [name, n] : ends) EXPECT_EQ(ComNumberOfName(name), n) << name;
+    EXPECT_TRUE(IsUsbNode("/dev/bus/usb/001/007"));
+    EXPECT_FALSE(IsUsbNode("/dev/ttyUSB0"));
+}
+
+// A socket served through its USB node keeps its number, never meets a number in use,
+// and stays inside COM 201..256 (the worker reads at most 256).
+TEST(DeviceText, SocketsWithoutASerialNodeGetStableNumbersOfTheirOwn) {
+    const std::string a = "pci-0000:00:14.0-usbv2-0:1\\PORT1", b = "pci-0000:00:14.0-usbv2-0:1\\PORT2";
+    const int n = UsbComNumber(a, {});
+    EXPECT_TRUE(IsUsbComNumber(n)) << n;
+    EXPECT_EQ(UsbComNumber(a, {}), n);
+    EXPECT_NE(UsbComNumber(b, {}), n) << "neighbouring sockets should rarely collide";
+    // Taken numbers move it down, wrapping within the range.
+    EXPECT_EQ(UsbComNumber(a, [n](int c) { return c == n; }), n == kUsbComFirst ? kUsbComLast : n - 1);
+    std::set<int> seen;
+    for (int i = 0; i < kUsbComLast - kUsbComFirst + 1; ++i) {
+        const int c = UsbComNumber(a, [&](int x) { return seen.count(x) > 0; });
+        ASSERT_TRUE(IsUsbComNumber(c));
+        seen.insert(c);
+    }
+    EXPECT_EQ(UsbComNumber(a, [](int) { return true; }), 0) << "all taken";
+    EXPECT_EQ(NodeOfComNumber(kUsbComFirst), "ttyUSB100") << "the range sits above any bench's serial nodes";
 }
 
 TEST(PortTableTest, FirstDeviceAtALocationWinsAndEmptyLocationsAreLeftOut) {

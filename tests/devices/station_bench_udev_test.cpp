@@ -10,6 +10,8 @@
 
 #include "UmockdevBench.h"
 #include "app/Messages.h"
+#include "devices/DeviceMonitor.h"
+#include "devices/DeviceText.h"
 #include "devices/KernelDrivers.h"
 #include "engine/DownloadWorker.h"
 #include "platform/ProfileIni.h"
@@ -205,6 +207,74 @@ TEST_F(StationBenchTest, AReusedPortNumberCarriesProgressOnlyToItsOwnSlot) {
     EXPECT_EQ(p.station->statistics.Fail(), 0u);
 }
 
+// Smartphones in download mode show one vendor-class interface, no driver, no serial
+// port: each gets its socket's own COM number and a slot, beside a CDC phone that is not
+// the SPRD service's. R re-enumerates after its loader (out and back on its socket); S
+// stays connected from boot ROM to reset, so the watch announces it again once its slot
+// has left the first phase. Each reaches its second phase exactly once.
+TEST_F(StationBenchTest, VendorInterfacePhonesReachTheSecondPhaseInBothShapes) {
+    RUN_UNDER_UMOCKDEV();
+    const std::string usb1 = RootHub("0000:00:14.0", "usb1", " 2.00", "480", "1");
+    const std::string hub = Hub(usb1, "1-1", "1", "4");
+    std::filesystem::create_directories(dir.File("fw"));
+    test::WritePac(dir.File("fw/phone.pac"), test::TypicalSprdPac());
+    WriteSettings("fw/phone.pac");
+    nodes = dir.File("dev");
+    std::filesystem::create_directories(nodes);
+    platform::SysPaths paths;
+    paths.dev = nodes;
+    StationProcess p(dir, paths);
+    ASSERT_TRUE(p.Init());
+    const std::string socket = "pci-0000:00:14.0-usbv2-0:1\\PORT";
+    const int r = UsbComNumber(socket + "1", {});
+    const int s = UsbComNumber(socket + "3", [r](int n) { return n == r; });
+    engine::PhoneProfile quick = Job(800);
+    quick.sprdPhase1Ms = 400;
+    p.rig->Phones().SetPortProfile(static_cast<unsigned long>(r), quick);
+    p.rig->Phones().SetPortProfile(static_cast<unsigned long>(s), quick);
+    std::atomic<int> switches = 0;
+    p.rig->Phones().SetSwitchHook([&](const engine::SwitchEvent& e) {
+        ++switches;
+        if (e.comPort == static_cast<unsigned long>(s)) p.run->Monitor().PhaseOneSwitched(e.comPort);
+    });
+    Announce(Phone(hub, "1-1.2", "0e8d", "2000", "1.2", "MT65xx Preloader", "ttyACM0"));
+    p.PressStartStop();
+    ASSERT_EQ(p.Button(), console::DOWNLOAD_BUTTON_STATUS_STOP);
+    auto vendorPhone = [&](const char* name, const char* devpath) {
+        return Phone(hub, name, "1782", "4d00", devpath, "SPRD U2S Diag", nullptr, false, nullptr);
+    };
+
+    std::string phoneR = vendorPhone("1-1.1", "1.1");
+    Announce(phoneR);
+    ASSERT_TRUE(StationProcess::Await([&] { return switches == 1; }));
+    Unplug(phoneR);
+    // The watch hears of the switch while R is away: R's return is its only new arrival.
+    p.run->Monitor().PhaseOneSwitched(static_cast<unsigned long>(r));
+    ASSERT_TRUE(StationProcess::Await([&] {
+        return p.run->Manager().WorkerAt(0)->LastNotifyCode() == engine::NOTIFY_REMOVED &&
+               p.station->bindings.State(0) == BIND_ALL_BINDED;
+    }));
+    phoneR = vendorPhone("1-1.1", "1.1");
+    Announce(phoneR);
+    ASSERT_TRUE(StationProcess::Await([&] { return p.station->statistics.Total() == 1; }));
+
+    Announce(vendorPhone("1-1.3", "1.3"));
+    ASSERT_TRUE(StationProcess::Await([&] { return p.station->statistics.Total() == 2; }));
+    p.clock.Sleep(3 * devices::DeviceMonitor::kReannounceMs);  // nothing more is announced
+
+    EXPECT_EQ(p.station->statistics.Fail(), 0u);
+    EXPECT_EQ(p.station->bindings.HsLocation(0), socket + "1");
+    EXPECT_EQ(p.station->bindings.HsLocation(1), socket + "3");
+    EXPECT_EQ(p.station->bindings.HsLocation(2), "NA") << "the CDC phone is not the SPRD service's";
+    EXPECT_EQ(p.station->slotList.ResultText(0), "PASS(1/1)");
+    EXPECT_EQ(p.station->slotList.ResultText(1), "PASS(1/1)");
+    const std::string nameR = "SPRD U2S Diag (COM" + std::to_string(r) + ")";
+    const std::string nameS = "SPRD U2S Diag (COM" + std::to_string(s) + ")";
+    EXPECT_EQ(LogLines(nameR), 3) << "in, out, back";
+    EXPECT_EQ(LogLines(nameS), 2) << "in, announced again";
+    p.PressStartStop();
+}
+
 // The start-up bench check of a real bench: every finding in the log, and the station
 // comes up all the same.
 TEST_F(StationBenchTest, StartUpBenchCheckLogsEveryFindingAndNeverHoldsUpStartUp) {
@@ -213,6 +283,11 @@ TEST_F(StationBenchTest, StartUpBenchCheckLogsEveryFindingAndNeverHoldsUpStartUp
     const std::string phone = Phone(usb1, "1-1", "0e8d", "2000", "1", "MT65xx Preloader", "ttyACM0");
     mock.setAttribute(tb, phone.c_str(), "power/control", "auto");
     mock.setProperty(tb, (phone + "/1-1:1.0/ttyACM0").c_str(), "ID_MM_DEVICE_IGNORE", "1");
+    // A smartphone served through its USB node, which is not there either.
+    const std::string vendor = Phone(usb1, "1-2", "1782", "4d00", "2", "SPRD U2S Diag", nullptr, false, nullptr);
+    for (auto [key, value] : {std::pair{"busnum", "1"}, {"devnum", "9"}, {"power/control", "auto"}})
+        mock.setAttribute(tb, vendor.c_str(), key, value);
+    mock.setProperty(tb, vendor.c_str(), "ID_MM_DEVICE_IGNORE", "1");
     test::TempDir roots;  // rules, modules, processes
     roots.Write("rules/70-quorvel-station.rules", "");
     roots.Write("modules/" + KernelRelease() + "/modules.builtin", "kernel/drivers/usb/serial/usbserial.ko\n");
@@ -255,7 +330,8 @@ TEST_F(StationBenchTest, StartUpBenchCheckLogsEveryFindingAndNeverHoldsUpStartUp
         // Found on every run: the phone's node and its autosuspend; ModemManager only
         // while the rule that tells it to keep off is missing.
         for (const std::string& also :
-             {"no access to " + roots.File("dev") + "/ttyACM0", std::string("autosuspend is on for the phone at 1-1")})
+             {"no access to " + roots.File("dev") + "/ttyACM0", std::string("autosuspend is on for the phone at 1-1"),
+              "no access to " + roots.File("dev") + "/bus/usb/001/009", std::string("autosuspend is on for the phone at 1-2")})
             EXPECT_NE(std::find(problems.begin(), problems.end(), also), problems.end()) << also;
         const bool modemManager = std::any_of(problems.begin(), problems.end(),
                                               [](const std::string& x) { return x.rfind("ModemManager", 0) == 0; });

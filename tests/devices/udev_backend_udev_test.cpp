@@ -7,6 +7,7 @@
 
 #include "UmockdevBench.h"
 #include "devices/DeviceMonitor.h"
+#include "devices/DeviceText.h"
 #include "devices/KernelDrivers.h"
 #include "devices/UdevBackend.h"
 #include "support/TempDir.h"
@@ -26,6 +27,10 @@ protected:
         Phone(chained, "1-1.2.3", "0e8d", "0003", "1.2.3", "MT65xx BROM", "ttyACM1");
         Phone(hub, "1-1.3", "1234", "2000", "1.3", "Gadget", "ttyACM2");  // not a preloader
         Phone(hub, "1-1.4", "1782", "4d00", "1.4", "SPRD U2S Diag", "ttyUSB0", false, "option");
+        // A smartphone in download mode: its vendor interface unbound, no serial port.
+        const std::string usb = Phone(hub, "1-1.1", "1782", "4d00", "1.1", "SPRD U2S Diag", nullptr, false, nullptr);
+        mock.setAttribute(tb, usb.c_str(), "busnum", "1");
+        mock.setAttribute(tb, usb.c_str(), "devnum", "5");
     }
 
     std::string root, hub, chained;
@@ -52,10 +57,13 @@ TEST_F(UdevBackendTest, ABenchGivesOneDevicePerPhoneAtSocketsNamedByPhysicalPath
         const char* service;
         std::string id, location, name;
     };
+    const int usbCom = UsbComNumber(kHs + "-0:1\\PORT1", {});
+    const std::string usbComName = "COM" + std::to_string(usbCom);
     const Row rows[] = {
         {"wdm_usb", "USB\\VID_0E8D&PID_2000\\1-1.2.1:1.0", kHs + "-0:1.2\\PORT1", "MT65xx Preloader (COM1)"},
         {"wdm_usb", "USB\\VID_0E8D&PID_0003\\1-1.2.3:1.0", kHs + "-0:1.2\\PORT3", "MT65xx BROM (COM2)"},
         {"wdm_usb", "USB\\VID_1234&PID_2000\\1-1.3:1.0", kHs + "-0:1\\PORT3", "Gadget (COM3)"},
+        {"sprdvcom", "USB\\VID_1782&PID_4D00\\1-1.1:1.0", kHs + "-0:1\\PORT1", "SPRD U2S Diag (" + usbComName + ")"},
         {"sprdvcom", "USB\\VID_1782&PID_4D00\\1-1.4:1.0", kHs + "-0:1\\PORT4", "SPRD U2S Diag (COM101)"},
     };
     std::map<std::string, std::vector<std::string>> ids;
@@ -68,6 +76,14 @@ TEST_F(UdevBackendTest, ABenchGivesOneDevicePerPhoneAtSocketsNamedByPhysicalPath
     // Never the data half of a CDC pair.
     for (const auto& [service, list] : ids) EXPECT_EQ(backend.ServiceDevices(service), list) << service;
     EXPECT_EQ(backend.SerialNodeOf(101), "/dev/ttyUSB0");
+    EXPECT_EQ(backend.SerialNodeOf(usbCom), "/dev/bus/usb/001/005");
+    // What an engine is started with for a port: its phone and socket.
+    const auto served = backend.DeviceOfPort(usbCom);
+    ASSERT_TRUE(served);
+    EXPECT_EQ(served->instanceId + " " + served->location, rows[3].id + " " + rows[3].location);
+    ASSERT_TRUE(backend.DeviceOfPort(101));
+    EXPECT_EQ(backend.DeviceOfPort(101)->location, rows[4].location);
+    EXPECT_FALSE(backend.DeviceOfPort(usbCom == 256 ? 255 : usbCom + 1));
 
     // The socket map shows the same locations, with what is plugged in.
     const auto sockets = backend.Sockets();
@@ -79,6 +95,7 @@ TEST_F(UdevBackendTest, ABenchGivesOneDevicePerPhoneAtSocketsNamedByPhysicalPath
     };
     EXPECT_EQ(at(kHs + "-0:1.2\\PORT1"), "0e8d:2000 02 cdc_acm /dev/ttyACM0 COM1");
     EXPECT_EQ(at(kHs + "-0:1.2\\PORT4"), "    ");
+    EXPECT_EQ(at(kHs + "-0:1\\PORT1"), "1782:4d00 ff  /dev/bus/usb/001/005 " + usbComName);
     EXPECT_EQ(at(kHs + "-0:1\\PORT2"), "1a40:0101 09   ") << "a hub shows no serial node of its own";
 
     // Only the vendor's preloader is picked up at start-up.
@@ -98,13 +115,16 @@ TEST_F(UdevBackendTest, ADriverThatIsInstallableButNotLoadedCountsAsPresent) {
     test::TempDir modules;
     platform::SysPaths paths;
     paths.modules = modules.Path();
-    UdevBackend backend(paths, {{"sprdvcom", "option_gone"}, {"custom", "usbserial_generic"}});
+    UdevBackend backend(paths, {{"usbser", "option_gone"}, {"sprdvcom", "option_gone"}, {"custom", "usbserial_generic"}});
     modules.Write(KernelRelease() + "/modules.builtin", "");
-    EXPECT_FALSE(backend.ServiceExists("sprdvcom"));
+    EXPECT_FALSE(backend.ServiceExists("usbser"));
+    // Its phones served through their USB node need no driver.
+    EXPECT_TRUE(backend.ServiceExists("sprdvcom"));
+    EXPECT_EQ(backend.ServiceDevices("sprdvcom"), std::vector<std::string>{"USB\\VID_1782&PID_4D00\\1-1.1:1.0"});
     modules.Write(KernelRelease() + "/modules.dep",
                   "kernel/drivers/usb/serial/option_gone.ko.zst: kernel/drivers/usb/serial/usbserial.ko.zst\n");
-    EXPECT_TRUE(backend.ServiceExists("sprdvcom"));
-    EXPECT_EQ(backend.ServiceDevices("sprdvcom"), std::nullopt) << "no device list before it is loaded";
+    EXPECT_TRUE(backend.ServiceExists("usbser"));
+    EXPECT_EQ(backend.ServiceDevices("usbser"), std::nullopt) << "no device list before it is loaded";
     EXPECT_TRUE(backend.ServiceExists("cdc_acm")) << "loaded";
     EXPECT_FALSE(backend.ServiceExists("custom"));
 }

@@ -9,6 +9,7 @@
 #include "devices/ComProbe.h"
 #include "devices/DeviceMonitor.h"
 #include "devices/DeviceText.h"
+#include "engine/SimEngineProgram.h"
 #include "sim/Scenario.h"
 #include "sim/SimBench.h"
 #include "support/StationFixture.h"
@@ -185,9 +186,11 @@ TEST(SimEngineUnplug, APulledPhoneFailsItsRunningJobAtOnceWithoutTimePassing) {
 TEST(ScenarioTest, ParsesStepsAndOptions) {
     const auto s = ParseScenario(
         "# bench\n0 press\n200 plug 0 brom\n200 plug 1 sprd fail step=2 duration=3000 size=64\n\n9000 unplug 0\n"
-        "9000 serial-delay 300\n15000 end # done\n");
+        "9000 serial-delay 300\n9500 plug 2 sprd stay fault=signature@system\n15000 end # done\n");
     ASSERT_TRUE(s);
-    ASSERT_EQ(s->steps.size(), 6u);
+    ASSERT_EQ(s->steps.size(), 7u);
+    EXPECT_TRUE(s->steps[5].profile.sprdStays);
+    EXPECT_EQ(s->steps[5].profile.sprdFault, "signature@system");
     EXPECT_EQ(s->steps[4].action, ScenarioStep::SERIAL_DELAY);
     EXPECT_EQ(s->steps[4].delay, 300);
     EXPECT_EQ(s->steps[2].action, ScenarioStep::PLUG);
@@ -200,6 +203,27 @@ TEST(ScenarioTest, ParsesStepsAndOptions) {
     EXPECT_EQ(s->end, 15000);
 }
 
+// The native engine over USB cannot reach a simulated phone; one with a socket can.
+TEST(NativeSprdBench, WhichEngineLinesReachTheBenchAndWhatEachPhoneIs) {
+    const std::pair<const char*, bool> lines[] = {
+        {"quorvel-sprd-flash --package {package} --device {device}", true},
+        {"/usr/bin/quorvel-sprd-flash --transport usb --phase {phase}", true},
+        {"\"/opt/q/quorvel-sprd-flash\" --transport=usb", true},
+        {"quorvel-sprd-flash --transport unix:/tmp/p.sock", false},
+        {"quorvel-sprd-flash --transport=pty:/dev/pts/3", false},
+        {"/opt/flash/sprd-flash --port {node}", false},
+        {"\"unclosed", false},
+        {"", false},
+    };
+    for (const auto& [line, usb] : lines) EXPECT_EQ(engine::IsNativeSprdOverUsb(line), usb) << line;
+
+    engine::PhoneProfile p;
+    EXPECT_EQ(SprdPhoneArgs(p), (std::vector<std::string>{"--reenumerate", "fdl2"}));
+    p.sprdStays = true;
+    p.sprdFault = "overrun";
+    EXPECT_EQ(SprdPhoneArgs(p), (std::vector<std::string>{"--reenumerate", "none", "--fault", "overrun"}));
+}
+
 TEST(ScenarioTest, RefusesWithTheLine) {
     std::string error;
     EXPECT_FALSE(ParseScenario("10 press\n5 press\n", &error));
@@ -207,6 +231,7 @@ TEST(ScenarioTest, RefusesWithTheLine) {
     EXPECT_FALSE(ParseScenario("0 plug 1 toaster\n", &error));
     EXPECT_EQ(error, "line 1: unknown phone \"toaster\"");
     EXPECT_FALSE(ParseScenario("0 plug 1 brom colour=red\n", &error));
+    EXPECT_FALSE(ParseScenario("0 plug 1 sprd fault=\n", &error));
     EXPECT_FALSE(ParseScenario("0 plug 256 brom\n", &error));
     EXPECT_FALSE(ParseScenario("-1 press\n", &error));
     EXPECT_FALSE(ParseScenario("0 end\n1 press\n", &error));

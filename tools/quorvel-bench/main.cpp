@@ -3,6 +3,8 @@
 // table, the message boxes shown, and the timings. The station writes into that
 // folder as it always does (counters, bindings, history).
 
+#include <sys/resource.h>
+
 #include <chrono>
 #include <cmath>
 #include <filesystem>
@@ -188,6 +190,12 @@ int main(int argc, char** argv) {
     const platform::Millis virtualMs = clock.Now() - virtualStart;
     const auto realMs =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - realStart).count();
+    // The station's own share, its engine programs and simulated phones left out.
+    rusage self{};
+    ::getrusage(RUSAGE_SELF, &self);
+    const long long cpuMs = (self.ru_utime.tv_sec + self.ru_stime.tv_sec) * 1000LL +
+                            (self.ru_utime.tv_usec + self.ru_stime.tv_usec) / 1000;
+    const long long maxRssKiB = self.ru_maxrss;
 
     // The report, taken on the station thread so no handler changes it meanwhile.
     std::string report;
@@ -220,7 +228,8 @@ int main(int argc, char** argv) {
             report += "],\"plugged\":" + std::to_string(log.plugged) +
                       ",\"served\":" + std::to_string(tally.phones) + ",\"results\":" + std::to_string(tally.results) +
                       ",\"mostForOnePhone\":" + std::to_string(tally.mostForOnePhone);
-            report += ",\"virtualMs\":" + std::to_string(virtualMs) + ",\"realMs\":" + std::to_string(realMs) + "}\n";
+            report += ",\"virtualMs\":" + std::to_string(virtualMs) + ",\"realMs\":" + std::to_string(realMs) +
+                      ",\"cpuMs\":" + std::to_string(cpuMs) + ",\"maxRssKiB\":" + std::to_string(maxRssKiB) + "}\n";
             return;
         }
         std::snprintf(line, sizeof line, "counters: total %u, fail %u\n", station.statistics.Total(),
@@ -252,6 +261,8 @@ int main(int argc, char** argv) {
         for (const auto& s : log.lines) report += "  " + s + "\n";
         std::snprintf(line, sizeof line, "time: %lld ms simulated, %lld ms real (speed %.3g)\n",
                       static_cast<long long>(virtualMs), static_cast<long long>(realMs), speed);
+        report += line;
+        std::snprintf(line, sizeof line, "station: %lld ms CPU, at most %lld KiB resident\n", cpuMs, maxRssKiB);
         report += line;
     });
     std::fputs(report.c_str(), stdout);

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "app/Messages.h"
 #include "platform/JsonText.h"
 #include "packages/BinPack.h"
+#include "packages/DemoSprdPackage.h"
 #include "packages/PacInspect.h"
 #include "packages/SprdDownloadConfig.h"
 #include "platform/Clock.h"
@@ -39,6 +41,8 @@ Usage:
                                                 (FOLDER is made when it does not exist)
   quorvel-pac plan    [--json] PACKAGE          show which files the station would download
                                                 and the verdict of its safety checks
+  quorvel-pac demo    FOLDER                    write a small SPRD demo package, FOLDER/demo/sprd_demo.pac,
+                                                whose download scheme the native SPRD engine reads
   quorvel-pac --help
 
 Options:
@@ -377,6 +381,24 @@ int Plan(const std::string& path, bool json, bool progress) {
     return s.Passed() ? kExitOk : kExitPackage;
 }
 
+// Written beside, then renamed: a station reading the old package never sees half a new one.
+int Demo(const std::string& folder) {
+    const std::string dir = folder + "/demo", path = dir + "/sprd_demo.pac";
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
+    const std::string bytes = packages::BuildPac(packages::DemoSprdPac());
+    const std::string temporary = path + ".new";
+    {
+        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+        out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        if (!out.flush()) return std::fprintf(stderr, "quorvel-pac: cannot write %s\n", temporary.c_str()), kExitPackage;
+    }
+    std::filesystem::rename(temporary, path, ec);
+    if (ec) return std::fprintf(stderr, "quorvel-pac: cannot write %s: %s\n", path.c_str(), ec.message().c_str()), kExitPackage;
+    std::printf("%s\n", path.c_str());
+    return kExitOk;
+}
+
 int Usage(const char* problem) {
     std::fprintf(stderr, "quorvel-pac: %s (quorvel-pac --help tells more)\n", problem);
     return kExitUsage;
@@ -410,6 +432,10 @@ int main(int argc, char** argv) {
     if (command == "extract") {
         if (operands != 2) return Usage("extract takes PACKAGE and FOLDER");
         return Extract(args[1], args[2], json, progress);
+    }
+    if (command == "demo") {
+        if (operands != 1) return Usage("demo takes FOLDER");
+        return Demo(args[1]);
     }
     return Usage(("unknown command " + command).c_str());
 }
