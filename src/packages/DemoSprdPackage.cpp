@@ -86,13 +86,12 @@ std::string DemoNvImage(std::size_t size) {
 PacSpec DemoSprdPac(std::uint32_t systemKiB) {
     PacSpec p;
     p.productName = kDemoSprdProduct;
-    p.version = "QDEMO9863_1.0";
     p.nvBackupFlag = 1;
     p.entries = {
         {"FDL", "fdl1-sign.bin", Pattern(12 * 1024, 1)},
         {"FDL2", "fdl2-sign.bin", Pattern(64 * 1024, 2)},
         {"NV_W", "nvitem.bin", DemoNvImage(16 * 1024)},
-        {"EraseCache", "", "", 0},
+        {"EraseCache", "", "", 1, 1},
         {"BOOT", "boot.img", Pattern(256 * 1024, 3)},
         {"System", "system.img", Pattern(std::size_t{systemKiB} * 1024, 4)},
         {"", "QDEMO9863.xml", Config()},
