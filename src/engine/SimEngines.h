@@ -35,7 +35,7 @@ struct PhoneProfile {
     std::uint64_t plug = 0;                 // the physical connection it came on; 0: never unplugged
     // SPRD phones at the protocol level ([BENCH] NativeSprd=1):
     bool sprdStays = false;  // stays connected from boot ROM to reset instead of re-enumerating
-    std::string sprdFault;   // the simulated phone's --fault, e.g. "signature@system"
+    std::string sprdFault{};  // the simulated phone's --fault, e.g. "signature@system"
 };
 
 // A simulated phone moves to its next port: the bench re-enumerates it.
