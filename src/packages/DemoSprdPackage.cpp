@@ -76,8 +76,9 @@ std::string DemoNvImage(std::size_t size) {
     item(0x0005, std::string(16, '\0'));  // IMEI: the phone's is kept
     item(0x0010, Pattern(100, 16));
     nv += "\xFF\xFF";
-    if (nv.size() < size) nv.resize(size, '\xFF');
+    // The CRC covers up to the end marker, not the fill after it.
     const std::uint16_t crc = NvCrc(nv, 2);
+    if (nv.size() < size) nv.resize(size, '\xFF');
     nv[0] = static_cast<char>(crc >> 8);
     nv[1] = static_cast<char>(crc & 0xFF);
     return nv;

@@ -17,8 +17,9 @@ inline constexpr const char* kDemoSprdProduct = "QDEMO9863";
 // `systemKiB`: the size of the system image (the bulk of a download).
 PacSpec DemoSprdPac(std::uint32_t systemKiB = 1024);
 
-// The NV image: CRC-16 (0x8005, big-endian) of the rest, two zero bytes, items (u16 LE id,
-// u16 LE length, data padded to 4 bytes), id 0xFFFF, 0xFF to `size`.
+// The NV image: CRC-16 (0x8005, big-endian) of what follows up to the end marker, two
+// zero bytes, items (u16 LE id, u16 LE length, data padded to 4 bytes), id 0xFFFF, then
+// 0xFF to `size`.
 std::string DemoNvImage(std::size_t size);
 
 }  // namespace quorvel::packages
