@@ -126,11 +126,6 @@ void StationRun::StartStopClick() {
     if (console_.buttonStatus_ != DOWNLOAD_BUTTON_STATUS_STOP) {
         console_.ShowDownloadTypeName();
         if (PreStartCheck() == 0) return;
-        // A CFG phone pulled while stopped left its slot BUSY; no job runs now, and the
-        // new run serves the next phone on that socket.
-        if (station_.package.kind == PACKAGE_MTK_CFG)
-            for (int i = 0; i < kSlotCount; ++i)
-                if (station_.slots.fpJob[i] != 1) station_.bindings.ChangeState(i, BIND_BUSY, BIND_ALL_BINDED);
         station_.stationRunning = true;
         station_.clock.Sleep(20);
         monitor_.Start();

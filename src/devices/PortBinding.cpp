@@ -30,6 +30,14 @@ bool PortBinding::HasWorker(int i) {
 }
 
 platform::LResult PortBinding::OnDeviceEvent(const DeviceEventRecord& record) {
+    // A departure: an arrival without a location is dropped before any probing. The
+    // monitor sends one when the device left before its socket was found (a phone
+    // switching modes); bound by its empty location it would start a second job for
+    // a phone its own slot already serves.
+    if (record.arrived && record.location[0] == '\0') {
+        Log(std::string("no location: ") + app::FieldText(record.instanceId));
+        return 0;
+    }
     switch (record.kind) {
         case app::EVENT_MTK: OnMtkEvent(record); break;
         case app::EVENT_SPRD: OnSerialEvent(record, false); break;

@@ -195,9 +195,13 @@ void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
             if (job == 1) {
                 station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
                 colour = app::kBlack;
-            } else {
-                station_.bindings.SetState(slot, app::BIND_BUSY);  // not served again until Stop
+            } else if (job == 2) {
+                station_.bindings.SetState(slot, app::BIND_BUSY);  // served this run: not again until Stop
             }
+            // A departure: no job of this run served it (or the station stopped since),
+            // and BUSY would make the slot ignore the next phone on its socket until a
+            // Stop; removals reach the station seconds after the phones left, often
+            // after the next Start.
         }
         list.EditRow(slot, [&](app::SlotRow& r) {
             r.cells[app::COL_DEVICE].text = com;

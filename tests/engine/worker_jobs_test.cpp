@@ -302,12 +302,12 @@ TEST(DownloadWorkerJobs, RemovalGreysThePortAndReleasesCfgSlots) {
     EXPECT_EQ(cell.icon, kIconPort);
     EXPECT_EQ(h.State(0), app::BIND_ALL_BINDED);  // not a CFG package: unchanged
 
-    // A CFG slot whose job still runs is bound again; any other becomes BUSY until the
-    // next Stop or Start.
+    // A CFG slot whose job still runs is bound again; one whose job ended stays BUSY;
+    // one no job of this run served (a phone pulled after Stop) is left as it was.
     h.st.package.kind = app::PACKAGE_MTK_CFG;
     for (auto [job, state, colour] :
          {std::tuple{1, app::BIND_ALL_BINDED, app::kBlack}, std::tuple{2, app::BIND_BUSY, kColourGrey},
-          std::tuple{0, app::BIND_BUSY, kColourGrey}}) {
+          std::tuple{0, app::BIND_ALL_BINDED, kColourGrey}}) {
         h.st.bindings.SetState(0, app::BIND_ALL_BINDED);
         h.st.slots.fpJob[0] = job;
         h.loop.Call([&] { h.manager->WorkerAt(0)->NotifyDevice(NOTIFY_REMOVED, ""); });
