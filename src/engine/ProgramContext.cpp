@@ -48,6 +48,7 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
     values["platform"] = platform;
     values["slot"] = slot >= 0 ? std::to_string(slot) : "";
     values["log"] = request.logPath;
+    values["record"] = settings.record ? "--record" : "";
     if (files && commandLine.find("{files}") != std::string::npos) {
         const std::string listPath = request.logPath.substr(0, request.logPath.size() - 4) + ".files";
         std::error_code ec;

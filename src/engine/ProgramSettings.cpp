@@ -75,6 +75,11 @@ std::vector<std::string> ExpandCommandLine(const std::vector<std::string>& args,
             out.insert(out.end(), options.begin(), options.end());
             continue;
         }
+        if (arg == "{record}") {  // a flag: present or absent, never an empty argument
+            const auto it = values.find("record");
+            if (it != values.end() && !it->second.empty()) out.push_back(it->second);
+            continue;
+        }
         std::string expanded;
         for (std::size_t i = 0; i < arg.size();) {
             const std::size_t open = arg.find('{', i);

@@ -30,7 +30,8 @@ struct ProgramSettings {
 bool SplitCommandLine(const std::string& line, std::vector<std::string>& args, std::string& error);
 
 // Replaces {name} by values[name] inside every argument; an argument that is exactly
-// "{options}" becomes `options`, one argument each. Unknown placeholders stay as written.
+// "{options}" becomes `options`, one argument each, and one that is exactly "{record}" becomes
+// values["record"] or nothing when that is empty. Unknown placeholders stay as written.
 std::vector<std::string> ExpandCommandLine(const std::vector<std::string>& args,
                                            const std::map<std::string, std::string>& values,
                                            const std::vector<std::string>& options);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/EngineProtocol.h"
+#include "engine/ProgramSettings.h"
 #include "platform/JsonText.h"
 
 namespace quorvel::engine::protocol {
@@ -83,3 +84,18 @@ TEST(EngineProtocol, ReadsFieldsAndEscapes) {
 
 }  // namespace
 }  // namespace quorvel::engine::protocol
+
+namespace quorvel::engine {
+namespace {
+
+TEST(EngineCommandLine, PlaceholdersThatStandAlone) {
+    const std::vector<std::string> args = {"flash", "--port", "{port}", "{record}", "{options}", "{unknown}"};
+    const std::vector<std::string> options = {"A=1", "B=2"};
+    EXPECT_EQ(ExpandCommandLine(args, {{"port", "7"}, {"record", "--record"}}, options),
+              (std::vector<std::string>{"flash", "--port", "7", "--record", "A=1", "B=2", "{unknown}"}));
+    EXPECT_EQ(ExpandCommandLine(args, {{"port", "7"}, {"record", ""}}, {}),
+              (std::vector<std::string>{"flash", "--port", "7", "{unknown}"}));
+}
+
+}  // namespace
+}  // namespace quorvel::engine
