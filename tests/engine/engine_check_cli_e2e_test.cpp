@@ -79,5 +79,16 @@ TEST(EngineCheckTool, StoppingTheCheckerEndsTheProgramUnderTest) {
     EXPECT_EQ(runs, 2);  // --version, then the job case it was stopped in
 }
 
+// The example program is as strict as the checker: a value that is not a number is a
+// usage error, never a job with 0 in its place.
+TEST(SimEngineTool, NumericOptionsMustBeNumbers) {
+    for (const char* args : {"--duration abc", "--time-scale", "--size 10x"}) {
+        const auto r = RunCommand(ToolPath("quorvel-sim-engine") + " " + args);
+        EXPECT_EQ(r.exitCode, 2) << args << ": " << r.out;
+        EXPECT_EQ(r.out.find("\"t\":\"result\""), std::string::npos) << args << ": " << r.out;
+        EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
+    }
+}
+
 }  // namespace
 }  // namespace quorvel::test

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -221,34 +223,49 @@ int Replay() {
 
 }  // namespace
 
+// The value of a numeric option, whole; anything else ends the program with a usage
+// error, so a typo never runs a job with a zero in its place.
+static double Number(const std::string& option, const std::string& text) {
+    char* end = nullptr;
+    errno = 0;
+    const double v = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || errno != 0 || !std::isfinite(v) || v < 0) {
+        std::fprintf(stderr, "quorvel-sim-engine: %s needs a number, not \"%s\" (--help tells more)\n",
+                     option.c_str(), text.c_str());
+        std::exit(2);
+    }
+    return v;
+}
+
 int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         auto next = [&]() -> std::string { return i + 1 < argc ? argv[++i] : ""; };
+        auto number = [&] { return Number(a, next()); };
         if (a == "--platform")
             g.platform = next();
         else if (a == "--phase")
-            g.phase = std::atoi(next().c_str());
+            g.phase = static_cast<int>(number());
         else if (a == "--duration")
-            g.durationMs = std::atol(next().c_str());
+            g.durationMs = static_cast<long>(number());
         else if (a == "--fail")
             g.pass = false;
         else if (a == "--fail-step")
-            g.pass = false, g.failingStep = std::atoi(next().c_str());
+            g.pass = false, g.failingStep = static_cast<int>(number());
         else if (a == "--size")
-            g.sizeBytes = std::strtoull(next().c_str(), nullptr, 10);
+            g.sizeBytes = static_cast<unsigned long long>(number());
         else if (a == "--speed")
-            g.speedMBps = std::atof(next().c_str());
+            g.speedMBps = number();
         else if (a == "--no-switch")
             g.switchPort = false;
         else if (a == "--sprd-phase1")
-            g.sprdPhase1Ms = std::atol(next().c_str());
+            g.sprdPhase1Ms = static_cast<long>(number());
         else if (a == "--time-scale")
-            g.timeScale = std::max(1e-3, std::atof(next().c_str()));
+            g.timeScale = std::max(1e-3, number());
         else if (a == "--progress-rate")
-            g.progressRate = std::atoi(next().c_str());
+            g.progressRate = static_cast<int>(number());
         else if (a == "--protocol")
-            g.announce = std::atoi(next().c_str());
+            g.announce = static_cast<int>(number());
         else if (a == "--misbehave")
             g.misbehave = next();
         else if (a == "--replay")
