@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "app/Texts.h"
-
 namespace quorvel::app {
 
 namespace {
@@ -13,10 +11,6 @@ ColumnWidths Split(int w, int bindedWidth) {
     return {70, w * 3 / 10, w * 5 / 10, w / 10, w / 10, bindedWidth};
 }
 
-bool StartsWith(const std::string& text, const char* word) {
-    const std::string prefix = std::string(word) + "(";
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
 }  // namespace
 
 ColumnWidths InitialColumnWidths(int clientWidth) {
@@ -39,16 +33,20 @@ std::array<BenchTile, kSlotCount> BenchTiles(const SlotListSnapshot& list) {
         tile.elapsed = row.cells[COL_TIMER].text;
         tile.status = row.progress.visible ? row.progress.text : std::string();
         tile.percent = std::clamp(row.progress.position, 0, 100);
-        const std::string& result = row.result.visible ? row.result.text : std::string();
-        if (StartsWith(result, texts::kResultPass)) {
-            tile.state = TileState::PASS;
-        } else if (StartsWith(result, texts::kResultFail)) {
-            tile.state = TileState::FAIL;
-        } else if (result == texts::kResultOnSwitch) {
-            tile.state = TileState::SWITCHING;
-        } else {
-            tile.state = row.progress.visible ? TileState::BUSY : TileState::IDLE;
+        switch (row.phase) {
+            case SlotPhase::FLASHING: tile.state = TileState::FLASHING; break;
+            case SlotPhase::PASS: tile.state = TileState::PASS; break;
+            case SlotPhase::FAIL: tile.state = TileState::FAIL; break;
+            case SlotPhase::INTERRUPTED: tile.state = TileState::INTERRUPTED; break;
+            case SlotPhase::IDLE: tile.state = TileState::IDLE; break;
         }
+        // A verdict the row no longer shows (a new phone came, the station started again)
+        // is over: the slot waits with its phone, or is idle without one.
+        if (tile.state != TileState::FLASHING && (tile.state == TileState::IDLE || !row.result.visible)) {
+            tile.state = row.cells[COL_DEVICE].icon == kIconPhone ? TileState::WAITING : TileState::IDLE;
+            tile.elapsed.clear();
+        }
+        if (tile.state != TileState::FLASHING) tile.percent = 0;
     }
     return tiles;
 }

@@ -23,13 +23,16 @@ ColumnWidths InitialColumnWidths(int clientWidth);
 // so the columns fit whether or not sixteen rows need one. A width never goes below 0.
 ColumnWidths FittedColumnWidths(int clientWidth, int scrollBarWidth, int bindedWidth);
 
-// One bench tile per slot, made from the slot list's rows (row n is slot n + 1).
-enum class TileState { ABSENT, IDLE, BUSY, SWITCHING, PASS, FAIL };
+// One bench tile per slot, made from the slot list's rows (row n is slot n + 1). Its
+// state comes from the row's phase, never from a text: a verdict while its label shows,
+// a flash while the job runs; otherwise a phone on the socket waits, and without one
+// the slot is idle. A slot without a row is ABSENT.
+enum class TileState { ABSENT, IDLE, WAITING, FLASHING, PASS, FAIL, INTERRUPTED };
 
 struct BenchTile {
     int slot = 0;  // 1..16, as the list numbers its rows
     TileState state = TileState::ABSENT;
-    int percent = 0;      // the bar's position while BUSY
+    int percent = 0;      // the bar's position while FLASHING
     std::string status;   // the bar's text
     std::string elapsed;  // the timer column
     std::uint32_t passCount = 0, jobCount = 0;

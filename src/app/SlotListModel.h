@@ -19,6 +19,8 @@ constexpr Rgb MakeRgb(int r, int g, int b) {
 inline constexpr Rgb kBlack = 0;
 inline constexpr Rgb kWhite = 0xFFFFFF;
 inline constexpr int kNoIcon = -1;
+inline constexpr int kIconSocket = 1;  // a bound socket without a phone
+inline constexpr int kIconPhone = 2;   // a phone is on the socket
 
 enum SlotColumn : int { COL_NUMBER = 0, COL_DEVICE = 1, COL_PROGRESS = 2, COL_TIMER = 3, COL_RESULT = 4, COL_BINDED = 5 };
 inline constexpr int kSlotColumnCount = 6;
@@ -45,11 +47,17 @@ struct SlotResult {
     bool visible = true;
 };
 
+// Where the slot's job stands, as a value the views render (never read back from a text).
+// A verdict holds until the next job begins; whether it is still on show is the result
+// label's visibility.
+enum class SlotPhase { IDLE, FLASHING, PASS, FAIL, INTERRUPTED };
+
 struct SlotRow {
     std::array<SlotCell, kSlotColumnCount> cells;
     SlotProgress progress;
     SlotResult result;
     std::uint32_t passCount = 0, jobCount = 0;  // the slot's jobs since start-up
+    SlotPhase phase = SlotPhase::IDLE;
 };
 
 struct SlotColumnHeader {

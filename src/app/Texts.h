@@ -141,10 +141,21 @@ inline constexpr const char* kSprdStepNames[14] = {
     "Finish",         "Unplugged",         "Paused",         "Enumerating port",
 };
 inline constexpr const char* kPreLoadFilesFailed = "PreLoadFiles failed,please check scatter file or DA files";
+// The engine program's own reason for failing a package check: platform, operation
+// ("--preload", "--verify"), program and reason.
+inline constexpr const char* kEngineCheckFailedFormat = "%s engine program %s failed (%s): %s";
 // What the simulated engines report besides the texts above.
 inline constexpr LangText kSimDownloading{"下载中...", "Downloading..."};
 inline constexpr LangText kSimFailed{"下载失败!", "Download failed!"};
 inline constexpr LangText kSimCancelled{"下载已取消!", "Download cancelled!"};
+// Why a job failed where its engine gave no reason (English only, as the engines' own
+// reasons and step names are): the history and a failed row's tooltip show them.
+inline constexpr const char* kReasonEngineGaveNone = "the engine reported a failure without a reason";
+inline constexpr const char* kReasonCancelled = "cancelled by the station";
+inline constexpr const char* kReasonUnplugged = "the phone was disconnected";
+inline constexpr const char* kReasonNoRecord = "the engine finished without a result record";
+inline constexpr const char* kReasonNoSwitch = "no switch to the download port and no result within 13 s";
+inline constexpr const char* kReasonNoVerdict = "the job ended before the engine's result";
 
 
 // ---- firmware packages ----

@@ -311,13 +311,24 @@ void DownloadWorker::CountJob(bool failed) {
     if (!closing_) station_.statistics.CountJob(failed);
 }
 
-void DownloadWorker::FinishJob(int slot, const char* platform, std::int64_t startedAt, bool failed) {
+void DownloadWorker::FinishJob(int slot, const char* platform, std::int64_t startedAt, bool failed,
+                               const char* reasonWithoutVerdict) {
+    // A job that passed in spite of a Stop passed; one that failed under it was cut short.
+    const bool interrupted = failed && CutShort();
+    // What the engine said of the job's end, completed by what the worker decided.
+    SlotOutcome outcome = display_.Outcome();
+    if (failed) {
+        outcome.result = SlotOutcome::Result::FAILED;
+        if (outcome.error.empty())
+            outcome.error = reasonWithoutVerdict ? reasonWithoutVerdict : app::texts::kReasonEngineGaveNone;
+    } else {
+        outcome = {SlotOutcome::Result::PASSED, "", ""};
+    }
+    display_.EndJob(slot, outcome, interrupted);
     if (station_.ExeDir().empty()) {  // a station without a folder keeps no history
         CountJob(failed);
         return;
     }
-    // A job that passed in spite of a Stop passed; one that failed under it was cut short.
-    const bool interrupted = failed && CutShort();
     app::JobRecord job;
     job.start = app::LocalTimeStamp(startedAt);
     job.end = app::LocalTimeStamp(station_.clock.WallSeconds());
@@ -328,19 +339,13 @@ void DownloadWorker::FinishJob(int slot, const char* platform, std::int64_t star
     job.location = station_.bindings.HsLocation(slot);
     job.port = app::FieldText(Device().friendlyName);
     job.platform = platform;
-    job.operation = station_.language.ChooseText(app::DownloadTypeName(station_.package.downloadType));
+    // A machine-readable field: the same words whatever the operator's language.
+    job.operation = app::DownloadTypeName(station_.package.downloadType).en;
     job.package = station_.package.ActivePath();
     job.version = station_.view.Text(app::IDC_PANEL);
     job.result = interrupted ? app::JobResult::Interrupted : failed ? app::JobResult::Fail : app::JobResult::Pass;
-    if (failed) {
-        // What the engine last said on the row: its step on the bar, its verdict on the label.
-        const app::SlotRow row = station_.slotList.Row(slot);
-        job.failedStep = row.progress.text;
-        // The bar's text is a format: "%%" shows as "%".
-        for (auto at = job.failedStep.find("%%"); at != std::string::npos; at = job.failedStep.find("%%", at + 1))
-            job.failedStep.erase(at, 1);
-        job.errorText = row.result.text;
-    }
+    job.failedStep = outcome.step;
+    job.errorText = outcome.error;
     std::string error;
     if (!station_.history.Append(job, &error) && !historyFailureSaid_.exchange(true))
         std::fprintf(stderr, "quorvel: slot %d: job history not written: %s\n", slot + 1, error.c_str());
@@ -404,6 +409,7 @@ bool DownloadWorker::JobStart(int slot, WorkerEvents::Event event) {
     station_.slots.startTime[s].store(station_.clock.WallSeconds());
     window_.SetTimer(slot, 1000);
     station_.slotList.SetCellIcon(slot, app::COL_DEVICE, kIconDevice);
+    display_.BeginJob(slot);
     display_.SetResult(slot, app::texts::kOngoing, kColourBlue);
     display_.ShowCell(slot, app::COL_PROGRESS);
     return true;
@@ -485,7 +491,7 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
         firstPhase = !switched;
         if (failed) {
             window_.KillTimer(slot);
-            FinishJob(slot, "SPRD", sprdStartedAt_, true);
+            FinishJob(slot, "SPRD", sprdStartedAt_, true, app::texts::kReasonNoSwitch);
         }
         // From here on the phone's return on its download port is a new hand-over.
         JobEnd([&] { station_.bindings.SetState(slot, app::BIND_ALL_BINDED); });
@@ -515,7 +521,7 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
     });
     ShowBindState(slot);
     window_.KillTimer(slot);
-    FinishJob(slot, "SPRD", sprdStartedAt_, failed);
+    FinishJob(slot, "SPRD", sprdStartedAt_, failed, app::texts::kReasonNoVerdict);
 }
 
 void DownloadWorker::MtkJob() {

@@ -130,8 +130,10 @@ private:
     template <class Restore>
     void JobEnd(Restore restore);
     void CountJob(bool failed);
-    // Keeps the job in the history (interrupted when cut short), then counts it.
-    void FinishJob(int slot, const char* platform, std::int64_t startedAt, bool failed);
+    // Settles the job's outcome on the row, keeps it in the history (interrupted when cut
+    // short), then counts it. `reasonWithoutVerdict`: why it failed when the engine said nothing.
+    void FinishJob(int slot, const char* platform, std::int64_t startedAt, bool failed,
+                   const char* reasonWithoutVerdict = nullptr);
     // Stop or the program's end came: a job about to start is cancelled at once.
     bool CutShort();
 

@@ -1,12 +1,14 @@
 #include "engine/ProgramMtkEngine.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "app/Messages.h"
 #include "app/Station.h"
 #include "app/Texts.h"
 #include "engine/DownloadWorker.h"
 #include "engine/ProgramCheck.h"
+#include "engine/SlotDisplay.h"
 
 namespace quorvel::engine {
 
@@ -19,8 +21,9 @@ std::string Option(const char* name, int value) {
     return Option(name, std::to_string(value));
 }
 
-// A well-known status key in the station's language; otherwise the program's own text.
-std::string StatusText(const app::Language& language, const protocol::Event& e) {
+// A well-known status key in Chinese or English (English for the job's outcome, whatever
+// the operator reads); otherwise the program's own text.
+std::string StatusText(bool chinese, const protocol::Event& e) {
     static const std::pair<const char*, const app::LangText*> keys[] = {
         {"bind", &app::texts::kStatusBindIndex},
         {"da_switched", &app::texts::kStatusSwitchDa},
@@ -33,7 +36,7 @@ std::string StatusText(const app::Language& language, const protocol::Event& e) 
         {"cancelled", &app::texts::kSimCancelled},
     };
     for (const auto& [key, text] : keys)
-        if (e.key == key) return language.ChooseText(*text);
+        if (e.key == key) return chinese ? text->zh : text->en;
     return e.text.empty() ? e.key : e.text;
 }
 
@@ -58,6 +61,11 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
 
     const BenchPhone phone(context, instanceId, 0, job);
     JobOutcome outcome{JobOutcome::FAULT, makeError};
+    // A new job starts from nothing: no count, no total, no percent left from the last.
+    value(3, 0);
+    value(4, kUnknown);
+    value(2, 0);
+    std::string step;  // the program's last status, in the outcome's words
     if (makeError.empty()) {
         std::uint64_t lastTotal = ~0ull, lastPercent = ~0ull;
         // A percent the row already shows is not sent again: the done count recomposes it.
@@ -67,13 +75,17 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
         };
         outcome = job.Run(request, [&](const protocol::Event& e) {
             switch (e.type) {
-                case protocol::Event::STATUS: status(StatusText(context.station.language, e)); break;
+                case protocol::Event::STATUS:
+                    step = StatusText(false, e);
+                    status(StatusText(context.station.language.ChineseChosen(), e));
+                    break;
                 case protocol::Event::PROGRESS: {
                     if (e.total) {
                         const std::uint64_t total = std::min<std::uint64_t>(*e.total, 0xFFFFFFFEu);
                         if (total != lastTotal) value(4, total);
                         lastTotal = total;
-                        value(3, std::min<std::uint64_t>(*e.done, 0xFFFFFFFEu));
+                        // A count past its total is the program's slip: the row never shows one.
+                        value(3, std::min<std::uint64_t>(*e.done, total));
                     }
                     if (e.percent)
                         percent(static_cast<std::uint64_t>(*e.percent));
@@ -92,18 +104,26 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
         });
     }
     // A pulled phone fails the job rather than cancelling it.
-    if (outcome.kind == JobOutcome::CANCELLED && phone.Lost()) outcome = {JobOutcome::FAILED, ""};
+    const bool pulled = outcome.kind == JobOutcome::CANCELLED && phone.Lost();
+    if (pulled) outcome = {JobOutcome::FAILED, ""};
     const int r = outcome.kind == JobOutcome::PASSED      ? 0
                   : outcome.kind == JobOutcome::FAILED    ? 1
                   : outcome.kind == JobOutcome::CANCELLED ? 2
                                                           : 3;
     phone.Result(r != 0);
+    if (outcome.kind == JobOutcome::PASSED) {
+        status(choose(app::texts::kStatusDownloadComplete));
+        value(2, 100);
+        value(5, 1);
+        return r;
+    }
+    SlotOutcome told{SlotOutcome::Result::FAILED, step, outcome.text};
+    if (outcome.kind == JobOutcome::CANCELLED) told.error = app::texts::kReasonCancelled;
+    if (outcome.kind == JobOutcome::FAILED && outcome.text.empty())
+        told.error = pulled ? app::texts::kReasonUnplugged : app::texts::kReasonEngineGaveNone;
+    window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kProgressOutcome, row), reinterpret_cast<platform::LParam>(&told));
     switch (outcome.kind) {
-        case JobOutcome::PASSED:
-            status(choose(app::texts::kStatusDownloadComplete));
-            value(2, 100);
-            value(5, 1);
-            return r;
+        case JobOutcome::PASSED: break;
         case JobOutcome::FAILED: status(outcome.text.empty() ? choose(app::texts::kSimFailed) : outcome.text); break;
         case JobOutcome::CANCELLED: status(choose(app::texts::kSimCancelled)); break;
         case JobOutcome::FAULT: status(outcome.text); break;
@@ -121,7 +141,16 @@ int RunPackageOperation(ProgramContext& context, ProgramJob& job, const std::str
     if (!context.MakeOperation(commandLine, platform, operation, package, options, request, error)) return -1;
     const JobOutcome outcome = job.Run(request, onEvent);
     if (outcome.kind == JobOutcome::FAULT && outcome.noResult) return -1;
-    return outcome.kind == JobOutcome::PASSED ? 1 : 0;
+    if (outcome.kind == JobOutcome::PASSED) return 1;
+    const std::string reason = !outcome.text.empty()                  ? outcome.text
+                               : outcome.kind == JobOutcome::CANCELLED ? app::texts::kReasonCancelled
+                                                                       : app::texts::kReasonEngineGaveNone;
+    char text[2048];
+    std::snprintf(text, sizeof text, app::texts::kEngineCheckFailedFormat, platform, operation.front().c_str(),
+                  request.argv.front().c_str(), reason.c_str());
+    context.station.settingsStore.UiLog(text);
+    context.station.view.SetNotice(text);
+    return 0;
 }
 
 ProgramMtkEngine::ProgramMtkEngine(ProgramContext& context, platform::MessageWindow& window,

@@ -24,7 +24,9 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
 
 // A package-wide operation of the program (ProgramContext::MakeOperation): 1 passed,
 // 0 failed, -1 the program does not offer it (it exited without a result) or cannot run
-// (Start reports that), so the caller does what it does without a program.
+// (Start reports that), so the caller does what it does without a program. A failure is
+// said with the program's own reason in the notice pane and the log, so that the
+// operator's message box about the package is not all there is to go on.
 int RunPackageOperation(ProgramContext& context, ProgramJob& job, const std::string& commandLine, const char* platform,
                         const std::vector<std::string>& operation, const std::string& package,
                         const std::vector<std::string>& options,

@@ -1,5 +1,9 @@
 #include "engine/SimEngines.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
@@ -7,6 +11,7 @@
 #include "app/Messages.h"
 #include "app/Station.h"
 #include "app/Texts.h"
+#include "engine/SlotDisplay.h"
 
 namespace quorvel::engine {
 
@@ -160,6 +165,38 @@ bool CancellableWait::Cancelled() const {
 
 // ---- MTK and CFG jobs ----
 
+std::string SimPackageProblem(const std::string& path) {
+    // Opened without blocking and read only when it is a regular file: a FIFO or a
+    // device named like a package must not hang the engine.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return "cannot open " + path;
+    struct stat st {};
+    std::string problem;
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) problem = path + " is not a regular file";
+    // An entry is any line that is not blank and not a "#" comment; the first 64 KiB tell.
+    bool entry = false, lineStart = true, comment = false;
+    char buf[4096];
+    for (std::size_t seen = 0; problem.empty() && !entry && seen < 65536;) {
+        const ssize_t n = ::read(fd, buf, sizeof buf);
+        if (n <= 0) break;
+        seen += static_cast<std::size_t>(n);
+        for (ssize_t i = 0; i < n && !entry; ++i) {
+            const char c = buf[i];
+            if (c == '\n' || c == '\r') {
+                lineStart = true;
+                comment = false;
+            } else if (c != ' ' && c != '\t' && !comment) {
+                if (lineStart && c == '#') comment = true;
+                else entry = true;
+                lineStart = false;
+            }
+        }
+    }
+    ::close(fd);
+    if (problem.empty() && !entry) problem = path + " lists nothing to download";
+    return problem;
+}
+
 namespace {
 
 Millis TransferMs(const PhoneProfile& p, std::uint64_t bytes) {
@@ -167,10 +204,17 @@ Millis TransferMs(const PhoneProfile& p, std::uint64_t bytes) {
     return static_cast<Millis>(static_cast<double>(bytes) / (1024.0 * 1024.0) / p.speedMBps * 1000.0);
 }
 
+// The simulated MTK-style steps, in the words of the job's outcome.
+constexpr const char* kStepConnect = "Connecting";
+constexpr const char* kStepDaSwitch = "DA switch";
+constexpr const char* kStepDownload = "Downloading";
+
 // One MTK-style job as the engines report it by message 6028. Steps: 0 bind,
-// 1 DA switch (MTK only), 2 transfer. Returns 0 passed, 1 failed, 2 cancelled.
+// 1 DA switch (MTK only), 2 transfer. `package`: why the package cannot be flashed, or
+// empty. Returns 0 passed, 1 failed, 2 cancelled.
 int RunMtkStyleJob(app::Station& station, platform::MessageWindow& window, CancellableWait& wait,
-                   SimPhoneRegistry& registry, int slot, const app::DeviceInfo& device, bool daSwitch) {
+                   SimPhoneRegistry& registry, int slot, const app::DeviceInfo& device, bool daSwitch,
+                   const std::string& package) {
     const PhoneProfile p = registry.ForDevice(app::FieldText(device.instanceId));
     const SimPhoneRegistry::Link link(registry, p.plug, wait);
     const auto row = static_cast<std::uint32_t>(slot);
@@ -181,37 +225,52 @@ int RunMtkStyleJob(app::Station& station, platform::MessageWindow& window, Cance
         window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kind, row), static_cast<platform::LParam>(v));
     };
     auto choose = [&](const app::LangText& t) { return station.language.ChooseText(t); };
-    auto fail = [&](bool interrupted) {
+    const char* step = kStepConnect;
+    // The engine's account goes first, then the failure as the row shows it, then the verdict.
+    auto fail = [&](bool interrupted, const std::string& reason) {
         const bool cancelled = interrupted && !link.Lost();  // a pulled phone fails the job
+        const SlotOutcome told{SlotOutcome::Result::FAILED, step,
+                               cancelled     ? app::texts::kReasonCancelled
+                               : interrupted ? app::texts::kReasonUnplugged
+                                             : reason};
+        window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kProgressOutcome, row), reinterpret_cast<platform::LParam>(&told));
         status(choose(cancelled ? app::texts::kSimCancelled : app::texts::kSimFailed));
         value(5, 0);
         return cancelled ? 2 : 1;
     };
-    auto failsAt = [&](int step) { return !p.pass && p.failingStep == step; };
+    auto failsAt = [&](int at) { return !p.pass && p.failingStep == at; };
+
+    // A new job starts from nothing: no count, no total, no percent left from the last.
+    value(3, 0);
+    value(4, kUnknown);
+    value(2, 0);
+    if (!package.empty()) return fail(false, package);
 
     const Millis setupMs = p.durationMs / 10;
     status(choose(app::texts::kStatusBindIndex));
-    if (!wait.Pause(setupMs)) return fail(true);
-    if (failsAt(0)) return fail(false);
+    if (!wait.Pause(setupMs)) return fail(true, "");
+    if (failsAt(0)) return fail(false, "no answer from the phone's boot ROM");
 
     if (daSwitch && p.switchPort) {
-        if (!wait.Pause(setupMs)) return fail(true);
+        step = kStepDaSwitch;
+        if (!wait.Pause(setupMs)) return fail(true, "");
         status(choose(app::texts::kStatusSwitchDa));
         registry.NotifySwitch({SwitchEvent::MTK_TO_DA, app::FieldText(device.instanceId), 0, slot});
-        if (failsAt(1)) return fail(false);
+        if (failsAt(1)) return fail(false, "the download agent did not answer on its port");
     }
 
+    step = kStepDownload;
     const std::uint32_t total = static_cast<std::uint32_t>(std::min<std::uint64_t>(p.sizeBytes, 0xFFFFFFFEu));
     const Millis chunkMs = (p.durationMs - 2 * setupMs + TransferMs(p, p.sizeBytes)) / 10;
     status(choose(app::texts::kSimDownloading));
     value(4, total);
     for (std::uint32_t i = 1; i <= 10; ++i) {
-        if (!wait.Pause(chunkMs)) return fail(true);
+        if (!wait.Pause(chunkMs)) return fail(true, "");
         value(3, static_cast<std::uint32_t>(static_cast<std::uint64_t>(total) * i / 10));
         value(2, i * 10);
-        if (failsAt(2) && i == 5) return fail(false);
+        if (failsAt(2) && i == 5) return fail(false, "write error at 50 %");
     }
-    if (!p.pass) return fail(false);
+    if (!p.pass) return fail(false, "image check failed after writing");
     status(choose(app::texts::kStatusDownloadComplete));
     value(2, 100);
     value(5, 1);
@@ -234,7 +293,8 @@ void SimMtkEngine::SetDeviceInfo(app::DeviceInfo* device) {
 }
 
 int SimMtkEngine::DLOperationStart() {
-    const int r = RunMtkStyleJob(station_, window_, wait_, registry_, slot_, device_, true);
+    const int r = RunMtkStyleJob(station_, window_, wait_, registry_, slot_, device_, true,
+                                 SimPackageProblem(station_.package.scatterFilePath));
     registry_.JobResult(registry_.ForDevice(app::FieldText(device_.instanceId)).plug, r != 0);
     return r;
 }
@@ -255,8 +315,7 @@ void SimMtkEngine::GetVersionInfo(app::VersionInfo* info) {
 }
 
 int SimMtkEngine::PreLoadFiles(char* scatterPath, bool, int, int, app::SpmtkEfuseInfo, bool) {
-    std::error_code ec;
-    return scatterPath && fs::is_regular_file(scatterPath, ec) ? 0 : 1;
+    return scatterPath && SimPackageProblem(scatterPath).empty() ? 0 : 1;
 }
 
 // Reports every file beside the checksum list as validated, then the verdict.
@@ -287,8 +346,7 @@ SimFpEngine::SimFpEngine(app::Station& station, SimPhoneRegistry& registry, plat
     : station_(station), registry_(registry), window_(window), wait_(station.clock) {}
 
 int SimFpEngine::PreLoadFiles_FP(const char* cfgPath) {
-    std::error_code ec;
-    return cfgPath && fs::is_regular_file(cfgPath, ec) ? 0 : 1;
+    return cfgPath && SimPackageProblem(cfgPath).empty() ? 0 : 1;
 }
 
 void SimFpEngine::SetDeviceInfo(app::DeviceInfo* device) {
@@ -301,7 +359,8 @@ void SimFpEngine::SetDLPara(int threadIndex) {
 }
 
 int SimFpEngine::MTKFP_OperationStart() {
-    const int r = RunMtkStyleJob(station_, window_, wait_, registry_, slot_, device_, false);
+    const int r = RunMtkStyleJob(station_, window_, wait_, registry_, slot_, device_, false,
+                                 SimPackageProblem(station_.package.cfgFilePath));
     registry_.JobResult(registry_.ForDevice(app::FieldText(device_.instanceId)).plug, r != 0);
     return r;
 }

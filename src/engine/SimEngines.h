@@ -48,6 +48,12 @@ struct SwitchEvent {
 
 class CancellableWait;
 
+// Why the simulated engines refuse the package file at `path` (its pre-load fails and its
+// jobs fail at once), as a real engine that parses it would; empty when it can be flashed.
+// A file that is missing, not a regular file, or lists no entry (only blank and "#"
+// lines) is refused.
+std::string SimPackageProblem(const std::string& path);
+
 // Any thread may call any method.
 class SimPhoneRegistry {
 public:

@@ -31,6 +31,9 @@ void FillBoundRow(app::Station& station, int slot, app::SlotRow& row) {
     row.cells[app::COL_DEVICE].colour = kColourGrey;
     row.cells[app::COL_BINDED].text = app::BindStateName(station.bindings.State(slot));
     row.cells[app::COL_BINDED].colour = kColourBlue;
+    // Bar and label come hidden: an empty bar would read as a job at 0 %.
+    row.progress.visible = false;
+    row.result.visible = false;
 }
 
 SlotDisplay::SlotDisplay(app::Station& station) : station_(station) {}
@@ -75,6 +78,7 @@ platform::LResult SlotDisplay::HandleProgress(platform::WParam wParam, platform:
         case 0: {
             const char* text = reinterpret_cast<const char*>(lParam);
             status_ = text ? text : "";
+            step_ = status_;
             if (Contains(status_, lang.ChooseText(app::texts::kStatusFormatting)) ||
                 Contains(status_, lang.ChooseText(app::texts::kStatusEnterMeta))) {
                 total_ = kUnknown;
@@ -89,6 +93,13 @@ platform::LResult SlotDisplay::HandleProgress(platform::WParam wParam, platform:
         case 2: percent_ = value; break;
         case 3: done_ = value; break;
         case 4: total_ = value; break;
+        case kProgressOutcome:
+            // Not part of the bar's text: the engine's account of the job's end.
+            if (const auto* told = reinterpret_cast<const SlotOutcome*>(lParam)) {
+                outcome_.step = told->step;
+                outcome_.error = told->error;
+            }
+            return 0;
         case 5:
             if (value == 1) {
                 total_ = kUnknown;
@@ -110,7 +121,11 @@ platform::LResult SlotDisplay::HandleProgress(platform::WParam wParam, platform:
 void SlotDisplay::CountResultLocked(int row, bool passed) {
     if (passed) ++passCount_;
     ++jobCount_;
+    outcome_.result = passed ? SlotOutcome::Result::PASSED : SlotOutcome::Result::FAILED;
+    // An engine that gave no account of a failure: its last status is all there is.
+    if (!passed && outcome_.step.empty() && outcome_.error.empty()) outcome_.step = step_;
     station_.slotList.EditRow(row, [&](app::SlotRow& r) {
+        r.phase = passed ? app::SlotPhase::PASS : app::SlotPhase::FAIL;
         r.progress.barColourFrom = passed ? kColourGreen : kColourRed;
         r.progress.textColour = app::kBlack;
         r.passCount = passCount_;
@@ -126,6 +141,7 @@ platform::LResult SlotDisplay::ShowStep(int row, int step, platform::LParam lPar
     if (step < 0 || step > 13) return 0;
     std::unique_lock lk(mutex_);
     status_ = app::texts::kSprdStepNames[step];
+    if (step != 10 && step != 11) step_ = status_;
     switch (step) {
         case 0:
         case 1:
@@ -171,11 +187,17 @@ platform::LResult SlotDisplay::SprdFinished(int row, const SprdPortResult* recor
         return 0;
     }
     std::string barText = passed ? app::texts::kBarPassed : app::texts::kBarFailed;
-    if (!passed && record && record->errorText[0] != '\0')
-        barText += ": " + std::string(record->errorText, strnlen(record->errorText, sizeof record->errorText));
+    const std::string error = record ? std::string(record->errorText, strnlen(record->errorText, sizeof record->errorText))
+                                     : std::string();
+    if (!passed && !error.empty()) barText += ": " + error;
     if (passed) ++passCount_;
     ++jobCount_;
+    if (passed)
+        outcome_ = {SlotOutcome::Result::PASSED, "", ""};
+    else
+        outcome_ = {SlotOutcome::Result::FAILED, step_, error.empty() ? app::texts::kReasonNoRecord : error};
     station_.slotList.EditRow(row, [&](app::SlotRow& r) {
+        r.phase = passed ? app::SlotPhase::PASS : app::SlotPhase::FAIL;
         r.progress.barColourFrom = passed ? kColourGreen : kColourRed;
         r.progress.textColour = app::kBlack;
         r.passCount = passCount_;
@@ -191,6 +213,7 @@ platform::LResult SlotDisplay::SprdFinished(int row, const SprdPortResult* recor
 void SlotDisplay::SetStepName(int, const std::string& name) {
     std::lock_guard g(mutex_);
     stepName_ = name;
+    if (!name.empty()) step_ = name;
 }
 
 void SlotDisplay::SetSprdPhase(int phase) {
@@ -238,6 +261,30 @@ std::uint32_t SlotDisplay::PassCount() const {
 std::uint32_t SlotDisplay::JobCount() const {
     std::lock_guard g(mutex_);
     return jobCount_;
+}
+
+void SlotDisplay::BeginJob(int row) {
+    std::lock_guard g(mutex_);
+    outcome_ = {};
+    step_.clear();
+    station_.slotList.EditRow(row, [](app::SlotRow& r) { r.phase = app::SlotPhase::FLASHING; });
+}
+
+SlotOutcome SlotDisplay::Outcome() const {
+    std::lock_guard g(mutex_);
+    SlotOutcome outcome = outcome_;
+    // No verdict yet (the job ends without one): the step it had reached.
+    if (outcome.result == SlotOutcome::Result::NONE && outcome.step.empty()) outcome.step = step_;
+    return outcome;
+}
+
+void SlotDisplay::EndJob(int row, const SlotOutcome& outcome, bool interrupted) {
+    std::lock_guard g(mutex_);
+    outcome_ = outcome;
+    const app::SlotPhase phase = interrupted                                       ? app::SlotPhase::INTERRUPTED
+                                 : outcome.result == SlotOutcome::Result::PASSED ? app::SlotPhase::PASS
+                                                                                 : app::SlotPhase::FAIL;
+    station_.slotList.EditRow(row, [phase](app::SlotRow& r) { r.phase = phase; });
 }
 
 void ShowSlotElapsed(app::Station& station, int slot) {

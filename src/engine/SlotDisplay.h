@@ -3,7 +3,7 @@
 // worker's progress messages and composes the row's bar and result texts.
 // Threads: the message operations (HandleProgress, ShowStep, ShowSprdProgress,
 // SprdFinished, SetStepName) run on the station thread; JobStart's cell updates,
-// SetSprdPhase and ResultText come from the slot's worker. The fields sit under one
+// SetSprdPhase, ResultText, BeginJob, Outcome and EndJob come from the slot's worker. The fields sit under one
 // lock, the row itself is in the thread-safe slot-list model.
 
 #include <cstdint>
@@ -12,6 +12,7 @@
 
 #include "app/SlotListModel.h"
 #include "engine/EngineInterfaces.h"
+#include "engine/SlotOutcome.h"
 
 namespace quorvel::app {
 class Station;
@@ -26,8 +27,8 @@ inline constexpr app::Rgb kColourDarkGreen = app::MakeRgb(52, 107, 36);
 inline constexpr app::Rgb kColourPurple = app::MakeRgb(102, 51, 153);
 inline constexpr app::Rgb kColourGrey = 0x808080;
 inline constexpr std::uint32_t kUnknown = 0xFFFFFFFFu;
-inline constexpr int kIconPort = 1;    // a bound port without a phone
-inline constexpr int kIconDevice = 2;  // a phone is there
+inline constexpr int kIconPort = app::kIconSocket;
+inline constexpr int kIconDevice = app::kIconPhone;
 
 // A bound slot's row as drawn before its phone comes: number, the bound port's name in
 // grey with the port icon, the binding state in blue.
@@ -58,6 +59,13 @@ public:
     std::uint32_t PassCount() const;
     std::uint32_t JobCount() const;
 
+    // The worker's job begins: the outcome starts empty and the row shows a flash.
+    void BeginJob(int row);
+    // What the engine has said of the running (or last) job's end so far.
+    SlotOutcome Outcome() const;
+    // The worker's final word on the job: the row shows its verdict, or that it was cut short.
+    void EndJob(int row, const SlotOutcome& outcome, bool interrupted);
+
 private:
     // The bar text for the current fields; called with mutex_ held.
     std::string ComposeLocked(int row) const;
@@ -74,6 +82,8 @@ private:
     std::uint32_t passCount_ = 0;
     std::uint32_t jobCount_ = 0;
     int sprdPhase_ = 0;
+    std::string step_;  // the step the engine last announced, for the outcome
+    SlotOutcome outcome_;
 };
 
 // The slot timer's tick: column 3 = time since the slot's job started, "%H:%M:%S".

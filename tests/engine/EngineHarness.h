@@ -73,6 +73,11 @@ class EngineHarness : public platform::MessageHandler, private engine::EngineFac
 public:
     explicit EngineHarness(int slots, EngineSwap swap = {}) : swap_(std::move(swap)) {
         fx.WriteSettings("[COMMON]\n");
+        // Packages the simulated engines accept: MTK and CFG jobs flash them.
+        fx.dir.Write("pkg/scatter.txt", "preloader preloader.bin\n");
+        fx.dir.Write("pkg/phone.cfg", "preloader preloader.bin\n");
+        st.package.scatterFilePath = fx.dir.File("pkg/scatter.txt");
+        st.package.cfgFilePath = fx.dir.File("pkg/phone.cfg");
         st.language.SetLanguageId(app::kLangEnglish + 1);  // English (the fixture's system is 1033)
         manager = std::make_unique<engine::DownloadManager>(st, loop, static_cast<engine::EngineFactory&>(*this));
         router = std::make_unique<console::MessageRouter>(st, *manager);

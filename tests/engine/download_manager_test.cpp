@@ -20,6 +20,7 @@ TEST(DownloadManagerTest, AddWorkerFillsBoundRowsAndSharesTheIndexOfAnUnfilledRo
     EXPECT_EQ(st.slotList.CellText(0, app::COL_NUMBER), "01");
     EXPECT_EQ(st.slotList.CellText(0, app::COL_DEVICE), "Diag (COM3)");
     EXPECT_EQ(st.slotList.Row(0).cells[app::COL_DEVICE].colour, kColourGrey);
+    EXPECT_FALSE(st.slotList.Row(0).progress.visible);  // no empty bar that reads as a job at 0 %
     EXPECT_EQ(st.slotList.CellText(1, app::COL_BINDED), "PRELOADER_BINDED");
     EXPECT_EQ(manager.WorkerAt(2)->ThreadIndex(), 2);
     EXPECT_EQ(manager.WorkerAt(3)->ThreadIndex(), 2);

@@ -189,24 +189,31 @@ TEST(EngineProgram, FastProgressIsThinnedToTheNewest) {
 }
 
 // Pre-load and verification run the program's --preload and --verify; a program without
-// them leaves them to the in-process engine.
+// them leaves them to the in-process engine. A program's failure is said with its own
+// reason in the notice pane and the log, not only blamed on the package.
 TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
     test::TempDir dir;
     dir.Write("fw/scatter.txt", "scatter\n");
     dir.Write("fw/boot.img", "0123456789");
     dir.Write("fw/CheckSum.ini", "[x]\n");
     dir.Write("plain.sh", "#!/bin/sh\necho \"usage: plain.sh PORT\"\nexit 2\n");
-    std::filesystem::permissions(dir.File("plain.sh"), std::filesystem::perms::owner_all);
+    dir.Write("garbage.sh", "#!/bin/sh\necho '{\"t\":\"hello\",\"protocol\":1,\"program\":\"g\"}'\necho '{\"t\":'\n");
+    for (const char* script : {"plain.sh", "garbage.sh"})
+        std::filesystem::permissions(dir.File(script), std::filesystem::perms::owner_all);
     struct Case {
         std::string program, scatter;
         int preload;  // 0: passed
         int verify;   // 1: passed
+        std::string preloadSaid, verifySaid;  // in the notice pane and the log; empty: nothing
     };
     // The program's answers differ from what the in-process engine would say.
     const Case cases[] = {
-        {SimEngine() + " --package {package}", dir.File("fw/scatter.txt"), 0, 1},
-        {SimEngine() + " --package " + dir.File("fw/other.txt") + " --fail", dir.File("fw/scatter.txt"), 1, 0},
-        {dir.File("plain.sh") + " {port}", dir.File("fw/scatter.txt"), 0, 1},  // the in-process engine's
+        {SimEngine() + " --package {package}", dir.File("fw/scatter.txt"), 0, 1, "", ""},
+        {SimEngine() + " --package " + dir.File("fw/other.txt") + " --fail", dir.File("fw/scatter.txt"), 1, 0,
+         "): cannot open " + dir.File("fw/other.txt"), "): checksum mismatch"},
+        {dir.File("plain.sh") + " {port}", dir.File("fw/scatter.txt"), 0, 1, "", ""},  // the in-process engine's
+        {dir.File("garbage.sh"), dir.File("fw/scatter.txt"), 1, 0, "MTK engine program --preload failed (",
+         "--verify failed (" + dir.File("garbage.sh") + "): engine program wrote garbage"},
     };
     platform::SystemClock clock;
     app::HeadlessConsoleUi ui;
@@ -221,9 +228,26 @@ TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
         test::ChecksumWindow window;
         auto mtk = programs.MakeMtk(window);
         std::string path = c.scatter;
+        const auto said = [&](const std::string& want) {
+            const std::string notice = st.view.Notice();
+            EXPECT_EQ(notice.empty(), want.empty()) << notice;
+            EXPECT_NE(notice.find(want), std::string::npos) << notice;
+            std::string log;
+            for (const auto& f : std::filesystem::directory_iterator(dir.Path())) {
+                if (f.path().string().ends_with("UILog.txt")) log += dir.Read(f.path().filename().string());
+            }
+            if (!want.empty()) {
+                EXPECT_NE(log.find(notice), std::string::npos) << log;
+            }
+        };
         EXPECT_EQ(mtk->PreLoadFiles(path.data(), true, 0, 0, {}, false), c.preload);
+        said(c.preloadSaid);
         mtk->SetChkSumWnd(&window);
         EXPECT_EQ(mtk->VerifyHostBufferBeforeStart(dir.File("fw/CheckSum.ini").c_str()), c.verify);
+        said(c.verifySaid);
+        for (const auto& f : std::filesystem::directory_iterator(dir.Path()))
+            if (f.path().string().ends_with("UILog.txt")) std::filesystem::remove(f.path());
+        if (c.program.find("garbage") != std::string::npos) continue;
         // Both engines report every file beside the list, the program through its progress lines.
         ASSERT_FALSE(window.Seen().empty());
         EXPECT_EQ(window.Seen().back(), dir.File("fw/scatter.txt") + " 100");

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "app/Messages.h"
+#include "app/Texts.h"
 #include "engine/SlotDisplay.h"
 #include "support/StationFixture.h"
 
@@ -130,6 +133,47 @@ TEST_F(SlotDisplayTest, SprdStepsProgressAndFinish) {
     display.SprdFinished(2, nullptr);  // no record at all: failed, without a reason
     EXPECT_EQ(Result(2).text, "FAIL(1/2)");
     EXPECT_EQ(Bar(2), "Failed");
+}
+
+// The outcome comes from what the engines tell, never from the row's texts: the MTK
+// engines' account before their verdict, or without one their last status; the SPRD
+// record's error with the step it came in. The worker's last word marks a job cut short.
+TEST_F(SlotDisplayTest, OutcomeIsTheEnginesAccount) {
+    using R = SlotOutcome::Result;
+    const auto tell = [&](const SlotOutcome& o) {
+        display.HandleProgress(PackProgress(kProgressOutcome, 1), reinterpret_cast<platform::LParam>(&o));
+    };
+    const auto phase = [&](int row) { return fx.station->slotList.Row(row).phase; };
+    display.BeginJob(1);
+    EXPECT_EQ(phase(1), app::SlotPhase::FLASHING);
+    Status("Downloading...");
+    Value(2, 50);
+    Status("Download failed!");
+    const std::string bar = Bar();
+    tell({R::NONE, "Downloading", "write error at 50 %"});
+    EXPECT_EQ(Bar(), bar);  // the account is not part of the bar
+    Value(5, 0);
+    EXPECT_EQ(display.Outcome(), (SlotOutcome{R::FAILED, "Downloading", "write error at 50 %"}));
+    EXPECT_EQ(phase(1), app::SlotPhase::FAIL);
+
+    display.BeginJob(1);
+    EXPECT_EQ(display.Outcome(), SlotOutcome{});
+    Status("Connecting...");
+    Value(5, 0);
+    EXPECT_EQ(display.Outcome(), (SlotOutcome{R::FAILED, "Connecting...", ""}));
+    display.EndJob(1, display.Outcome(), true);
+    EXPECT_EQ(phase(1), app::SlotPhase::INTERRUPTED);
+
+    display.BeginJob(2);
+    display.SetStepName(2, "Erasing flash");
+    display.ShowStep(2, 3, 0);
+    SprdPortResult record{};
+    std::strcpy(record.errorText, "Erasing flash failed");
+    display.ShowStep(2, 10, reinterpret_cast<platform::LParam>(&record));
+    EXPECT_EQ(display.Outcome(), (SlotOutcome{R::FAILED, "Erasing flash", "Erasing flash failed"}));
+    display.SprdFinished(2, nullptr);
+    EXPECT_EQ(display.Outcome().error, app::texts::kReasonNoRecord);
+    EXPECT_EQ(phase(2), app::SlotPhase::FAIL);
 }
 
 }  // namespace

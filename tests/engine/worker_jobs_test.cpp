@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <sstream>
 
 #include "EngineHarness.h"
 #include "app/JobHistoryReader.h"
+#include "app/Texts.h"
 #include "console/CloseCheck.h"
 
 namespace quorvel::engine {
@@ -139,6 +141,14 @@ TEST(DownloadWorkerJobs, CfgBatchStopsTheStationWhenItsLastJobEnds) {
     EXPECT_EQ(h.startStopCommands.load(), 1);  // only the last job of the batch stops the run
 }
 
+// The last job of slot 0 as the history keeps it: "result | step | error".
+std::string LastJobKept(EngineHarness& h) {
+    const auto jobs = app::ReadJobHistory(h.fx.dir.File("TestLog")).jobs;
+    if (jobs.empty()) return "none";
+    const app::JobRecord& j = jobs.back();
+    return std::string(app::JobResultText(j.result)) + " | " + j.failedStep + " | " + j.errorText;
+}
+
 TEST(DownloadWorkerJobs, SprdJobPaths) {
     enum Reach { PHASE_1, PHASE_2, RELEASED_IN_PHASE_2 };  // released: binding took the slot out of BUSY
     struct Case {
@@ -147,18 +157,23 @@ TEST(DownloadWorkerJobs, SprdJobPaths) {
         Reach reach;
         const char* slot;
         platform::Millis atLeast;
+        std::string kept;  // in the history: the engine's step and reason, not the row's texts
     };
     // clang-format off
     const Case cases[] = {
-        {"passes", {}, PHASE_2, "PASS(1/1) | Passed | ALL_BINDED", 0},
+        {"passes", {}, PHASE_2, "PASS(1/1) | Passed | ALL_BINDED", 0, "PASS |  | "},
         {"fails in phase 1", {.pass = false, .failingStep = 1}, PHASE_1,
-                                "FAIL(0/1) | Failed: Connecting failed | ALL_BINDED", 0},
+                                "FAIL(0/1) | Failed: Connecting failed | ALL_BINDED", 0,
+                                "FAIL | Connecting | Connecting failed"},
         // Which status the engine has reached by the last poll is the engine's timing, not the worker's.
-        {"no switch within 26 polls", {.sprdPhase1Ms = 60000}, PHASE_1, "Ongoing | * | ALL_BINDED", 26 * 500},
+        {"no switch within 26 polls", {.sprdPhase1Ms = 60000}, PHASE_1, "Ongoing | * | ALL_BINDED", 26 * 500,
+                                std::string("FAIL | Checking baudrate | ") + app::texts::kReasonNoSwitch},
         {"fails in phase 2", {.pass = false, .failingStep = 5}, PHASE_2,
-                                "FAIL(0/1) | Failed: Erasing flash failed | ALL_BINDED", 0},
+                                "FAIL(0/1) | Failed: Erasing flash failed | ALL_BINDED", 0,
+                                "FAIL | Erasing flash | Erasing flash failed"},
         {"released in phase 2", {.durationMs = 600000}, RELEASED_IN_PHASE_2,
-                                "Ongoing | Checking baudrate | ALL_BINDED", 0},
+                                "Ongoing | Checking baudrate | ALL_BINDED", 0,
+                                std::string("FAIL | Checking baudrate | ") + app::texts::kReasonNoVerdict},
     };
     // clang-format on
     for (const auto& c : cases) {
@@ -189,10 +204,77 @@ TEST(DownloadWorkerJobs, SprdJobPaths) {
         }
         const bool passed = std::string(c.slot).starts_with("PASS");
         EXPECT_EQ(h.Fail(), passed ? 0u : 1u);
+        EXPECT_EQ(LastJobKept(h), c.kept);
+        EXPECT_EQ(h.st.slotList.Row(0).phase, passed ? app::SlotPhase::PASS : app::SlotPhase::FAIL);
         if (passed) {
             EXPECT_EQ(h.router->SlotStepCounter(0), 5u);  // phase 2's five steps, numbered from 0
             EXPECT_EQ(h.st.slotList.CellText(0, app::COL_BINDED), "ALL_BINDED");
         }
+    }
+}
+
+// A failed MTK or CFG job reaches the history with the engine's own step and reason, in
+// words whatever the operator's language, as does the operation. Each runs after a
+// passed job of a larger image on the same slot: the bar never shows a count past its
+// total. An empty package is refused, not flashed.
+TEST(DownloadWorkerJobs, FailuresKeepTheEnginesStepAndReason) {
+    struct Case {
+        const char* name;
+        std::uint32_t kind;
+        PhoneProfile phone;
+        std::string kept;
+    };
+    const PhoneProfile small{.sizeBytes = 21u << 20};
+    auto failing = [&](int step) {
+        PhoneProfile p = small;
+        p.pass = false;
+        p.failingStep = step;
+        return p;
+    };
+    const Case cases[] = {
+        {"at the start", app::EVENT_MTK, failing(0), "FAIL | Connecting | no answer from the phone's boot ROM"},
+        {"at the DA switch", app::EVENT_MTK, failing(1),
+         "FAIL | DA switch | the download agent did not answer on its port"},
+        {"writing", app::EVENT_CFG, failing(2), "FAIL | Downloading | write error at 50 %"},
+        {"after writing", app::EVENT_MTK, failing(-1), "FAIL | Downloading | image check failed after writing"},
+        {"empty scatter file", app::EVENT_MTK, small, "FAIL | Connecting | * lists nothing to download"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EngineHarness h(1);
+        h.st.language.SetLanguageId(app::kLangEnglish);  // the system's: Chinese is chosen
+        std::mutex seen;  // the observer runs on the worker and the station thread
+        std::vector<std::string> pastTheTotal;
+        h.st.slotList.SetObserver([&] {
+            double done = 0, total = 0;
+            const std::string bar = h.st.slotList.Row(0).progress.text;
+            const auto open = bar.find('(');
+            if (open != std::string::npos && std::sscanf(bar.c_str() + open, "(%lf/%lfM)", &done, &total) == 2 &&
+                done > total) {
+                std::lock_guard g(seen);
+                pastTheTotal.push_back(bar);
+            }
+        });
+        h.registry.SetProfile("big", {.sizeBytes = 25u << 20});
+        h.registry.SetProfile("case", c.phone);
+        h.StartStation();
+        const auto serve = [&](const char* phone, std::uint32_t total) {
+            h.HandOver(0, h.Device(static_cast<int>(c.kind), "Phone (COM1)", phone));
+            ASSERT_TRUE(h.RunUntil([&] { return h.Total() == total && h.st.slotList.Row(0).phase != app::SlotPhase::FLASHING; }));
+        };
+        serve("big", 1);
+        if (std::string(c.name) == "empty scatter file") h.fx.dir.Write("pkg/scatter.txt", "# nothing\n\n");
+        serve("case", 2);
+        h.st.slotList.SetObserver({});
+        EXPECT_EQ(pastTheTotal, std::vector<std::string>{});
+        const std::string kept = LastJobKept(h);
+        if (const auto any = c.kept.find('*'); any != std::string::npos) {
+            EXPECT_TRUE(kept.starts_with(c.kept.substr(0, any)) && kept.ends_with(c.kept.substr(any + 1))) << kept;
+        } else {
+            EXPECT_EQ(kept, c.kept);
+        }
+        EXPECT_EQ(app::ReadJobHistory(h.fx.dir.File("TestLog")).jobs.back().operation, "Firmware Upgrade");
+        EXPECT_EQ(h.st.slotList.Row(0).phase, app::SlotPhase::FAIL);
     }
 }
 
@@ -222,6 +304,8 @@ TEST(DownloadWorkerJobs, StopCancelsMtkAndCfgJobsButNotSprd) {
         kept[job.slot] = {job.platform, app::JobResultText(job.result)};
     EXPECT_EQ(kept, (std::map<int, std::pair<std::string, std::string>>{
                         {0, {"MTK", "interrupted"}}, {1, {"CFG", "interrupted"}}, {2, {"SPRD", "PASS"}}}));
+    // A job cut short shows so on its tile, apart from a failure.
+    EXPECT_EQ(h.st.slotList.Row(0).phase, app::SlotPhase::INTERRUPTED);
 }
 
 // Each SPRD slot serves its own phone: one bound while the station was stopped waits

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "engine/EngineProtocol.h"
+#include "engine/SimEngines.h"
 #include "platform/JsonText.h"
 
 namespace {
@@ -54,7 +55,7 @@ void Usage() {
         "         [--time-scale F] [--progress-rate N] [--stamp] [--protocol N]\n"
         "         [--misbehave MODE[@DEVICE]] [--device ID]\n"
         "       quorvel-sim-engine --version   (writes its hello and exits)\n"
-        "       quorvel-sim-engine --preload [--package FILE]   (passes when FILE exists)\n"
+        "       quorvel-sim-engine --preload [--package FILE]   (passes when FILE lists an entry)\n"
         "       quorvel-sim-engine --verify CHECKSUM [--fail]   (checks the files beside CHECKSUM)\n"
         "MODE: crash, garbage, silent, no-result, ignore-term or no-hello; with @DEVICE only for\n"
         "the job whose --device is DEVICE.\n"
@@ -179,8 +180,10 @@ int Operation() {
     namespace fs = std::filesystem;
     std::error_code ec;
     if (g.operation == "preload") {
-        if (!g.package.empty() && !fs::is_regular_file(g.package, ec))
-            return Result(false, "no package " + g.package), 0;
+        // Refused as the in-process simulated engines refuse it: missing, or nothing in it.
+        if (!g.package.empty())
+            if (const std::string problem = quorvel::engine::SimPackageProblem(g.package); !problem.empty())
+                return Result(false, problem), 0;
         return Result(true), 0;
     }
     std::vector<fs::path> files;
