@@ -11,22 +11,26 @@ namespace quorvel::widgets {
 using app::TileState;
 
 namespace {
-// Blue and orange stay apart for every common colour-vision deficiency; the word and
-// the shape carry the state on their own as well.
+// Each state has its own colour, word and shape. Blue and orange stay apart for every
+// common colour-vision deficiency; the word and the shape carry the state on their own.
 const QColor kPassColour(0, 114, 178);
 const QColor kFailColour(213, 94, 0);
-const QColor kBusyColour(51, 65, 77);
+const QColor kFlashColour(51, 65, 77);
 const QColor kBarColour(240, 228, 66);
+const QColor kWaitColour(240, 228, 66);
+const QColor kInterruptedColour(117, 112, 179);
 const QColor kIdleColour(228, 235, 231);
 const QColor kAbsentColour(245, 247, 246);
+const QColor kDarkInk(40, 50, 45);
 constexpr int kGap = 6;
 
 QColor Background(TileState s) {
     switch (s) {
         case TileState::PASS: return kPassColour;
         case TileState::FAIL: return kFailColour;
-        case TileState::BUSY:
-        case TileState::SWITCHING: return kBusyColour;
+        case TileState::FLASHING: return kFlashColour;
+        case TileState::WAITING: return kWaitColour;
+        case TileState::INTERRUPTED: return kInterruptedColour;
         case TileState::IDLE: return kIdleColour;
         case TileState::ABSENT: break;
     }
@@ -34,7 +38,7 @@ QColor Background(TileState s) {
 }
 
 QColor Ink(TileState s) {
-    return s == TileState::IDLE || s == TileState::ABSENT ? QColor(40, 50, 45) : QColor(Qt::white);
+    return s == TileState::IDLE || s == TileState::ABSENT || s == TileState::WAITING ? kDarkInk : QColor(Qt::white);
 }
 
 QFont Face(int pixels, bool bold) {
@@ -66,6 +70,43 @@ void DrawCross(QPainter& p, const QRectF& r) {
     const QRectF c = r.adjusted(r.width() * 0.15, r.height() * 0.15, -r.width() * 0.15, -r.height() * 0.15);
     p.drawLine(c.topLeft(), c.bottomRight());
     p.drawLine(c.topRight(), c.bottomLeft());
+}
+
+// An arrow into the phone: the image going down.
+void DrawArrow(QPainter& p, const QRectF& r) {
+    const double x = r.center().x();
+    p.drawLine(QPointF(x, r.top() + r.height() * 0.1), QPointF(x, r.bottom() - r.height() * 0.15));
+    QPainterPath head;
+    head.moveTo(r.left() + r.width() * 0.2, r.top() + r.height() * 0.5);
+    head.lineTo(x, r.bottom() - r.height() * 0.1);
+    head.lineTo(r.right() - r.width() * 0.2, r.top() + r.height() * 0.5);
+    p.drawPath(head);
+}
+
+// An hourglass: a phone is there, its job has not begun.
+void DrawHourglass(QPainter& p, const QRectF& r) {
+    const QRectF c = r.adjusted(r.width() * 0.2, r.height() * 0.1, -r.width() * 0.2, -r.height() * 0.1);
+    QPainterPath path;
+    path.moveTo(c.topLeft());
+    path.lineTo(c.topRight());
+    path.lineTo(c.bottomLeft());
+    path.lineTo(c.bottomRight());
+    path.closeSubpath();
+    p.drawPath(path);
+}
+
+// A stop square: the job was cut short.
+void DrawStop(QPainter& p, const QRectF& r) {
+    const QRectF c = r.adjusted(r.width() * 0.2, r.height() * 0.2, -r.width() * 0.2, -r.height() * 0.2);
+    p.save();
+    p.setBrush(p.pen().color());
+    p.drawRect(c);
+    p.restore();
+}
+
+// An empty ring: a socket without a phone.
+void DrawRing(QPainter& p, const QRectF& r) {
+    p.drawEllipse(r.adjusted(r.width() * 0.2, r.height() * 0.2, -r.width() * 0.2, -r.height() * 0.2));
 }
 }  // namespace
 
@@ -120,7 +161,9 @@ BenchView::TileLayout BenchView::FirstTileLayout() const {
     // Faces fitted to the widest texts each place can show, so that all tiles look alike.
     l.numberFont = Fitted(QStringLiteral("16"), l.number.size(), true);
     l.stateFont = Fitted(QStringLiteral("100%"), l.stateText.size(), true);
-    for (const QString& word : {QStringLiteral("PASS"), QStringLiteral("FAIL")}) {
+    for (TileState state : {TileState::IDLE, TileState::WAITING, TileState::PASS, TileState::FAIL,
+                            TileState::INTERRUPTED}) {
+        const QString word = StateWord(state, 0);
         const QFont f = Fitted(word, l.stateText.size(), true);
         if (f.pixelSize() < l.stateFont.pixelSize()) l.stateFont = f;
     }
@@ -130,17 +173,28 @@ BenchView::TileLayout BenchView::FirstTileLayout() const {
     return l;
 }
 
-std::array<QString, 4> BenchView::Texts(int n) const {
-    const app::BenchTile& t = tiles_[static_cast<std::size_t>(n)];
-    QString state;
-    switch (t.state) {
-        case TileState::PASS: state = QStringLiteral("PASS"); break;
-        case TileState::FAIL: state = QStringLiteral("FAIL"); break;
-        case TileState::BUSY: state = QStringLiteral("%1%").arg(t.percent); break;
-        case TileState::SWITCHING: state = QStringLiteral("…"); break;
-        case TileState::IDLE: state = QStringLiteral("–"); break;
+QString BenchView::StateWord(TileState state, int percent) {
+    switch (state) {
+        case TileState::PASS: return QStringLiteral("PASS");
+        case TileState::FAIL: return QStringLiteral("FAIL");
+        case TileState::FLASHING: return QStringLiteral("%1%").arg(percent);
+        case TileState::WAITING: return QStringLiteral("WAIT");
+        case TileState::INTERRUPTED: return QStringLiteral("STOP");
+        case TileState::IDLE: return QStringLiteral("IDLE");
         case TileState::ABSENT: break;
     }
+    return {};
+}
+
+int BenchView::TileAt(QPoint at) const {
+    for (int n = 0; n < app::kSlotCount; ++n)
+        if (TileRect(n).contains(at)) return n;
+    return -1;
+}
+
+std::array<QString, 4> BenchView::Texts(int n) const {
+    const app::BenchTile& t = tiles_[static_cast<std::size_t>(n)];
+    const QString state = StateWord(t.state, t.percent);
     const QString counts = t.jobCount ? QStringLiteral("%1/%2").arg(t.passCount).arg(t.jobCount) : QString();
     return {QStringLiteral("%1").arg(t.slot, 2, 10, QLatin1Char('0')), state, QString::fromUtf8(t.elapsed.c_str()),
             counts};
@@ -171,7 +225,7 @@ void BenchView::PaintTile(QPainter& p, int n) const {
             p.drawLine(x, l.tile.bottom(), x + l.tile.height(), l.tile.top());
         p.setClipping(false);
     }
-    if (t.state == TileState::BUSY) {
+    if (t.state == TileState::FLASHING) {
         const QRect track(l.tile.left() + 10, l.elapsed.top() - 10, l.tile.width() - 20, 8);
         p.fillRect(track, QColor(255, 255, 255, 60));
         p.fillRect(QRect(track.left(), track.top(), track.width() * t.percent / 100, track.height()), kBarColour);
@@ -185,8 +239,15 @@ void BenchView::PaintTile(QPainter& p, int n) const {
     const int mark = l.state.height() * 7 / 10;
     const QRectF shape(l.state.left(), l.state.center().y() - mark / 2.0, mark, mark);
     p.setPen(QPen(ink, std::max(3, mark / 7), Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
-    if (t.state == TileState::PASS) DrawTick(p, shape);
-    if (t.state == TileState::FAIL) DrawCross(p, shape);
+    switch (t.state) {
+        case TileState::PASS: DrawTick(p, shape); break;
+        case TileState::FAIL: DrawCross(p, shape); break;
+        case TileState::FLASHING: DrawArrow(p, shape); break;
+        case TileState::WAITING: DrawHourglass(p, shape); break;
+        case TileState::INTERRUPTED: DrawStop(p, shape); break;
+        case TileState::IDLE: DrawRing(p, shape); break;
+        case TileState::ABSENT: break;
+    }
     p.setPen(ink);
     p.setFont(l.stateFont);
     p.drawText(l.stateText, Qt::AlignLeft | Qt::AlignVCenter, texts[1]);

@@ -1,9 +1,12 @@
 #pragma once
 // The bench view: one large tile per slot, to be read from across the bench. Each
-// tile shows the slot number, its state as a word, a shape and a colour (blue with a
-// tick for a pass, orange with a cross and stripes for a failure, slate with a bar
-// while flashing), the job's time and the slot's passes out of its jobs. It paints
-// itself from snapshots of the slot list's view model; GUI thread only.
+// tile shows the slot number, its state as a word, a shape and a colour (pale grey
+// with a ring and "IDLE" for an empty socket, yellow with an hourglass and "WAIT" for a
+// phone whose job has not begun, slate with an arrow, the percentage and a bar while
+// flashing, blue with a tick and "PASS", orange with a cross, stripes and "FAIL",
+// violet with a stop square and "STOP" for a job cut short), the job's time and the
+// slot's passes out of its jobs. It paints itself from snapshots of the slot list's
+// view model; GUI thread only.
 
 #include <QFont>
 #include <QWidget>
@@ -31,6 +34,9 @@ public:
     QRect TileRect(int n) const;
     // The texts tile n shows: number, state word, time, counts.
     std::array<QString, 4> Texts(int n) const;
+    // The tile under `at` (widget coordinates), or -1.
+    int TileAt(QPoint at) const;
+    static QString StateWord(app::TileState state, int percent);
 
 protected:
     void paintEvent(QPaintEvent* event) override;

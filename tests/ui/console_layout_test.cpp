@@ -23,19 +23,24 @@ constexpr app::Rgb kDarkGreen = app::MakeRgb(52, 107, 36), kRed = app::MakeRgb(2
 void FillShift(app::SlotListModel& list) {
     struct Look {
         unsigned passes, jobs;
+        app::SlotPhase phase;
         app::SlotResult result;
         app::SlotProgress progress;
         const char* timer;
     };
     const Look looks[] = {
-        {10, 11, {"PASS(10/11)", kDarkGreen}, {100, "Download Completely!(100%)(7.31 MB/s)"}, "00:02:41"},
-        {9, 12, {"FAIL(9/12)", kRed}, {37, "Failed: Download failed!"}, "00:01:07"},
+        {10, 11, app::SlotPhase::PASS, {"PASS(10/11)", kDarkGreen}, {100, "Download Completely!(100%)(7.31 MB/s)"},
+         "00:02:41"},
+        {9, 12, app::SlotPhase::FAIL, {"FAIL(9/12)", kRed},
+         {37, "Failed: Download failed!", app::kBlack, app::kBlack, kRed, kBlue}, "00:01:07"},
         {0,
          0,
+         app::SlotPhase::FLASHING,
          {"Ongoing", kBlue},
          {30, "Downloading...(3.00/10.00M)(30%)", app::kWhite, app::kBlack, app::MakeRgb(0, 160, 0), kBlue},
          "00:00:52"},
-        {0, 0, {"OnSwith", kBlue}, {100, "Enumerating port"}, ""},
+        {4, 5, app::SlotPhase::INTERRUPTED, {"FAIL(4/5)", kRed},
+         {62, "Download cancelled!(62%)", app::kBlack, app::kBlack, kRed, kBlue}, "00:01:30"},
     };
     list.DeleteAllRows();
     for (int n = 0; n < app::kSlotCount; ++n) {
@@ -43,15 +48,18 @@ void FillShift(app::SlotListModel& list) {
         std::snprintf(number, sizeof number, "%02d", n + 1);
         const int row = list.InsertRow(number);
         list.EditRow(row, [&](app::SlotRow& r) {
-            r.cells[app::COL_DEVICE] = {"MTK PreLoader USB VCOM (COM" + std::to_string(n + 10) + ")", app::kBlack, 2};
+            r.cells[app::COL_DEVICE] = {"MTK PreLoader USB VCOM (COM" + std::to_string(n + 10) + ")", app::kBlack,
+                                        app::kIconPhone};
             r.cells[app::COL_BINDED].text = "ALL_BINDED";
-            if (n % 5 == 4) {  // bound, no job yet
+            if (n % 6 >= 4) {  // a phone waiting for its job; a bound socket without a phone
                 r.progress.visible = r.result.visible = false;
+                if (n % 6 == 5) r.cells[app::COL_DEVICE] = {"(COM" + std::to_string(n + 10) + ")", 0x808080, app::kIconSocket};
                 return;
             }
-            const Look& l = looks[n % 5];
+            const Look& l = looks[n % 6];
             r.passCount = l.passes;
             r.jobCount = l.jobs;
+            r.phase = l.phase;
             r.result = l.result;
             r.progress = l.progress;
             r.cells[app::COL_TIMER].text = l.timer;

@@ -3,6 +3,7 @@
 #include <QFileDialog>
 #include <QHeaderView>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMessageBox>
 #include <QStatusBar>
 #include <QToolTip>
@@ -15,6 +16,7 @@
 
 #include "app/AboutDialogLogic.h"
 #include "app/BindState.h"
+#include "app/Texts.h"
 #include "console/ConsoleController.h"
 #include "console/qt/MainWindow.h"
 #include "console/qt/QtConsoleUi.h"
@@ -179,6 +181,29 @@ private Q_SLOTS:
 
         st.bindings.SetState(6, app::BIND_ALL_BINDED);
         QCOMPARE(tip(), QString("DA download\nDownload failed!"));
+        // Its tile tells the same, and offers the row's menu with the History entry.
+        st.view.SetBenchView(true);
+        window.Refresh();
+        auto& bench = window.Bench();
+        QVERIFY(bench.isVisible());
+        const QPoint onTile = bench.TileRect(0).center();
+        QToolTip::hideText();
+        QHelpEvent help(QEvent::ToolTip, onTile, bench.mapToGlobal(onTile));
+        QApplication::sendEvent(&bench, &help);
+        QCOMPARE(QToolTip::isVisible() ? QToolTip::text() : QString(), QString("DA download\nDownload failed!"));
+        QStringList entries;
+        QTimer::singleShot(0, [&] {
+            for (QWidget* w : QApplication::topLevelWidgets())
+                if (auto* menu = qobject_cast<QMenu*>(w); menu && menu->isVisible()) {
+                    for (QAction* a : menu->actions()) entries << a->text();
+                    menu->close();
+                }
+        });
+        Q_EMIT bench.customContextMenuRequested(onTile);
+        const QString history = QString::fromStdString(st.language.ChooseText(app::texts::kMenuHistory));
+        QVERIFY2(entries.contains(history), qPrintable(entries.join("|")));
+        st.view.SetBenchView(false);
+        window.Refresh();
         st.bindings.SetState(6, app::BIND_BUSY);
         window.EndSession(true);
         QVERIFY(!window.isVisible());

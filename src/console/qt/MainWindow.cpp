@@ -145,6 +145,15 @@ MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleCon
     layout->addLayout(top);
     layout->addWidget(banner_);
     benchView_ = new widgets::BenchView(this);
+    // A tile offers what its row does: the failure's tooltip, the context menu.
+    benchView_->installEventFilter(this);
+    benchView_->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(benchView_, &QWidget::customContextMenuRequested, this, [this](QPoint at) {
+        const int n = benchView_->TileAt(at);
+        // Row n is slot n; a tile without a row has nothing to offer.
+        if (n >= 0 && n < static_cast<int>(slotList_->Model().Current().rows.size()))
+            ShowContextMenu(n, benchView_->mapToGlobal(at));
+    });
     views_ = new QStackedWidget(this);
     views_->addWidget(slotList_);
     views_->addWidget(benchView_);
@@ -287,16 +296,17 @@ void MainWindow::ShowHistory(int row) {
 }
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
-    // A row whose last job failed tells why when the pointer rests on it.
-    if (watched != slotList_->viewport() || event->type() != QEvent::ToolTip)
-        return QWidget::eventFilter(watched, event);
+    // A row or tile whose last job failed tells why when the pointer rests on it.
+    const bool onList = watched == slotList_->viewport(), onBench = watched == benchView_;
+    if ((!onList && !onBench) || event->type() != QEvent::ToolTip) return QWidget::eventFilter(watched, event);
     auto* help = static_cast<QHelpEvent*>(event);
-    const int slot = SlotOfRow(slotList_->rowAt(help->pos().y()));
+    const int slot =
+        onList ? SlotOfRow(slotList_->rowAt(help->pos().y())) : SlotOfRow(benchView_->TileAt(help->pos()));
     if (slot < 0 || station_.bindings.State(slot) == BIND_BUSY) return QWidget::eventFilter(watched, event);
     const auto last = station_.history.LastJob(slot);
     const std::string why = last ? FailureText(*last) : std::string();
     if (why.empty()) return QWidget::eventFilter(watched, event);
-    QToolTip::showText(help->globalPos(), Q(why), slotList_->viewport());
+    QToolTip::showText(help->globalPos(), Q(why), static_cast<QWidget*>(watched));
     return true;
 }
 
