@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include "app/JobHistoryReader.h"
 #include "app/Texts.h"
 #include "console/CloseCheck.h"
+#include "support/TempDir.h"
 
 namespace quorvel::engine {
 namespace {
@@ -275,6 +277,34 @@ TEST(DownloadWorkerJobs, FailuresKeepTheEnginesStepAndReason) {
         }
         EXPECT_EQ(app::ReadJobHistory(h.fx.dir.File("TestLog")).jobs.back().operation, "Firmware Upgrade");
         EXPECT_EQ(h.st.slotList.Row(0).phase, app::SlotPhase::FAIL);
+    }
+}
+
+// What the simulated engines refuse to flash, as an engine that parses the file would;
+// a FIFO named like a package must not hang them.
+TEST(SimPackageProblem, RefusesWhatListsNothingOrIsNoFile) {
+    test::TempDir dir;
+    ASSERT_EQ(::mkfifo(dir.File("fifo.txt").c_str(), 0600), 0);
+    ::mkdir(dir.File("folder.txt").c_str(), 0700);
+    const struct {
+        const char* name;
+        const char* contents;  // null: not written
+        const char* problem;   // a part of the reason; empty: accepted
+    } cases[] = {
+        {"missing.txt", nullptr, "cannot open"},
+        {"fifo.txt", nullptr, "is not a regular file"},
+        {"folder.txt", nullptr, "is not a regular file"},
+        {"empty.txt", "", "lists nothing to download"},
+        {"comments.txt", "# a\n\n \t\r\n  # b", "lists nothing to download"},
+        {"entry.txt", "# partitions\r\n  boot boot.img\r\n", ""},
+        {"one.txt", "x", ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        if (c.contents) dir.Write(c.name, c.contents);
+        const std::string problem = SimPackageProblem(dir.File(c.name));
+        EXPECT_EQ(problem.empty(), std::string(c.problem).empty()) << problem;
+        EXPECT_NE(problem.find(c.problem), std::string::npos) << problem;
     }
 }
 
