@@ -147,6 +147,7 @@ private Q_SLOTS:
         app::Station& st = *c.f.station;
         st.slotList.InsertRow("07");
         st.bindings.SetState(6, app::BIND_BUSY);
+        st.slots.jobRunning[6] = true;  // the close question names slots whose job runs
         app::JobRecord failed;
         failed.slot = 6;
         failed.result = app::JobResult::Fail;
@@ -180,6 +181,7 @@ private Q_SLOTS:
         QVERIFY(window.isVisible());
 
         st.bindings.SetState(6, app::BIND_ALL_BINDED);
+        st.slots.jobRunning[6] = false;
         QCOMPARE(tip(), QString("DA download\nDownload failed!"));
         // Its tile tells the same, and offers the row's menu with the History entry.
         st.view.SetBenchView(true);
