@@ -1,6 +1,8 @@
 #include "sprd/PhoneModel.h"
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 
@@ -167,7 +169,8 @@ PhoneModel::PhoneModel(PhoneConfig config) : config_(std::move(config)), rng_(co
     ApplyTable(config_.partitions);
     if (Region* nv = FindMutable(config_.nvPartition)) {
         // The factory image fills the partition, so a backup of the whole area checks out.
-        nv->content = BuildNvImage(config_.nv, static_cast<std::size_t>(std::min<std::uint64_t>(nv->size, 16 * kMib)));
+        const std::uint64_t fill = config_.nvImageBytes ? config_.nvImageBytes : nv->size;
+        nv->content = BuildNvImage(config_.nv, static_cast<std::size_t>(std::min<std::uint64_t>({fill, nv->size, 16 * kMib})));
         nv->written = nv->content.size();
         nv->sha256 = Sha256::HexOf(nv->content);
     }

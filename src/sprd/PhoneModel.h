@@ -63,6 +63,7 @@ struct PhoneConfig {
     std::string nvPartition = "fixnv1";
     std::vector<NvItem> nv;                          // factory NV items; empty: built-in calibration
     std::vector<std::uint16_t> calibrationIds = {2, 5};  // items that must survive a flash
+    std::uint64_t nvImageBytes = 0;  // size of the factory NV image; 0: the whole partition
     std::vector<PhoneFault> faults;
     double logChance = 0;  // chance of a log frame before each reply
     std::uint32_t seed = 1;
