@@ -39,15 +39,15 @@ PhoneModel ReadyPhone() {
         p.Receive(EncodeFrame(type, payload, check, true));
     };
     p.Receive(std::vector<std::uint8_t>{kFlag});
-    send(phone::START_DATA, {0, 0, 0x50, 0, 0, 0, 0, 2}, Check::BOOT_ROM_CRC);
-    send(phone::MIDST_DATA, {1, 2}, Check::BOOT_ROM_CRC);
-    send(phone::END_DATA, {}, Check::BOOT_ROM_CRC);
-    send(phone::EXEC_DATA, {}, Check::BOOT_ROM_CRC);
+    send(cmd::START_DATA, {0, 0, 0x50, 0, 0, 0, 0, 2}, Check::BOOT_ROM_CRC);
+    send(cmd::MIDST_DATA, {1, 2}, Check::BOOT_ROM_CRC);
+    send(cmd::END_DATA, {}, Check::BOOT_ROM_CRC);
+    send(cmd::EXEC_DATA, {}, Check::BOOT_ROM_CRC);
     p.Receive(std::vector<std::uint8_t>(4, kFlag));
-    send(phone::START_DATA, {0x9e, 0, 0, 0, 0, 0, 0, 2}, Check::LOADER_SUM);
-    send(phone::MIDST_DATA, {1, 2}, Check::LOADER_SUM);
-    send(phone::END_DATA, {}, Check::LOADER_SUM);
-    send(phone::EXEC_DATA, {}, Check::LOADER_SUM);
+    send(cmd::START_DATA, {0x9e, 0, 0, 0, 0, 0, 0, 2}, Check::LOADER_SUM);
+    send(cmd::MIDST_DATA, {1, 2}, Check::LOADER_SUM);
+    send(cmd::END_DATA, {}, Check::LOADER_SUM);
+    send(cmd::EXEC_DATA, {}, Check::LOADER_SUM);
     return p;
 }
 
@@ -56,12 +56,12 @@ void BM_PhoneImageBytes(benchmark::State& state) {
     const bool escape = state.range(1) != 0;
     const std::size_t image = 64 << 20;
     PhoneModel p = ReadyPhone();
-    if (!escape) p.Receive(EncodeFrame(phone::DISABLE_TRANSCODE, {}, Check::LOADER_SUM, true));
-    const auto frame = EncodeFrame(phone::MIDST_DATA, Data(chunk), Check::LOADER_SUM, escape);
+    if (!escape) p.Receive(EncodeFrame(cmd::DISABLE_TRANSCODE, {}, Check::LOADER_SUM, true));
+    const auto frame = EncodeFrame(cmd::MIDST_DATA, Data(chunk), Check::LOADER_SUM, escape);
     std::size_t sent = image;
     for (auto _ : state) {
         if (sent + chunk > image) {
-            p.Receive(EncodeFrame(phone::START_DATA, Named("system", image), Check::LOADER_SUM, escape));
+            p.Receive(EncodeFrame(cmd::START_DATA, Named("system", image), Check::LOADER_SUM, escape));
             sent = 0;
         }
         benchmark::DoNotOptimize(p.Receive(frame));

@@ -13,7 +13,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     PhoneConfig config;
     config.partitions = {{"fixnv1", 1}, {"boot", 2}, {"system", 0xFFFFFFFF}};
     config.storageMib = 64;
-    config.nvImageBytes = 4096;
     config.logChance = (data[0] & 1) ? 0.5 : 0;
     PhoneModel phone(config);
     // The stage the input starts in: boot ROM, or after both loaders were acknowledged.

@@ -1,5 +1,6 @@
 #include "sprd/Frame.h"
 
+#include <algorithm>
 #include <array>
 
 namespace quorvel::sprd {
@@ -106,7 +107,25 @@ const char* DecodedKindName(Decoded::Kind kind) {
 }
 
 void FrameDecoder::Feed(std::span<const std::uint8_t> bytes) {
-    for (std::uint8_t b : bytes) Step(b);
+    const std::uint8_t* p = bytes.data();
+    const std::uint8_t* const end = p + bytes.size();
+    while (p < end) {
+        // Image data is nearly all plain payload bytes: take a run of them at once.
+        if (state_ == State::PAYLOAD && !pendingEscape_ && need_ > 1) {
+            const std::uint8_t* stop = p + std::min<std::size_t>(need_ - 1, static_cast<std::size_t>(end - p));
+            const std::uint8_t* q = p;
+            if (escaping_) {
+                while (q < stop && *q != kFlag && *q != kEscape) ++q;
+            } else {
+                q = stop;
+            }
+            body_.insert(body_.end(), p, q);
+            need_ -= static_cast<std::size_t>(q - p);
+            p = q;
+            if (p == end) break;
+        }
+        Step(*p++);
+    }
     if (state_ == State::IDLE) FlushGarbage();
 }
 
@@ -202,6 +221,7 @@ void FrameDecoder::Take(std::uint8_t byte) {
     switch (state_) {
     case State::HEADER: {
         const std::size_t len = (std::size_t{body_[2]} << 8) | body_[3];
+        body_.reserve(len + 6);
         state_ = len ? State::PAYLOAD : State::CHECK;
         need_ = len ? len : 2;
         return;

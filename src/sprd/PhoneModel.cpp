@@ -106,24 +106,6 @@ std::vector<PartitionSpec> DefaultPartitions() {
             {"cache", 256},   {"userdata", kRestOfStorage}};
 }
 
-Bytes BuildNvImage(const std::vector<NvItem>& items, std::size_t size) { return MakeNvImage(items, size); }
-
-std::optional<std::vector<NvItem>> ParseNvImage(std::span<const std::uint8_t> image) {
-    if (image.size() < 4) return std::nullopt;
-    std::vector<NvItem> items;
-    std::size_t at = 4;
-    while (at + 4 <= image.size()) {
-        const std::uint16_t id = static_cast<std::uint16_t>(image[at] | (image[at + 1] << 8));
-        const std::size_t len = image[at + 2] | (image[at + 3] << 8);
-        if (id == 0xFFFF) break;
-        at += 4;
-        if (at + len > image.size()) return std::nullopt;
-        items.push_back({id, Bytes(image.begin() + at, image.begin() + at + len)});
-        at += (len + 3) & ~std::size_t{3};
-    }
-    return items;
-}
-
 const char* PhoneFaultNames() {
     return "bad-frame[@N] overrun[@N] early-end[@N] signature@PARTITION no-check-baud fdl1-misses[@N] "
            "slow[@N] unplug[@N] no-read-partition";
@@ -168,9 +150,8 @@ PhoneModel::PhoneModel(PhoneConfig config) : config_(std::move(config)), rng_(co
     for (const PhoneFault& f : config_.faults) faults_.push_back({f, false});
     ApplyTable(config_.partitions);
     if (Region* nv = FindMutable(config_.nvPartition)) {
-        // The factory image fills the partition, so a backup of the whole area checks out.
-        const std::uint64_t fill = config_.nvImageBytes ? config_.nvImageBytes : nv->size;
-        nv->content = BuildNvImage(config_.nv, static_cast<std::size_t>(std::min<std::uint64_t>({fill, nv->size, 16 * kMib})));
+        // Past the image the area reads as erased flash; the image's CRC stops at its end marker.
+        nv->content = MakeNvImage(config_.nv);
         nv->written = nv->content.size();
         nv->sha256 = Sha256::HexOf(nv->content);
     }
@@ -234,13 +215,14 @@ const std::vector<std::uint8_t>& PhoneModel::NvContent() const {
 }
 
 bool PhoneModel::CalibrationKept() const {
-    const auto items = ParseNvImage(NvContent());
-    if (!items) return false;
+    std::vector<NvItem> items;
+    std::string error;
+    if (!NvCrcValid(NvContent()) || !ReadNvItems(NvContent(), items, error)) return false;
     for (std::uint16_t id : config_.calibrationIds) {
         const auto want = std::find_if(config_.nv.begin(), config_.nv.end(), [&](const NvItem& i) { return i.id == id; });
         if (want == config_.nv.end()) continue;
-        const auto got = std::find_if(items->begin(), items->end(), [&](const NvItem& i) { return i.id == id; });
-        if (got == items->end() || got->data != want->data) return false;
+        const auto got = std::find_if(items.begin(), items.end(), [&](const NvItem& i) { return i.id == id; });
+        if (got == items.end() || got->data != want->data) return false;
     }
     return true;
 }
@@ -271,7 +253,7 @@ std::vector<PhoneAction> PhoneModel::Receive(std::span<const std::uint8_t> bytes
         if (d->kind == Decoded::GARBAGE) continue;
         ++hostFrames_;
         if (d->kind != Decoded::FRAME) {
-            if (synced_ || stage_ == Stage::FDL2) Reply(BAD_FRAME, out);
+            if (synced_ || stage_ == Stage::FDL2) Reply(rep::VERIFY_ERROR, out);
             continue;
         }
         OnFrame(d->frame, out);
@@ -304,7 +286,7 @@ void PhoneModel::OnCheckBaud(std::vector<PhoneAction>& out) {
     synced_ = true;
     const char* text = stage_ == Stage::BOOT_ROM ? "SPRD3" : stage_ == Stage::FDL1 ? "Spreadtrum Boot Block version 1.1" : "SPRD4-fdl2";
     const std::size_t n = std::strlen(text) + 1;
-    Reply(VER, {reinterpret_cast<const std::uint8_t*>(text), n}, out);
+    Reply(rep::VER, {reinterpret_cast<const std::uint8_t*>(text), n}, out);
 }
 
 void PhoneModel::Reply(std::uint16_t type, std::span<const std::uint8_t> payload, std::vector<PhoneAction>& out) {
@@ -314,7 +296,7 @@ void PhoneModel::Reply(std::uint16_t type, std::span<const std::uint8_t> payload
         char text[64];
         const int n = std::snprintf(text, sizeof text, "log %llu: stage %d ~}\n",
                                     static_cast<unsigned long long>(hostFrames_), static_cast<int>(stage_));
-        EncodeFrame(LOG, {reinterpret_cast<const std::uint8_t*>(text), static_cast<std::size_t>(n) + 1}, check, escaping_, send.bytes);
+        EncodeFrame(rep::LOG, {reinterpret_cast<const std::uint8_t*>(text), static_cast<std::size_t>(n) + 1}, check, escaping_, send.bytes);
     }
     EncodeFrame(type, payload, check, escaping_, send.bytes);
     out.push_back(std::move(send));
@@ -327,48 +309,48 @@ void PhoneModel::OnFrame(const Frame& f, std::vector<PhoneAction>& out) {
     if (HasFault(PhoneFault::NO_CHECK_BAUD) && stage_ == Stage::BOOT_ROM) return;
     if (Fires(PhoneFault::SLOW, hostFrames_)) out.push_back({PhoneAction::DELAY, {}, config_.slowMs});
     if (Fires(PhoneFault::BAD_FRAME, hostFrames_)) {
-        Reply(BAD_FRAME, out);
+        Reply(rep::VERIFY_ERROR, out);
         return;
     }
     const std::span<const std::uint8_t> p = f.payload;
     switch (f.type) {
-    case CONNECT:
-        Reply(ACK, out);
+    case cmd::CONNECT:
+        Reply(rep::ACK, out);
         return;
-    case START_DATA:
+    case cmd::START_DATA:
         Reply(StartData(p), out);
         return;
-    case MIDST_DATA:
+    case cmd::MIDST_DATA:
         ++midstFrames_;
         Reply(MidstData(p), out);
         return;
-    case END_DATA:
+    case cmd::END_DATA:
         ++endFrames_;
         Reply(EndData(), out);
         return;
-    case EXEC_DATA:
+    case cmd::EXEC_DATA:
         if (stage_ == Stage::FDL2) break;
         if (loads_.empty() || download_.active) {
-            Reply(OPERATION_FAILED, out);
+            Reply(rep::OPERATION_FAILED, out);
             return;
         }
         if (stage_ == Stage::BOOT_ROM) {
-            Reply(ACK, out);
+            Reply(rep::ACK, out);
             stage_ = Stage::FDL1;
             synced_ = false;
             missedTries_ = 0;
             decoder_.SetCheck(Check::LOADER_SUM);
             if (config_.reenumerate == Reenumerate::FDL1) out.push_back({PhoneAction::REENUMERATE, {}, config_.absenceMs});
         } else {
-            Reply(config_.incompatibleAfterFdl2 ? INCOMPATIBLE_PARTITION : ACK, out);
+            Reply(config_.incompatibleAfterFdl2 ? rep::INCOMPATIBLE_PARTITION : rep::ACK, out);
             stage_ = Stage::FDL2;
             if (config_.reenumerate == Reenumerate::FDL2) out.push_back({PhoneAction::REENUMERATE, {}, config_.absenceMs});
         }
         return;
-    case NORMAL_RESET:
-    case POWER_OFF:
+    case cmd::NORMAL_RESET:
+    case cmd::POWER_OFF:
         if (stage_ == Stage::BOOT_ROM) break;
-        Reply(ACK, out);
+        Reply(rep::ACK, out);
         Reboot();
         out.push_back({PhoneAction::RESET, {}, 0});
         return;
@@ -376,41 +358,41 @@ void PhoneModel::OnFrame(const Frame& f, std::vector<PhoneAction>& out) {
         break;
     }
     if (stage_ != Stage::FDL2) {
-        Reply(UNKNOWN_CMD, out);
+        Reply(rep::UNKNOWN_CMD, out);
         return;
     }
     switch (f.type) {
-    case DISABLE_TRANSCODE:
-        Reply(ACK, out);
+    case cmd::DISABLE_TRANSCODE:
+        Reply(rep::ACK, out);
         escaping_ = false;
         decoder_.SetEscaping(false);
         return;
-    case READ_PARTITION:
+    case cmd::READ_PARTITION:
         if (HasFault(PhoneFault::NO_READ_PARTITION)) {
             Fires(PhoneFault::NO_READ_PARTITION, hostFrames_);
-            Reply(UNSUPPORTED, out);
+            Reply(rep::UNSUPPORTED, out);
             return;
         }
-        Reply(PARTITION_TABLE, PartitionTable(), out);
+        Reply(rep::PARTITION_TABLE, PartitionTable(), out);
         return;
-    case REPARTITION:
+    case cmd::REPARTITION:
         Reply(Repartition(p), out);
         return;
-    case ERASE_FLASH:
+    case cmd::ERASE_FLASH:
         Reply(Erase(p), out);
         return;
-    case READ_START:
+    case cmd::READ_START:
         ReadStart(p, out);
         return;
-    case READ_MIDST:
+    case cmd::READ_MIDST:
         ReadMidst(p, out);
         return;
-    case READ_END:
+    case cmd::READ_END:
         reading_ = {};
-        Reply(ACK, out);
+        Reply(rep::ACK, out);
         return;
     default:
-        Reply(UNKNOWN_CMD, out);
+        Reply(rep::UNKNOWN_CMD, out);
         return;
     }
 }
@@ -424,7 +406,7 @@ std::uint16_t PhoneModel::StartData(std::span<const std::uint8_t> p) {
         char name[16];
         std::snprintf(name, sizeof name, "@0x%08x", address);
         d.target = name;
-        if (stage_ != Stage::FDL2 && d.announced > kMaxLoaderBytes) return BAD_SIZE;
+        if (stage_ != Stage::FDL2 && d.announced > kMaxLoaderBytes) return rep::DOWN_SIZE_ERROR;
     } else if (stage_ == Stage::FDL2 && (p.size() == kEntryBytes || p.size() == kEntryBytes + 4 ||
                                          p.size() == kLongEntryBytes || p.size() == kLongEntryBytes + 4)) {
         d.partitionForm = true;
@@ -437,42 +419,42 @@ std::uint16_t PhoneModel::StartData(std::span<const std::uint8_t> p) {
         }
         if (p.size() == sumAt + 4) d.byteSum = Le32(p, sumAt);
         const Region* r = Find(d.target);
-        if (!r || !d.partitionForm) return BAD_DESTINATION;
-        if (d.announced > r->size) return BAD_SIZE;
+        if (!r || !d.partitionForm) return rep::DOWN_DEST_ERROR;
+        if (d.announced > r->size) return rep::DOWN_SIZE_ERROR;
         d.target = r->name;
     } else {
-        return INVALID_CMD;
+        return rep::INVALID_CMD;
     }
     d.active = true;
     download_ = std::move(d);
-    return ACK;
+    return rep::ACK;
 }
 
 std::uint16_t PhoneModel::MidstData(std::span<const std::uint8_t> p) {
-    if (!download_.active) return DOWNLOAD_NOT_STARTED;
-    if (Fires(PhoneFault::OVERRUN, midstFrames_)) return BAD_SIZE;
-    if (download_.received + p.size() > download_.announced) return BAD_SIZE;
+    if (!download_.active) return rep::DOWN_NOT_START;
+    if (Fires(PhoneFault::OVERRUN, midstFrames_)) return rep::DOWN_SIZE_ERROR;
+    if (download_.received + p.size() > download_.announced) return rep::DOWN_SIZE_ERROR;
     const Region* r = download_.partitionForm ? Find(download_.target) : nullptr;
     if (r && r->keep) download_.data.insert(download_.data.end(), p.begin(), p.end());
     download_.sha.Update(p);
     for (std::uint8_t b : p) download_.runningSum += b;
     if (download_.partitionForm && writeSink_) writeSink_(download_.target, download_.received, p);
     download_.received += p.size();
-    return ACK;
+    return rep::ACK;
 }
 
 std::uint16_t PhoneModel::EndData() {
-    if (!download_.active) return DOWNLOAD_NOT_STARTED;
+    if (!download_.active) return rep::DOWN_NOT_START;
     Download d = std::move(download_);
     download_ = {};
-    if (Fires(PhoneFault::EARLY_END, endFrames_)) return ENDED_EARLY;
-    if (d.received < d.announced) return ENDED_EARLY;
-    if (d.partitionForm && Fires(PhoneFault::SIGNATURE, endFrames_, d.target)) return SIGNATURE_REFUSED;
+    if (Fires(PhoneFault::EARLY_END, endFrames_)) return rep::DOWN_EARLY_END;
+    if (d.received < d.announced) return rep::DOWN_EARLY_END;
+    if (d.partitionForm && Fires(PhoneFault::SIGNATURE, endFrames_, d.target)) return rep::SIGNATURE_REFUSED;
     if (d.byteSum) {
         // Byte order of the appended sum is not settled: accept either.
         const std::uint32_t s = d.runningSum;
         const std::uint32_t swapped = (s >> 24) | ((s >> 8) & 0xFF00) | ((s << 8) & 0xFF0000) | (s << 24);
-        if (*d.byteSum != s && *d.byteSum != swapped) return CHECKSUM_ERROR;
+        if (*d.byteSum != s && *d.byteSum != swapped) return rep::CHECKSUM_ERROR;
     }
     Region* r = nullptr;
     if (d.partitionForm) {
@@ -487,13 +469,13 @@ std::uint16_t PhoneModel::EndData() {
         r = &*it;
         r->size = d.announced;
     }
-    if (!r) return BAD_DESTINATION;
+    if (!r) return rep::DOWN_DEST_ERROR;
     r->written = d.received;
     r->sha256 = d.sha.Hex();
     r->erased = false;
     ++r->writes;
     if (r->keep) r->content = std::move(d.data);
-    return ACK;
+    return rep::ACK;
 }
 
 void PhoneModel::EraseRegion(Region& r) {
@@ -509,62 +491,62 @@ std::uint16_t PhoneModel::Erase(std::span<const std::uint8_t> p) {
         // Address form: only "everything" (address 0, all ones) is modelled.
         if (Be32(p, 0) == 0 && Be32(p, 4) == 0xFFFFFFFF) {
             for (Region& r : partitions_) EraseRegion(r);
-            return ACK;
+            return rep::ACK;
         }
-        return BAD_DESTINATION;
+        return rep::DOWN_DEST_ERROR;
     }
-    if (p.size() != kEntryBytes && p.size() != kLongEntryBytes) return INVALID_CMD;
+    if (p.size() != kEntryBytes && p.size() != kLongEntryBytes) return rep::INVALID_CMD;
     Region* r = FindMutable(ReadName(p));
-    if (!r) return BAD_DESTINATION;
-    if (Le32(p, kNameBytes) > r->size) return BAD_SIZE;
+    if (!r) return rep::DOWN_DEST_ERROR;
+    if (Le32(p, kNameBytes) > r->size) return rep::DOWN_SIZE_ERROR;
     EraseRegion(*r);
-    return ACK;
+    return rep::ACK;
 }
 
 std::uint16_t PhoneModel::Repartition(std::span<const std::uint8_t> p) {
-    if (p.empty() || p.size() % kEntryBytes) return INVALID_CMD;
+    if (p.empty() || p.size() % kEntryBytes) return rep::INVALID_CMD;
     std::vector<PartitionSpec> specs;
     std::uint64_t fixed = 0;
     int rest = 0;
     for (std::size_t at = 0; at < p.size(); at += kEntryBytes) {
         PartitionSpec s{ReadName(p.subspan(at, kNameBytes)), Le32(p, at + kNameBytes)};
-        if (s.name.empty()) return INVALID_CMD;
+        if (s.name.empty()) return rep::INVALID_CMD;
         if (s.mib == kRestOfStorage) ++rest;
         else fixed += s.mib;
         specs.push_back(std::move(s));
     }
-    if (fixed > config_.storageMib || rest > 1) return BAD_SIZE;
+    if (fixed > config_.storageMib || rest > 1) return rep::DOWN_SIZE_ERROR;
     ApplyTable(specs);
-    return ACK;
+    return rep::ACK;
 }
 
 void PhoneModel::ReadStart(std::span<const std::uint8_t> p, std::vector<PhoneAction>& out) {
     reading_ = {};
-    if (p.size() != kEntryBytes && p.size() != kLongEntryBytes) return Reply(INVALID_CMD, out);
+    if (p.size() != kEntryBytes && p.size() != kLongEntryBytes) return Reply(rep::INVALID_CMD, out);
     const Region* r = Find(ReadName(p));
-    if (!r) return Reply(BAD_DESTINATION, out);
+    if (!r) return Reply(rep::DOWN_DEST_ERROR, out);
     std::uint64_t size = Le32(p, kNameBytes);
     if (p.size() == kLongEntryBytes) size |= std::uint64_t{Le32(p, kEntryBytes)} << 32;
-    if (size > r->size) return Reply(BAD_SIZE, out);
+    if (size > r->size) return Reply(rep::DOWN_SIZE_ERROR, out);
     // Only the NV area keeps its bytes; the rest are hashed on the fly.
-    if (!r->keep) return Reply(OPERATION_FAILED, out);
+    if (!r->keep) return Reply(rep::OPERATION_FAILED, out);
     reading_ = {true, r->name, size};
-    Reply(ACK, out);
+    Reply(rep::ACK, out);
 }
 
 void PhoneModel::ReadMidst(std::span<const std::uint8_t> p, std::vector<PhoneAction>& out) {
-    if (!reading_.active) return Reply(DOWNLOAD_NOT_STARTED, out);
-    if (p.size() != 8) return Reply(INVALID_CMD, out);
+    if (!reading_.active) return Reply(rep::DOWN_NOT_START, out);
+    if (p.size() != 8) return Reply(rep::INVALID_CMD, out);
     const std::uint64_t length = Le32(p, 0);
     const std::uint64_t offset = Le32(p, 4);
-    if (length > kMaxPayload || offset + length > reading_.size) return Reply(BAD_SIZE, out);
+    if (length > kMaxPayload || offset + length > reading_.size) return Reply(rep::DOWN_SIZE_ERROR, out);
     const Region* r = Find(reading_.target);
     Bytes data(length, 0xFF);  // past the written image the area reads as erased flash
     if (r && offset < r->content.size()) {
         const std::size_t n = std::min<std::uint64_t>(length, r->content.size() - offset);
         std::copy_n(r->content.begin() + static_cast<std::ptrdiff_t>(offset), n, data.begin());
     }
-    Reply(READ_DATA, data, out);
+    Reply(rep::READ_DATA, data, out);
 }
 
 Bytes PhoneModel::PartitionTable() const {

@@ -28,12 +28,6 @@ struct PartitionSpec {
 // The built-in table of a fresh phone, before any repartition.
 std::vector<PartitionSpec> DefaultPartitions();
 
-// The NV image layout of docs/sprd-engine.md (NvItem, NvCrc16 and the check in sprd/NvImage).
-// The image of `items`, padded with 0xFF to `size` bytes when that is larger.
-std::vector<std::uint8_t> BuildNvImage(const std::vector<NvItem>& items, std::size_t size = 0);
-// The items of an image; nullopt when one runs past the end. The check is not looked at.
-std::optional<std::vector<NvItem>> ParseNvImage(std::span<const std::uint8_t> image);
-
 // One requested fault: NAME or NAME@ARG, as given to --fault.
 struct PhoneFault {
     enum Kind {
@@ -63,7 +57,6 @@ struct PhoneConfig {
     std::string nvPartition = "fixnv1";
     std::vector<NvItem> nv;                          // factory NV items; empty: built-in calibration
     std::vector<std::uint16_t> calibrationIds = {2, 5};  // items that must survive a flash
-    std::uint64_t nvImageBytes = 0;  // size of the factory NV image; 0: the whole partition
     std::vector<PhoneFault> faults;
     double logChance = 0;  // chance of a log frame before each reply
     std::uint32_t seed = 1;

@@ -72,7 +72,7 @@ struct Host {
         std::vector<Frame> frames;
         while (auto d = dec.Next()) {
             EXPECT_EQ(d->kind, Decoded::FRAME) << DecodedKindName(d->kind);
-            if (d->frame.type == LOG) ++logs;
+            if (d->frame.type == rep::LOG) ++logs;
             else frames.push_back(std::move(d->frame));
         }
         return frames;
@@ -89,45 +89,45 @@ struct Host {
     std::string Baud(std::size_t flags) {
         const auto frames = Deliver(Bytes(flags, kFlag));
         if (frames.empty()) return "";
-        EXPECT_EQ(frames[0].type, VER);
+        EXPECT_EQ(frames[0].type, rep::VER);
         return std::string(frames[0].payload.begin(), frames[0].payload.end() - 1);
     }
     // START, chunks, END: the first reply that is not ACK, else ACK.
     int Download(const Bytes& start, const Bytes& data, std::size_t chunk) {
-        if (int r = Send(START_DATA, start); r != ACK) return r;
+        if (int r = Send(cmd::START_DATA, start); r != rep::ACK) return r;
         for (std::size_t i = 0; i < data.size(); i += chunk)
-            if (int r = Send(MIDST_DATA, Bytes(data.begin() + i, data.begin() + std::min(data.size(), i + chunk))); r != ACK)
+            if (int r = Send(cmd::MIDST_DATA, Bytes(data.begin() + i, data.begin() + std::min(data.size(), i + chunk))); r != rep::ACK)
                 return r;
-        return Send(END_DATA);
+        return Send(cmd::END_DATA);
     }
     void ToSecondLoader() {
         ASSERT_EQ(Baud(1), "SPRD3");
-        ASSERT_EQ(Send(CONNECT), ACK);
-        ASSERT_EQ(Download(Be32(0x5000, 1000), Pattern(1000, 1), 528), ACK);
-        ASSERT_EQ(Send(EXEC_DATA), ACK);
+        ASSERT_EQ(Send(cmd::CONNECT), rep::ACK);
+        ASSERT_EQ(Download(Be32(0x5000, 1000), Pattern(1000, 1), 528), rep::ACK);
+        ASSERT_EQ(Send(cmd::EXEC_DATA), rep::ACK);
         check = Check::LOADER_SUM;
         std::string ver;
         for (int tries = 0; tries < 10 && ver.empty(); ++tries) ver = Baud(4);
         ASSERT_EQ(ver, "Spreadtrum Boot Block version 1.1");
-        ASSERT_EQ(Send(CONNECT), ACK);
-        ASSERT_EQ(Download(Be32(0x9efffe00, 3001), Pattern(3001, 2), 2112), ACK);
-        const int exec = Send(EXEC_DATA);
-        ASSERT_TRUE(exec == ACK || exec == INCOMPATIBLE_PARTITION);
+        ASSERT_EQ(Send(cmd::CONNECT), rep::ACK);
+        ASSERT_EQ(Download(Be32(0x9efffe00, 3001), Pattern(3001, 2), 2112), rep::ACK);
+        const int exec = Send(cmd::EXEC_DATA);
+        ASSERT_TRUE(exec == rep::ACK || exec == rep::INCOMPATIBLE_PARTITION);
         ASSERT_EQ(phone.GetStage(), PhoneModel::Stage::FDL2);
     }
     Bytes ReadBack(const std::string& name, std::uint32_t size, std::uint32_t chunk) {
         Bytes out;
-        EXPECT_EQ(Send(READ_START, Named(name, size)), ACK);
+        EXPECT_EQ(Send(cmd::READ_START, Named(name, size)), rep::ACK);
         for (std::uint32_t off = 0; off < size; off += chunk) {
             Bytes req;
             PutLe32(req, std::min(chunk, size - off));
             PutLe32(req, off);
-            const auto frames = Call(READ_MIDST, req);
+            const auto frames = Call(cmd::READ_MIDST, req);
             EXPECT_EQ(frames.size(), 1u);
-            if (frames.size() != 1 || frames[0].type != READ_DATA) break;
+            if (frames.size() != 1 || frames[0].type != rep::READ_DATA) break;
             out.insert(out.end(), frames[0].payload.begin(), frames[0].payload.end());
         }
-        EXPECT_EQ(Send(READ_END), ACK);
+        EXPECT_EQ(Send(cmd::READ_END), rep::ACK);
         return out;
     }
 };
@@ -167,13 +167,13 @@ TEST(SprdPhone, WholeFlash) {
         Host host(config);
         host.ToSecondLoader();
         host.piece = noisy ? 7 : 0;
-        ASSERT_EQ(host.Send(DISABLE_TRANSCODE), ACK);
+        ASSERT_EQ(host.Send(cmd::DISABLE_TRANSCODE), rep::ACK);
         host.escape = false;
         EXPECT_FALSE(host.phone.Escaping());
 
-        const auto table = host.Call(READ_PARTITION);
+        const auto table = host.Call(cmd::READ_PARTITION);
         ASSERT_EQ(table.size(), 1u);
-        EXPECT_EQ(table[0].type, PARTITION_TABLE);
+        EXPECT_EQ(table[0].type, rep::PARTITION_TABLE);
         EXPECT_EQ(table[0].payload.size(), DefaultPartitions().size() * kEntryBytes);
 
         Bytes layout;
@@ -182,31 +182,33 @@ TEST(SprdPhone, WholeFlash) {
             const Bytes e = Named(name, mib);
             layout.insert(layout.end(), e.begin(), e.end());
         }
-        EXPECT_EQ(host.Send(REPARTITION, layout), ACK);
+        EXPECT_EQ(host.Send(cmd::REPARTITION, layout), rep::ACK);
 
-        // NV backup: the factory image fills the partition and checks out.
+        // NV backup: the factory image, erased flash after it, and a CRC that checks out.
         const Bytes factory = host.phone.NvContent();
-        ASSERT_EQ(factory.size(), 1u << 20);
-        const Bytes nv = host.ReadBack("fixnv1", 1u << 20, 65535);
-        EXPECT_EQ(nv, factory);
+        const Bytes nv = host.ReadBack("fixnv1", 70000, 65535);
+        ASSERT_EQ(nv.size(), 70000u);
+        EXPECT_TRUE(std::equal(factory.begin(), factory.end(), nv.begin()));
+        EXPECT_EQ(nv.back(), 0xFF);
         EXPECT_TRUE(NvCrcValid(nv));
 
-        EXPECT_EQ(host.Send(ERASE_FLASH, Named("boot", 0)), ACK);
+        EXPECT_EQ(host.Send(cmd::ERASE_FLASH, Named("boot", 0)), rep::ACK);
         // The data holds 0x7E and 0x7D; an odd-sized last chunk tests the odd check forms.
         const Bytes system = Pattern(40001, 0x7D);
-        EXPECT_EQ(host.Download(Named("system", 40001), system, 4096), ACK);
+        EXPECT_EQ(host.Download(Named("system", 40001), system, 4096), rep::ACK);
         // A merged NV image with the sum of its bytes appended to START_DATA.
-        auto items = ParseNvImage(factory);
-        ASSERT_TRUE(items);
-        items->push_back({0x200, Bytes(10, 0x42)});
-        const Bytes merged = BuildNvImage(*items);
+        std::vector<NvItem> items;
+        std::string error;
+        ASSERT_TRUE(ReadNvItems(factory, items, error)) << error;
+        items.push_back({0x200, Bytes(10, 0x42)});
+        const Bytes merged = MakeNvImage(items);
         std::uint32_t sum = 0;
         for (std::uint8_t b : merged) sum += b;
         Bytes start = Named("fixnv1", static_cast<std::uint32_t>(merged.size()));
         PutLe32(start, sum);
-        EXPECT_EQ(host.Download(start, merged, 4096), ACK);
+        EXPECT_EQ(host.Download(start, merged, 4096), rep::ACK);
 
-        EXPECT_EQ(host.Send(NORMAL_RESET), ACK);
+        EXPECT_EQ(host.Send(cmd::NORMAL_RESET), rep::ACK);
         ASSERT_EQ(host.actions.size(), 1u);
         EXPECT_EQ(host.actions[0].kind, PhoneAction::RESET);
         EXPECT_EQ(host.phone.GetStage(), PhoneModel::Stage::BOOT_ROM);
@@ -233,18 +235,18 @@ TEST(SprdPhone, RefusesWhatARealPhoneRefuses) {
         int reply;
     };
     const std::vector<Row> rows = {
-        {"data before START_DATA", {}, MIDST_DATA, Bytes(16), DOWNLOAD_NOT_STARTED},
-        {"past the announced size", {{START_DATA, Named("boot", 10)}}, MIDST_DATA, Bytes(11), BAD_SIZE},
-        {"ended early", {{START_DATA, Named("boot", 10)}, {MIDST_DATA, Bytes(9)}}, END_DATA, {}, ENDED_EARLY},
-        {"unknown partition", {}, START_DATA, Named("nosuch", 10), BAD_DESTINATION},
-        {"image larger than the partition", {}, START_DATA, Named("boot", 33u << 20), BAD_SIZE},
-        {"wrong byte sum appended", {}, END_DATA, {}, -2},
-        {"short START_DATA", {}, START_DATA, Bytes(5), INVALID_CMD},
-        {"repartition past the storage", {}, REPARTITION, Named("huge", 9000), BAD_SIZE},
-        {"erase of an unknown partition", {}, ERASE_FLASH, Named("nosuch", 0), BAD_DESTINATION},
-        {"read of a hashed-only partition", {}, READ_START, Named("system", 100), OPERATION_FAILED},
-        {"read chunk past the requested size", {{READ_START, Named("fixnv1", 100)}}, READ_MIDST, Be32(0x64000000, 0x01000000), BAD_SIZE},
-        {"EXEC in the second loader", {}, EXEC_DATA, {}, UNKNOWN_CMD},
+        {"data before START_DATA", {}, cmd::MIDST_DATA, Bytes(16), rep::DOWN_NOT_START},
+        {"past the announced size", {{cmd::START_DATA, Named("boot", 10)}}, cmd::MIDST_DATA, Bytes(11), rep::DOWN_SIZE_ERROR},
+        {"ended early", {{cmd::START_DATA, Named("boot", 10)}, {cmd::MIDST_DATA, Bytes(9)}}, cmd::END_DATA, {}, rep::DOWN_EARLY_END},
+        {"unknown partition", {}, cmd::START_DATA, Named("nosuch", 10), rep::DOWN_DEST_ERROR},
+        {"image larger than the partition", {}, cmd::START_DATA, Named("boot", 33u << 20), rep::DOWN_SIZE_ERROR},
+        {"wrong byte sum appended", {}, cmd::END_DATA, {}, -2},
+        {"short START_DATA", {}, cmd::START_DATA, Bytes(5), rep::INVALID_CMD},
+        {"repartition past the storage", {}, cmd::REPARTITION, Named("huge", 9000), rep::DOWN_SIZE_ERROR},
+        {"erase of an unknown partition", {}, cmd::ERASE_FLASH, Named("nosuch", 0), rep::DOWN_DEST_ERROR},
+        {"read of a hashed-only partition", {}, cmd::READ_START, Named("system", 100), rep::OPERATION_FAILED},
+        {"read chunk past the requested size", {{cmd::READ_START, Named("fixnv1", 100)}}, cmd::READ_MIDST, Be32(0x64000000, 0x01000000), rep::DOWN_SIZE_ERROR},
+        {"EXEC in the second loader", {}, cmd::EXEC_DATA, {}, rep::UNKNOWN_CMD},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
@@ -253,27 +255,27 @@ TEST(SprdPhone, RefusesWhatARealPhoneRefuses) {
         if (row.reply == -2) {  // a merged NV image whose appended sum is wrong
             Bytes start = Named("fixnv1", 4);
             PutLe32(start, 12345);
-            ASSERT_EQ(host.Send(START_DATA, start), ACK);
-            ASSERT_EQ(host.Send(MIDST_DATA, Bytes{1, 2, 3, 4}), ACK);
-            EXPECT_EQ(host.Send(END_DATA), CHECKSUM_ERROR);
+            ASSERT_EQ(host.Send(cmd::START_DATA, start), rep::ACK);
+            ASSERT_EQ(host.Send(cmd::MIDST_DATA, Bytes{1, 2, 3, 4}), rep::ACK);
+            EXPECT_EQ(host.Send(cmd::END_DATA), rep::CHECKSUM_ERROR);
             EXPECT_TRUE(host.phone.CalibrationKept());
             continue;
         }
-        for (const auto& [type, payload] : row.before) ASSERT_EQ(host.Send(type, payload), ACK);
+        for (const auto& [type, payload] : row.before) ASSERT_EQ(host.Send(type, payload), rep::ACK);
         EXPECT_EQ(host.Send(row.type, row.payload), row.reply);
     }
 
     // A damaged frame, and the boot ROM's answers before and after check baud.
     Host host;
-    EXPECT_EQ(host.Send(CONNECT), -1);
+    EXPECT_EQ(host.Send(cmd::CONNECT), -1);
     EXPECT_EQ(host.Baud(1), "SPRD3");
-    Bytes wire = EncodeFrame(CONNECT, {}, Check::BOOT_ROM_CRC, true);
+    Bytes wire = EncodeFrame(cmd::CONNECT, {}, Check::BOOT_ROM_CRC, true);
     wire[wire.size() - 2] ^= 1;
     const auto frames = host.Deliver(wire);
     ASSERT_EQ(frames.size(), 1u);
-    EXPECT_EQ(frames[0].type, BAD_FRAME);
-    EXPECT_EQ(host.Send(READ_PARTITION), UNKNOWN_CMD);
-    EXPECT_EQ(host.Send(EXEC_DATA), OPERATION_FAILED);  // nothing loaded yet
+    EXPECT_EQ(frames[0].type, rep::VERIFY_ERROR);
+    EXPECT_EQ(host.Send(cmd::READ_PARTITION), rep::UNKNOWN_CMD);
+    EXPECT_EQ(host.Send(cmd::EXEC_DATA), rep::OPERATION_FAILED);  // nothing loaded yet
 }
 
 // Each fault as the engine meets it; without @N it strikes first after the second loader runs.
@@ -284,27 +286,27 @@ TEST(SprdPhone, Faults) {
     };
     const Bytes image = Pattern(10000, 3);
     const std::vector<Row> rows = {
-        {"bad-frame", [](Host& h) { EXPECT_EQ(h.Send(CONNECT), BAD_FRAME); EXPECT_EQ(h.Send(CONNECT), ACK); }},
-        {"overrun", [&](Host& h) { EXPECT_EQ(h.Download(Named("boot", 10000), image, 4096), BAD_SIZE); }},
-        {"early-end", [&](Host& h) { EXPECT_EQ(h.Download(Named("boot", 10000), image, 4096), ENDED_EARLY); }},
+        {"bad-frame", [](Host& h) { EXPECT_EQ(h.Send(cmd::CONNECT), rep::VERIFY_ERROR); EXPECT_EQ(h.Send(cmd::CONNECT), rep::ACK); }},
+        {"overrun", [&](Host& h) { EXPECT_EQ(h.Download(Named("boot", 10000), image, 4096), rep::DOWN_SIZE_ERROR); }},
+        {"early-end", [&](Host& h) { EXPECT_EQ(h.Download(Named("boot", 10000), image, 4096), rep::DOWN_EARLY_END); }},
         {"signature@system", [&](Host& h) {
-             EXPECT_EQ(h.Download(Named("boot", 10000), image, 4096), ACK);
-             EXPECT_EQ(h.Download(Named("system", 10000), image, 4096), SIGNATURE_REFUSED);
+             EXPECT_EQ(h.Download(Named("boot", 10000), image, 4096), rep::ACK);
+             EXPECT_EQ(h.Download(Named("system", 10000), image, 4096), rep::SIGNATURE_REFUSED);
          }},
         {"slow", [](Host& h) {
-             EXPECT_EQ(h.Send(CONNECT), ACK);
+             EXPECT_EQ(h.Send(cmd::CONNECT), rep::ACK);
              ASSERT_EQ(h.actions.size(), 1u);
              EXPECT_EQ(h.actions[0].kind, PhoneAction::DELAY);
              EXPECT_EQ(h.actions[0].ms, 20000u);
          }},
         {"unplug", [&](Host& h) {
-             ASSERT_EQ(h.Send(START_DATA, Named("boot", 10000)), ACK);
-             EXPECT_EQ(h.Send(MIDST_DATA, image), -1);
+             ASSERT_EQ(h.Send(cmd::START_DATA, Named("boot", 10000)), rep::ACK);
+             EXPECT_EQ(h.Send(cmd::MIDST_DATA, image), -1);
              ASSERT_EQ(h.actions.size(), 1u);
              EXPECT_EQ(h.actions[0].kind, PhoneAction::UNPLUG);
-             EXPECT_EQ(h.Send(CONNECT), -1);  // and stays gone
+             EXPECT_EQ(h.Send(cmd::CONNECT), -1);  // and stays gone
          }},
-        {"no-read-partition", [](Host& h) { EXPECT_EQ(h.Send(READ_PARTITION), UNSUPPORTED); }},
+        {"no-read-partition", [](Host& h) { EXPECT_EQ(h.Send(cmd::READ_PARTITION), rep::UNSUPPORTED); }},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.fault);
@@ -323,15 +325,15 @@ TEST(SprdPhone, Faults) {
     deaf.faults = {PhoneFault{PhoneFault::NO_CHECK_BAUD}};
     Host mute(deaf);
     EXPECT_EQ(mute.Baud(1), "");
-    EXPECT_EQ(mute.Send(CONNECT), -1);
+    EXPECT_EQ(mute.Send(cmd::CONNECT), -1);
     PhoneConfig late;
     std::string error;
     late.faults = {*ParsePhoneFault("fdl1-misses@3", error)};
     Host slow(late);
     ASSERT_EQ(slow.Baud(1), "SPRD3");
-    ASSERT_EQ(slow.Send(CONNECT), ACK);
-    ASSERT_EQ(slow.Download(Be32(0x5000, 100), Bytes(100), 528), ACK);
-    ASSERT_EQ(slow.Send(EXEC_DATA), ACK);
+    ASSERT_EQ(slow.Send(cmd::CONNECT), rep::ACK);
+    ASSERT_EQ(slow.Download(Be32(0x5000, 100), Bytes(100), 528), rep::ACK);
+    ASSERT_EQ(slow.Send(cmd::EXEC_DATA), rep::ACK);
     slow.check = Check::LOADER_SUM;
     for (int i = 0; i < 3; ++i) EXPECT_EQ(slow.Baud(4), "") << i;
     EXPECT_EQ(slow.Baud(4), "Spreadtrum Boot Block version 1.1");
@@ -339,13 +341,13 @@ TEST(SprdPhone, Faults) {
     // Counted faults strike where the count says, from the phone's first frame or byte.
     Host early([] { PhoneConfig c; std::string e; c.faults = {*ParsePhoneFault("bad-frame@2", e)}; return c; }());
     ASSERT_EQ(early.Baud(1), "SPRD3");
-    EXPECT_EQ(early.Send(CONNECT), ACK);
-    EXPECT_EQ(early.Send(CONNECT), BAD_FRAME);
-    EXPECT_EQ(early.Send(CONNECT), ACK);
+    EXPECT_EQ(early.Send(cmd::CONNECT), rep::ACK);
+    EXPECT_EQ(early.Send(cmd::CONNECT), rep::VERIFY_ERROR);
+    EXPECT_EQ(early.Send(cmd::CONNECT), rep::ACK);
     // Unplug at a given byte: the phone takes the bytes before it and nothing after.
     Host cut([] { PhoneConfig c; std::string e; c.faults = {*ParsePhoneFault("unplug@3", e)}; return c; }());
     EXPECT_EQ(cut.Baud(1), "SPRD3");
-    EXPECT_EQ(cut.Send(CONNECT), -1);
+    EXPECT_EQ(cut.Send(cmd::CONNECT), -1);
     ASSERT_EQ(cut.actions.size(), 1u);
     EXPECT_EQ(cut.actions[0].kind, PhoneAction::UNPLUG);
 
@@ -361,22 +363,22 @@ TEST(SprdPhone, ReenumerationKeepsState) {
         config.incompatibleAfterFdl2 = true;
         Host host(config);
         ASSERT_EQ(host.Baud(1), "SPRD3");
-        ASSERT_EQ(host.Send(CONNECT), ACK);
-        ASSERT_EQ(host.Download(Be32(0x5000, 8), Bytes(8), 528), ACK);
-        EXPECT_EQ(host.Send(EXEC_DATA), ACK);
+        ASSERT_EQ(host.Send(cmd::CONNECT), rep::ACK);
+        ASSERT_EQ(host.Download(Be32(0x5000, 8), Bytes(8), 528), rep::ACK);
+        EXPECT_EQ(host.Send(cmd::EXEC_DATA), rep::ACK);
         EXPECT_EQ(host.actions.size(), shape == Reenumerate::FDL1 ? 1u : 0u);
         host.phone.HostClosed();
         host.check = Check::LOADER_SUM;
         ASSERT_EQ(host.Baud(4), "Spreadtrum Boot Block version 1.1");
-        ASSERT_EQ(host.Send(CONNECT), ACK);
-        ASSERT_EQ(host.Download(Be32(0x9efffe00, 8), Bytes(8), 528), ACK);
-        EXPECT_EQ(host.Send(EXEC_DATA), INCOMPATIBLE_PARTITION);
+        ASSERT_EQ(host.Send(cmd::CONNECT), rep::ACK);
+        ASSERT_EQ(host.Download(Be32(0x9efffe00, 8), Bytes(8), 528), rep::ACK);
+        EXPECT_EQ(host.Send(cmd::EXEC_DATA), rep::INCOMPATIBLE_PARTITION);
         EXPECT_EQ(host.actions.size(), shape == Reenumerate::FDL2 ? 1u : 0u);
         if (!host.actions.empty()) EXPECT_EQ(host.actions[0].kind, PhoneAction::REENUMERATE);
         // Half a frame, then the host goes: the second loader answers the next host at once.
         host.Deliver(Bytes{kFlag, 0x00});
         host.phone.HostClosed();
-        EXPECT_EQ(host.Send(CONNECT), ACK);
+        EXPECT_EQ(host.Send(cmd::CONNECT), rep::ACK);
     }
 }
 
@@ -385,15 +387,12 @@ TEST(SprdPhone, CalibrationLostWhenNvIsErasedOrReplaced) {
         Host host;
         host.ToSecondLoader();
         if (erase) {
-            EXPECT_EQ(host.Send(ERASE_FLASH, Named("FIXNV1", 0)), ACK);  // names match without case
+            EXPECT_EQ(host.Send(cmd::ERASE_FLASH, Named("FIXNV1", 0)), rep::ACK);  // names match without case
         } else {
-            const Bytes fresh = BuildNvImage({{2, Bytes(512, 0)}, {5, Bytes(8, 0)}});
-            EXPECT_EQ(host.Download(Named("fixnv1", static_cast<std::uint32_t>(fresh.size())), fresh, 4096), ACK);
+            const Bytes fresh = MakeNvImage({{2, Bytes(512, 0)}, {5, Bytes(8, 0)}});
+            EXPECT_EQ(host.Download(Named("fixnv1", static_cast<std::uint32_t>(fresh.size())), fresh, 4096), rep::ACK);
         }
         EXPECT_FALSE(host.phone.CalibrationKept());
         EXPECT_NE(host.phone.ReportJson().find("\"calibration\":\"lost\""), std::string::npos);
     }
-    EXPECT_FALSE(ParseNvImage(Bytes{0, 0, 0, 0, 1, 0, 0xFF, 0}));  // an item running past the end
-    const std::string nine = "123456789";
-    EXPECT_EQ(NvCrc16({reinterpret_cast<const std::uint8_t*>(nine.data()), nine.size()}), 0xFEE8);
 }

@@ -103,11 +103,11 @@ TEST(SprdPhoneProgram, ServesUnixAndPtyAndReportsOnTerm) {
         ASSERT_GE(fd, 0);
         Frame ver = Exchange(fd, Bytes{kFlag}, Check::BOOT_ROM_CRC);
         EXPECT_EQ(std::string(ver.payload.begin(), ver.payload.end()), std::string("SPRD3", 6));
-        EXPECT_EQ(Exchange(fd, EncodeFrame(phone::CONNECT, {}, Check::BOOT_ROM_CRC, true), Check::BOOT_ROM_CRC).type, phone::ACK);
+        EXPECT_EQ(Exchange(fd, EncodeFrame(cmd::CONNECT, {}, Check::BOOT_ROM_CRC, true), Check::BOOT_ROM_CRC).type, rep::ACK);
         const Bytes start = {0, 0, 0x50, 0, 0, 0, 0, 4};
         for (const auto& [type, payload] : std::vector<std::pair<std::uint16_t, Bytes>>{
-                 {phone::START_DATA, start}, {phone::MIDST_DATA, {1, 2, 3, 4}}, {phone::END_DATA, {}}, {phone::EXEC_DATA, {}}})
-            EXPECT_EQ(Exchange(fd, EncodeFrame(type, payload, Check::BOOT_ROM_CRC, true), Check::BOOT_ROM_CRC).type, phone::ACK) << type;
+                 {cmd::START_DATA, start}, {cmd::MIDST_DATA, {1, 2, 3, 4}}, {cmd::END_DATA, {}}, {cmd::EXEC_DATA, {}}})
+            EXPECT_EQ(Exchange(fd, EncodeFrame(type, payload, Check::BOOT_ROM_CRC, true), Check::BOOT_ROM_CRC).type, rep::ACK) << type;
         // The phone leaves and comes back on the same path, still running its first loader.
         ::close(fd);
         fd = -1;
@@ -118,7 +118,7 @@ TEST(SprdPhoneProgram, ServesUnixAndPtyAndReportsOnTerm) {
         }
         ASSERT_GE(fd, 0);
         ver = Exchange(fd, Bytes(4, kFlag), Check::LOADER_SUM);
-        EXPECT_EQ(ver.type, phone::VER);
+        EXPECT_EQ(ver.type, rep::VER);
         ::close(fd);
         phone.child->Signal(SIGTERM);
         EXPECT_EQ(phone.child->Reap().code, 0);
@@ -130,9 +130,9 @@ TEST(SprdPhoneProgram, ServesUnixAndPtyAndReportsOnTerm) {
 
 TEST(SprdPhoneProgram, ReplayChecksEachHostWrite) {
     test::TempDir dir;
-    const Bytes connect = EncodeFrame(phone::CONNECT, {}, Check::BOOT_ROM_CRC, true);
-    const Bytes ack = EncodeFrame(phone::ACK, {}, Check::BOOT_ROM_CRC, true);
-    const Bytes ver = EncodeFrame(phone::VER, Bytes{'S', 'P', 'R', 'D', '3', 0}, Check::BOOT_ROM_CRC, true);
+    const Bytes connect = EncodeFrame(cmd::CONNECT, {}, Check::BOOT_ROM_CRC, true);
+    const Bytes ack = EncodeFrame(rep::ACK, {}, Check::BOOT_ROM_CRC, true);
+    const Bytes ver = EncodeFrame(rep::VER, Bytes{'S', 'P', 'R', 'D', '3', 0}, Check::BOOT_ROM_CRC, true);
     dir.Write("job.log",
               "engine started\n"
               "{\"rec\":\"sprd-wire\",\"at_ms\":1,\"dir\":\"out\",\"hex\":\"7e\"}\n"
@@ -147,12 +147,12 @@ TEST(SprdPhoneProgram, ReplayChecksEachHostWrite) {
         ASSERT_TRUE(phone.WaitFor("ready"));
         const int fd = Connect(path);
         ASSERT_GE(fd, 0);
-        EXPECT_EQ(Exchange(fd, Bytes{kFlag}, Check::BOOT_ROM_CRC).type, phone::VER);
+        EXPECT_EQ(Exchange(fd, Bytes{kFlag}, Check::BOOT_ROM_CRC).type, rep::VER);
         Bytes second = connect;
-        if (diverge) second = EncodeFrame(phone::READ_PARTITION, {}, Check::BOOT_ROM_CRC, true);
+        if (diverge) second = EncodeFrame(cmd::READ_PARTITION, {}, Check::BOOT_ROM_CRC, true);
         const Frame reply = Exchange(fd, second, Check::BOOT_ROM_CRC);
         ::close(fd);
-        EXPECT_EQ(reply.type, diverge ? 0xFFFF : phone::ACK);
+        EXPECT_EQ(reply.type, diverge ? 0xFFFF : rep::ACK);
         EXPECT_EQ(phone.child->Reap().code, diverge ? 1 : 0);
     }
     // The divergence names the recorded frame and where it differs.

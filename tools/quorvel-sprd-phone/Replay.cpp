@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "sprd/Frame.h"
-#include "sprd/PhoneCodes.h"
+#include "sprd/Codes.h"
 
 namespace quorvel::sprdphone {
 namespace {
@@ -39,27 +39,6 @@ bool FromHex(const std::string& hex, std::vector<std::uint8_t>& out) {
     return true;
 }
 
-const char* CommandName(unsigned type) {
-    using namespace sprd::phone;
-    switch (type) {
-    case CONNECT: return "CONNECT";
-    case START_DATA: return "START_DATA";
-    case MIDST_DATA: return "MIDST_DATA";
-    case END_DATA: return "END_DATA";
-    case EXEC_DATA: return "EXEC_DATA";
-    case NORMAL_RESET: return "NORMAL_RESET";
-    case ERASE_FLASH: return "ERASE_FLASH";
-    case REPARTITION: return "REPARTITION";
-    case READ_START: return "READ_START";
-    case READ_MIDST: return "READ_MIDST";
-    case READ_END: return "READ_END";
-    case POWER_OFF: return "POWER_OFF";
-    case DISABLE_TRANSCODE: return "DISABLE_TRANSCODE";
-    case READ_PARTITION: return "READ_PARTITION";
-    default: return nullptr;
-    }
-}
-
 // What a recorded host write was, for the divergence message.
 std::string Describe(const std::vector<std::uint8_t>& w) {
     if (std::all_of(w.begin(), w.end(), [](std::uint8_t b) { return b == sprd::kFlag; })) return "check baud";
@@ -69,8 +48,7 @@ std::string Describe(const std::vector<std::uint8_t>& w) {
     // The type's bytes are never escaped in practice (codes stay below 0x7D).
     const unsigned type = (unsigned{w[i]} << 8) | w[i + 1];
     char text[64];
-    const char* name = CommandName(type);
-    std::snprintf(text, sizeof text, "%s frame (type 0x%02X)", name ? name : "unknown", type);
+    std::snprintf(text, sizeof text, "%s frame (type 0x%02X)", sprd::CommandName(static_cast<std::uint16_t>(type)), type);
     return text;
 }
 
