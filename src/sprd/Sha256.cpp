@@ -2,6 +2,11 @@
 
 #include <cstring>
 
+#if defined(__x86_64__)
+#include <cpuid.h>
+#include <immintrin.h>
+#endif
+
 namespace quorvel::sprd {
 namespace {
 
@@ -16,6 +21,54 @@ constexpr std::uint32_t kK[64] = {
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
 
 inline std::uint32_t Rotr(std::uint32_t x, int n) { return (x >> n) | (x << (32 - n)); }
+
+#if defined(__x86_64__)
+// The processor's SHA extensions: several times the portable speed, which is what lets one
+// PC simulate sixteen phones receiving at full rate.
+bool HasShaExtensions() {
+    static const bool has = [] {
+        unsigned a, b, c, d;
+        if (!__get_cpuid(1, &a, &b, &c, &d) || !(c & bit_SSSE3) || !(c & bit_SSE4_1)) return false;
+        return __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & bit_SHA);
+    }();
+    return has;
+}
+
+__attribute__((target("sha,sse4.1,ssse3"))) void BlocksWithExtensions(std::uint32_t* h, const std::uint8_t* p,
+                                                                       std::size_t blocks) {
+    const __m128i mask = _mm_set_epi64x(0x0c0d0e0f08090a0bULL, 0x0405060700010203ULL);
+    __m128i tmp = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h)), 0xB1);  // CDAB
+    __m128i state1 = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + 4)), 0x1B);  // EFGH
+    __m128i state0 = _mm_alignr_epi8(tmp, state1, 8);  // ABEF
+    state1 = _mm_blend_epi16(state1, tmp, 0xF0);       // CDGH
+    for (; blocks > 0; --blocks, p += 64) {
+        const __m128i abef = state0, cdgh = state1;
+        __m128i m[4];
+        for (int i = 0; i < 16; ++i) {
+            if (i < 4) {
+                m[i] = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * i)), mask);
+            } else {
+                // Words 4i..4i+3 from the four groups before them (ring: m[i % 4] holds group i - 4).
+                const __m128i w7 = _mm_alignr_epi8(m[(i + 3) % 4], m[(i + 2) % 4], 4);
+                m[i % 4] = _mm_sha256msg2_epu32(_mm_add_epi32(_mm_sha256msg1_epu32(m[i % 4], m[(i + 1) % 4]), w7),
+                                                m[(i + 3) % 4]);
+            }
+            __m128i msg = _mm_add_epi32(m[i % 4], _mm_loadu_si128(reinterpret_cast<const __m128i*>(kK + 4 * i)));
+            state1 = _mm_sha256rnds2_epu32(state1, state0, msg);
+            msg = _mm_shuffle_epi32(msg, 0x0E);
+            state0 = _mm_sha256rnds2_epu32(state0, state1, msg);
+        }
+        state0 = _mm_add_epi32(state0, abef);
+        state1 = _mm_add_epi32(state1, cdgh);
+    }
+    tmp = _mm_shuffle_epi32(state0, 0x1B);        // FEBA
+    state1 = _mm_shuffle_epi32(state1, 0xB1);     // DCHG
+    state0 = _mm_blend_epi16(tmp, state1, 0xF0);  // DCBA
+    state1 = _mm_alignr_epi8(state1, tmp, 8);     // HGFE
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(h), state0);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(h + 4), state1);
+}
+#endif
 
 }  // namespace
 
@@ -64,6 +117,13 @@ void Sha256::Update(std::span<const std::uint8_t> data) {
         Block(buf_.data());
         used_ = 0;
     }
+#if defined(__x86_64__)
+    if (HasShaExtensions() && data.size() - i >= 64) {
+        const std::size_t blocks = (data.size() - i) / 64;
+        BlocksWithExtensions(h_.data(), data.data() + i, blocks);
+        i += blocks * 64;
+    }
+#endif
     for (; i + 64 <= data.size(); i += 64) Block(data.data() + i);
     std::memcpy(buf_.data(), data.data() + i, data.size() - i);
     used_ = data.size() - i;

@@ -149,6 +149,8 @@ TEST(SprdSha256, KnownDigests) {
     EXPECT_EQ(Sha256::HexOf({reinterpret_cast<const std::uint8_t*>(abc.data()), abc.size()}),
               "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
     EXPECT_EQ(Sha256::HexOf({}), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    const Bytes million(1000000, 'a');
+    EXPECT_EQ(Sha256::HexOf(million), "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
     // Streamed in uneven pieces, across block boundaries.
     const Bytes data = Pattern(1000, 9);
     Sha256 s;
