@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cstring>
 
 namespace quorvel::sprd {
 namespace {
@@ -18,12 +20,48 @@ constexpr std::array<std::uint16_t, 256> MakeCrcTable() {
 }
 constexpr auto kCrcTable = MakeCrcTable();
 
-// Sum of big-endian words of an even-length run, not yet folded.
+// Ones'-complement sum of the big-endian words of the even part of `data`, folded to 16
+// bits. The sum does not depend on byte order (swap at the end), so it runs over native
+// 32-bit loads: an image chunk is summed at memory speed.
 std::uint64_t WordSum(std::span<const std::uint8_t> data) {
-    std::uint64_t sum = 0;
     const std::size_t even = data.size() & ~std::size_t{1};
-    for (std::size_t i = 0; i < even; i += 2) sum += (std::uint32_t{data[i]} << 8) | data[i + 1];
-    return sum;
+    const std::uint8_t* p = data.data();
+    std::uint64_t acc = 0;
+    std::size_t i = 0;
+    for (; i + 8 <= even; i += 8) {
+        std::uint64_t w;
+        std::memcpy(&w, p + i, 8);
+        acc += (w & 0xFFFFFFFF) + (w >> 32);
+    }
+    for (; i < even; i += 2) {
+        std::uint16_t w;
+        std::memcpy(&w, p + i, 2);
+        acc += w;
+    }
+    while (acc >> 16) acc = (acc & 0xFFFF) + (acc >> 16);
+    if constexpr (std::endian::native == std::endian::little) acc = ((acc & 0xFF) << 8) | (acc >> 8);
+    return acc;
+}
+
+std::uint16_t CrcUpdate(std::uint16_t crc, std::span<const std::uint8_t> data);
+
+// Appends `data`, escaping 0x7E and 0x7D when asked: plain runs are copied whole.
+void PutRun(std::span<const std::uint8_t> data, bool escape, std::vector<std::uint8_t>& out) {
+    const std::uint8_t* p = data.data();
+    const std::uint8_t* const end = p + data.size();
+    if (!escape) {
+        out.insert(out.end(), p, end);
+        return;
+    }
+    while (p < end) {
+        const std::uint8_t* q = p;
+        while (q < end && *q != kFlag && *q != kEscape) ++q;
+        out.insert(out.end(), p, q);
+        if (q == end) break;
+        out.push_back(kEscape);
+        out.push_back(static_cast<std::uint8_t>(*q ^ 0x20));
+        p = q + 1;
+    }
 }
 
 std::uint16_t Fold(std::uint64_t sum) {
@@ -33,22 +71,14 @@ std::uint16_t Fold(std::uint64_t sum) {
 
 std::uint16_t Swap(std::uint16_t v) { return static_cast<std::uint16_t>((v << 8) | (v >> 8)); }
 
-void PutEscaped(std::uint8_t byte, bool escape, std::vector<std::uint8_t>& out) {
-    if (escape && (byte == kFlag || byte == kEscape)) {
-        out.push_back(kEscape);
-        out.push_back(static_cast<std::uint8_t>(byte ^ 0x20));
-    } else {
-        out.push_back(byte);
-    }
+std::uint16_t CrcUpdate(std::uint16_t crc, std::span<const std::uint8_t> data) {
+    for (std::uint8_t b : data) crc = static_cast<std::uint16_t>((crc << 8) ^ kCrcTable[((crc >> 8) ^ b) & 0xFF]);
+    return crc;
 }
 
 }  // namespace
 
-std::uint16_t Crc16Xmodem(std::span<const std::uint8_t> data) {
-    std::uint16_t crc = 0;
-    for (std::uint8_t b : data) crc = static_cast<std::uint16_t>((crc << 8) ^ kCrcTable[((crc >> 8) ^ b) & 0xFF]);
-    return crc;
-}
+std::uint16_t Crc16Xmodem(std::span<const std::uint8_t> data) { return CrcUpdate(0, data); }
 
 std::uint16_t LoaderSum(std::span<const std::uint8_t> data) {
     std::uint64_t sum = WordSum(data);
@@ -67,24 +97,24 @@ bool LoaderSumMatches(std::span<const std::uint8_t> body, std::uint16_t value) {
 void EncodeFrame(std::uint16_t type, std::span<const std::uint8_t> payload, Check check, bool escape,
                  std::vector<std::uint8_t>& out) {
     const std::size_t len = payload.size() > kMaxPayload ? kMaxPayload : payload.size();
-    std::vector<std::uint8_t> body;
-    body.reserve(len + 6);
-    body.push_back(static_cast<std::uint8_t>(type >> 8));
-    body.push_back(static_cast<std::uint8_t>(type));
-    body.push_back(static_cast<std::uint8_t>(len >> 8));
-    body.push_back(static_cast<std::uint8_t>(len));
-    body.insert(body.end(), payload.begin(), payload.begin() + static_cast<std::ptrdiff_t>(len));
-    const std::uint16_t value = check == Check::LOADER_SUM ? LoaderSum(body) : Crc16Xmodem(body);
-    body.push_back(static_cast<std::uint8_t>(value >> 8));
-    body.push_back(static_cast<std::uint8_t>(value));
-
-    out.reserve(out.size() + body.size() + (escape ? body.size() / 8 : 0) + 2);
-    out.push_back(kFlag);
-    if (escape) {
-        for (std::uint8_t b : body) PutEscaped(b, true, out);
+    const std::span<const std::uint8_t> data = payload.first(len);
+    const std::uint8_t head[4] = {static_cast<std::uint8_t>(type >> 8), static_cast<std::uint8_t>(type),
+                                  static_cast<std::uint8_t>(len >> 8), static_cast<std::uint8_t>(len)};
+    // The check covers TYPE, LEN and PAYLOAD; computed in place, without a copy of the payload.
+    std::uint16_t value;
+    if (check == Check::LOADER_SUM) {
+        std::uint64_t sum = WordSum(head) + WordSum(data);
+        if (len & 1) sum += std::uint32_t{data.back()} << 8;
+        value = Fold(sum);
     } else {
-        out.insert(out.end(), body.begin(), body.end());
+        value = CrcUpdate(CrcUpdate(0, head), data);
     }
+    const std::uint8_t tail[2] = {static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value)};
+    out.reserve(out.size() + len + 8 + (escape ? len / 64 + 8 : 0));
+    out.push_back(kFlag);
+    PutRun(head, escape, out);
+    PutRun(data, escape, out);
+    PutRun(tail, escape, out);
     out.push_back(kFlag);
 }
 

@@ -368,9 +368,12 @@ void Session::Download(const PlanStep& s, const std::vector<std::uint8_t>* conte
     }
     if (s.partition.empty() && size > 0xFFFFFFFF) Fail("the image is too large for an address-form download");
     std::unique_ptr<std::FILE, FileCloser> file;
+    std::vector<char> buffer;
     if (!content) {
         file.reset(std::fopen(s.path.c_str(), "rb"));
         if (!file) Fail("cannot read " + s.path);
+        buffer.resize(1 << 20);  // one read a MiB, not one per chunk
+        std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
     }
     std::vector<std::uint8_t> p;
     if (s.partition.empty()) {
