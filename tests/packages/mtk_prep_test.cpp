@@ -1,5 +1,6 @@
 // MTK preparation: efuse search, chip name, DA variant and files, the display refresh.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "app/Texts.h"
 #include "packages/MtkPreparation.h"
@@ -100,6 +101,11 @@ TEST_F(MtkPrep, ChipNameRules) {
                                         "the efuse xml file [" + fx.dir.File("fw/huge.xml") +
                                             "] has 1048577 bytes, more than the 1024 KiB an efuse xml may have: it "
                                             "is not loaded."}));
+
+    // A FIFO in the XML's place is refused at once, never opened for a blocking read.
+    ASSERT_EQ(::mkfifo(fx.dir.File("fw/fifo_efuse.xml").c_str(), 0644), 0);
+    prep.LoadChipName(fx.dir.File("fw/fifo_efuse.xml"));
+    EXPECT_EQ(fx.ui.Messages().back(), app::texts::kMtkEfuseXmlUnreadable);
 
     fx.dir.Write("fw/empty.xml", "<efuse><common><x-chip-name-y/></common></efuse>");
     prep.LoadChipName(fx.dir.File("fw/empty.xml"));
