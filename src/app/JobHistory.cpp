@@ -48,6 +48,10 @@ std::string JobLine(const JobRecord& r) {
     Field(out, "result", JobResultText(r.result));
     Field(out, "step", r.failedStep);
     Field(out, "error", r.errorText);
+    if (r.countedTotal && r.countedFail) {
+        Number(out, "total", *r.countedTotal);
+        Number(out, "fail", *r.countedFail);
+    }
     out += "}\n";
     return out;
 }
@@ -59,14 +63,18 @@ std::string JobHistory::FileFor(const TimeStamp& end) const {
 }
 
 bool JobHistory::Append(const JobRecord& record, std::string* error) const {
-    const bool written = Write(record, error);
+    const bool written = WriteLine(record, error);
+    Remember(record);
+    return written;
+}
+
+void JobHistory::Remember(const JobRecord& record) const {
     {
         std::lock_guard g(lastMutex_);
         last_[record.slot] = record;
     }
     std::lock_guard g(observerMutex_);
     if (observer_) observer_(record);
-    return written;
 }
 
 std::optional<JobRecord> JobHistory::LastJob(int slot) const {
@@ -81,7 +89,7 @@ void JobHistory::SetObserver(std::function<void(const JobRecord&)> observer) {
     observer_ = std::move(observer);
 }
 
-bool JobHistory::Write(const JobRecord& record, std::string* error) const {
+bool JobHistory::WriteLine(const JobRecord& record, std::string* error) const {
     const std::string line = JobLine(record);
     const std::string path = FileFor(record.end);
     const auto fail = [&](const char* what) {

@@ -31,6 +31,10 @@ public:
     // line could not be written whole; nothing is retried, the caller says it once.
     // Either way the job is remembered as its slot's last and the observer is told.
     bool Append(const JobRecord& record, std::string* error = nullptr) const;
+    // Append's two halves, for a writer that orders its own writes: the line alone (no
+    // retry), and remembering the job as its slot's last and telling the observer.
+    bool WriteLine(const JobRecord& record, std::string* error = nullptr) const;
+    void Remember(const JobRecord& record) const;
 
     // The last job of `slot` given to Append in this process.
     std::optional<JobRecord> LastJob(int slot) const;
@@ -39,8 +43,6 @@ public:
     void SetObserver(std::function<void(const JobRecord&)> observer);
 
 private:
-    bool Write(const JobRecord& record, std::string* error) const;
-
     std::string dir_;
     mutable std::mutex lastMutex_;
     mutable std::map<int, JobRecord> last_;

@@ -124,6 +124,10 @@ std::optional<JobRecord> ParseObject(std::string_view text) {
         if (const std::string* v = str(key)) *member = *v;
     if (const auto d = f.find("duration_s"); d == f.end() || !Integer(d->second, r.durationSeconds))
         r.durationSeconds = r.end.utc - r.start.utc;
+    for (auto [key, member] : {std::pair{"total", &r.countedTotal}, {"fail", &r.countedFail}}) {
+        std::uint32_t n;
+        if (const auto c = f.find(key); c != f.end() && Integer(c->second, n)) *member = n;
+    }
     if (const auto b = f.find("bytes"); b != f.end()) {
         std::uint64_t bytes;
         if (Integer(b->second, bytes)) r.bytesSent = bytes;
@@ -150,8 +154,9 @@ std::optional<JobRecord> ParseJobLine(std::string_view line) {
     return ParseObject(line.substr(last));
 }
 
-HistoryRead ReadJobHistory(const std::string& testLogDir, int fromDay, int toDay) {
-    HistoryRead out;
+namespace {
+
+std::vector<std::pair<int, std::filesystem::path>> DayFiles(const std::string& testLogDir, int fromDay, int toDay) {
     std::vector<std::pair<int, std::filesystem::path>> files;
     std::error_code ec;
     for (std::filesystem::directory_iterator it(testLogDir, ec), end; !ec && it != end; it.increment(ec)) {
@@ -160,27 +165,45 @@ HistoryRead ReadJobHistory(const std::string& testLogDir, int fromDay, int toDay
             files.emplace_back(day, it->path());
     }
     std::sort(files.begin(), files.end());
-    for (const auto& [day, path] : files) {
-        std::ifstream in(path, std::ios::binary);
-        if (!in) {
-            out.unreadableFiles.push_back(path.string());
-            continue;
-        }
-        const std::string contents((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-        std::size_t pos = 0;
-        while (pos < contents.size()) {
-            std::size_t nl = contents.find('\n', pos);
-            if (nl == std::string::npos) nl = contents.size();
-            const std::string_view line(contents.data() + pos, nl - pos);
-            pos = nl + 1;
-            if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;
-            if (auto r = ParseJobLine(line))
-                out.jobs.push_back(std::move(*r));
-            else
-                ++out.skippedLines;
-        }
+    return files;
+}
+
+// False when the file cannot be read.
+bool ReadDayFile(const std::filesystem::path& path, HistoryRead& out) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    const std::string contents((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::size_t pos = 0;
+    while (pos < contents.size()) {
+        std::size_t nl = contents.find('\n', pos);
+        if (nl == std::string::npos) nl = contents.size();
+        const std::string_view line(contents.data() + pos, nl - pos);
+        pos = nl + 1;
+        if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;
+        if (auto r = ParseJobLine(line))
+            out.jobs.push_back(std::move(*r));
+        else
+            ++out.skippedLines;
     }
+    return true;
+}
+
+}  // namespace
+
+HistoryRead ReadJobHistory(const std::string& testLogDir, int fromDay, int toDay) {
+    HistoryRead out;
+    for (const auto& [day, path] : DayFiles(testLogDir, fromDay, toDay))
+        if (!ReadDayFile(path, out)) out.unreadableFiles.push_back(path.string());
     return out;
+}
+
+std::optional<JobRecord> LastJobRecord(const std::string& testLogDir) {
+    const auto files = DayFiles(testLogDir, 0, 99999999);
+    for (auto it = files.rbegin(); it != files.rend(); ++it) {
+        HistoryRead read;
+        if (ReadDayFile(it->second, read) && !read.jobs.empty()) return std::move(read.jobs.back());
+    }
+    return std::nullopt;
 }
 
 }  // namespace quorvel::app

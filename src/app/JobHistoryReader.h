@@ -29,5 +29,7 @@ struct HistoryRead {
 // Every record of the <yyyymmdd>.jsonl files in `testLogDir` whose day is within
 // [fromDay, toDay] (yyyymmdd, both included).
 HistoryRead ReadJobHistory(const std::string& testLogDir, int fromDay = 0, int toDay = 99999999);
+// The last record of the newest day file that holds one: the last job written.
+std::optional<JobRecord> LastJobRecord(const std::string& testLogDir);
 
 }  // namespace quorvel::app

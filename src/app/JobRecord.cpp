@@ -1,6 +1,10 @@
 #include "app/JobRecord.h"
 
+#include <sys/random.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 
@@ -124,8 +128,17 @@ std::string MakeJobId(const TimeStamp& start, int slot) {
     const std::string iso = IsoText(start);  // YYYY-MM-DDTHH:MM:SS...
     const std::string compact = iso.substr(0, 4) + iso.substr(5, 2) + iso.substr(8, 2) + "T" + iso.substr(11, 2) +
                                 iso.substr(14, 2) + iso.substr(17, 2);
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "-s%02d-%u", slot, sequence.fetch_add(1) + 1);
+    // Drawn once: a pid repeats across boots and stations, 48 random bits practically never.
+    static const std::uint64_t process = [] {
+        std::uint64_t r = 0;
+        if (::getrandom(&r, sizeof r, 0) != static_cast<ssize_t>(sizeof r))
+            r = static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()) ^
+                (static_cast<std::uint64_t>(::getpid()) << 32);
+        return r & 0xffffffffffffull;
+    }();
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "-s%02d-%012llx-%u", slot, static_cast<unsigned long long>(process),
+                  sequence.fetch_add(1) + 1);
     return compact + buf;
 }
 

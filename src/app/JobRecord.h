@@ -54,12 +54,17 @@ struct JobRecord {
     JobResult result = JobResult::Fail;
     std::string failedStep;  // as the engine gave them; empty on a pass
     std::string errorText;
+    // The station's counters just after this job, as they are saved with it: a start after
+    // a kill between the two writes finds here what the counters missed.
+    std::optional<std::uint32_t> countedTotal;
+    std::optional<std::uint32_t> countedFail;
 
     bool operator==(const JobRecord&) const = default;
 };
 
-// A job id unique on this station: local start time, slot and a per-process sequence
-// ("20261123T104005-s07-3"). Any thread.
+// A job id unique across processes and stations: local start time, slot, a random
+// number drawn once per process and a per-process sequence
+// ("20261123T104005-s07-5f3a9c01d2e4-3"). Any thread.
 std::string MakeJobId(const TimeStamp& start, int slot);
 
 }  // namespace quorvel::app

@@ -4,8 +4,11 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
+#include "app/JobHistoryReader.h"
 #include "app/Station.h"
+#include "app/Texts.h"
 #include "platform/ProfileIni.h"
 
 namespace quorvel::app {
@@ -13,9 +16,8 @@ namespace quorvel::app {
 using platform::ProfileIni;
 
 namespace {
-std::vector<ProfileIni::Write> ZeroCounters() {
-    return {{"total", "NUM", "0"}, {"fail", "NUM", "0"}};
-}
+constexpr const char* kLastSection = "last";
+constexpr const char* kLastKey = "JOB";
 }  // namespace
 
 std::string StatisticsStore::FilePath() const {
@@ -26,9 +28,29 @@ int StatisticsStore::StatisticsLoad() {
     std::lock_guard g(mutex_);
     struct stat st {};
     if (::stat(FilePath().c_str(), &st) != 0 && errno == ENOENT)
-        station_.settingsStore.Written(FilePath(), ProfileIni::WriteMany(FilePath(), ZeroCounters()));
+        station_.settingsStore.Written(
+            FilePath(), ProfileIni::WriteMany(FilePath(), {{"total", "NUM", "0"}, {"fail", "NUM", "0"}}));
     fail_ = ProfileIni::ReadInt(FilePath(), "fail", "NUM", 0);
     total_ = ProfileIni::ReadInt(FilePath(), "total", "NUM", 0);
+    lastJob_ = ProfileIni::ReadString(FilePath(), kLastSection, kLastKey, "", 256);
+    // A kill between a job's history line and its counters: the line carries the counters
+    // it was to be saved with.
+    if (!lastJob_.empty() && !station_.ExeDir().empty()) {
+        const auto last = LastJobRecord(station_.history.Dir());
+        if (last && last->jobId != lastJob_ && last->countedTotal && last->countedFail) {
+            char text[512];
+            std::snprintf(text, sizeof text, texts::kUncountedJobFormat, last->jobId.c_str(), last->slot + 1,
+                          JobResultText(last->result));
+            std::fprintf(stderr, "quorvel: %s\n", text);
+            station_.settingsStore.UiLog(text);
+            station_.view.SetNotice(text);
+            total_ = *last->countedTotal;
+            fail_ = *last->countedFail;
+            lastJob_ = last->jobId;
+            pending_.push_back({std::nullopt, false, total_, fail_, lastJob_});
+            FlushLocked();
+        }
+    }
     float rate = 0;
     if (total_ > 0) rate = static_cast<float>(static_cast<std::uint32_t>(total_ - fail_) * 100.0 / total_);
     char text[64];
@@ -41,7 +63,7 @@ int StatisticsStore::StatisticsLoad() {
     return 1;
 }
 
-void StatisticsStore::SaveLocked() {
+void StatisticsStore::ShowLocked() {
     const std::string total = std::to_string(total_), fail = std::to_string(fail_);
     float rate = 0;
     if (total_ != 0)
@@ -51,30 +73,109 @@ void StatisticsStore::SaveLocked() {
     station_.view.SetText(IDC_TOTAL, total);
     station_.view.SetText(IDC_FAILURES, fail);
     station_.view.SetText(IDC_PASS_RATE, std::string(text) + "%");
-    station_.settingsStore.Written(FilePath(),
-                                   ProfileIni::WriteMany(FilePath(), {{"total", "NUM", total}, {"fail", "NUM", fail}}));
+}
+
+void StatisticsStore::QueueLocked(std::optional<JobRecord> job) {
+    if (job) {
+        lastJob_ = job->jobId;
+        job->countedTotal = total_;
+        job->countedFail = fail_;
+    }
+    pending_.push_back({std::move(job), false, total_, fail_, lastJob_});
+    FlushLocked();
+}
+
+void StatisticsStore::FlushLocked() {
+    while (!pending_.empty()) {
+        Entry& e = pending_.front();
+        if (e.job && !e.lineWritten) {
+            std::string error;
+            if (!station_.history.WriteLine(*e.job, &error)) return Failing(error);
+            e.lineWritten = true;
+        }
+        std::vector<ProfileIni::Write> writes{{"total", "NUM", std::to_string(e.total)},
+                                              {"fail", "NUM", std::to_string(e.fail)}};
+        if (!e.lastJob.empty()) writes.push_back({kLastSection, kLastKey, e.lastJob});
+        if (!ProfileIni::WriteMany(FilePath(), writes))
+            return Failing("Cannot write " + FilePath() + ": " + std::strerror(errno));
+        pending_.pop_front();
+    }
+    if (failing_) {
+        failing_ = false;
+        std::fprintf(stderr, "quorvel: %s\n", texts::kSavingResumed);
+        station_.settingsStore.UiLog(texts::kSavingResumed);
+        station_.view.SetNotice(texts::kSavingResumed);
+    }
+}
+
+// Said at once, and once per spell of failures.
+void StatisticsStore::Failing(const std::string& what) {
+    lastError_ = what;
+    if (failing_) return;
+    failing_ = true;
+    char text[1024];
+    std::snprintf(text, sizeof text, texts::kSavingFailedFormat, what.c_str());
+    std::fprintf(stderr, "quorvel: %s\n", text);
+    station_.settingsStore.UiLog(text);
+    station_.view.SetNotice(text);
 }
 
 void StatisticsStore::StatisticsSave() {
     std::lock_guard g(mutex_);
-    SaveLocked();
+    ShowLocked();
+    QueueLocked(std::nullopt);
 }
 
 void StatisticsStore::CountJob(bool failed) {
     std::lock_guard g(mutex_);
     ++total_;
     if (failed) ++fail_;
-    SaveLocked();
+    ShowLocked();
+    QueueLocked(std::nullopt);
+}
+
+void StatisticsStore::RecordJob(JobRecord job, bool count) {
+    {
+        std::lock_guard g(mutex_);
+        if (count) {
+            ++total_;
+            if (job.result != JobResult::Pass) ++fail_;
+            ShowLocked();
+        }
+        QueueLocked(job);
+    }
+    station_.history.Remember(job);
 }
 
 void StatisticsStore::StatisticsReset() {
     std::lock_guard g(mutex_);
-    station_.settingsStore.Written(FilePath(), ProfileIni::WriteMany(FilePath(), ZeroCounters()));
     total_ = 0;
     fail_ = 0;
     station_.view.SetText(IDC_TOTAL, "0");
     station_.view.SetText(IDC_FAILURES, "0");
     station_.view.SetText(IDC_PASS_RATE, "0.00%");
+    QueueLocked(std::nullopt);
+}
+
+void StatisticsStore::Retry() {
+    std::unique_lock g(mutex_, std::try_to_lock);
+    if (g.owns_lock() && !pending_.empty()) FlushLocked();
+}
+
+bool StatisticsStore::Close() {
+    std::lock_guard g(mutex_);
+    FlushLocked();
+    if (pending_.empty()) return true;
+    char text[512];
+    std::snprintf(text, sizeof text, texts::kUnsavedAtCloseFormat, pending_.size(), lastError_.c_str());
+    std::fprintf(stderr, "quorvel: %s\n", text);
+    station_.settingsStore.UiLog(text);
+    // The unsaved history lines in full, so a journal keeps what the disk could not.
+    for (const Entry& e : pending_)
+        if (e.job && !e.lineWritten) std::fprintf(stderr, "quorvel: unsaved history: %s", JobLine(*e.job).c_str());
+    const Entry& last = pending_.back();
+    std::fprintf(stderr, "quorvel: unsaved counters: total %u, fail %u\n", last.total, last.fail);
+    return false;
 }
 
 std::uint32_t StatisticsStore::Total() const {
@@ -85,6 +186,11 @@ std::uint32_t StatisticsStore::Total() const {
 std::uint32_t StatisticsStore::Fail() const {
     std::lock_guard g(mutex_);
     return fail_;
+}
+
+std::size_t StatisticsStore::Pending() const {
+    std::lock_guard g(mutex_);
+    return pending_.size();
 }
 
 }  // namespace quorvel::app

@@ -16,6 +16,16 @@ inline constexpr const char* kConfigFileMissingFormat = "the config file path is
 inline constexpr LangText kConfigReadFailed{"配置文件读取失败！", "Failed to read configuration file!"};
 // Said once per file when a settings or counter file cannot be written; %s the path, %s the reason.
 inline constexpr const char* kFileWriteFailedFormat = "Cannot write %s (%s); it is left as it was.";
+// Counters and history on a failing disk: %s the reason.
+inline constexpr const char* kSavingFailedFormat =
+    "Counts and history are not being saved (%s): the station keeps them and retries.";
+inline constexpr const char* kSavingResumed = "Counts and history are saved again.";
+// At close: %zu jobs and counter saves still held, %s the reason.
+inline constexpr const char* kUnsavedAtCloseFormat = "%zu writes of counts and history could not be saved (%s).";
+// At start-up: %s the job id, %d the slot (1-based), %s its result.
+inline constexpr const char* kUncountedJobFormat =
+    "Job %s (slot %d, %s) is in the history but was not counted: the station ended between the two. "
+    "It is counted now.";
 // The single-instance lock: %s the place, %s the reason, %s the place used instead.
 inline constexpr const char* kLockFallbackFormat = "Cannot use the lock file %s (%s); using %s instead.";
 inline constexpr const char* kLockFailedFormat = "Cannot take the single-instance lock %s (%s).";

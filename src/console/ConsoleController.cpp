@@ -209,7 +209,10 @@ platform::LResult ConsoleController::HandleMessage(std::uint32_t msg, platform::
 }
 
 void ConsoleController::OnTimer(int id) {
-    if (id == TIMER_CLOCK) ShowClock();
+    if (id == TIMER_CLOCK) {
+        ShowClock();
+        station_.statistics.Retry();  // counts and history a full disk held back
+    }
     if (router_) router_->RouteTimer(id);
 }
 

@@ -120,6 +120,7 @@ void StationRig::Close(platform::StationLoop& loop, bool consoleReady) {
     if (consoleReady && loop.Running()) loop.Call([this] { station_.settingsStore.SaveBindings(); });
     loop.Stop();
     EndRun();
+    station_.statistics.Close();
 }
 
 sim::SimBench* StationRig::Bench() {

@@ -346,10 +346,9 @@ void DownloadWorker::FinishJob(int slot, const char* platform, std::int64_t star
     job.result = interrupted ? app::JobResult::Interrupted : failed ? app::JobResult::Fail : app::JobResult::Pass;
     job.failedStep = outcome.step;
     job.errorText = outcome.error;
-    std::string error;
-    if (!station_.history.Append(job, &error) && !historyFailureSaid_.exchange(true))
-        std::fprintf(stderr, "quorvel: slot %d: job history not written: %s\n", slot + 1, error.c_str());
-    CountJob(failed);
+    // The history line and the counters, in that order; a full disk holds both back.
+    std::lock_guard g(countLock_);
+    station_.statistics.RecordJob(std::move(job), !closing_);
 }
 
 void DownloadWorker::ThreadMain() {

@@ -153,7 +153,6 @@ private:
     std::mutex countLock_;
     bool closing_ = false;  // under countLock_
     std::int64_t sprdStartedAt_ = 0;  // worker thread: the first phase's start, kept for the second
-    std::atomic<bool> historyFailureSaid_{false};
     mutable std::mutex flagLock_;
     bool deviceRunning_ = false;
     bool stopRequested_ = false;

@@ -9,8 +9,11 @@
 #include <random>
 #include <thread>
 
+#include "app/JobHistoryReader.h"
+#include "app/Station.h"
 #include "platform/ExeDir.h"
 #include "platform/ProfileIni.h"
+#include "support/FixedOptions.h"
 #include "support/TempDir.h"
 
 namespace quorvel::app {
@@ -42,8 +45,9 @@ struct Child {
 };
 
 // A station killed at random moments, while it starts, counts jobs and saves its
-// bindings, always leaves both files whole; the total neither goes back nor jumps;
-// temporaries of killed writers do not survive the next start.
+// bindings, always leaves both files whole; the total neither goes back nor jumps; the
+// history holds the counted jobs and at most the one in flight, which the next start
+// counts; temporaries of killed writers do not survive the next start.
 TEST(CrashSafetyTest, KilledStationLeavesCompleteFilesAndNoTemporaries) {
     const std::string writer = platform::ExeDir() + "burst_writer";
     ASSERT_EQ(::access(writer.c_str(), X_OK), 0) << writer;
@@ -113,7 +117,16 @@ TEST(CrashSafetyTest, KilledStationLeavesCompleteFilesAndNoTemporaries) {
         EXPECT_LE(saved, reported + 1) << counters;
         EXPECT_LE(fail, saved);
         total = saved;
+        const auto lines = static_cast<std::uint32_t>(ReadJobHistory(dir.File("TestLog")).jobs.size());
+        EXPECT_GE(lines, saved);
+        EXPECT_LE(lines, saved + 1);
     }
+    // The next start counts the job in flight, so the two agree again.
+    platform::ManualClock clock;
+    HeadlessConsoleUi ui;
+    Station st(test::FixedOptions(dir.Path()), clock, ui);
+    ASSERT_EQ(st.settingsStore.SettingsLoad(), 1);
+    EXPECT_EQ(st.statistics.Total(), ReadJobHistory(dir.File("TestLog")).jobs.size());
     // Three rounds in four wait for a count, so each of them adds at least one job; more
     // depends on the machine's speed, which a test must not.
     EXPECT_GE(total, 150u);

@@ -1,5 +1,6 @@
-// Starts as the station does and then counts jobs and saves bindings in a tight loop
-// until killed; prints each total once it is on disk. Used by the crash test.
+// Starts as the station does and then records jobs (history line and counters) and
+// saves bindings in a tight loop until killed; prints each total once it is on disk.
+// Used by the crash test.
 #include <unistd.h>
 
 #include <string>
@@ -24,7 +25,12 @@ int main(int argc, char** argv) {
             st.bindings.SetComName(n, "Diag\r\n[COMMON]\nMac=0 (COM" + std::to_string(n + 1) + ")");
         }
         st.settingsStore.SaveBindings();
-        st.statistics.CountJob(i % 3 == 0);
+        quorvel::app::JobRecord job;
+        job.slot = static_cast<int>(i % 16);
+        job.start = job.end = quorvel::app::LocalTimeStamp(clock.WallSeconds());
+        job.jobId = quorvel::app::MakeJobId(job.start, job.slot);
+        job.result = i % 3 == 0 ? quorvel::app::JobResult::Fail : quorvel::app::JobResult::Pass;
+        st.statistics.RecordJob(job, true);
         const std::string line = std::to_string(st.statistics.Total()) + "\n";
         if (::write(1, line.data(), line.size()) < 0) return 4;
     }
