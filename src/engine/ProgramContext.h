@@ -21,6 +21,21 @@ class Station;
 
 namespace quorvel::engine {
 
+// The {files} list of a job: one row per file, one text per field.
+using FileRows = std::vector<std::vector<std::string>>;
+
+// Below the station folder: the job logs and the records of running programs.
+inline constexpr const char* kLogFolder = "TestLog/engine/";
+inline constexpr const char* kRunningFolder = "TestLog/engine/running/";
+// Old job logs (and file lists) go: those older than the age, then the oldest until the
+// rest fit the size. At the station's start and every kCleanEveryJobs jobs.
+inline constexpr std::int64_t kLogMaxAgeSeconds = 30 * 86400;
+inline constexpr std::uint64_t kLogMaxTotalBytes = 512ull << 20;
+inline constexpr unsigned kCleanEveryJobs = 200;
+// Returns how many files it removed.
+int CleanEngineLogs(const std::string& folder, std::int64_t now, std::int64_t maxAgeSeconds = kLogMaxAgeSeconds,
+                    std::uint64_t maxBytes = kLogMaxTotalBytes);
+
 class ProgramContext {
 public:
     // `benchPhones`: the simulated bench's phones, whose profiles are passed to the
@@ -28,6 +43,7 @@ public:
     // Where the phone of a port sits: its device instance ID and location (empty when unknown).
     using PortDevices = std::function<std::pair<std::string, std::string>(unsigned long port)>;
 
+    // Ends what an earlier, killed station left running and cleans old logs.
     // `profileArgs`: platforms whose jobs get the bench phone's profile as arguments (the
     // simulated engine program's), e.g. "MTK FP SPRD".
     ProgramContext(app::Station& station, ProgramSettings settings,
@@ -42,12 +58,15 @@ public:
         if (switchHook_) switchHook_(event);
     }
 
-    // The job for `commandLine` with its placeholders filled; false with `error` when the
-    // command line cannot be split. `values` gets {platform}, {slot} (empty for -1, SPRD), {log} (and {files}
-    // when `files` is given: the list is written beside the log).
+    // The job for `commandLine` with its placeholders filled. `values` gets {platform},
+    // {slot} (empty for -1, SPRD), {log} and, when `files` is given, {files}: the rows are
+    // written beside the log, fields joined by tabs. False with `error`, so the job fails
+    // before its program starts, when the command line cannot be split, a field holds a
+    // control character (a tab or line break would add fields or rows), or the list cannot
+    // be written whole.
     bool MakeJob(const std::string& commandLine, const char* platform, int slot,
                  std::map<std::string, std::string> values, const std::vector<std::string>& options,
-                 const std::vector<std::string>* files, JobRequest& request, std::string& error);
+                 const FileRows* files, JobRequest& request, std::string& error);
 
     // A package-wide operation: the program, `operation` (its flag and arguments), then the
     // command line's own arguments with {package} and `options`, the phone's placeholders

@@ -31,7 +31,7 @@ void ProgramFpEngine::SetDLPara(int threadIndex) {
 
 int ProgramFpEngine::MTKFP_OperationStart() {
     const int com = DownloadWorker::ExtractComNumber(app::FieldText(device_.friendlyName));
-    const std::vector<std::string> noFiles;
+    const FileRows noFiles;
     JobRequest request;
     std::string error;
     context_.MakeJob(context_.settings.fp, "FP", slot_,

@@ -5,8 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <mutex>
+#include <string_view>
 
 namespace quorvel::engine {
 
@@ -14,31 +17,6 @@ using platform::ChildProcess;
 using platform::Millis;
 
 namespace {
-
-// The job's log: appended to by this process and by the program's standard error.
-class LogFile {
-public:
-    explicit LogFile(const std::string& path) {
-        if (path.empty()) return;
-        std::error_code ec;
-        std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
-        fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    }
-    ~LogFile() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    LogFile(const LogFile&) = delete;
-    LogFile& operator=(const LogFile&) = delete;
-    int Fd() const { return fd_; }
-    void Write(const std::string& line) const {
-        if (fd_ < 0) return;
-        const std::string text = line + "\n";
-        [[maybe_unused]] const ssize_t r = ::write(fd_, text.data(), text.size());
-    }
-
-private:
-    int fd_ = -1;
-};
 
 // The line's object with its arrival time put first: a replayable record.
 std::string Recorded(const std::string& line, Millis at) {
@@ -65,6 +43,79 @@ bool IsProgress(protocol::LineKind kind, const protocol::Event& e) {
 }
 
 }  // namespace
+
+// The job's log, written by the job's thread and (the program's standard error) by the
+// reader's: the first kLogHeadBytes go out as they come, then only the last kLogTailBytes
+// are kept, to be written after a line that says how much was cut between.
+class ProgramJob::LogFile {
+public:
+    explicit LogFile(const std::string& path) {
+        if (path.empty()) return;
+        std::error_code ec;
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
+        fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    }
+    ~LogFile() {
+        if (fd_ < 0) return;
+        if (!tail_.empty()) {
+            if (tail_.size() > kLogTailBytes) Cut(tail_.size() - kLogTailBytes);
+            // The kept tail starts at a line of its own.
+            if (cut_ > 0) {
+                const std::size_t nl = tail_.find('\n');
+                if (nl != std::string::npos && nl + 1 < tail_.size()) Cut(nl + 1);
+                Put("\n# ... " + std::to_string(cut_) + " bytes of this log cut here ...\n");
+            }
+            Put(tail_);
+        }
+        ::close(fd_);
+    }
+    LogFile(const LogFile&) = delete;
+    LogFile& operator=(const LogFile&) = delete;
+    // One line of the station's; control characters are written escaped, so no value can
+    // add a line (a replayed log reads its records line by line).
+    void Write(const std::string& line) {
+        std::string text;
+        text.reserve(line.size() + 1);
+        for (const unsigned char c : line) {
+            if (c < 0x20 && c != '\t') {
+                char esc[8];
+                std::snprintf(esc, sizeof esc, "\\x%02x", c);
+                text += esc;
+            } else {
+                text += static_cast<char>(c);
+            }
+        }
+        text += '\n';
+        Raw(text.data(), text.size());
+    }
+    void Raw(const char* data, std::size_t size) {
+        std::lock_guard g(mutex_);
+        if (fd_ < 0) return;
+        if (written_ < kLogHeadBytes) {
+            const std::size_t head = std::min(size, kLogHeadBytes - written_);
+            Put(std::string_view(data, head));
+            written_ += head;
+            data += head;
+            size -= head;
+        }
+        if (size == 0) return;
+        tail_.append(data, size);
+        if (tail_.size() > 2 * kLogTailBytes) Cut(tail_.size() - kLogTailBytes);
+    }
+
+private:
+    void Put(std::string_view text) const { [[maybe_unused]] const ssize_t r = ::write(fd_, text.data(), text.size()); }
+    void Cut(std::size_t bytes) {
+        tail_.erase(0, bytes);
+        cut_ += bytes;
+    }
+
+    std::mutex mutex_;
+    int fd_ = -1;
+    std::size_t written_ = 0;
+    std::string tail_;
+    std::uint64_t cut_ = 0;
+};
 
 std::string ExitFaultText(const ChildProcess::Exit& exit) {
     if (exit.signalled) return "engine program crashed (signal " + std::to_string(exit.signal) + ")";
@@ -122,6 +173,11 @@ bool ProgramJob::OnRound(Millis now) {
     if (!held_ || busy_) return false;  // Run's thread hands it on
     if (lines_.empty() && now - lastDelivered_ >= intervalMs_) Deliver(lk, now);
     return held_ && !busy_;
+}
+
+void ProgramJob::OnStderr(const char* data, std::size_t size) {
+    std::lock_guard g(mutex_);
+    if (log_) log_->Raw(data, size);
 }
 
 void ProgramJob::OnExit(const ChildProcess::Exit& exit) {
@@ -215,7 +271,19 @@ JobOutcome ProgramJob::Run(const JobRequest& request, const std::function<void(c
         if (cancelled_) return finish({JobOutcome::CANCELLED, ""});
     }
     std::string error;
-    auto child = ChildProcess::Spawn(request.argv, log.Fd(), error);
+    // The log is the reader's until the program is removed from it.
+    struct Attach {
+        ProgramJob& job;
+        Attach(ProgramJob& j, LogFile& log) : job(j) {
+            std::lock_guard g(job.mutex_);
+            job.log_ = &log;
+        }
+        ~Attach() {
+            std::lock_guard g(job.mutex_);
+            job.log_ = nullptr;
+        }
+    } attach{*this, log};
+    auto child = ChildProcess::Spawn(request.argv, true, error, request.recordDir);
     if (!child) {
         JobOutcome out{JobOutcome::FAULT, "engine program could not start: " + error};
         out.noResult = true;

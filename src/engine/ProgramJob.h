@@ -34,6 +34,11 @@ struct JobOutcome {
     bool noResult = false;
 };
 
+// One job's log keeps its first and its last bytes; what lies between is cut, and a line
+// says how much.
+inline constexpr std::size_t kLogHeadBytes = 1u << 20;
+inline constexpr std::size_t kLogTailBytes = 1u << 20;
+
 struct JobRequest {
     std::vector<std::string> argv;
     std::string logPath;  // created with its folder; empty: no log
@@ -41,6 +46,7 @@ struct JobRequest {
     platform::Millis graceMs = 3000;
     bool record = false;
     platform::Millis progressIntervalMs = 20;  // progress handed on at most this often
+    std::string recordDir{};                   // where running programs are recorded (see ChildProcess); empty: nowhere
 };
 
 class ProgramJob final : private ProgramReader::Client {
@@ -68,6 +74,7 @@ private:
     };
     unsigned OnOutput(const char* data, std::size_t size, platform::Millis now) override;
     bool OnRound(platform::Millis now) override;
+    void OnStderr(const char* data, std::size_t size) override;
     void OnExit(const platform::ChildProcess::Exit& exit) override;
     // Reader thread: one complete line read at `now`; true when it was progress.
     bool Push(std::string text, platform::Millis now);
@@ -99,6 +106,8 @@ private:
     bool delivering_ = false;
     bool awaitingDelivery_ = false;
     std::optional<platform::ChildProcess::Exit> exit_;
+    class LogFile;
+    LogFile* log_ = nullptr;  // the running job's log
     // Reader thread only.
     std::string partial_;
     bool skipping_ = false;  // inside an over-long line, already reported

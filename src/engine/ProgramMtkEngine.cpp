@@ -209,7 +209,7 @@ int ProgramMtkEngine::DLOperationStart() {
     options.push_back(Option("DaPort", daPort_));
     if (efuse_) options.insert(options.end(), efuseOptions_.begin(), efuseOptions_.end());
     const int com = DownloadWorker::ExtractComNumber(app::FieldText(device_.friendlyName));
-    const std::vector<std::string> noFiles;
+    const FileRows noFiles;
     JobRequest request;
     std::string error;
     context_.MakeJob(context_.settings.mtk, "MTK", slot_,

@@ -15,7 +15,9 @@ using platform::Millis;
 namespace {
 
 // Bits of an epoll entry's data: the watch's id and which descriptor it is.
-constexpr std::uint64_t kExitBit = 1;
+constexpr int kIdShift = 2;
+constexpr std::uint64_t kKindMask = 3;
+constexpr std::uint64_t kOut = 0, kExit = 1, kErr = 2;
 // What is read of a pipe after its program exited: a process left outside the group
 // may go on writing, and must not hold the reader.
 constexpr std::size_t kDrainLimit = 1u << 20;
@@ -59,11 +61,13 @@ ProgramReader::~ProgramReader() {
 std::string ProgramReader::Add(platform::ChildProcess& child, Client& client, Millis paceMs) {
     std::lock_guard g(mutex_);
     const std::uint64_t id = nextId_++;
-    epoll_event out{}, exit{};
+    epoll_event out{}, exit{}, err{};
     out.events = EPOLLIN;
-    out.data.u64 = id << 1;
+    out.data.u64 = id << kIdShift | kOut;
     exit.events = EPOLLIN;
-    exit.data.u64 = id << 1 | kExitBit;
+    exit.data.u64 = id << kIdShift | kExit;
+    err.events = EPOLLIN;
+    err.data.u64 = id << kIdShift | kErr;
     if (epoll_ < 0 || ::epoll_ctl(epoll_, EPOLL_CTL_ADD, child.ExitFd(), &exit) != 0)
         return std::string("cannot watch the program: ") + std::strerror(epoll_ < 0 ? EMFILE : errno);
     if (::epoll_ctl(epoll_, EPOLL_CTL_ADD, child.OutFd(), &out) != 0) {
@@ -71,7 +75,9 @@ std::string ProgramReader::Add(platform::ChildProcess& child, Client& client, Mi
         ::epoll_ctl(epoll_, EPOLL_CTL_DEL, child.ExitFd(), nullptr);
         return std::string("cannot watch the program: ") + std::strerror(error);
     }
-    watches_.emplace(id, Watch{&child, &client, paceMs});
+    Watch w{&child, &client, paceMs};
+    w.errOpen = child.ErrFd() >= 0 && ::epoll_ctl(epoll_, EPOLL_CTL_ADD, child.ErrFd(), &err) == 0;
+    watches_.emplace(id, w);
     ids_[&client] = id;
     return {};
 }
@@ -85,6 +91,7 @@ void ProgramReader::Remove(Client& client) {
         if (!w->second.done) {
             ::epoll_ctl(epoll_, EPOLL_CTL_DEL, w->second.child->ExitFd(), nullptr);
             if (w->second.outOpen) ::epoll_ctl(epoll_, EPOLL_CTL_DEL, w->second.child->OutFd(), nullptr);
+            if (w->second.errOpen) ::epoll_ctl(epoll_, EPOLL_CTL_DEL, w->second.child->ErrFd(), nullptr);
         }
         watches_.erase(w);
     }
@@ -122,9 +129,28 @@ bool ProgramReader::ReadOnce(std::uint64_t id, Millis now, bool& progressOnly) {
     return r < 0;
 }
 
+bool ProgramReader::ReadErr(std::uint64_t id) {
+    static thread_local char buffer[16384];
+    Watch& w = watches_.at(id);
+    const long r = w.child->ReadErr(buffer, sizeof buffer);
+    if (r > 0) {
+        w.client->OnStderr(buffer, static_cast<std::size_t>(r));
+        return true;
+    }
+    if (r == 0) {
+        ::epoll_ctl(epoll_, EPOLL_CTL_DEL, w.child->ErrFd(), nullptr);
+        w.errOpen = false;
+    }
+    return false;
+}
+
 void ProgramReader::Finish(std::uint64_t id, Millis now) {
     Watch& w = watches_.at(id);
-    // Only what the pipe holds now: a leftover holder of the pipe must not keep the job open.
+    // Only what the pipes hold now: a leftover holder of a pipe must not keep the job open.
+    for (std::size_t drained = 0; w.errOpen && drained < kDrainLimit; drained += 16384)
+        if (!ReadErr(id)) break;
+    if (w.errOpen) ::epoll_ctl(epoll_, EPOLL_CTL_DEL, w.child->ErrFd(), nullptr);
+    w.errOpen = false;
     bool ignored = true;
     for (std::size_t drained = 0; w.outOpen && drained < kDrainLimit; drained += 16384)
         if (!ReadOnce(id, now, ignored)) break;
@@ -168,11 +194,14 @@ void ProgramReader::Main() {
                 [[maybe_unused]] const ssize_t r = ::read(wake_, &count, sizeof count);
                 continue;
             }
-            const std::uint64_t id = data >> 1;
+            const std::uint64_t id = data >> kIdShift;
             auto it = watches_.find(id);
             if (it == watches_.end() || it->second.done) continue;
-            if (data & kExitBit) {
+            if ((data & kKindMask) == kExit) {
                 Finish(id, round);
+                progressOnly = false;
+            } else if ((data & kKindMask) == kErr) {
+                if (it->second.errOpen) ReadErr(id);
                 progressOnly = false;
             } else if (it->second.outOpen) {
                 sawOutput = true;

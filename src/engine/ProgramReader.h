@@ -35,7 +35,9 @@ public:
         // A round began at `now`, a whole pacing interval after the one in which it held
         // progress. True while it still holds some.
         virtual bool OnRound(platform::Millis now) = 0;
-        // The program exited and was reaped; after its last OnOutput.
+        // What the program wrote on its standard error; never paced.
+        virtual void OnStderr(const char* data, std::size_t size) = 0;
+        // The program exited and was reaped; after its last OnOutput and OnStderr.
         virtual void OnExit(const platform::ChildProcess::Exit& exit) = 0;
 
     protected:
@@ -59,6 +61,8 @@ private:
     void Main();
     // With mutex_ held; false when the program has exited.
     bool ReadOnce(std::uint64_t id, platform::Millis now, bool& progressOnly);
+    // With mutex_ held; false at the end of the standard error or when nothing is there.
+    bool ReadErr(std::uint64_t id);
     void Finish(std::uint64_t id, platform::Millis now);
     // The shortest pacing interval of the watches; `unpaced`: one of them is not paced.
     platform::Millis Pace(bool& unpaced) const;
@@ -68,6 +72,7 @@ private:
         Client* client;
         platform::Millis paceMs;
         bool outOpen = true;
+        bool errOpen = false;
         bool holding = false;
         bool done = false;  // exited and reaped
     };

@@ -31,10 +31,10 @@ ProgramSprdEngine::~ProgramSprdEngine() {
 
 void ProgramSprdEngine::SetSPRDParameters(int selectedFileCount, unsigned long, std::string productName,
                                           std::vector<app::DlFileInfo> files, std::string configFilePath) {
-    std::vector<std::string> lines;
+    FileRows lines;
     for (const auto& f : files)
-        lines.push_back(app::FieldText(f.FileId) + "\t" + app::FieldText(f.FilePath) + "\t" +
-                        std::to_string(f.FileSize) + "\t" + std::to_string(f.CheckFlag));
+        lines.push_back({app::FieldText(f.FileId), app::FieldText(f.FilePath), std::to_string(f.FileSize),
+                         std::to_string(f.CheckFlag)});
     std::lock_guard g(mutex_);
     selectedFileCount_ = selectedFileCount;
     productName_ = std::move(productName);

@@ -36,7 +36,7 @@ private:
     bool firstPhase_ = false;
     int selectedFileCount_ = 0;
     std::string productName_, configFilePath_;
-    std::vector<std::string> fileLines_;
+    FileRows fileLines_;
     std::vector<int> steps_;  // step numbers of the running port, for GetStepName
     std::thread thread_;
     SprdPortResult result_{};

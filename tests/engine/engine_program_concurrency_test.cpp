@@ -3,8 +3,12 @@
 // replay of a recorded session and the package-wide operations. The programs run in
 // real time.
 #include <dirent.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -18,10 +22,14 @@
 #include "app/Station.h"
 #include "console/MessageRouter.h"
 #include "engine/DownloadManager.h"
+#include "engine/ProgramContext.h"
 #include "engine/ProgramEngineFactory.h"
 #include "engine/ProgramJob.h"
+#include "platform/ChildProcess.h"
 #include "platform/ExeDir.h"
 #include "platform/StationLoop.h"
+#include "support/FixedOptions.h"
+#include "support/SmallDisk.h"
 #include "support/TempDir.h"
 
 namespace quorvel::engine {
@@ -354,6 +362,149 @@ TEST(EngineProgram, CrashFailsOnlyItsOwnSlot) {
         << s.st->slotList.Row(5).progress.text;
     EXPECT_NE(s.st->slotList.Row(0).progress.text.find("Download Completely!"), std::string::npos)
         << s.st->slotList.Row(0).progress.text;
+}
+
+// True once `pid` is gone or a zombie: killed, whoever reaps it.
+bool Gone(pid_t pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+    std::string stat;
+    if (!std::getline(in, stat)) return true;
+    const auto paren = stat.rfind(')');
+    return paren != std::string::npos && paren + 2 < stat.size() && stat[paren + 2] == 'Z';
+}
+
+// Signals are delivered asynchronously: waits, with a generous limit, for `pid` to go.
+bool AwaitGone(pid_t pid) {
+    for (int i = 0; i < 500 && !Gone(pid); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return Gone(pid);
+}
+
+// The pid a script wrote into `path`, once it is there.
+pid_t AwaitPid(const std::string& path) {
+    for (int i = 0; i < 500; ++i) {
+        std::ifstream in(path);
+        std::string line;
+        if (std::getline(in, line) && in.good()) return static_cast<pid_t>(std::stol(line));
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return -1;
+}
+
+// A child that leaves the program's process group ends with the job; a station killed
+// by any signal takes its program along, and what left the group goes at the next start.
+TEST(EngineProgram, NothingOutlivesItsJobOrItsStation) {
+    test::TempDir dir;
+    const std::string running = dir.File("running");
+    const std::string escape = "setsid sleep 300 & echo $! > " + dir.File("escapee") + "; ";
+    {
+        std::string error;
+        auto child = platform::ChildProcess::Spawn({"/bin/sh", "-c", escape + "exit 0"}, false, error, running);
+        ASSERT_TRUE(child) << error;
+        child->Reap();
+        EXPECT_TRUE(AwaitGone(AwaitPid(dir.File("escapee"))));
+        EXPECT_TRUE(std::filesystem::is_empty(running));
+    }
+    std::filesystem::remove(dir.File("escapee"));
+    int out[2];
+    ASSERT_EQ(::pipe(out), 0);
+    const std::string holder = platform::ExeDir() + "engine_holder";
+    const pid_t station = ::fork();
+    if (station == 0) {
+        ::dup2(out[1], 1);
+        ::execl(holder.c_str(), holder.c_str(), running.c_str(), "/bin/sh", "-c", (escape + "sleep 300").c_str(),
+                static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    ::close(out[1]);
+    char line[32] = {};
+    ASSERT_GT(::read(out[0], line, sizeof line - 1), 0) << holder;
+    ::close(out[0]);
+    const pid_t program = static_cast<pid_t>(std::atol(line));
+    const pid_t escapee = AwaitPid(dir.File("escapee"));
+    ASSERT_GT(escapee, 0);
+    ::kill(station, SIGKILL);
+    ::waitpid(station, nullptr, 0);
+    EXPECT_TRUE(AwaitGone(program));
+    EXPECT_FALSE(Gone(escapee));
+    EXPECT_GE(platform::ChildProcess::EndLeftovers(running), 1);
+    EXPECT_TRUE(AwaitGone(escapee));
+    EXPECT_TRUE(std::filesystem::is_empty(running));
+}
+
+// Values written into the {files} list cannot add fields or rows, and a list that cannot
+// be written whole fails the job before its program starts.
+TEST(EngineProgram, JobInputsThatCannotBeHandedOnFailTheJob) {
+    platform::ManualClock clock;
+    app::HeadlessConsoleUi ui;
+    const auto make = [&](const std::string& folder, const FileRows& rows, std::string& error) {
+        app::Station st(test::FixedOptions(folder), clock, ui);
+        ProgramContext context(st, ProgramSettings{});
+        JobRequest request;
+        const bool made =
+            context.MakeJob("flash --files {files}", "SPRD", -1, {{"port", "5"}}, {}, &rows, request, error);
+        return made ? request.argv.back() : std::string();
+    };
+    const struct {
+        const char* name;
+        FileRows rows;
+        const char* error;  // empty: made, with `list` written
+        const char* list;
+    } cases[] = {
+        {"plain",
+         {{"FDL", "/x/fdl.bin", "10", "1"}, {"NV", "/x/nv bin", "2", "0"}},
+         "",
+         "FDL\t/x/fdl.bin\t10\t1\nNV\t/x/nv bin\t2\t0\n"},
+        {"tab", {{"FDL", "/x/a\tEXTRA", "10", "1"}}, "holds a tab or line break, refused: \"/x/a\\tEXTRA\"", ""},
+        {"line break", {{"FDL\nBOOT", "/x/a", "10", "1"}}, "holds a tab or line break", ""},
+        {"carriage return", {{"FDL", "/x/a\r", "10", "1"}}, "holds a tab or line break", ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        test::TempDir dir;
+        std::string error;
+        const std::string list = make(dir.Path(), c.rows, error);
+        EXPECT_NE(error.find(c.error), std::string::npos) << error;
+        if (!*c.error) EXPECT_EQ(dir.Read(list.substr(dir.Path().size())), c.list);
+    }
+    test::SmallDisk disk;
+    if (!disk.Ready()) GTEST_SKIP() << disk.Reason();
+    disk.Fill();
+    std::string error;
+    EXPECT_EQ(make(disk.Path(), cases[0].rows, error), "");
+    EXPECT_NE(error.find("file list not written"), std::string::npos) << error;
+}
+
+// One chatty program's log keeps its first and last megabyte and says what was cut
+// between; old logs go by age, then the oldest until the rest fit.
+TEST(EngineProgram, JobLogKeepsHeadAndTailAndOldLogsGo) {
+    platform::SystemClock clock;
+    test::TempDir dir;
+    const std::string chatter = "echo first >&2; yes chatter | head -n 400000 >&2; echo last >&2";
+    RunJob(clock, {{"/bin/sh", "-c", chatter}, dir.File("chatty.log"), 60000, 200, false});
+    const std::string log = dir.Read("chatty.log");
+    EXPECT_LE(log.size(), kLogHeadBytes + kLogTailBytes + 1024);
+    EXPECT_NE(log.find("first\n"), std::string::npos);
+    EXPECT_NE(log.find("bytes of this log cut here ...\nchatter\n"), std::string::npos);
+    EXPECT_NE(log.find("last\n# fault: engine program exited with code 0"), std::string::npos);
+
+    const std::int64_t now = 2000000000;
+    const struct {
+        const char* name;
+        std::int64_t age;
+        bool kept;
+    } files[] = {{"MTK_old.log", 31 * 86400, false},
+                 {"SPRD_a.files", 60, true},
+                 {"MTK_b.log", 120, true},
+                 {"MTK_c.log", 180, false},  // over the size once the newer ones are kept
+                 {"notes.txt", 31 * 86400, true}};
+    for (const auto& f : files) {
+        dir.Write("engine/" + std::string(f.name), "1234");
+        const timespec times[2] = {{now - f.age, 0}, {now - f.age, 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, dir.File("engine/" + std::string(f.name)).c_str(), times, 0), 0);
+    }
+    EXPECT_EQ(CleanEngineLogs(dir.File("engine"), now, 30 * 86400, 8), 2);
+    for (const auto& f : files)
+        EXPECT_EQ(std::filesystem::exists(dir.File("engine/" + std::string(f.name))), f.kept) << f.name;
 }
 
 }  // namespace
