@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/random.h>
@@ -75,20 +76,34 @@ std::string StartTime(pid_t pid) {
     return {};
 }
 
+// The pid the kernel handed out last in this pid namespace; -1 when unknown.
+long LastPid() {
+    std::ifstream in("/proc/sys/kernel/ns_last_pid");
+    long pid = -1;
+    return in >> pid ? pid : -1;
+}
+
 // Kills every process of this machine whose environment carries `token`, round after
-// round until none is left (one may fork while a round runs). Returns how many.
-int KillTokenHolders(const std::string& token) {
+// round until none is left (one may fork while a round runs). Returns how many. With
+// `after` (a pid), only processes made since that pid was handed out are read: pids are
+// handed out in rising order, wrapping at most once within a job.
+int KillTokenHolders(const std::string& token, long after = -1) {
     const std::string entry = std::string(ChildProcess::kJobVariable) + "=" + token;
     const pid_t self = ::getpid();
     int killed = 0;
     for (int round = 0; round < 10; ++round) {
         int found = 0;
+        const long last = after > 0 ? LastPid() : -1;
+        const auto candidate = [&](long pid) {
+            if (last < 0) return true;
+            return last >= after ? pid > after && pid <= last : pid > after || pid <= last;
+        };
         DIR* proc = ::opendir("/proc");
         if (!proc) return killed;
         while (const dirent* d = ::readdir(proc)) {
             char* end = nullptr;
             const long pid = std::strtol(d->d_name, &end, 10);
-            if (pid <= 0 || *end || pid == self) continue;
+            if (pid <= 0 || *end || pid == self || !candidate(pid)) continue;
             const std::string path = std::string("/proc/") + d->d_name + "/environ";
             const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
             if (fd < 0) continue;
@@ -159,7 +174,12 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
         if (fd >= 0) ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
 
     const pid_t parent = ::getpid();
-    const pid_t pid = ::fork();
+    // vfork, as posix_spawn does: the child borrows this memory until its exec, so no
+    // page tables are copied. With every signal blocked, no handler of ours can run in it.
+    sigset_t all, mask;
+    sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &mask);
+    const pid_t pid = ::vfork();
     if (pid == 0) {
         // Its own process group, so one signal reaches everything it started; killed with
         // its starting thread; default dispositions and an empty mask.
@@ -168,7 +188,13 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
         if (::getppid() != parent) ::_exit(127);  // the station died before the line above
         struct sigaction dfl {};
         dfl.sa_handler = SIG_DFL;
-        for (int sig : {SIGPIPE, SIGTERM, SIGINT, SIGHUP, SIGCHLD, SIGQUIT}) ::sigaction(sig, &dfl, nullptr);
+        for (int sig = 1; sig < NSIG; ++sig) {
+            struct sigaction now {};
+            if (::sigaction(sig, nullptr, &now) != 0) continue;
+            const bool reset = sig == SIGPIPE || sig == SIGTERM || sig == SIGINT || sig == SIGHUP || sig == SIGCHLD ||
+                               sig == SIGQUIT || now.sa_handler != SIG_IGN;
+            if (reset && now.sa_handler != SIG_DFL) ::sigaction(sig, &dfl, nullptr);
+        }
         sigset_t none;
         sigemptyset(&none);
         ::sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -187,6 +213,7 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
         ::_exit(127);
     }
     const int forkError = errno;
+    ::pthread_sigmask(SIG_SETMASK, &mask, nullptr);
     ::close(out[1]);
     if (err[1] >= 0) ::close(err[1]);
     ::close(report[1]);
@@ -290,8 +317,8 @@ ChildProcess::Exit ChildProcess::Reap() {
     }
     std::lock_guard g(mutex_);
     if (reaped_) return exit_;
-    ::kill(-pid_, SIGKILL);    // whatever it left running in its group
-    KillTokenHolders(token_);  // and whatever left the group
+    ::kill(-pid_, SIGKILL);          // whatever it left running in its group
+    KillTokenHolders(token_, pid_);  // and whatever left the group
     int status = 0;
     while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
     }

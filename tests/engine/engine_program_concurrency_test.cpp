@@ -464,7 +464,9 @@ TEST(EngineProgram, JobInputsThatCannotBeHandedOnFailTheJob) {
         std::string error;
         const std::string list = make(dir.Path(), c.rows, error);
         EXPECT_NE(error.find(c.error), std::string::npos) << error;
-        if (!*c.error) EXPECT_EQ(dir.Read(list.substr(dir.Path().size())), c.list);
+        if (!*c.error) {
+            EXPECT_EQ(dir.Read(list.substr(dir.Path().size())), c.list);
+        }
     }
     test::SmallDisk disk;
     if (!disk.Ready()) GTEST_SKIP() << disk.Reason();
