@@ -37,7 +37,8 @@ int StatisticsStore::StatisticsLoad() {
     // it was to be saved with.
     if (!lastJob_.empty() && !station_.ExeDir().empty()) {
         const auto last = LastJobRecord(station_.history.Dir());
-        if (last && last->jobId != lastJob_ && last->countedTotal && last->countedFail) {
+        if (last && last->jobId != lastJob_ && last->countedTotal && last->countedFail &&
+            (*last->countedTotal != total_ || *last->countedFail != fail_)) {
             char text[512];
             std::snprintf(text, sizeof text, texts::kUncountedJobFormat, last->jobId.c_str(), last->slot + 1,
                           JobResultText(last->result));
@@ -47,7 +48,7 @@ int StatisticsStore::StatisticsLoad() {
             total_ = *last->countedTotal;
             fail_ = *last->countedFail;
             lastJob_ = last->jobId;
-            pending_.push_back({std::nullopt, false, total_, fail_, lastJob_});
+            pending_.push_back({std::nullopt, false, true, total_, fail_, lastJob_});
             FlushLocked();
         }
     }
@@ -75,13 +76,13 @@ void StatisticsStore::ShowLocked() {
     station_.view.SetText(IDC_PASS_RATE, std::string(text) + "%");
 }
 
-void StatisticsStore::QueueLocked(std::optional<JobRecord> job) {
+void StatisticsStore::QueueLocked(std::optional<JobRecord> job, bool saveCounters) {
     if (job) {
-        lastJob_ = job->jobId;
+        if (saveCounters) lastJob_ = job->jobId;
         job->countedTotal = total_;
         job->countedFail = fail_;
     }
-    pending_.push_back({std::move(job), false, total_, fail_, lastJob_});
+    pending_.push_back({std::move(job), false, saveCounters, total_, fail_, lastJob_});
     FlushLocked();
 }
 
@@ -93,11 +94,13 @@ void StatisticsStore::FlushLocked() {
             if (!station_.history.WriteLine(*e.job, &error)) return Failing(error);
             e.lineWritten = true;
         }
-        std::vector<ProfileIni::Write> writes{{"total", "NUM", std::to_string(e.total)},
-                                              {"fail", "NUM", std::to_string(e.fail)}};
-        if (!e.lastJob.empty()) writes.push_back({kLastSection, kLastKey, e.lastJob});
-        if (!ProfileIni::WriteMany(FilePath(), writes))
-            return Failing("Cannot write " + FilePath() + ": " + std::strerror(errno));
+        if (e.saveCounters) {
+            std::vector<ProfileIni::Write> writes{{"total", "NUM", std::to_string(e.total)},
+                                                  {"fail", "NUM", std::to_string(e.fail)}};
+            if (!e.lastJob.empty()) writes.push_back({kLastSection, kLastKey, e.lastJob});
+            if (!ProfileIni::WriteMany(FilePath(), writes))
+                return Failing("Cannot write " + FilePath() + ": " + std::strerror(errno));
+        }
         pending_.pop_front();
     }
     if (failing_) {
@@ -142,7 +145,7 @@ void StatisticsStore::RecordJob(JobRecord job, bool count) {
             if (job.result != JobResult::Pass) ++fail_;
             ShowLocked();
         }
-        QueueLocked(job);
+        QueueLocked(job, count);
     }
     station_.history.Remember(job);
 }

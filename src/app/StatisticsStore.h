@@ -27,8 +27,9 @@ public:
     explicit StatisticsStore(Station& station) : station_(station) {}
 
     std::string FilePath() const;
-    // Reads the counters; when the history's last job is not the counters' last, that job
-    // was written when the station ended before counting it: it is counted now and said.
+    // Reads the counters; when the history's last job is not the counters' last and its
+    // line holds other counts, the station ended between the two writes of that job: it
+    // is counted now and said.
     int StatisticsLoad();
     void StatisticsSave();
     void StatisticsReset();
@@ -49,14 +50,16 @@ public:
     std::size_t Pending() const;
 
 private:
-    // One step to reach the disk: a job's history line (when `job`), then the counters.
+    // One step to reach the disk: a job's history line (when `job`), then the counters
+    // (unless the job was not counted: they did not change).
     struct Entry {
         std::optional<JobRecord> job;
         bool lineWritten = false;
+        bool saveCounters = true;
         std::uint32_t total = 0, fail = 0;
         std::string lastJob;
     };
-    void QueueLocked(std::optional<JobRecord> job);
+    void QueueLocked(std::optional<JobRecord> job, bool saveCounters = true);
     void FlushLocked();
     void ShowLocked();
     void Failing(const std::string& what);
@@ -65,7 +68,7 @@ private:
     mutable std::mutex mutex_;
     std::uint32_t total_ = 0;
     std::uint32_t fail_ = 0;
-    std::string lastJob_;  // the id of the last job given to the counters
+    std::string lastJob_;  // the id of the last job counted
     std::deque<Entry> pending_;
     bool failing_ = false;
     std::string lastError_;

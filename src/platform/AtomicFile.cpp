@@ -44,7 +44,13 @@ std::size_t ReadFully(int fd, void* buffer, std::size_t length) {
 }
 
 bool ReadWholeFile(const std::string& path, std::string& contents, struct stat* st) {
-    // Non-blocking, so a FIFO in the file's place cannot hang the reader.
+    // Only a regular file is opened (a device may act on its open), and without blocking,
+    // so a FIFO put in the file's place after the check cannot hang the reader either.
+    struct stat before {};
+    if (::stat(path.c_str(), &before) == 0 && !S_ISREG(before.st_mode)) {
+        errno = S_ISDIR(before.st_mode) ? EISDIR : EINVAL;
+        return false;
+    }
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) return false;
     struct stat own {};

@@ -12,7 +12,8 @@ namespace quorvel::platform {
 // bytes read (fewer only at the end of the file or on an error).
 std::size_t ReadFully(int fd, void* buffer, std::size_t length);
 
-// Reads the whole file; false, with errno set, when it cannot be opened or read.
+// Reads the whole file; false, with errno set, when it is not a regular file (a FIFO or
+// device is never opened for reading) or cannot be opened or read.
 // `st`, when given, receives the status of the file that was read.
 bool ReadWholeFile(const std::string& path, std::string& contents, struct stat* st = nullptr);
 

@@ -85,10 +85,14 @@ TEST(StatisticsTest, JobInTheHistoryButNotCountedIsCountedAtTheNextStart) {
     EXPECT_NE(f.station->view.Notice().find("Job b (slot 5, FAIL)"), std::string::npos) << f.station->view.Notice();
     EXPECT_EQ(platform::ProfileIni::ReadString(f.station->statistics.FilePath(), "last", "JOB", "", 64), "b");
 
-    // Agreeing files say nothing.
+    // Agreeing files say nothing, also after a job that was not counted (cut short by a close).
     StationFixture again;
     again.dir.Write("Config/TestResult.ini", "[total]\nNUM=7\n[fail]\nNUM=2\n[last]\nJOB=a\n");
     ASSERT_TRUE(again.station->history.WriteLine(counted));
+    JobRecord uncounted = inFlight;
+    uncounted.countedTotal = 7;
+    uncounted.countedFail = 2;
+    ASSERT_TRUE(again.station->history.WriteLine(uncounted));
     again.station->statistics.StatisticsLoad();
     EXPECT_EQ(again.station->statistics.Total(), 7u);
     EXPECT_EQ(again.station->view.Notice(), "");
