@@ -28,7 +28,7 @@ std::string NativeSprdRunDir() {
 
 std::string NativeSprdCommandLine(const std::string& program, const std::string& runDir) {
     return "\"" + program + "\" --package {package} --files {files} --phase {phase} --transport \"unix:" + runDir +
-           "/com{port}.sock\" {options}";
+           "/com{port}.sock\" {record} {options}";
 }
 
 std::string SimEngineCommandLine(const std::string& program, const char* platform, double timeScale) {
