@@ -153,7 +153,9 @@ TEST(SimEngineUnplug, APulledPhoneFailsItsRunningJobAtOnceWithoutTimePassing) {
     slow.switchPort = false;
     slow.durationMs = 60000;
 
-    // MTK: the job blocks its caller, as the vendor's does.
+    // MTK: the job blocks its caller, as the vendor's does (on a package it accepts).
+    f.station->package.scatterFilePath = f.dir.Path() + "MT6580_Android_scatter.txt";
+    f.dir.Write("MT6580_Android_scatter.txt", "- partition_index: SYS0\n  partition_name: preloader\n");
     ASSERT_TRUE(bench.Plug(0, PhoneKind::MTK_BROM, slow));
     engine::SimMtkEngine mtk(*f.station, registry, window);
     app::DeviceInfo device{};

@@ -324,7 +324,7 @@ TEST(SprdPhone, Faults) {
 
     // Check baud: a phone that never answers, and a first loader that misses its first tries.
     PhoneConfig deaf;
-    deaf.faults = {PhoneFault{PhoneFault::NO_CHECK_BAUD}};
+    deaf.faults = {PhoneFault{PhoneFault::NO_CHECK_BAUD, std::nullopt, {}}};
     Host mute(deaf);
     EXPECT_EQ(mute.Baud(1), "");
     EXPECT_EQ(mute.Send(cmd::CONNECT), -1);
@@ -376,7 +376,9 @@ TEST(SprdPhone, ReenumerationKeepsState) {
         ASSERT_EQ(host.Download(Be32(0x9efffe00, 8), Bytes(8), 528), rep::ACK);
         EXPECT_EQ(host.Send(cmd::EXEC_DATA), rep::INCOMPATIBLE_PARTITION);
         EXPECT_EQ(host.actions.size(), shape == Reenumerate::FDL2 ? 1u : 0u);
-        if (!host.actions.empty()) EXPECT_EQ(host.actions[0].kind, PhoneAction::REENUMERATE);
+        if (!host.actions.empty()) {
+            EXPECT_EQ(host.actions[0].kind, PhoneAction::REENUMERATE);
+        }
         // Half a frame, then the host goes: the second loader answers the next host at once.
         host.Deliver(Bytes{kFlag, 0x00});
         host.phone.HostClosed();

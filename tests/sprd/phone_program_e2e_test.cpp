@@ -30,14 +30,19 @@ struct Phone {
     std::unique_ptr<platform::ChildProcess> child;
     std::string out;
 
-    explicit Phone(const std::vector<std::string>& args, const std::string& errFile = {}) {
+    // `captureErr`: keep its stderr for Err(), read once it has ended (short texts only).
+    explicit Phone(const std::vector<std::string>& args, bool captureErr = false) {
         std::vector<std::string> argv = {test::ToolPath("quorvel-sprd-phone")};
         argv.insert(argv.end(), args.begin(), args.end());
         std::string error;
-        const int err = errFile.empty() ? -1 : ::open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        child = platform::ChildProcess::Spawn(argv, err < 0 ? STDERR_FILENO : err, error);
-        if (err >= 0) ::close(err);
+        child = platform::ChildProcess::Spawn(argv, captureErr, error);
         EXPECT_TRUE(child) << error;
+    }
+    std::string Err() {
+        std::string text;
+        char buf[512];
+        for (long n; (n = child->ReadErr(buf, sizeof buf)) > 0;) text.append(buf, static_cast<std::size_t>(n));
+        return text;
     }
     // Output up to the first line that holds `what`, within 10 s.
     bool WaitFor(const std::string& what) {
@@ -139,11 +144,11 @@ TEST(SprdPhoneProgram, ReplayChecksEachHostWrite) {
               "{\"rec\":\"sprd-wire\",\"at_ms\":2,\"dir\":\"in\",\"hex\":\"" + Hex(ver) + "\"}\n"
               "{\"rec\":\"sprd-wire\",\"at_ms\":3,\"dir\":\"out\",\"hex\":\"" + Hex(connect) + "\"}\n"
               "{\"rec\":\"sprd-wire\",\"at_ms\":4,\"dir\":\"in\",\"hex\":\"" + Hex(ack) + "\"}\n");
+    std::string divergence;
     for (bool diverge : {false, true}) {
         SCOPED_TRACE(diverge ? "diverging host" : "faithful host");
         const std::string path = dir.File(diverge ? "b" : "a");
-        Phone phone({"--listen", "unix:" + path, "--replay", dir.File("job.log"), "--replay-silence-ms", "3000"},
-                    path + ".err");
+        Phone phone({"--listen", "unix:" + path, "--replay", dir.File("job.log"), "--replay-silence-ms", "3000"}, true);
         ASSERT_TRUE(phone.WaitFor("ready"));
         const int fd = Connect(path);
         ASSERT_GE(fd, 0);
@@ -154,9 +159,10 @@ TEST(SprdPhoneProgram, ReplayChecksEachHostWrite) {
         ::close(fd);
         EXPECT_EQ(reply.type, diverge ? 0xFFFF : rep::ACK);
         EXPECT_EQ(phone.child->Reap().code, diverge ? 1 : 0);
+        if (diverge) divergence = phone.Err();
     }
     // The divergence names the recorded frame and where it differs.
-    EXPECT_NE(dir.Read("b.err").find("host write 2 of 2 (CONNECT frame (type 0x00), line 4) differs at byte 2"),
+    EXPECT_NE(divergence.find("host write 2 of 2 (CONNECT frame (type 0x00), line 4) differs at byte 2"),
               std::string::npos)
-        << dir.Read("b.err");
+        << divergence;
 }
