@@ -56,6 +56,7 @@ sort >"$work/expected" <<'EOF'
 /usr/share/quorvel/scenarios/mtk_batch.txt
 /usr/share/quorvel/scenarios/sprd_native16.txt
 /usr/share/quorvel/scenarios/sprd_pair.txt
+/usr/share/quorvel/scenarios/sprd_swap.txt
 /usr/share/quorvel/station-template/Config/CommonSetting.ini
 /usr/share/quorvel/station-template/demo/MT6580_Android_scatter.txt
 /usr/share/quorvel/station-template/res/BRINDLE.bmp
