@@ -106,6 +106,7 @@ void Sha256::Block(const std::uint8_t* p) {
 }
 
 void Sha256::Update(std::span<const std::uint8_t> data) {
+    if (data.empty()) return;  // its pointer may be null, which memcpy must never see
     total_ += data.size();
     std::size_t i = 0;
     if (used_ > 0) {
