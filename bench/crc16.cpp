@@ -5,21 +5,12 @@
 #include <cstdint>
 #include <vector>
 
+#include "RandomBytes.h"
 #include "packages/Crc16.h"
 
 namespace {
 
-std::vector<std::uint8_t> Data(std::size_t size) {
-    std::vector<std::uint8_t> data(size);
-    std::uint32_t x = 2463534242u;
-    for (auto& b : data) {
-        x ^= x << 13;
-        x ^= x >> 17;
-        x ^= x << 5;
-        b = static_cast<std::uint8_t>(x);
-    }
-    return data;
-}
+std::vector<std::uint8_t> Data(std::size_t size) { return RandomBytes(size); }
 
 void BM_Crc16(benchmark::State& state) {
     const auto data = Data(static_cast<std::size_t>(state.range(0)));

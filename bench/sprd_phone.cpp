@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "RandomBytes.h"
 #include "sprd/PhoneCodes.h"
 #include "sprd/PhoneModel.h"
 
@@ -13,17 +14,7 @@ using namespace quorvel::sprd;
 
 namespace {
 
-std::vector<std::uint8_t> Data(std::size_t size) {
-    std::vector<std::uint8_t> data(size);
-    std::uint32_t x = 2463534242u;
-    for (auto& b : data) {
-        x ^= x << 13;
-        x ^= x >> 17;
-        x ^= x << 5;
-        b = static_cast<std::uint8_t>(x);
-    }
-    return data;
-}
+std::vector<std::uint8_t> Data(std::size_t size) { return RandomBytes(size); }
 
 std::vector<std::uint8_t> Named(const char* name, std::uint32_t size) {
     std::vector<std::uint8_t> out(phone::kNameBytes, 0);
