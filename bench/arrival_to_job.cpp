@@ -20,7 +20,7 @@
 #include <thread>
 #include <vector>
 
-#include "app/Station.h"
+#include "station/Station.h"
 #include "devices/ComProbe.h"
 #include "sim/SimBench.h"
 #include "support/StationFixture.h"

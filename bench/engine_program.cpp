@@ -19,12 +19,12 @@
 #include <thread>
 #include <vector>
 
-#include "app/Messages.h"
-#include "app/Station.h"
+#include "station/Messages.h"
+#include "station/Station.h"
 #include "console/MessageRouter.h"
-#include "engine/DownloadManager.h"
-#include "engine/ProgramMtkEngine.h"
-#include "engine/SimEngineProgram.h"
+#include "slots/DownloadManager.h"
+#include "engines/program/ProgramMtkEngine.h"
+#include "sim/SimEngineProgram.h"
 #include "platform/StationLoop.h"
 #include "support/FixedOptions.h"
 

@@ -25,10 +25,10 @@
 #include <thread>
 #include <vector>
 
-#include "app/Station.h"
+#include "station/Station.h"
 #include "console/ConsoleController.h"
-#include "console/qt/MainWindow.h"
-#include "engine/SlotDisplay.h"
+#include "qt/MainWindow.h"
+#include "present/SlotDisplay.h"
 #include "platform/Clock.h"
 #include "platform/StationLoop.h"
 #include "support/FixedOptions.h"

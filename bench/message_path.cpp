@@ -11,11 +11,11 @@
 #include <thread>
 #include <vector>
 
-#include "app/Messages.h"
-#include "app/Station.h"
+#include "station/Messages.h"
+#include "station/Station.h"
 #include "console/MessageRouter.h"
-#include "engine/DownloadManager.h"
-#include "engine/SimEngines.h"
+#include "slots/DownloadManager.h"
+#include "sim/SimEngines.h"
 #include "platform/StationLoop.h"
 
 namespace {

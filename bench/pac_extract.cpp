@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "app/ConsoleUi.h"
+#include "console/ConsoleUi.h"
 #include "packages/BinPack.h"
 #include "packages/Crc16.h"
 #include "packages/PacFormat.h"

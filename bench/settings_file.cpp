@@ -9,7 +9,7 @@
 #include <fstream>
 #include <string>
 
-#include "app/Station.h"
+#include "station/Station.h"
 #include "platform/ProfileIni.h"
 
 using namespace quorvel;

@@ -25,12 +25,12 @@
 #include <thread>
 #include <vector>
 
-#include "sprd/Codes.h"
-#include "sprd/FdTransport.h"
-#include "sprd/Frame.h"
-#include "sprd/PhoneModel.h"
-#include "sprd/Plan.h"
-#include "sprd/Session.h"
+#include "engines/sprd/Codes.h"
+#include "engines/sprd/FdTransport.h"
+#include "engines/sprd/Frame.h"
+#include "engines/sprd/PhoneModel.h"
+#include "engines/sprd/Plan.h"
+#include "engines/sprd/Session.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "RandomBytes.h"
-#include "sprd/PhoneCodes.h"
-#include "sprd/PhoneModel.h"
+#include "engines/sprd/PhoneCodes.h"
+#include "engines/sprd/PhoneModel.h"
 
 using namespace quorvel::sprd;
 

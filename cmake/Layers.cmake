@@ -1,17 +1,11 @@
-# One static library per layer of src/, made from every source file in its folder,
-# so that adding a file to a layer needs no CMake change.
-function(quorvel_layer name)
+# Static libraries made from every source file of a folder, so that adding a file needs
+# no CMake change.
+function(quorvel_library name folder)
   cmake_parse_arguments(L "" "" "DEPS" ${ARGN})
-  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*.cpp)
-  if(NOT sources)
-    add_library(quorvel_${name} INTERFACE)
-    target_include_directories(quorvel_${name} INTERFACE ${PROJECT_SOURCE_DIR}/src)
-    target_link_libraries(quorvel_${name} INTERFACE ${L_DEPS})
-    return()
-  endif()
-  add_library(quorvel_${name} STATIC ${sources})
-  target_include_directories(quorvel_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
-  target_link_libraries(quorvel_${name} PUBLIC ${L_DEPS} Threads::Threads)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
+  add_library(${name} STATIC ${sources})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(${name} PUBLIC ${L_DEPS} Threads::Threads)
 endfunction()
 
 # One test executable per test folder and kind. A file named *_<kind>_test.cpp
@@ -32,7 +26,7 @@ function(quorvel_tests folder)
       endif()
     endforeach()
     if(files)
-      set(exe test_${folder}_${kind})
+      string(REPLACE "/" "_" exe test_${folder}_${kind})
       add_executable(${exe} ${files})
       target_link_libraries(${exe} PRIVATE ${T_DEPS} quorvel_test_support GTest::gtest_main GTest::gmock)
       gtest_discover_tests(${exe} DISCOVERY_MODE PRE_TEST

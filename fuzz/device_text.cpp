@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "app/BindingTable.h"
-#include "app/EngineRecords.h"
+#include "station/BindingTable.h"
+#include "engines/EngineRecords.h"
 #include "devices/DeviceBackend.h"
 #include "devices/DeviceMonitor.h"
 #include "devices/DeviceText.h"

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "FuzzScratch.h"
-#include "app/ConsoleUi.h"
-#include "app/Station.h"
+#include "console/ConsoleUi.h"
+#include "station/Station.h"
 #include "packages/MtkPreparation.h"
 #include "platform/Clock.h"
 #include "support/FixedOptions.h"

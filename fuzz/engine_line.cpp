@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "engine/EngineProtocol.h"
+#include "engines/program/EngineProtocol.h"
 #include "platform/JsonText.h"
 
 namespace protocol = quorvel::engine::protocol;

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "app/JobHistory.h"
-#include "app/JobHistoryReader.h"
+#include "history/JobHistory.h"
+#include "history/JobHistoryReader.h"
 
 using namespace quorvel::app;
 

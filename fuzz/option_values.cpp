@@ -5,8 +5,8 @@
 #include <string>
 
 #include "FuzzScratch.h"
-#include "app/ConsoleUi.h"
-#include "app/Station.h"
+#include "console/ConsoleUi.h"
+#include "station/Station.h"
 #include "platform/Clock.h"
 #include "platform/ProfileIni.h"
 #include "support/FixedOptions.h"

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "FuzzScratch.h"
-#include "app/ConsoleUi.h"
+#include "console/ConsoleUi.h"
 #include "packages/BinPack.h"
 #include "packages/SprdDownloadConfig.h"
 #include "platform/Clock.h"

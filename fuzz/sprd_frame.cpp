@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "sprd/Frame.h"
+#include "engines/sprd/Frame.h"
 
 using namespace quorvel::sprd;
 

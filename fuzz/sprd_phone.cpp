@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "sprd/PhoneModel.h"
+#include "engines/sprd/PhoneModel.h"
 
 using namespace quorvel::sprd;
 

@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "FuzzScratch.h"
-#include "sprd/Plan.h"
-#include "sprd/Scheme.h"
+#include "engines/sprd/Plan.h"
+#include "engines/sprd/Scheme.h"
 
 using namespace quorvel;
 

@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <ctime>
 
-#include "app/AboutDialogLogic.h"
-#include "app/Messages.h"
-#include "app/SettingsDialogLogic.h"
-#include "app/SlotListLayout.h"
-#include "app/Texts.h"
+#include "present/AboutDialogLogic.h"
+#include "station/Messages.h"
+#include "present/SettingsDialogLogic.h"
+#include "present/SlotListLayout.h"
+#include "station/Texts.h"
 
 #ifndef QUORVEL_BUILD_ID
 #define QUORVEL_BUILD_ID "unknown build"

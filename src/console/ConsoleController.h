@@ -6,7 +6,7 @@
 #include <array>
 #include <string>
 
-#include "app/Station.h"
+#include "station/Station.h"
 #include "devices/BindingCommands.h"
 #include "packages/MtkPreparation.h"
 #include "platform/StationLoop.h"

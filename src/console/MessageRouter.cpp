@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "app/Messages.h"
+#include "station/Messages.h"
 
 namespace quorvel::console {
 

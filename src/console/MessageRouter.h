@@ -6,8 +6,8 @@
 #include <array>
 #include <cstdint>
 
-#include "app/Station.h"
-#include "engine/DownloadManager.h"
+#include "station/Station.h"
+#include "slots/DownloadManager.h"
 #include "platform/StationLoop.h"
 
 namespace quorvel::console {

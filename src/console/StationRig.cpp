@@ -4,7 +4,7 @@
 
 #include "devices/BenchSurvey.h"
 #include "devices/UdevBackend.h"
-#include "engine/SimEngineProgram.h"
+#include "sim/SimEngineProgram.h"
 
 namespace quorvel::console {
 

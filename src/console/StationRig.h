@@ -10,10 +10,10 @@
 #include <memory>
 #include <mutex>
 
-#include "app/Station.h"
+#include "station/Station.h"
 #include "console/StationRun.h"
-#include "engine/ProgramEngineFactory.h"
-#include "engine/SimEngines.h"
+#include "engines/program/ProgramEngineFactory.h"
+#include "sim/SimEngines.h"
 #include "platform/SysPaths.h"
 #include "sim/SimBench.h"
 

@@ -3,10 +3,10 @@
 #include <filesystem>
 #include <functional>
 
-#include "app/Texts.h"
+#include "station/Texts.h"
 #include "console/ConsoleController.h"
 #include "console/MessageRouter.h"
-#include "packages/PreparationWindowLogic.h"
+#include "present/PreparationWindowLogic.h"
 
 namespace quorvel::console {
 

@@ -6,12 +6,12 @@
 
 #include <memory>
 
-#include "app/Station.h"
+#include "station/Station.h"
 #include "devices/ComProbe.h"
 #include "devices/DeviceBackend.h"
 #include "devices/DeviceMonitor.h"
 #include "devices/PortBinding.h"
-#include "engine/DownloadManager.h"
+#include "slots/DownloadManager.h"
 #include "platform/SleepInhibitor.h"
 #include "platform/StationLoop.h"
 

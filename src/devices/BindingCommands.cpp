@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdio>
 
-#include "app/Station.h"
+#include "station/Station.h"
 
 namespace quorvel::devices {
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "app/EngineRecords.h"
+#include "engines/EngineRecords.h"
 #include "platform/Clock.h"
 
 namespace quorvel::devices {

@@ -5,9 +5,9 @@
 #include <iterator>
 #include <map>
 
-#include "app/Messages.h"
-#include "app/Station.h"
-#include "app/Texts.h"
+#include "station/Messages.h"
+#include "station/Station.h"
+#include "station/Texts.h"
 #include "devices/DeviceText.h"
 
 namespace quorvel::devices {

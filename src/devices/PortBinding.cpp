@@ -2,10 +2,10 @@
 
 #include <strings.h>
 
-#include "app/Messages.h"
-#include "app/Station.h"
+#include "station/Messages.h"
+#include "station/Station.h"
 #include "devices/DeviceText.h"
-#include "engine/DownloadManager.h"
+#include "slots/DownloadManager.h"
 
 namespace quorvel::devices {
 

@@ -13,7 +13,7 @@
 
 #include <string>
 
-#include "app/EngineRecords.h"
+#include "engines/EngineRecords.h"
 #include "devices/ComProbe.h"
 #include "devices/DeviceMonitor.h"
 #include "platform/StationLoop.h"

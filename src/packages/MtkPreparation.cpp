@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "app/Station.h"
-#include "app/Texts.h"
+#include "station/Station.h"
+#include "station/Texts.h"
 #include "packages/BinPack.h"
 #include "packages/TextFormat.h"
 #include "platform/AtomicFile.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "app/PackageState.h"
+#include "station/PackageState.h"
 
 namespace quorvel::app {
 class Station;

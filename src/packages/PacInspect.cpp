@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "app/Texts.h"
+#include "station/Texts.h"
 #include "packages/TextFormat.h"
 #include "packages/BinPack.h"
 #include "packages/Crc16.h"

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "app/Station.h"
-#include "app/Texts.h"
+#include "station/Station.h"
+#include "station/Texts.h"
 #include "packages/TextFormat.h"
 #include "packages/PackageHousekeeping.h"
 #include "packages/PacInspect.h"

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "app/EngineRecords.h"
+#include "engines/EngineRecords.h"
 #include "packages/BinPack.h"
 #include "packages/PacFormat.h"
 

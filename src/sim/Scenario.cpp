@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "app/Messages.h"
+#include "station/Messages.h"
 
 namespace quorvel::sim {
 

@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/SimEngines.h"
+#include "sim/SimEngines.h"
 #include "platform/Clock.h"
 #include "platform/StationLoop.h"
 #include "sim/SimBench.h"

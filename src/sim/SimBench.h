@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "devices/DeviceBackend.h"
-#include "engine/SimEngines.h"
+#include "sim/SimEngines.h"
 #include "sim/SprdPhoneProgram.h"
 
 namespace quorvel::sim {

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/SimEngines.h"
+#include "sim/SimEngines.h"
 #include "platform/ChildProcess.h"
 
 namespace quorvel::sim {

@@ -3,10 +3,10 @@
 
 #include <algorithm>
 
-#include "app/FinishCue.h"
-#include "app/JobHistory.h"
-#include "console/CloseCheck.h"
-#include "console/SlotHistory.h"
+#include "present/FinishCue.h"
+#include "history/JobHistory.h"
+#include "present/CloseCheck.h"
+#include "history/SlotHistory.h"
 #include "support/TempDir.h"
 
 namespace quorvel::console {

@@ -3,9 +3,9 @@
 #include <filesystem>
 #include <thread>
 
-#include "app/AboutDialogLogic.h"
-#include "app/Messages.h"
-#include "app/SettingsDialogLogic.h"
+#include "present/AboutDialogLogic.h"
+#include "station/Messages.h"
+#include "present/SettingsDialogLogic.h"
 #include "console/ConsoleController.h"
 #include "support/StationFixture.h"
 

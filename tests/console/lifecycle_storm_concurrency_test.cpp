@@ -21,11 +21,11 @@
 
 #include <unistd.h>
 
-#include "app/Messages.h"
-#include "app/Station.h"
+#include "station/Messages.h"
+#include "station/Station.h"
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
-#include "engine/SimEngines.h"
+#include "sim/SimEngines.h"
 #include "sim/SimBench.h"
 #include "support/PacWriter.h"
 #include "support/TempDir.h"

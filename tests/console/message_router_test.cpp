@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "engine/EngineHarness.h"
+#include "slots/EngineHarness.h"
 
 namespace quorvel::console {
 namespace {

@@ -8,11 +8,11 @@
 #include <functional>
 #include <thread>
 
-#include "app/Messages.h"
-#include "app/Station.h"
+#include "station/Messages.h"
+#include "station/Station.h"
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
-#include "engine/SimEngines.h"
+#include "sim/SimEngines.h"
 #include "platform/ProfileIni.h"
 #include "sim/SimBench.h"
 #include "support/PacWriter.h"

@@ -2,7 +2,7 @@
 
 #include <condition_variable>
 
-#include "app/Messages.h"
+#include "station/Messages.h"
 #include "devices/DeviceMonitor.h"
 #include "support/StationFixture.h"
 

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
 #include "DeviceTestKit.h"
-#include "app/Messages.h"
+#include "station/Messages.h"
 #include "devices/PortBinding.h"
-#include "engine/DownloadManager.h"
-#include "engine/SimEngines.h"
+#include "slots/DownloadManager.h"
+#include "sim/SimEngines.h"
 
 namespace quorvel::devices {
 namespace {

@@ -9,11 +9,11 @@
 #include <fstream>
 
 #include "UmockdevBench.h"
-#include "app/Messages.h"
+#include "station/Messages.h"
 #include "devices/DeviceMonitor.h"
 #include "devices/DeviceText.h"
 #include "devices/KernelDrivers.h"
-#include "engine/DownloadWorker.h"
+#include "slots/DownloadWorker.h"
 #include "platform/ProfileIni.h"
 #include "support/PacWriter.h"
 #include "support/StationProcess.h"

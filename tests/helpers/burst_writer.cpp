@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "app/AppStartup.h"
-#include "app/Station.h"
+#include "console/AppStartup.h"
+#include "station/Station.h"
 
 int main(int argc, char** argv) {
     if (argc < 2) return 2;

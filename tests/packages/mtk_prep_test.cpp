@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "app/Texts.h"
+#include "station/Texts.h"
 #include "packages/MtkPreparation.h"
 #include "support/StationFixture.h"
 

@@ -11,9 +11,9 @@
 #include <filesystem>
 #include <random>
 
-#include "app/ConsoleUi.h"
-#include "app/Messages.h"
-#include "app/Texts.h"
+#include "console/ConsoleUi.h"
+#include "station/Messages.h"
+#include "station/Texts.h"
 #include "packages/BinPack.h"
 #include "packages/Crc16.h"
 #include "packages/PacInspect.h"

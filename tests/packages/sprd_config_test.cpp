@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "app/Texts.h"
+#include "station/Texts.h"
 #include "packages/SprdDownloadConfig.h"
 #include "platform/ProfileIni.h"
 #include "support/PacWriter.h"

@@ -5,11 +5,11 @@
 #include <mutex>
 #include <thread>
 
-#include "app/Messages.h"
+#include "station/Messages.h"
 #include "devices/ComProbe.h"
 #include "devices/DeviceMonitor.h"
 #include "devices/DeviceText.h"
-#include "engine/SimEngineProgram.h"
+#include "sim/SimEngineProgram.h"
 #include "sim/Scenario.h"
 #include "sim/SimBench.h"
 #include "support/StationFixture.h"

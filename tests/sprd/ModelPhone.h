@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "sprd/PhoneModel.h"
+#include "engines/sprd/PhoneModel.h"
 
 namespace quorvel::test {
 

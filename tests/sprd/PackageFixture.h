@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "sprd/NvImage.h"
+#include "engines/sprd/NvImage.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {

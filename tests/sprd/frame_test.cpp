@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "sprd/Frame.h"
+#include "engines/sprd/Frame.h"
 
 using namespace quorvel::sprd;
 using Bytes = std::vector<std::uint8_t>;

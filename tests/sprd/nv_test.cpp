@@ -2,8 +2,8 @@
 // every case that cannot be done safely refused.
 #include <gtest/gtest.h>
 
-#include "sprd/NvImage.h"
-#include "sprd/Scheme.h"
+#include "engines/sprd/NvImage.h"
+#include "engines/sprd/Scheme.h"
 
 using namespace quorvel::sprd;
 using Bytes = std::vector<std::uint8_t>;

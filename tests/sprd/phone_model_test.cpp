@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "sprd/PhoneCodes.h"
-#include "sprd/PhoneModel.h"
+#include "engines/sprd/PhoneCodes.h"
+#include "engines/sprd/PhoneModel.h"
 
 using namespace quorvel::sprd;
 using namespace quorvel::sprd::phone;

@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "platform/ChildProcess.h"
-#include "sprd/Frame.h"
-#include "sprd/PhoneCodes.h"
+#include "engines/sprd/Frame.h"
+#include "engines/sprd/PhoneCodes.h"
 #include "support/RunTool.h"
 #include "support/TempDir.h"
 

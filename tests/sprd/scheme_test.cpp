@@ -1,13 +1,13 @@
 // The package's download scheme and the plan made of it with the station's file list:
 // tolerant reading, the choice among several schemes, and hostile or incomplete input
 // refused with a message that names what is missing.
-#include "sprd/Scheme.h"
+#include "engines/sprd/Scheme.h"
 
 #include <gtest/gtest.h>
 
-#include "sprd/Codes.h"
+#include "engines/sprd/Codes.h"
 #include "sprd/PackageFixture.h"
-#include "sprd/Plan.h"
+#include "engines/sprd/Plan.h"
 
 using namespace quorvel::sprd;
 

@@ -2,14 +2,14 @@
 // passing in every shape (staying connected, re-enumerating after a loader, two phases, a
 // loader that misses check baud, log frames, an older second loader) and each fault ending
 // with an error that names the step and the phone's reply, before NV where it must.
-#include "sprd/Session.h"
+#include "engines/sprd/Session.h"
 
 #include <gtest/gtest.h>
 
-#include "sprd/Codes.h"
-#include "sprd/FdTransport.h"
+#include "engines/sprd/Codes.h"
+#include "engines/sprd/FdTransport.h"
 #include "sprd/ModelPhone.h"
-#include "sprd/NvImage.h"
+#include "engines/sprd/NvImage.h"
 #include "sprd/PackageFixture.h"
 
 using namespace quorvel;

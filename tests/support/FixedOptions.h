@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "app/Station.h"
+#include "station/Station.h"
 
 namespace quorvel::test {
 

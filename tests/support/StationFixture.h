@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "app/Station.h"
+#include "station/Station.h"
 #include "platform/Clock.h"
 #include "support/FixedOptions.h"
 #include "support/TempDir.h"

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <thread>
 
-#include "app/Messages.h"
+#include "station/Messages.h"
 #include "support/StationFixture.h"
 
 namespace quorvel::test {

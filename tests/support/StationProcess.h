@@ -6,7 +6,7 @@
 #include <functional>
 #include <memory>
 
-#include "app/Station.h"
+#include "station/Station.h"
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
 #include "platform/Clock.h"

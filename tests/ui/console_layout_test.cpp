@@ -6,9 +6,9 @@
 #include <QScrollBar>
 #include <QtTest>
 
-#include "app/SlotListLayout.h"
+#include "present/SlotListLayout.h"
 #include "console/ConsoleController.h"
-#include "console/qt/MainWindow.h"
+#include "qt/MainWindow.h"
 #include "platform/StationLoop.h"
 #include "support/StationFixture.h"
 

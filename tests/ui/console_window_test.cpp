@@ -14,14 +14,14 @@
 #include <memory>
 #include <thread>
 
-#include "app/AboutDialogLogic.h"
-#include "app/BindState.h"
-#include "app/Texts.h"
+#include "present/AboutDialogLogic.h"
+#include "station/BindState.h"
+#include "station/Texts.h"
 #include "console/ConsoleController.h"
-#include "console/qt/MainWindow.h"
-#include "console/qt/QtConsoleUi.h"
-#include "dialogs/AboutDialog.h"
-#include "dialogs/SettingsDialog.h"
+#include "qt/MainWindow.h"
+#include "qt/QtConsoleUi.h"
+#include "qt/dialogs/AboutDialog.h"
+#include "qt/dialogs/SettingsDialog.h"
 #include "platform/StationLoop.h"
 #include "support/StationFixture.h"
 

@@ -15,9 +15,9 @@
 #include <sstream>
 #include <string>
 
-#include "app/AppStartup.h"
-#include "app/BindState.h"
-#include "app/Station.h"
+#include "console/AppStartup.h"
+#include "station/BindState.h"
+#include "station/Station.h"
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
 #include "platform/InstanceLock.h"

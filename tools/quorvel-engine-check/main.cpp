@@ -19,9 +19,9 @@
 #include <thread>
 #include <vector>
 
-#include "engine/ProgramCheck.h"
-#include "engine/ProgramJob.h"
-#include "engine/ProgramSettings.h"
+#include "engines/program/ProgramCheck.h"
+#include "engines/program/ProgramJob.h"
+#include "engines/program/ProgramSettings.h"
 #include "platform/JsonText.h"
 
 namespace {

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "app/JobHistory.h"
-#include "app/JobHistoryReader.h"
-#include "app/JobHistorySummary.h"
+#include "history/JobHistory.h"
+#include "history/JobHistoryReader.h"
+#include "history/JobHistorySummary.h"
 
 using namespace quorvel::app;
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "app/ConsoleUi.h"
-#include "app/Messages.h"
+#include "console/ConsoleUi.h"
+#include "station/Messages.h"
 #include "platform/JsonText.h"
 #include "packages/BinPack.h"
 #include "packages/DemoSprdPackage.h"

@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/EngineProtocol.h"
-#include "engine/SimEngines.h"
+#include "engines/program/EngineProtocol.h"
+#include "sim/SimEngines.h"
 #include "platform/JsonText.h"
 
 namespace {

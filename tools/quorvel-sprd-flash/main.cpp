@@ -13,11 +13,11 @@
 #include <vector>
 
 #include "platform/JsonText.h"
-#include "sprd/Plan.h"
-#include "sprd/Scheme.h"
-#include "sprd/Session.h"
-#include "sprd/Transport.h"
-#include "sprd/WireRecorder.h"
+#include "engines/sprd/Plan.h"
+#include "engines/sprd/Scheme.h"
+#include "engines/sprd/Session.h"
+#include "engines/sprd/Transport.h"
+#include "engines/sprd/WireRecorder.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <fstream>
 #include <vector>
 
-#include "sprd/Frame.h"
-#include "sprd/Codes.h"
+#include "engines/sprd/Frame.h"
+#include "engines/sprd/Codes.h"
 
 namespace quorvel::sprdphone {
 namespace {

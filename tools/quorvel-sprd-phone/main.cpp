@@ -17,7 +17,7 @@
 #include "Endpoint.h"
 #include "Replay.h"
 #include "platform/AtomicFile.h"
-#include "sprd/PhoneModel.h"
+#include "engines/sprd/PhoneModel.h"
 
 using namespace quorvel;
 using sprdphone::Endpoint;

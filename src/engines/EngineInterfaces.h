@@ -1,0 +1,91 @@
+#pragma once
+// The three vendor engine classes as the station sees them: exactly the operations
+// it calls. A real engine and the simulated one are implementations of these.
+// Each engine object reports progress to the window it was created with.
+// Threads: a worker calls its own engine objects from its thread; CancelTask comes
+// from the manager's stop thread, GetStepName from the station thread, and the
+// package-wide operations run on worker 0's objects while no job runs.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engines/EngineRecords.h"
+#include "platform/StationLoop.h"
+
+namespace quorvel::engine {
+
+// The SPRD engine's result record, pointed to by lParam of WM_APP+217.
+struct SprdPortResult {
+    char reserved[158];
+    char errorText[1330];      // empty when the port passed
+    std::int32_t reEnumerate;  // 1: the phone now re-enumerates on its download port
+    std::int32_t reserved2;
+};
+static_assert(offsetof(SprdPortResult, errorText) == 158);
+static_assert(offsetof(SprdPortResult, reEnumerate) == 1488);
+
+class MtkEngine {  // CMTKComDload
+public:
+    virtual ~MtkEngine() = default;
+    virtual void SetDLPara(int threadIndex, int checkVersion, int bromLog, int flashCheckSum, int forceWatchdogReset,
+                           int enableAutoPulling, int battery, int arg8, const char* arg9, const char* nvramFile,
+                           const char* proinfoFile, int upgradeBkNv, int cleanBinRegionData, int nvDataZip) = 0;
+    virtual void SetMemoryTestPara(int dataBus, int addrBus, int patternTest, int incDecTest, int patternNum) = 0;
+    virtual void SetEfusePara(int enabled, const char* xmlPath, int arg3, const char* arg4, const char* daBr,
+                              const char* daPl) = 0;
+    virtual void SetDAPort(int threadIndex) = 0;
+    virtual void SetDownloadType(int type) = 0;
+    virtual void SetDeviceInfo(app::DeviceInfo* device) = 0;
+    virtual int DLOperationStart() = 0;  // 0 = passed
+    virtual void CancelTask() = 0;
+    virtual int GetPCLoadVersion(char* buffer260) = 0;
+    virtual void GetVersionInfo(app::VersionInfo* info) = 0;
+    virtual int PreLoadFiles(char* scatterPath, bool arg2, int flashCheckSum, int downloadType,
+                             app::SpmtkEfuseInfo efuse, bool reserveUserData) = 0;  // 0 = success
+    virtual int VerifyHostBufferBeforeStart(const char* checksumIni) = 0;           // non-zero = passed
+    virtual void SetChkSumWnd(platform::MessageWindow* window) = 0;
+};
+
+class FpEngine {  // CMTK_FPComDload
+public:
+    virtual ~FpEngine() = default;
+    virtual int PreLoadFiles_FP(const char* cfgPath) = 0;
+    virtual void SetDownloadType_FP(int type) = 0;
+    virtual void SetDeviceInfo(app::DeviceInfo* device) = 0;
+    virtual void SetDLPara(int threadIndex) = 0;
+    virtual int MTKFP_OperationStart() = 0;  // 0 = passed
+    virtual void CancelTask() = 0;
+};
+
+class SprdEngine {  // CSPRDComDload
+public:
+    virtual ~SprdEngine() = default;
+    virtual void SetSPRDParameters(int selectedFileCount, unsigned long port, std::string productName,
+                                   std::vector<app::DlFileInfo> files, std::string configFilePath) = 0;
+    virtual int StartWork() = 0;
+    virtual int StartOnePortWork(unsigned long port, int arg) = 0;
+    virtual int StopOnePortWork(unsigned long port, int arg) = 0;
+    virtual std::string GetStepName(int step) = 0;
+};
+
+// Makes one object of each engine class for a worker, reporting to `window`.
+class EngineFactory {
+public:
+    virtual ~EngineFactory() = default;
+    virtual std::unique_ptr<MtkEngine> MakeMtk(platform::MessageWindow& window) = 0;
+    virtual std::unique_ptr<FpEngine> MakeFp(platform::MessageWindow& window) = 0;
+    virtual std::unique_ptr<SprdEngine> MakeSprd(platform::MessageWindow& window) = 0;
+    // Why jobs of `packageKind` cannot run on these engines (an operator's message), or
+    // empty. Asked at Start, on the station thread.
+    virtual std::string StartProblem(int /*packageKind*/) { return {}; }
+};
+
+// Message 6028's wParam: kind in bits 0..15, row in 16..23, sub-code in 24..31.
+constexpr platform::WParam PackProgress(std::uint32_t kind, std::uint32_t row, std::uint32_t sub = 0) {
+    return ((((sub & 0xFFu) << 8) | (row & 0xFFu)) << 16) | (kind & 0xFFFFu);
+}
+
+}  // namespace quorvel::engine

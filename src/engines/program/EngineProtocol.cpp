@@ -1,0 +1,208 @@
+#include "engines/program/EngineProtocol.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+#include "platform/JsonText.h"
+
+namespace quorvel::engine::protocol {
+
+namespace {
+
+class Parser {
+public:
+    explicit Parser(std::string_view s) : s_(s) {}
+
+    std::optional<Object> Run() {
+        Object obj;
+        Blank();
+        if (!Eat('{')) return std::nullopt;
+        Blank();
+        if (!Eat('}')) {
+            for (;;) {
+                Blank();
+                std::string key;
+                if (!String(key)) return std::nullopt;
+                Blank();
+                if (!Eat(':')) return std::nullopt;
+                Blank();
+                Value v;
+                if (!Scalar(v)) return std::nullopt;
+                obj[std::move(key)] = std::move(v);
+                Blank();
+                if (Eat('}')) break;
+                if (!Eat(',')) return std::nullopt;
+            }
+        }
+        Blank();
+        if (i_ != s_.size()) return std::nullopt;
+        return obj;
+    }
+
+private:
+    bool Eat(char c) {
+        if (i_ < s_.size() && s_[i_] == c) {
+            ++i_;
+            return true;
+        }
+        return false;
+    }
+    void Blank() {
+        while (i_ < s_.size() && (s_[i_] == ' ' || s_[i_] == '\t' || s_[i_] == '\r' || s_[i_] == '\n')) ++i_;
+    }
+    bool Word(std::string_view w) {
+        if (s_.substr(i_, w.size()) != w) return false;
+        i_ += w.size();
+        return true;
+    }
+
+    bool Scalar(Value& v) {
+        if (i_ >= s_.size()) return false;
+        const char c = s_[i_];
+        if (c == '"') {
+            v.kind = Value::STRING;
+            return String(v.text);
+        }
+        if (Word("true")) {
+            v.kind = Value::BOOL;
+            v.flag = true;
+            return true;
+        }
+        if (Word("false")) {
+            v.kind = Value::BOOL;
+            return true;
+        }
+        if (Word("null")) return true;
+        v.kind = Value::NUMBER;
+        return Number(v.number);
+    }
+
+    // JSON number grammar, then from_chars on the checked span.
+    bool Number(double& out) {
+        const std::size_t start = i_;
+        Eat('-');
+        if (Eat('0')) {
+        } else if (!Digits()) {
+            return false;
+        }
+        if (Eat('.') && !Digits()) return false;
+        if (i_ < s_.size() && (s_[i_] == 'e' || s_[i_] == 'E')) {
+            ++i_;
+            if (!Eat('+')) Eat('-');
+            if (!Digits()) return false;
+        }
+        const char* first = s_.data() + start;
+        auto [end, ec] = std::from_chars(first, s_.data() + i_, out);
+        return ec == std::errc() && end == s_.data() + i_ && std::isfinite(out);
+    }
+    bool Digits() {
+        const std::size_t start = i_;
+        while (i_ < s_.size() && s_[i_] >= '0' && s_[i_] <= '9') ++i_;
+        return i_ > start;
+    }
+
+    bool String(std::string& out) {
+        return Eat('"') && platform::ReadJsonString(s_, i_, out, platform::LoneSurrogate::REFUSE);
+    }
+
+    std::string_view s_;
+    std::size_t i_ = 0;
+};
+
+// Whole non-negative numbers up to 2^53, where doubles are still exact.
+bool Count(const Value& v, std::uint64_t& out) {
+    if (v.kind != Value::NUMBER || v.number < 0 || v.number > 9007199254740992.0 || v.number != std::floor(v.number))
+        return false;
+    out = static_cast<std::uint64_t>(v.number);
+    return true;
+}
+
+const Value* Field(const Object& o, std::string_view key, Value::Kind kind) {
+    auto it = o.find(key);
+    return it != o.end() && it->second.kind == kind ? &it->second : nullptr;
+}
+
+bool Has(const Object& o, std::string_view key) {
+    return o.find(key) != o.end();
+}
+
+LineKind Garbage(std::string& why, const char* text) {
+    why = text;
+    return LineKind::GARBAGE;
+}
+
+}  // namespace
+
+std::optional<Object> ParseObject(std::string_view line) {
+    if (line.size() > kMaxLineBytes) return std::nullopt;
+    return Parser(line).Run();
+}
+
+LineKind Classify(std::string_view line, Event& event, std::string& why) {
+    event = Event{};
+    why.clear();
+    if (line.size() > kMaxLineBytes) return Garbage(why, "a line longer than 64 KiB");
+    if (line.find('\0') != std::string_view::npos) return Garbage(why, "binary output");
+    const std::size_t first = line.find_first_not_of(" \t\r");
+    if (first == std::string_view::npos || line[first] != '{') return LineKind::TEXT;
+
+    const auto obj = ParseObject(line);
+    if (!obj) return Garbage(why, "a line that is not a flat JSON object");
+    const Value* t = Field(*obj, "t", Value::STRING);
+    if (!t) return Garbage(why, "an object without a \"t\" text");
+    const std::string& type = t->text;
+    std::uint64_t n = 0;
+
+    if (type == "hello") {
+        const Value* v = Field(*obj, "protocol", Value::NUMBER);
+        if (!v || !Count(*v, n) || n > 1000000) return Garbage(why, "a hello without a protocol version");
+        event.type = Event::HELLO;
+        event.version = static_cast<int>(n);
+        if (const Value* p = Field(*obj, "program", Value::STRING)) event.program = p->text;
+    } else if (type == "step") {
+        const Value* v = Field(*obj, "step", Value::NUMBER);
+        if (!v || !Count(*v, n) || n > 13) return Garbage(why, "a step number outside 0..13");
+        event.type = Event::STEP;
+        event.step = static_cast<int>(n);
+    } else if (type == "status") {
+        const Value* key = Field(*obj, "key", Value::STRING);
+        const Value* text = Field(*obj, "text", Value::STRING);
+        if (!key && !text) return Garbage(why, "a status without \"key\" or \"text\"");
+        event.type = Event::STATUS;
+        if (key) event.key = key->text;
+        if (text) event.text = text->text;
+    } else if (type == "progress") {
+        event.type = Event::PROGRESS;
+        const bool bytes = Has(*obj, "done") || Has(*obj, "total");
+        if (bytes) {
+            std::uint64_t done = 0, total = 0;
+            const Value* d = Field(*obj, "done", Value::NUMBER);
+            const Value* tt = Field(*obj, "total", Value::NUMBER);
+            if (!d || !tt || !Count(*d, done) || !Count(*tt, total) || done > total)
+                return Garbage(why, "a progress whose done and total are not counts with done <= total");
+            event.done = done;
+            event.total = total;
+        }
+        if (Has(*obj, "percent")) {
+            const Value* p = Field(*obj, "percent", Value::NUMBER);
+            if (!p || !Count(*p, n) || n > 100) return Garbage(why, "a percent outside 0..100");
+            event.percent = static_cast<int>(n);
+        }
+        if (!bytes && !event.percent) return Garbage(why, "a progress without done/total or percent");
+        if (const Value* f = Field(*obj, "file", Value::STRING)) event.file = f->text;
+    } else if (type == "switch") {
+        event.type = Event::SWITCH;
+    } else if (type == "result") {
+        const Value* ok = Field(*obj, "ok", Value::BOOL);
+        if (!ok) return Garbage(why, "a result without \"ok\" true or false");
+        event.type = Event::RESULT;
+        event.ok = ok->flag;
+        if (const Value* e = Field(*obj, "error", Value::STRING)) event.error = e->text;
+    } else {
+        event.type = Event::OTHER;  // a later minor addition; ignored
+    }
+    return LineKind::PROTOCOL;
+}
+
+}  // namespace quorvel::engine::protocol

@@ -1,0 +1,111 @@
+#pragma once
+// What every engine-program adapter of a station shares: the station, the [ENGINES]
+// settings, the hook that tells the simulated bench a phone re-enumerates, and the
+// making of one job's arguments and log path. Read-only after construction; any thread.
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "engines/program/ProgramJob.h"
+#include "engines/program/ProgramSettings.h"
+#include "sim/SimEngines.h"
+
+namespace quorvel::app {
+class Station;
+}
+
+namespace quorvel::engine {
+
+// The {files} list of a job: one row per file, one text per field.
+using FileRows = std::vector<std::vector<std::string>>;
+
+// Below the station folder: the job logs and the records of running programs.
+inline constexpr const char* kLogFolder = "TestLog/engine/";
+inline constexpr const char* kRunningFolder = "TestLog/engine/running/";
+// Old job logs (and file lists) go: those older than the age, then the oldest until the
+// rest fit the size. At the station's start and every kCleanEveryJobs jobs.
+inline constexpr std::int64_t kLogMaxAgeSeconds = 30 * 86400;
+inline constexpr std::uint64_t kLogMaxTotalBytes = 512ull << 20;
+inline constexpr unsigned kCleanEveryJobs = 200;
+// Returns how many files it removed.
+int CleanEngineLogs(const std::string& folder, std::int64_t now, std::int64_t maxAgeSeconds = kLogMaxAgeSeconds,
+                    std::uint64_t maxBytes = kLogMaxTotalBytes);
+
+class ProgramContext {
+public:
+    // `benchPhones`: the simulated bench's phones, whose profiles are passed to the
+    // simulated engine program as arguments; null on a real bench.
+    // Where the phone of a port sits: its device instance ID and location (empty when unknown).
+    using PortDevices = std::function<std::pair<std::string, std::string>(unsigned long port)>;
+
+    // Ends what an earlier, killed station left running and cleans old logs.
+    // `profileArgs`: platforms whose jobs get the bench phone's profile as arguments (the
+    // simulated engine program's), e.g. "MTK FP SPRD".
+    ProgramContext(app::Station& station, ProgramSettings settings,
+                   std::function<void(const SwitchEvent&)> switchHook = nullptr,
+                   SimPhoneRegistry* benchPhones = nullptr, PortDevices portDevices = nullptr,
+                   std::string profileArgs = "MTK FP SPRD");
+
+    app::Station& station;
+    const ProgramSettings settings;
+
+    void NotifySwitch(const SwitchEvent& event) const {
+        if (switchHook_) switchHook_(event);
+    }
+
+    // The job for `commandLine` with its placeholders filled. `values` gets {platform},
+    // {slot} (empty for -1, SPRD), {log} and, when `files` is given, {files}: the rows are
+    // written beside the log, fields joined by tabs. False with `error`, so the job fails
+    // before its program starts, when the command line cannot be split, a field holds a
+    // control character (a tab or line break would add fields or rows), or the list cannot
+    // be written whole.
+    bool MakeJob(const std::string& commandLine, const char* platform, int slot,
+                 std::map<std::string, std::string> values, const std::vector<std::string>& options,
+                 const FileRows* files, JobRequest& request, std::string& error);
+
+    // A package-wide operation: the program, `operation` (its flag and arguments), then the
+    // command line's own arguments with {package} and `options`, the phone's placeholders
+    // empty. Every line is handed on, on the caller's thread.
+    bool MakeOperation(const std::string& commandLine, const char* platform, const std::vector<std::string>& operation,
+                       const std::string& package, const std::vector<std::string>& options, JobRequest& request,
+                       std::string& error);
+
+    SimPhoneRegistry* BenchPhones() const { return benchPhones_; }
+    // SPRD engines know their phone by its port only; a program needs the phone itself.
+    std::pair<std::string, std::string> DeviceOfPort(unsigned long port) const {
+        return portDevices_ ? portDevices_(port) : std::pair<std::string, std::string>{};
+    }
+
+private:
+    std::string LogPath(const char* platform, const std::string& unit);
+
+    std::function<void(const SwitchEvent&)> switchHook_;
+    SimPhoneRegistry* benchPhones_;
+    PortDevices portDevices_;
+    std::string profileArgs_;
+    std::atomic<unsigned> jobs_{0};
+};
+
+// A job's phone on the simulated bench, from the job's start to its end: pulling the
+// phone cancels the job, as the in-process simulated engines stop, and the job's result
+// is counted for the phone. Inert on a real bench, whose programs see a pulled phone
+// themselves. Lives on the job's thread.
+class BenchPhone {
+public:
+    // MTK and FP phones by their device instance ID, SPRD phones by their port.
+    BenchPhone(const ProgramContext& context, const std::string& device, unsigned long port, ProgramJob& job);
+    bool Lost() const { return link_ && link_->Lost(); }
+    void Result(bool failed) const;
+
+private:
+    SimPhoneRegistry* registry_;
+    std::uint64_t plug_ = 0;
+    std::unique_ptr<SimPhoneRegistry::Link> link_;
+};
+
+}  // namespace quorvel::engine

@@ -1,0 +1,49 @@
+#include "engines/program/ProgramFpEngine.h"
+
+#include "station/Station.h"
+#include "slots/DownloadWorker.h"
+#include "engines/program/ProgramMtkEngine.h"
+
+namespace quorvel::engine {
+
+ProgramFpEngine::ProgramFpEngine(ProgramContext& context, platform::MessageWindow& window,
+                                 std::unique_ptr<FpEngine> packageEngine)
+    : context_(context), window_(window), package_(std::move(packageEngine)), job_(context.station.clock) {}
+
+int ProgramFpEngine::PreLoadFiles_FP(const char* cfgPath) {
+    // Other packages pass through here too; only a CFG package is this program's.
+    if (context_.station.package.kind != app::PACKAGE_MTK_CFG) return package_->PreLoadFiles_FP(cfgPath);
+    job_.Reset();
+    const int r = RunPackageOperation(context_, job_, context_.settings.fp, "FP", {"--preload"}, cfgPath ? cfgPath : "",
+                                      {"DownloadType=" + std::to_string(downloadType_)}, [](const protocol::Event&) {});
+    if (r < 0) return package_->PreLoadFiles_FP(cfgPath);
+    return r == 1 ? 0 : 1;
+}
+
+void ProgramFpEngine::SetDeviceInfo(app::DeviceInfo* device) {
+    if (device) device_ = *device;
+}
+
+void ProgramFpEngine::SetDLPara(int threadIndex) {
+    slot_ = threadIndex;
+    job_.Reset();
+}
+
+int ProgramFpEngine::MTKFP_OperationStart() {
+    const int com = DownloadWorker::ExtractComNumber(app::FieldText(device_.friendlyName));
+    const FileRows noFiles;
+    JobRequest request;
+    std::string error;
+    context_.MakeJob(context_.settings.fp, "FP", slot_,
+                     {{"port", std::to_string(com)},
+                      {"node", SerialNodeOfCom(com)},
+                      {"device", app::FieldText(device_.instanceId)},
+                      {"location", app::FieldText(device_.location)},
+                      {"package", context_.station.package.cfgFilePath},
+                      {"phase", "1"}},
+                     {"DownloadType=" + std::to_string(downloadType_)}, &noFiles, request, error);
+    return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, false,
+                              app::FieldText(device_.instanceId));
+}
+
+}  // namespace quorvel::engine

@@ -1,0 +1,148 @@
+#include "engines/program/ProgramSprdEngine.h"
+
+#include "station/Messages.h"
+#include "station/Station.h"
+#include "station/Texts.h"
+
+namespace quorvel::engine {
+
+namespace {
+constexpr int kUnpluggedStep = 11;
+// The message that announces a step besides WM_APP+202; the console handles 204, 205,
+// 207 and 214.
+std::uint32_t StepMessage(int step) {
+    switch (step) {
+        case 1: return app::WM_APP + 204;
+        case 2: return app::WM_APP + 205;
+        case 3: return app::WM_APP + 206;
+        case 4: return app::WM_APP + 207;
+        case 9: return app::WM_APP + 214;
+        default: return app::WM_APP + 203;
+    }
+}
+}  // namespace
+
+ProgramSprdEngine::ProgramSprdEngine(ProgramContext& context, platform::MessageWindow& window)
+    : context_(context), window_(window), job_(context.station.clock) {}
+
+ProgramSprdEngine::~ProgramSprdEngine() {
+    StopThread();
+}
+
+void ProgramSprdEngine::SetSPRDParameters(int selectedFileCount, unsigned long, std::string productName,
+                                          std::vector<app::DlFileInfo> files, std::string configFilePath) {
+    FileRows lines;
+    for (const auto& f : files)
+        lines.push_back({app::FieldText(f.FileId), app::FieldText(f.FilePath), std::to_string(f.FileSize),
+                         std::to_string(f.CheckFlag)});
+    std::lock_guard g(mutex_);
+    selectedFileCount_ = selectedFileCount;
+    productName_ = std::move(productName);
+    configFilePath_ = std::move(configFilePath);
+    fileLines_ = std::move(lines);
+}
+
+int ProgramSprdEngine::StartWork() {
+    std::lock_guard g(mutex_);
+    firstPhase_ = true;
+    return 0;
+}
+
+void ProgramSprdEngine::StopThread() {
+    job_.Cancel();
+    std::thread t;
+    {
+        std::lock_guard g(mutex_);
+        t = std::move(thread_);
+    }
+    if (t.joinable()) t.join();
+}
+
+int ProgramSprdEngine::StartOnePortWork(unsigned long port, int) {
+    StopThread();
+    job_.Reset();
+    std::lock_guard g(mutex_);
+    const bool phase1 = firstPhase_;
+    firstPhase_ = false;
+    steps_.clear();
+    const int com = static_cast<int>(port);
+    const auto [device, location] = context_.DeviceOfPort(port);
+    JobRequest request;
+    std::string error;
+    context_.MakeJob(context_.settings.sprd, "SPRD", -1,
+                     {{"port", std::to_string(port)},
+                      {"node", SerialNodeOfCom(com)},
+                      {"device", device},
+                      {"location", location},
+                      {"package", configFilePath_},
+                      {"phase", phase1 ? "1" : "2"}},
+                     {"SelectedFileCount=" + std::to_string(selectedFileCount_), "ProductName=" + productName_},
+                     &fileLines_, request, error);
+    thread_ = std::thread(
+        [this, port, request = std::move(request), error, phase1] { RunPort(port, request, error, phase1); });
+    return 0;
+}
+
+int ProgramSprdEngine::StopOnePortWork(unsigned long, int) {
+    StopThread();
+    return 0;
+}
+
+std::string ProgramSprdEngine::GetStepName(int step) {
+    std::lock_guard g(mutex_);
+    if (step < 0 || step >= static_cast<int>(steps_.size())) return "";
+    return app::texts::kSprdStepNames[steps_[static_cast<std::size_t>(step)]];
+}
+
+void ProgramSprdEngine::RunPort(unsigned long port, JobRequest request, std::string makeError, bool phase1) {
+    auto send = [&](std::uint32_t msg, platform::LParam l = 0) { window_.Send(msg, port, l); };
+    // The percent carries no pointer: posted, so the engine thread does not wait for it.
+    auto post = [&](platform::LParam percent) { window_.Post(app::WM_APP + 208, port, percent); };
+    const BenchPhone phone(context_, "", port, job_);
+    send(app::WM_APP + 201);
+    bool switching = false;
+    JobOutcome outcome{JobOutcome::FAULT, makeError};
+    if (makeError.empty()) {
+        outcome = job_.Run(request, [&](const protocol::Event& e) {
+            switch (e.type) {
+                case protocol::Event::STEP: {
+                    std::lock_guard g(mutex_);
+                    steps_.push_back(e.step);
+                }
+                    send(app::WM_APP + 202);
+                    send(StepMessage(e.step));
+                    break;
+                case protocol::Event::PROGRESS:
+                    if (e.percent)
+                        post(*e.percent);
+                    else if (e.total && *e.total > 0)
+                        post(static_cast<platform::LParam>(*e.done * 100 / *e.total));
+                    break;
+                case protocol::Event::SWITCH: switching = true; break;
+                default: break;
+            }
+        });
+    }
+    // Stopped by the station: nothing more to say, as the in-process engine. A pulled
+    // phone fails its step.
+    if (outcome.kind == JobOutcome::CANCELLED && !phone.Lost()) return;
+    std::string error;
+    if (outcome.kind == JobOutcome::CANCELLED) error = app::texts::kSprdStepNames[kUnpluggedStep];
+    if (outcome.kind == JobOutcome::FAILED) error = outcome.text.empty() ? "Download failed" : outcome.text;
+    if (outcome.kind == JobOutcome::FAULT) error = outcome.text;
+    // A passing first phase hands over to the second; anything else is the phone's result.
+    if (!phase1 || !error.empty()) phone.Result(!error.empty());
+    SprdPortResult* record;
+    {
+        std::lock_guard g(mutex_);
+        result_ = SprdPortResult{};
+        app::CopyField(result_.errorText, error);
+        result_.reEnumerate = phase1 && error.empty() && switching ? 1 : 0;
+        record = &result_;
+    }
+    // Sent, not posted, so the record stays as it is while the console reads it.
+    send(app::WM_APP + 217, reinterpret_cast<platform::LParam>(record));
+    if (record->reEnumerate == 1) context_.NotifySwitch({SwitchEvent::SPRD_TO_DOWNLOAD_PORT, "", port, -1});
+}
+
+}  // namespace quorvel::engine

@@ -1,0 +1,102 @@
+#pragma once
+// What the package preparation window does, without its window: it starts the work
+// by package kind (the engine's checksum validation for MTK scatter packages, the
+// extraction and configuration of a PAC package on a preparation thread), shows the
+// progress that work sends (messages 6027 and 6029) and keeps PreparationResult.
+//
+// Threads: Open, Close and the view accessors on the station thread (the console waits
+// in RunPreparationDialog meanwhile); messages arrive through Receiver() on the work's
+// threads, each handled before the sender goes on; no lock is held while a handler waits
+// for the operator. After the window has closed, later messages find no receiver and are
+// dropped. Only the end notice (or the operator) closes the window; a PAC load that failed
+// before extraction sends none, so the window waits for the operator (WaitClosed, without
+// a screen, plays the operator once the work has ended). The destructor waits for the
+// preparation thread, so the console never goes on while a PAC load still writes its
+// parameters, and for any handler still running.
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "console/ConsoleUi.h"
+#include "packages/BinPack.h"
+#include "platform/StationLoop.h"
+
+namespace quorvel::app {
+class Station;
+}
+
+namespace quorvel::packages {
+
+// The close request the checksum work sends after its result.
+inline constexpr std::uint32_t MSG_CLOSE = 0x0010;
+
+// 6027 wParam values.
+enum ChecksumNotice : std::uint64_t { CHECKSUM_PROGRESS = 0, CHECKSUM_MESSAGE = 1, CHECKSUM_RESULT = 2 };
+
+struct PreparationView {
+    std::string title;
+    std::string status;   // the status line (control 1052)
+    int barPosition = 0;  // 0..100
+    std::string barText;  // as the bar prints it
+    bool closed = false;
+};
+
+class PreparationWindowLogic final : public app::PreparationDialog {
+public:
+    // Starts the engine's checksum validation with `receiver` as the window to report to;
+    // empty when the console has no engine holder.
+    using StartVerify = std::function<void(std::shared_ptr<platform::MessageWindow> receiver)>;
+
+    explicit PreparationWindowLogic(app::Station& station, StartVerify startVerify = {});
+    ~PreparationWindowLogic() override;
+    PreparationWindowLogic(const PreparationWindowLogic&) = delete;
+    PreparationWindowLogic& operator=(const PreparationWindowLogic&) = delete;
+
+    bool Open() override;
+    void Close() override;
+    void WaitClosed() override;
+
+    // 6027 and 6029 (and the close request); returns 0.
+    platform::LResult HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam);
+    // The window as senders see it (the process-wide preparation window).
+    std::shared_ptr<platform::MessageWindow> Receiver() const;
+
+    int PreparationResult() const;
+    PreparationView View() const;
+    // Called after every change, on the changing thread, without the lock held.
+    void SetObserver(std::function<void()> observer);
+    // Blocks until the PAC preparation thread (if any) has ended.
+    void WaitForWork();
+
+    void SetTempFolderSource(CBinPack::TempFolderSource source) { tempFolder_ = std::move(source); }
+
+private:
+    class WindowReceiver;
+    void Changed();
+    void CloseWindow();
+
+    app::Station& station_;
+    StartVerify startVerify_;
+    CBinPack::TempFolderSource tempFolder_;
+    std::shared_ptr<WindowReceiver> receiver_;
+    std::thread work_;
+
+    mutable std::mutex mutex_;
+    std::condition_variable closedCv_;
+    PreparationView view_;
+    std::string barFormat_ = "%d%%";
+    int result_ = 0;
+    bool workEnded_ = false;  // the PAC preparation thread has finished
+    std::function<void()> observer_;
+};
+
+// The bar's own formatting pass: "%d" becomes the position, "%%" a percent sign,
+// anything else stays as it is (a file name may hold '%').
+std::string FormatBarText(const std::string& format, int position);
+
+}  // namespace quorvel::packages

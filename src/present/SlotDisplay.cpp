@@ -1,0 +1,301 @@
+#include "present/SlotDisplay.h"
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "station/Station.h"
+#include "station/Texts.h"
+
+namespace quorvel::engine {
+
+namespace {
+template <class... Args>
+std::string Format(const char* fmt, Args... args) {
+    char buf[1024];
+    std::snprintf(buf, sizeof buf, fmt, args...);
+    return buf;
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+}  // namespace
+
+void FillBoundRow(app::Station& station, int slot, app::SlotRow& row) {
+    char number[16];
+    std::snprintf(number, sizeof number, "%02d", slot + 1);
+    row.cells[app::COL_NUMBER].text = number;
+    row.cells[app::COL_DEVICE].icon = kIconPort;
+    row.cells[app::COL_DEVICE].text = station.bindings.ComName(slot);
+    row.cells[app::COL_DEVICE].colour = kColourGrey;
+    row.cells[app::COL_BINDED].text = app::BindStateName(station.bindings.State(slot));
+    row.cells[app::COL_BINDED].colour = kColourBlue;
+    // Bar and label come hidden: an empty bar would read as a job at 0 %.
+    row.progress.visible = false;
+    row.result.visible = false;
+}
+
+SlotDisplay::SlotDisplay(app::Station& station) : station_(station) {}
+
+// The bar shows its text as it is, so "%" appears once here where the original
+// formats escape it for a second formatting pass.
+std::string SlotDisplay::ComposeLocked(int row) const {
+    const auto& lang = station_.language;
+    if (done_ == kUnknown || total_ == kUnknown) {
+        if (Contains(status_, lang.ChooseText(app::texts::kStatusDownloadComplete))) {
+            const auto start = station_.slots.startTime.at(static_cast<std::size_t>(row & 0xF)).load();
+            const double elapsed = static_cast<double>(station_.clock.WallSeconds() - start);
+            const double speed = station_.validatedMegabytes.load() / (elapsed - 10);
+            if (speed > 0 && speed < 20) return Format("%s(%u%%)(%.2f MB/s)", status_.c_str(), percent_, speed);
+            return Format("%s(%u%%)", status_.c_str(), percent_);
+        }
+        if (Contains(status_, lang.ChooseText(app::texts::kStatusMemoryTesting))) return status_;
+        return Format("%s(%u%%)", status_.c_str(), percent_);
+    }
+    if (total_ < 100) return Format("%s(%d/%d)(%u%%)", status_.c_str(), done_, total_, percent_);
+    return Format("%s(%.2lf/%.2lfM)(%u%%)", status_.c_str(), done_ / 1024.0 / 1024.0, total_ / 1024.0 / 1024.0,
+                  percent_);
+}
+
+void SlotDisplay::ShowComposedLocked(int row) {
+    const std::string text = ComposeLocked(row);
+    const int position = static_cast<int>(percent_);
+    station_.slotList.EditRow(row, [&](app::SlotRow& r) {
+        r.progress.position = position;
+        r.progress.text = text;
+        r.progress.visible = true;
+    });
+}
+
+platform::LResult SlotDisplay::HandleProgress(platform::WParam wParam, platform::LParam lParam) {
+    const int row = static_cast<int>((wParam >> 16) & 0xFF);
+    const std::uint32_t kind = wParam & 0xFFFF;
+    const auto value = static_cast<std::uint32_t>(lParam);
+    const auto& lang = station_.language;
+    std::lock_guard g(mutex_);
+    switch (kind) {
+        case 0: {
+            const char* text = reinterpret_cast<const char*>(lParam);
+            status_ = text ? text : "";
+            step_ = status_;
+            if (Contains(status_, lang.ChooseText(app::texts::kStatusFormatting)) ||
+                Contains(status_, lang.ChooseText(app::texts::kStatusEnterMeta))) {
+                total_ = kUnknown;
+                ShowCell(row, app::COL_PROGRESS);
+            }
+            if (Contains(status_, lang.ChooseText(app::texts::kStatusSwitchDa)) && row < app::kSlotCount)
+                station_.bindings.SetState(row, app::BIND_DA_BINDED);
+            if (Contains(status_, lang.ChooseText(app::texts::kStatusBindIndex)))
+                station_.slotList.EditRow(row, [](app::SlotRow& r) { r.progress.barColourFrom = kColourPurple; });
+            break;
+        }
+        case 2: percent_ = value; break;
+        case 3: done_ = value; break;
+        case 4: total_ = value; break;
+        case kProgressOutcome:
+            // Not part of the bar's text: the engine's account of the job's end.
+            if (const auto* told = reinterpret_cast<const SlotOutcome*>(lParam)) {
+                outcome_.step = told->step;
+                outcome_.error = told->error;
+            }
+            return 0;
+        case 5:
+            if (value == 1) {
+                total_ = kUnknown;
+                percent_ = 100;
+                CountResultLocked(row, true);
+                return 0;
+            }
+            if (value == 0) {
+                CountResultLocked(row, false);
+                return 0;
+            }
+            break;
+        default: break;
+    }
+    ShowComposedLocked(row);
+    return 0;
+}
+
+void SlotDisplay::CountResultLocked(int row, bool passed) {
+    if (passed) ++passCount_;
+    ++jobCount_;
+    outcome_.result = passed ? SlotOutcome::Result::PASSED : SlotOutcome::Result::FAILED;
+    // An engine that gave no account of a failure: its last status is all there is.
+    if (!passed && outcome_.step.empty() && outcome_.error.empty()) outcome_.step = step_;
+    station_.slotList.EditRow(row, [&](app::SlotRow& r) {
+        r.phase = passed ? app::SlotPhase::PASS : app::SlotPhase::FAIL;
+        r.progress.barColourFrom = passed ? kColourGreen : kColourRed;
+        r.progress.textColour = app::kBlack;
+        r.passCount = passCount_;
+        r.jobCount = jobCount_;
+    });
+    ShowComposedLocked(row);
+    SetResult(row,
+              Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, passCount_, jobCount_),
+              passed ? kColourDarkGreen : kColourRed);
+}
+
+platform::LResult SlotDisplay::ShowStep(int row, int step, platform::LParam lParam) {
+    if (step < 0 || step > 13) return 0;
+    std::unique_lock lk(mutex_);
+    status_ = app::texts::kSprdStepNames[step];
+    if (step != 10 && step != 11) step_ = status_;
+    switch (step) {
+        case 0:
+        case 1:
+        case 2:
+        case 3:
+        case 4:
+        case 9: {
+            const int position = static_cast<int>(percent_);
+            const std::string text = status_;
+            station_.slotList.EditRow(row, [&](app::SlotRow& r) {
+                r.progress.position = position;
+                r.progress.text = text;
+                r.progress.visible = true;
+            });
+            return 0;
+        }
+        case 10:
+        case 11: lk.unlock(); return SprdFinished(row, reinterpret_cast<const SprdPortResult*>(lParam));
+        default: return 0;
+    }
+}
+
+platform::LResult SlotDisplay::ShowSprdProgress(int row, std::uint32_t percent) {
+    std::lock_guard g(mutex_);
+    const std::string text = Format("[Step:%s] %s(%u%%)", stepName_.c_str(), status_.c_str(), percent);
+    station_.slotList.EditRow(row, [&](app::SlotRow& r) {
+        r.progress.position = static_cast<int>(percent);
+        r.progress.text = text;
+        r.progress.visible = true;
+    });
+    return 0;
+}
+
+platform::LResult SlotDisplay::SprdFinished(int row, const SprdPortResult* record) {
+    std::lock_guard g(mutex_);
+    const bool passed = record && strnlen(record->errorText, sizeof record->errorText) == 0;
+    if (passed && sprdPhase_ == 0 && record->reEnumerate == 1) {
+        station_.slotList.EditRow(row, [](app::SlotRow& r) {
+            r.progress.text = app::texts::kSprdStepNames[13];
+            r.progress.visible = true;
+        });
+        SetResult(row, app::texts::kResultOnSwitch, kColourBlue);
+        return 0;
+    }
+    std::string barText = passed ? app::texts::kBarPassed : app::texts::kBarFailed;
+    const std::string error = record ? std::string(record->errorText, strnlen(record->errorText, sizeof record->errorText))
+                                     : std::string();
+    if (!passed && !error.empty()) barText += ": " + error;
+    if (passed) ++passCount_;
+    ++jobCount_;
+    if (passed)
+        outcome_ = {SlotOutcome::Result::PASSED, "", ""};
+    else
+        outcome_ = {SlotOutcome::Result::FAILED, step_, error.empty() ? app::texts::kReasonNoRecord : error};
+    station_.slotList.EditRow(row, [&](app::SlotRow& r) {
+        r.phase = passed ? app::SlotPhase::PASS : app::SlotPhase::FAIL;
+        r.progress.barColourFrom = passed ? kColourGreen : kColourRed;
+        r.progress.textColour = app::kBlack;
+        r.passCount = passCount_;
+        r.jobCount = jobCount_;
+    });
+    SetResult(row,
+              Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, passCount_, jobCount_),
+              passed ? kColourDarkGreen : kColourRed);
+    station_.slotList.EditRow(row, [&](app::SlotRow& r) { r.progress.text = barText; });
+    return 0;
+}
+
+void SlotDisplay::SetStepName(int, const std::string& name) {
+    std::lock_guard g(mutex_);
+    stepName_ = name;
+    if (!name.empty()) step_ = name;
+}
+
+void SlotDisplay::SetSprdPhase(int phase) {
+    std::lock_guard g(mutex_);
+    sprdPhase_ = phase;
+}
+
+void SlotDisplay::ShowCell(int row, int column) {
+    station_.slotList.EditRow(row, [column](app::SlotRow& r) {
+        if (column == app::COL_PROGRESS) {
+            r.progress.barColourTo = kColourBlue;
+            r.progress.textColour = app::kWhite;
+            r.progress.backTextColour = app::kBlack;
+            r.progress.visible = true;
+        } else if (column == app::COL_RESULT) {
+            r.result.visible = true;
+        }
+    });
+}
+
+void SlotDisplay::HideCell(int row, int column) {
+    station_.slotList.EditRow(row, [column](app::SlotRow& r) {
+        if (column == app::COL_PROGRESS) r.progress.visible = false;
+        if (column == app::COL_RESULT) r.result.visible = false;
+    });
+}
+
+void SlotDisplay::SetResult(int row, const std::string& text, app::Rgb colour) {
+    station_.slotList.EditRow(row, [&](app::SlotRow& r) {
+        r.result.text = text;
+        r.result.textColour = colour;
+        r.result.visible = true;
+    });
+}
+
+std::string SlotDisplay::ResultText(int row) const {
+    return station_.slotList.ResultText(row);
+}
+
+std::uint32_t SlotDisplay::PassCount() const {
+    std::lock_guard g(mutex_);
+    return passCount_;
+}
+
+std::uint32_t SlotDisplay::JobCount() const {
+    std::lock_guard g(mutex_);
+    return jobCount_;
+}
+
+void SlotDisplay::BeginJob(int row) {
+    std::lock_guard g(mutex_);
+    outcome_ = {};
+    step_.clear();
+    station_.slotList.EditRow(row, [](app::SlotRow& r) { r.phase = app::SlotPhase::FLASHING; });
+}
+
+SlotOutcome SlotDisplay::Outcome() const {
+    std::lock_guard g(mutex_);
+    SlotOutcome outcome = outcome_;
+    // No verdict yet (the job ends without one): the step it had reached.
+    if (outcome.result == SlotOutcome::Result::NONE && outcome.step.empty()) outcome.step = step_;
+    return outcome;
+}
+
+void SlotDisplay::EndJob(int row, const SlotOutcome& outcome, bool interrupted) {
+    std::lock_guard g(mutex_);
+    outcome_ = outcome;
+    const app::SlotPhase phase = interrupted                                       ? app::SlotPhase::INTERRUPTED
+                                 : outcome.result == SlotOutcome::Result::PASSED ? app::SlotPhase::PASS
+                                                                                 : app::SlotPhase::FAIL;
+    station_.slotList.EditRow(row, [phase](app::SlotRow& r) { r.phase = phase; });
+}
+
+void ShowSlotElapsed(app::Station& station, int slot) {
+    if (slot < 0 || slot >= app::kSlotCount) return;
+    const std::time_t elapsed = static_cast<std::time_t>(
+        station.clock.WallSeconds() - station.slots.startTime[static_cast<std::size_t>(slot)].load());
+    std::tm tm{};
+    gmtime_r(&elapsed, &tm);
+    char buf[32];
+    std::strftime(buf, sizeof buf, "%H:%M:%S", &tm);
+    station.slotList.SetCellText(slot, app::COL_TIMER, buf);
+}
+
+}  // namespace quorvel::engine

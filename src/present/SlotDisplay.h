@@ -1,0 +1,92 @@
+#pragma once
+// A worker's display state of its slot row: interprets the engines' and the
+// worker's progress messages and composes the row's bar and result texts.
+// Threads: the message operations (HandleProgress, ShowStep, ShowSprdProgress,
+// SprdFinished, SetStepName) run on the station thread; JobStart's cell updates,
+// SetSprdPhase, ResultText, BeginJob, Outcome and EndJob come from the slot's worker. The fields sit under one
+// lock, the row itself is in the thread-safe slot-list model.
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "present/SlotListModel.h"
+#include "engines/EngineInterfaces.h"
+#include "slots/SlotOutcome.h"
+
+namespace quorvel::app {
+class Station;
+}
+
+namespace quorvel::engine {
+
+inline constexpr app::Rgb kColourBlue = app::MakeRgb(0, 0, 255);
+inline constexpr app::Rgb kColourRed = app::MakeRgb(255, 0, 0);
+inline constexpr app::Rgb kColourGreen = app::MakeRgb(0, 255, 0);
+inline constexpr app::Rgb kColourDarkGreen = app::MakeRgb(52, 107, 36);
+inline constexpr app::Rgb kColourPurple = app::MakeRgb(102, 51, 153);
+inline constexpr app::Rgb kColourGrey = 0x808080;
+inline constexpr std::uint32_t kUnknown = 0xFFFFFFFFu;
+inline constexpr int kIconPort = app::kIconSocket;
+inline constexpr int kIconDevice = app::kIconPhone;
+
+// A bound slot's row as drawn before its phone comes: number, the bound port's name in
+// grey with the port icon, the binding state in blue.
+void FillBoundRow(app::Station& station, int slot, app::SlotRow& row);
+
+class SlotDisplay {
+public:
+    explicit SlotDisplay(app::Station& station);
+    SlotDisplay(const SlotDisplay&) = delete;
+    SlotDisplay& operator=(const SlotDisplay&) = delete;
+
+    // Message 6028 (row in bits 16..23 of wParam). Returns 0.
+    platform::LResult HandleProgress(platform::WParam wParam, platform::LParam lParam);
+    // SPRD step messages; lParam is the result record's address for steps 10 and 11.
+    platform::LResult ShowStep(int row, int step, platform::LParam lParam);
+    platform::LResult ShowSprdProgress(int row, std::uint32_t percent);
+    platform::LResult SprdFinished(int row, const SprdPortResult* record);
+    void SetStepName(int row, const std::string& name);
+    void SetSprdPhase(int phase);
+
+    // Cell operations (column 2 bar, column 4 result).
+    void ShowCell(int row, int column);
+    void HideCell(int row, int column);
+    void SetResult(int row, const std::string& text, app::Rgb colour);
+    std::string ResultText(int row) const;
+
+    // Counters of this slot since start-up, and the bar position (for the views and tests).
+    std::uint32_t PassCount() const;
+    std::uint32_t JobCount() const;
+
+    // The worker's job begins: the outcome starts empty and the row shows a flash.
+    void BeginJob(int row);
+    // What the engine has said of the running (or last) job's end so far.
+    SlotOutcome Outcome() const;
+    // The worker's final word on the job: the row shows its verdict, or that it was cut short.
+    void EndJob(int row, const SlotOutcome& outcome, bool interrupted);
+
+private:
+    // The bar text for the current fields; called with mutex_ held.
+    std::string ComposeLocked(int row) const;
+    void ShowComposedLocked(int row);
+    void CountResultLocked(int row, bool passed);
+
+    app::Station& station_;
+    mutable std::mutex mutex_;
+    std::string status_;
+    std::string stepName_;
+    std::uint32_t done_ = 0;
+    std::uint32_t total_ = 0;
+    std::uint32_t percent_ = 100;
+    std::uint32_t passCount_ = 0;
+    std::uint32_t jobCount_ = 0;
+    int sprdPhase_ = 0;
+    std::string step_;  // the step the engine last announced, for the outcome
+    SlotOutcome outcome_;
+};
+
+// The slot timer's tick: column 3 = time since the slot's job started, "%H:%M:%S".
+void ShowSlotElapsed(app::Station& station, int slot);
+
+}  // namespace quorvel::engine

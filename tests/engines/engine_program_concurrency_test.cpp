@@ -1,0 +1,513 @@
+// Engine programs run as child processes: the protocol's outcomes and faults, cancel
+// and kill, crash isolation between slots, no zombie or descriptor after many jobs,
+// replay of a recorded session and the package-wide operations. The programs run in
+// real time.
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "slots/EngineHarness.h"
+#include "station/Messages.h"
+#include "station/Station.h"
+#include "console/MessageRouter.h"
+#include "slots/DownloadManager.h"
+#include "engines/program/ProgramContext.h"
+#include "engines/program/ProgramEngineFactory.h"
+#include "engines/program/ProgramJob.h"
+#include "platform/ChildProcess.h"
+#include "platform/ExeDir.h"
+#include "platform/StationLoop.h"
+#include "support/FixedOptions.h"
+#include "support/SmallDisk.h"
+#include "support/TempDir.h"
+
+namespace quorvel::engine {
+namespace {
+
+std::string SimEngine() {
+    return platform::ExeDir() + "../tools/quorvel-sim-engine/quorvel-sim-engine";
+}
+
+int OpenFds() {
+    int n = 0;
+    if (DIR* d = ::opendir("/proc/self/fd")) {
+        while (::readdir(d)) ++n;
+        ::closedir(d);
+    }
+    return n;
+}
+
+// True when this process has no child at all, not even a zombie.
+bool NoChildren() {
+    errno = 0;
+    return ::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD;
+}
+
+std::vector<std::string> Args(std::initializer_list<std::string> extra) {
+    std::vector<std::string> a{SimEngine(), "--time-scale", "50", "--duration", "500", "--size", "4096"};
+    a.insert(a.end(), extra);
+    return a;
+}
+
+// One event as text, to compare whole runs.
+std::string Describe(const protocol::Event& e) {
+    std::ostringstream s;
+    s << e.type << ':' << e.step << ':' << e.key << e.text << ':' << (e.done ? *e.done : 0) << '/'
+      << (e.total ? *e.total : 0) << ':' << (e.percent ? *e.percent : -1);
+    return s.str();
+}
+
+struct JobRun {
+    JobOutcome outcome;
+    std::vector<std::string> events;
+};
+
+JobRun RunJob(platform::Clock& clock, JobRequest request) {
+    ProgramJob job(clock);
+    JobRun run;
+    run.outcome = job.Run(request, [&](const protocol::Event& e) { run.events.push_back(Describe(e)); });
+    return run;
+}
+
+TEST(EngineProgram, OutcomesAndFaults) {
+    struct Case {
+        const char* name;
+        std::vector<std::string> argv;
+        JobOutcome::Kind kind;
+        const char* text;  // contained in the outcome's text
+    };
+    const Case cases[] = {
+        {"pass", Args({}), JobOutcome::PASSED, ""},
+        {"fail", Args({"--fail-step", "2"}), JobOutcome::FAILED, ""},
+        {"sprd fail", Args({"--platform", "SPRD", "--phase", "2", "--fail-step", "4"}), JobOutcome::FAILED,
+         "Connecting failed"},
+        {"crash", Args({"--misbehave", "crash"}), JobOutcome::FAULT, "crashed (signal 11)"},
+        {"garbage", Args({"--misbehave", "garbage"}), JobOutcome::FAULT, "wrote garbage"},
+        {"no result", Args({"--misbehave", "no-result"}), JobOutcome::FAULT, "exited with code 3 without a result"},
+        {"silent", Args({"--misbehave", "silent"}), JobOutcome::FAULT, "silent for"},
+        {"wrong version", Args({"--protocol", "2"}), JobOutcome::FAULT,
+         "speaks protocol version 2, the station speaks 1"},
+        {"no hello", Args({"--misbehave", "no-hello"}), JobOutcome::FAULT, "before its hello"},
+        {"missing program", {"/nonexistent/flasher"}, JobOutcome::FAULT, "could not start: No such file"},
+    };
+    platform::SystemClock clock;
+    test::TempDir dir;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        // Silence 1.5 s: a crash report under a sanitizer takes a while.
+        JobRequest request{c.argv, dir.Path() + "logs/" + c.name + ".log", 1500, 200, false};
+        const JobRun run = RunJob(clock, request);
+        EXPECT_EQ(run.outcome.kind, c.kind);
+        EXPECT_NE(run.outcome.text.find(c.text), std::string::npos) << run.outcome.text;
+        if (c.kind == JobOutcome::FAULT) {
+            EXPECT_NE(dir.Read("logs/" + std::string(c.name) + ".log").find(c.text), std::string::npos);
+        }
+    }
+    // The free text and the standard error of the program went to its log.
+    const std::string log = dir.Read("logs/pass.log");
+    EXPECT_NE(log.find("simulated engine started"), std::string::npos);
+    EXPECT_NE(log.find("quorvel-sim-engine: MTK job"), std::string::npos);
+    EXPECT_TRUE(NoChildren());
+}
+
+// Cancel ends a cooperating program with SIGTERM, and one that ignores it with SIGKILL.
+TEST(EngineProgram, CancelEndsTheProgramAndItsGroup) {
+    platform::SystemClock clock;
+    for (const char* mode : {"silent", "ignore-term"}) {
+        SCOPED_TRACE(mode);
+        ProgramJob job(clock);
+        std::thread cancel([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(150));
+            job.Cancel();
+        });
+        const JobRequest request{Args({"--misbehave", mode}), "", 60000, 200, false};
+        EXPECT_EQ(job.Run(request, [](const protocol::Event&) {}).kind, JobOutcome::CANCELLED);
+        cancel.join();
+        EXPECT_TRUE(NoChildren());
+        // Cancelled before it starts: the next run ends at once until Reset.
+        EXPECT_EQ(job.Run(request, [](const protocol::Event&) {}).kind, JobOutcome::CANCELLED);
+    }
+}
+
+TEST(EngineProgram, ThousandJobsLeaveNoZombieAndNoDescriptor) {
+    platform::SystemClock clock;
+    const int fdsBefore = OpenFds();
+    std::atomic<int> passed{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            ProgramJob job(clock);
+            const char* outcome = t % 2 ? "--fail" : "--no-switch";
+            const JobRequest request{{SimEngine(), "--duration", "0", "--speed", "0", outcome}, "", 10000, 1000, false};
+            for (int i = 0; i < 250; ++i) {
+                const auto kind = job.Run(request, [](const protocol::Event&) {}).kind;
+                passed += kind == (t % 2 ? JobOutcome::FAILED : JobOutcome::PASSED) ? 1 : 0;
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(passed.load(), 1000);
+    EXPECT_EQ(OpenFds(), fdsBefore);
+    EXPECT_TRUE(NoChildren());
+}
+
+TEST(EngineProgram, RecordedSessionReplaysTheSameEvents) {
+    platform::SystemClock clock;
+    test::TempDir dir;
+    const std::string log = dir.Path() + "rec.log";
+    // Every progress line handed on, so both runs see all of them.
+    const JobRun recorded = RunJob(clock, {Args({"--fail-step", "2"}), log, 5000, 1000, true, 0});
+    ASSERT_EQ(recorded.outcome.kind, JobOutcome::FAILED);
+    const JobRun replayed = RunJob(
+        clock, {{SimEngine(), "--replay", log, "--time-scale", "50"}, dir.Path() + "replay.log", 5000, 1000, false, 0});
+    EXPECT_EQ(replayed.outcome.kind, JobOutcome::FAILED);
+    EXPECT_EQ(replayed.events, recorded.events);
+    EXPECT_GT(recorded.events.size(), 5u);
+}
+
+// A program writing progress far faster than a row shows it: at most one hand-on per
+// interval, and the last one is the newest, before the result.
+TEST(EngineProgram, FastProgressIsThinnedToTheNewest) {
+    platform::SystemClock clock;
+    const platform::Millis start = clock.Now();
+    const JobRun run = RunJob(clock, {Args({"--time-scale", "1", "--progress-rate", "2000"}), "", 5000, 1000, false});
+    const platform::Millis elapsed = clock.Now() - start;
+    ASSERT_EQ(run.outcome.kind, JobOutcome::PASSED);
+    std::vector<std::string> progress;
+    for (const auto& e : run.events)
+        if (e.rfind(std::to_string(protocol::Event::PROGRESS) + ":", 0) == 0) progress.push_back(e);
+    ASSERT_GE(progress.size(), 2u);
+    EXPECT_LE(progress.size(), static_cast<std::size_t>(elapsed / 20 + 3));  // of some 800 lines
+    protocol::Event last;
+    last.type = protocol::Event::PROGRESS;
+    last.done = last.total = 4096u;
+    last.percent = 100;
+    EXPECT_EQ(progress.back(), Describe(last));
+}
+
+// Pre-load and verification run the program's --preload and --verify; a program without
+// them leaves them to the in-process engine. A program's failure is said with its own
+// reason in the notice pane and the log, not only blamed on the package.
+TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
+    test::TempDir dir;
+    dir.Write("fw/scatter.txt", "scatter\n");
+    dir.Write("fw/boot.img", "0123456789");
+    dir.Write("fw/CheckSum.ini", "[x]\n");
+    dir.Write("plain.sh", "#!/bin/sh\necho \"usage: plain.sh PORT\"\nexit 2\n");
+    dir.Write("garbage.sh", "#!/bin/sh\necho '{\"t\":\"hello\",\"protocol\":1,\"program\":\"g\"}'\necho '{\"t\":'\n");
+    for (const char* script : {"plain.sh", "garbage.sh"})
+        std::filesystem::permissions(dir.File(script), std::filesystem::perms::owner_all);
+    struct Case {
+        std::string program, scatter;
+        int preload;  // 0: passed
+        int verify;   // 1: passed
+        std::string preloadSaid, verifySaid;  // in the notice pane and the log; empty: nothing
+    };
+    // The program's answers differ from what the in-process engine would say.
+    const Case cases[] = {
+        {SimEngine() + " --package {package}", dir.File("fw/scatter.txt"), 0, 1, "", ""},
+        {SimEngine() + " --package " + dir.File("fw/other.txt") + " --fail", dir.File("fw/scatter.txt"), 1, 0,
+         "): cannot open " + dir.File("fw/other.txt"), "): checksum mismatch"},
+        {dir.File("plain.sh") + " {port}", dir.File("fw/scatter.txt"), 0, 1, "", ""},  // the in-process engine's
+        {dir.File("garbage.sh"), dir.File("fw/scatter.txt"), 1, 0, "MTK engine program --preload failed (",
+         "--verify failed (" + dir.File("garbage.sh") + "): engine program wrote garbage"},
+    };
+    platform::SystemClock clock;
+    app::HeadlessConsoleUi ui;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.program + " " + c.scatter);
+        dir.Write("Config/CommonSetting.ini", "[ENGINES]\nMTK=" + c.program + "\n");
+        app::Station st(test::FixedOptions(dir.Path()), clock, ui);
+        st.package.scatterFilePath = c.scatter;
+        SimPhoneRegistry registry;
+        SimEngineFactory sim{st, registry};
+        ProgramEngineFactory programs(st, sim);
+        test::ChecksumWindow window;
+        auto mtk = programs.MakeMtk(window);
+        std::string path = c.scatter;
+        const auto said = [&](const std::string& want) {
+            const std::string notice = st.view.Notice();
+            EXPECT_EQ(notice.empty(), want.empty()) << notice;
+            EXPECT_NE(notice.find(want), std::string::npos) << notice;
+            std::string log;
+            for (const auto& f : std::filesystem::directory_iterator(dir.Path())) {
+                if (f.path().string().ends_with("UILog.txt")) log += dir.Read(f.path().filename().string());
+            }
+            if (!want.empty()) {
+                EXPECT_NE(log.find(notice), std::string::npos) << log;
+            }
+        };
+        EXPECT_EQ(mtk->PreLoadFiles(path.data(), true, 0, 0, {}, false), c.preload);
+        said(c.preloadSaid);
+        mtk->SetChkSumWnd(&window);
+        EXPECT_EQ(mtk->VerifyHostBufferBeforeStart(dir.File("fw/CheckSum.ini").c_str()), c.verify);
+        said(c.verifySaid);
+        for (const auto& f : std::filesystem::directory_iterator(dir.Path()))
+            if (f.path().string().ends_with("UILog.txt")) std::filesystem::remove(f.path());
+        if (c.program.find("garbage") != std::string::npos) continue;
+        // Both engines report every file beside the list, the program through its progress lines.
+        ASSERT_FALSE(window.Seen().empty());
+        EXPECT_EQ(window.Seen().back(), dir.File("fw/scatter.txt") + " 100");
+    }
+}
+
+// A station of sixteen slots whose engines are programs of [ENGINES], in real time.
+class ProgramStation : public platform::MessageHandler {
+public:
+    ProgramStation(int slots, const std::string& engines) {
+        dir.Write("Config/CommonSetting.ini", "[COMMON]\n[ENGINES]\n" + engines);
+        st->language.SetLanguageId(app::kLangEnglish + 1);
+        programs = std::make_unique<ProgramEngineFactory>(*st, sim, [this](const SwitchEvent& e) { OnSwitch(e); });
+        manager = std::make_unique<DownloadManager>(*st, loop, *programs);
+        router = std::make_unique<console::MessageRouter>(*st, *manager);
+        test::AddBoundWorkers(*st, *manager, slots);
+        loop.SetHandler(this);
+        loop.Start();
+        st->stationRunning = true;
+        manager->SetState(Ready);
+        loop.Call([&] { manager->StartAll(); });
+    }
+    ~ProgramStation() override {
+        for (auto& t : replugs_) t.join();
+        loop.Stop();
+        manager->JoinWalks();
+        manager.reset();
+    }
+
+    platform::LResult HandleMessage(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+        platform::LResult r = 0;
+        router->Route(msg, w, l, r);
+        return r;
+    }
+    void OnTimer(int id) override { router->RouteTimer(id); }
+
+    void HandOver(int slot, std::uint32_t type, const std::string& name, const std::string& id) {
+        app::DeviceInfo d{};
+        d.type = type;
+        app::CopyField(d.friendlyName, name);
+        app::CopyField(d.instanceId, id);
+        loop.PostTask([this, slot, d] {
+            manager->WorkerAt(slot)->SetThreadIndex(slot);
+            manager->WorkerAt(slot)->AcceptDevice(d);
+        });
+    }
+    // As the bench does: an SPRD phone that switched comes back on its download port
+    // once it has re-enumerated.
+    void OnSwitch(const SwitchEvent& e) {
+        if (e.kind != SwitchEvent::SPRD_TO_DOWNLOAD_PORT) return;
+        std::lock_guard g(mutex_);
+        replugs_.emplace_back([this, port = e.comPort] {
+            clock.Sleep(1500);
+            HandOver(static_cast<int>(port) - 1, app::EVENT_SPRD, "SPRD DL (COM" + std::to_string(port) + ")", "dl");
+        });
+    }
+    bool WaitFor(const std::function<bool()>& done) {
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (!done()) {
+            if (std::chrono::steady_clock::now() > limit) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return true;
+    }
+
+    test::TempDir dir;
+    platform::ScaledClock clock{5};
+    app::HeadlessConsoleUi ui;
+    std::unique_ptr<app::Station> st = std::make_unique<app::Station>(test::FixedOptions(dir.Path()), clock, ui);
+    platform::StationLoop loop{clock};
+    SimPhoneRegistry registry;
+    SimEngineFactory sim{*st, registry};
+    std::unique_ptr<ProgramEngineFactory> programs;
+    std::unique_ptr<DownloadManager> manager;
+    std::unique_ptr<console::MessageRouter> router;
+
+private:
+    std::mutex mutex_;
+    std::vector<std::thread> replugs_;
+};
+
+// One slot's program segfaults while fifteen others pass; SPRD phones go through both
+// phases on the program as well.
+TEST(EngineProgram, CrashFailsOnlyItsOwnSlot) {
+    const std::string sim = SimEngine() + " --time-scale 5 --duration 1500 --size 1048576 --sprd-phase1 600";
+    ProgramStation s(16, "MTK=" + sim + " --device {device} --misbehave crash@phone5 {options}\nSPRD=" + sim +
+                             " --platform SPRD --phase {phase} --files {files}\n");
+    ASSERT_TRUE(s.WaitFor([&] { return s.manager->WorkerAt(15)->IsRunning(); }));
+    for (int slot = 0; slot < 16; ++slot) {
+        const std::string port = "(COM" + std::to_string(slot + 1) + ")";
+        if (slot % 4 == 3)
+            s.HandOver(slot, app::EVENT_SPRD, "SPRD U2S Diag " + port, "sprd" + std::to_string(slot));
+        else
+            s.HandOver(slot, app::EVENT_MTK, "MTK PreLoader " + port, "phone" + std::to_string(slot));
+    }
+    ASSERT_TRUE(s.WaitFor([&] { return s.st->statistics.Total() == 16; }))
+        << s.st->slotList.ResultText(3) << " | " << s.st->slotList.Row(3).progress.text;
+    EXPECT_EQ(s.st->statistics.Fail(), 1u);
+    for (int slot = 0; slot < 16; ++slot) {
+        SCOPED_TRACE(slot);
+        EXPECT_EQ(s.st->slotList.ResultText(slot), slot == 5 ? "FAIL(0/1)" : "PASS(1/1)");
+    }
+    EXPECT_NE(s.st->slotList.Row(5).progress.text.find("engine program crashed (signal 11)"), std::string::npos)
+        << s.st->slotList.Row(5).progress.text;
+    EXPECT_NE(s.st->slotList.Row(0).progress.text.find("Download Completely!"), std::string::npos)
+        << s.st->slotList.Row(0).progress.text;
+}
+
+// True once `pid` is gone or a zombie: killed, whoever reaps it.
+bool Gone(pid_t pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+    std::string stat;
+    if (!std::getline(in, stat)) return true;
+    const auto paren = stat.rfind(')');
+    return paren != std::string::npos && paren + 2 < stat.size() && stat[paren + 2] == 'Z';
+}
+
+// Signals are delivered asynchronously: waits, with a generous limit, for `pid` to go.
+bool AwaitGone(pid_t pid) {
+    for (int i = 0; i < 500 && !Gone(pid); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return Gone(pid);
+}
+
+// The pid a script wrote into `path`, once it is there.
+pid_t AwaitPid(const std::string& path) {
+    for (int i = 0; i < 500; ++i) {
+        std::ifstream in(path);
+        std::string line;
+        if (std::getline(in, line) && in.good()) return static_cast<pid_t>(std::stol(line));
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return -1;
+}
+
+// A child that leaves the program's process group ends with the job; a station killed
+// by any signal takes its program along, and what left the group goes at the next start.
+TEST(EngineProgram, NothingOutlivesItsJobOrItsStation) {
+    test::TempDir dir;
+    const std::string running = dir.File("running");
+    const std::string escape = "setsid sleep 300 & echo $! > " + dir.File("escapee") + "; ";
+    {
+        std::string error;
+        auto child = platform::ChildProcess::Spawn({"/bin/sh", "-c", escape + "exit 0"}, false, error, running);
+        ASSERT_TRUE(child) << error;
+        child->Reap();
+        EXPECT_TRUE(AwaitGone(AwaitPid(dir.File("escapee"))));
+        EXPECT_TRUE(std::filesystem::is_empty(running));
+    }
+    std::filesystem::remove(dir.File("escapee"));
+    int out[2];
+    ASSERT_EQ(::pipe(out), 0);
+    const std::string holder = platform::ExeDir() + "engine_holder";
+    const pid_t station = ::fork();
+    if (station == 0) {
+        ::dup2(out[1], 1);
+        ::execl(holder.c_str(), holder.c_str(), running.c_str(), "/bin/sh", "-c", (escape + "sleep 300").c_str(),
+                static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    ::close(out[1]);
+    char line[32] = {};
+    ASSERT_GT(::read(out[0], line, sizeof line - 1), 0) << holder;
+    ::close(out[0]);
+    const pid_t program = static_cast<pid_t>(std::atol(line));
+    const pid_t escapee = AwaitPid(dir.File("escapee"));
+    ASSERT_GT(escapee, 0);
+    ::kill(station, SIGKILL);
+    ::waitpid(station, nullptr, 0);
+    EXPECT_TRUE(AwaitGone(program));
+    EXPECT_FALSE(Gone(escapee));
+    EXPECT_GE(platform::ChildProcess::EndLeftovers(running), 1);
+    EXPECT_TRUE(AwaitGone(escapee));
+    EXPECT_TRUE(std::filesystem::is_empty(running));
+}
+
+// Values written into the {files} list cannot add fields or rows, and a list that cannot
+// be written whole fails the job before its program starts.
+TEST(EngineProgram, JobInputsThatCannotBeHandedOnFailTheJob) {
+    platform::ManualClock clock;
+    app::HeadlessConsoleUi ui;
+    const auto make = [&](const std::string& folder, const FileRows& rows, std::string& error) {
+        app::Station st(test::FixedOptions(folder), clock, ui);
+        ProgramContext context(st, ProgramSettings{});
+        JobRequest request;
+        const bool made =
+            context.MakeJob("flash --files {files}", "SPRD", -1, {{"port", "5"}}, {}, &rows, request, error);
+        return made ? request.argv.back() : std::string();
+    };
+    const struct {
+        const char* name;
+        FileRows rows;
+        const char* error;  // empty: made, with `list` written
+        const char* list;
+    } cases[] = {
+        {"plain",
+         {{"FDL", "/x/fdl.bin", "10", "1"}, {"NV", "/x/nv bin", "2", "0"}},
+         "",
+         "FDL\t/x/fdl.bin\t10\t1\nNV\t/x/nv bin\t2\t0\n"},
+        {"tab", {{"FDL", "/x/a\tEXTRA", "10", "1"}}, "holds a tab or line break, refused: \"/x/a\\tEXTRA\"", ""},
+        {"line break", {{"FDL\nBOOT", "/x/a", "10", "1"}}, "holds a tab or line break", ""},
+        {"carriage return", {{"FDL", "/x/a\r", "10", "1"}}, "holds a tab or line break", ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        test::TempDir dir;
+        std::string error;
+        const std::string list = make(dir.Path(), c.rows, error);
+        EXPECT_NE(error.find(c.error), std::string::npos) << error;
+        if (!*c.error) {
+            EXPECT_EQ(dir.Read(list.substr(dir.Path().size())), c.list);
+        }
+    }
+    test::SmallDisk disk;
+    if (!disk.Ready()) GTEST_SKIP() << disk.Reason();
+    disk.Fill();
+    std::string error;
+    EXPECT_EQ(make(disk.Path(), cases[0].rows, error), "");
+    EXPECT_NE(error.find("file list not written"), std::string::npos) << error;
+}
+
+// One chatty program's log keeps its first and last megabyte and says what was cut
+// between; old logs go by age, then the oldest until the rest fit.
+TEST(EngineProgram, JobLogKeepsHeadAndTailAndOldLogsGo) {
+    platform::SystemClock clock;
+    test::TempDir dir;
+    const std::string chatter = "echo first >&2; yes chatter | head -n 400000 >&2; echo last >&2";
+    RunJob(clock, {{"/bin/sh", "-c", chatter}, dir.File("chatty.log"), 60000, 200, false});
+    const std::string log = dir.Read("chatty.log");
+    EXPECT_LE(log.size(), kLogHeadBytes + kLogTailBytes + 1024);
+    EXPECT_NE(log.find("first\n"), std::string::npos);
+    EXPECT_NE(log.find("bytes of this log cut here ...\nchatter\n"), std::string::npos);
+    EXPECT_NE(log.find("last\n# fault: engine program exited with code 0"), std::string::npos);
+
+    const std::int64_t now = 2000000000;
+    const struct {
+        const char* name;
+        std::int64_t age;
+        bool kept;
+    } files[] = {{"MTK_old.log", 31 * 86400, false},
+                 {"SPRD_a.files", 60, true},
+                 {"MTK_b.log", 120, true},
+                 {"MTK_c.log", 180, false},  // over the size once the newer ones are kept
+                 {"notes.txt", 31 * 86400, true}};
+    for (const auto& f : files) {
+        dir.Write("engine/" + std::string(f.name), "1234");
+        const timespec times[2] = {{now - f.age, 0}, {now - f.age, 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, dir.File("engine/" + std::string(f.name)).c_str(), times, 0), 0);
+    }
+    EXPECT_EQ(CleanEngineLogs(dir.File("engine"), now, 30 * 86400, 8), 2);
+    for (const auto& f : files)
+        EXPECT_EQ(std::filesystem::exists(dir.File("engine/" + std::string(f.name))), f.kept) << f.name;
+}
+
+}  // namespace
+}  // namespace quorvel::engine

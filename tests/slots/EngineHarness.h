@@ -1,0 +1,235 @@
+#pragma once
+// A station with a running station loop, simulated engines, a download manager and
+// the slot-message routing, in virtual time. Slots are bound and rows exist.
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "station/Messages.h"
+#include "console/MessageRouter.h"
+#include "slots/DownloadManager.h"
+#include "sim/SimEngines.h"
+#include "platform/StationLoop.h"
+#include "support/StationFixture.h"
+
+namespace quorvel::test {
+
+// Engines a test puts in place of the simulated ones.
+struct EngineSwap {
+    std::function<std::unique_ptr<engine::MtkEngine>()> mtk = nullptr;
+    std::function<std::unique_ptr<engine::SprdEngine>()> sprd = nullptr;
+};
+
+// Binds the first `slots` slots, each to its COM port and sockets, four to a hub, and
+// gives each a worker.
+inline void AddBoundWorkers(app::Station& st, engine::DownloadManager& manager, int slots) {
+    for (int i = 0; i < slots; ++i) {
+        st.bindings.SetHsLocation(i, "hub1\\PORT" + std::to_string(i + 1));
+        st.bindings.SetLsLocation(i, "hub2\\PORT" + std::to_string(i + 1));
+        st.bindings.SetComName(i, "Phone (COM" + std::to_string(i + 1) + ")");
+        st.bindings.SetState(i, app::BIND_ALL_BINDED);
+        app::HubPortEntry entry{};
+        std::snprintf(entry.hubId, sizeof entry.hubId, "hub%d", i / 4);
+        entry.port = static_cast<std::uint32_t>(i % 4 + 1);
+        manager.AddWorker(entry);
+    }
+}
+
+// Keeps what a package verification tells its window: "path percent" for each file's
+// progress, "msg:w:l" for anything else.
+class ChecksumWindow final : public platform::MessageWindow {
+public:
+    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+        std::lock_guard g(mutex_);
+        if (msg == app::MSG_CHECKSUM && w == 0) {
+            const auto* r = reinterpret_cast<const app::ChecksumProgressRecord*>(l);
+            seen_.push_back(app::FieldText(r->path) + " " + std::to_string(r->percent));
+        } else {
+            seen_.push_back(std::to_string(msg) + ":" + std::to_string(w) + ":" + std::to_string(l));
+        }
+        return 0;
+    }
+    void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override { Send(msg, w, l); }
+    void SetTimer(int, platform::Millis) override {}
+    void KillTimer(int) override {}
+    std::vector<std::string> Seen() const {
+        std::lock_guard g(mutex_);
+        return seen_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> seen_;
+};
+
+class EngineHarness : public platform::MessageHandler, private engine::EngineFactory {
+public:
+    explicit EngineHarness(int slots, EngineSwap swap = {}) : swap_(std::move(swap)) {
+        fx.WriteSettings("[COMMON]\n");
+        // Packages the simulated engines accept: MTK and CFG jobs flash them.
+        fx.dir.Write("pkg/scatter.txt", "preloader preloader.bin\n");
+        fx.dir.Write("pkg/phone.cfg", "preloader preloader.bin\n");
+        st.package.scatterFilePath = fx.dir.File("pkg/scatter.txt");
+        st.package.cfgFilePath = fx.dir.File("pkg/phone.cfg");
+        st.language.SetLanguageId(app::kLangEnglish + 1);  // English (the fixture's system is 1033)
+        manager = std::make_unique<engine::DownloadManager>(st, loop, static_cast<engine::EngineFactory&>(*this));
+        router = std::make_unique<console::MessageRouter>(st, *manager);
+        AddBoundWorkers(st, *manager, slots);
+        loop.SetHandler(this);
+        loop.Start();
+    }
+
+    ~EngineHarness() override {
+        loop.Stop();  // releases any sender before the workers go
+        std::atomic<bool> joined{false};
+        std::thread join([&] {
+            manager->JoinWalks();
+            std::vector<std::thread> later;
+            {
+                std::lock_guard g(mutex_);
+                later.swap(later_);
+            }
+            for (auto& t : later) t.join();
+            joined = true;
+        });
+        while (!joined) {
+            fx.clock.Advance(100);
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        join.join();
+        manager.reset();
+    }
+
+    platform::LResult HandleMessage(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+        if (msg == app::MSG_SLOT_PROGRESS && (w & 0xFFFF) == 0 && l) {
+            std::lock_guard g(mutex_);
+            statuses_.push_back({static_cast<int>(w >> 24), reinterpret_cast<const char*>(l)});
+        }
+        if (msg == app::WM_COMMAND && w == app::CMD_START_STOP) ++startStopCommands;
+        platform::LResult r = 0;
+        router->Route(msg, w, l, r);
+        return r;
+    }
+    void OnTimer(int id) override { router->RouteTimer(id); }
+
+    // Starts the station: Ready, StartAll, and the start walk run through.
+    void StartStation() {
+        st.stationRunning = true;
+        manager->SetState(engine::Ready);
+        loop.Call([&] { manager->StartAll(); });
+        RunUntil([&] { return RunningWorkers() == manager->WorkerCount(); });
+    }
+
+    // Lets the other threads reach their waits, then moves virtual time to the next
+    // deadline, until `done` holds. False after 20 s of real time.
+    bool RunUntil(const std::function<bool()>& done) {
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (std::chrono::steady_clock::now() < limit) {
+            if (done()) return true;
+            Settle();
+            if (done()) return true;
+            if (!fx.clock.AdvanceToNextDeadline()) std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        return done();
+    }
+
+    // The waiter count must hold for about 2 ms: on a loaded machine a thread between two
+    // waits can be off the processor for longer than a few hundred microseconds.
+    void Settle() {
+        int last = -1, stable = 0;
+        while (stable < 8) {
+            std::this_thread::sleep_for(std::chrono::microseconds(250));
+            const int now = fx.clock.Waiters();
+            stable = now == last ? stable + 1 : 0;
+            last = now;
+        }
+    }
+
+    app::DeviceInfo Device(int type, const std::string& name, const std::string& instanceId) const {
+        app::DeviceInfo d{};
+        d.type = static_cast<std::uint32_t>(type);
+        app::CopyField(d.friendlyName, name);
+        app::CopyField(d.instanceId, instanceId);
+        return d;
+    }
+
+    // Hands a device to slot `slot` on the station thread, as binding does.
+    bool HandOver(int slot, const app::DeviceInfo& d, engine::HandOver how = engine::HandOver::PLAIN) {
+        bool taken = false;
+        loop.Call([&] {
+            manager->WorkerAt(slot)->SetThreadIndex(slot);
+            taken = manager->WorkerAt(slot)->AcceptDevice(d, how);
+        });
+        return taken;
+    }
+
+    // Plays the simulated bench: an SPRD phone that switched to its download port
+    // arrives again on the slot of that port once re-enumeration took `ms`.
+    void ReplugSprdOnSwitch(platform::Millis ms) {
+        registry.SetSwitchHook([this, ms](const engine::SwitchEvent& e) {
+            if (e.kind != engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT) return;
+            const int slot = static_cast<int>(e.comPort) - 1;
+            const auto d = Device(app::EVENT_SPRD, "SPRD DL (COM" + std::to_string(e.comPort) + ")", "dl");
+            std::lock_guard g(mutex_);
+            later_.emplace_back([this, ms, slot, d] {
+                fx.clock.Sleep(ms);
+                loop.PostTask([this, slot, d] {
+                    manager->WorkerAt(slot)->SetThreadIndex(slot);
+                    manager->WorkerAt(slot)->AcceptDevice(d);
+                });
+            });
+        });
+    }
+
+    int RunningWorkers() const {
+        int n = 0;
+        for (int i = 0; i < manager->WorkerCount(); ++i) n += manager->WorkerAt(i)->IsRunning() ? 1 : 0;
+        return n;
+    }
+    std::uint32_t Total() const { return st.statistics.Total(); }
+    std::uint32_t Fail() const { return st.statistics.Fail(); }
+    std::string Result(int slot) const { return st.slotList.ResultText(slot); }
+    std::string Bar(int slot) const { return st.slotList.Row(slot).progress.text; }
+    std::int32_t State(int slot) const { return st.bindings.State(slot); }
+    // "result | bar | binding state" of a slot, to check what an operator sees at once.
+    std::string Slot(int slot) const {
+        return Result(slot) + " | " + Bar(slot) + " | " + app::BindStateName(State(slot));
+    }
+    // Status texts shown on any slot, with their sub-code.
+    std::vector<std::pair<int, std::string>> Statuses() const {
+        std::lock_guard g(mutex_);
+        return statuses_;
+    }
+
+    StationFixture fx;
+    app::Station& st = *fx.station;
+    platform::StationLoop loop{fx.clock};
+    engine::SimPhoneRegistry registry;
+    engine::SimEngineFactory sim{st, registry};
+    std::unique_ptr<engine::DownloadManager> manager;
+    std::unique_ptr<console::MessageRouter> router;
+    std::atomic<int> startStopCommands{0};
+
+private:
+    std::unique_ptr<engine::MtkEngine> MakeMtk(platform::MessageWindow& w) override {
+        return swap_.mtk ? swap_.mtk() : sim.MakeMtk(w);
+    }
+    std::unique_ptr<engine::FpEngine> MakeFp(platform::MessageWindow& w) override { return sim.MakeFp(w); }
+    std::unique_ptr<engine::SprdEngine> MakeSprd(platform::MessageWindow& w) override {
+        return swap_.sprd ? swap_.sprd() : sim.MakeSprd(w);
+    }
+
+    EngineSwap swap_;
+    mutable std::mutex mutex_;
+    std::vector<std::pair<int, std::string>> statuses_;
+    std::vector<std::thread> later_;
+};
+
+}  // namespace quorvel::test

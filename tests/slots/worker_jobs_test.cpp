@@ -1,0 +1,456 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <sstream>
+
+#include "slots/EngineHarness.h"
+#include "history/JobHistoryReader.h"
+#include "station/Texts.h"
+#include "present/CloseCheck.h"
+#include "support/TempDir.h"
+
+namespace quorvel::engine {
+namespace {
+
+using test::EngineHarness;
+
+// Records the calls it is given; jobs and the preload return `result`.
+class RecordingMtk final : public MtkEngine {
+public:
+    static RecordingMtk& Of(EngineHarness& h, int slot) {
+        return static_cast<RecordingMtk&>(h.manager->WorkerAt(slot)->Mtk());
+    }
+    static test::EngineSwap Swap() {
+        return {.mtk = [] { return std::make_unique<RecordingMtk>(); }};
+    }
+    std::string Calls() {
+        std::lock_guard g(mutex_);
+        return calls_;
+    }
+
+    void SetDLPara(int a1, int a2, int a3, int a4, int a5, int a6, int a7, int a8, const char* a9, const char* a10,
+                   const char* a11, int a12, int a13, int a14) override {
+        Log("SetDLPara", a1, a2, a3, a4, a5, a6, a7, a8, a9, a10, a11, a12, a13, a14);
+    }
+    void SetMemoryTestPara(int a, int b, int c, int d, int e) override { Log("SetMemoryTestPara", a, b, c, d, e); }
+    void SetEfusePara(int, const char* xml, int, const char*, const char*, const char*) override {
+        Log("SetEfusePara", xml);
+    }
+    void SetDAPort(int i) override { Log("SetDAPort", i); }
+    void SetDownloadType(int t) override { Log("SetDownloadType", t); }
+    void SetDeviceInfo(app::DeviceInfo* d) override { Log("SetDeviceInfo", app::FieldText(d->friendlyName)); }
+    int DLOperationStart() override {
+        Log("DLOperationStart");
+        return result;
+    }
+    void CancelTask() override {}
+    int GetPCLoadVersion(char* b) override {
+        std::strcpy(b, version.c_str());
+        return 0;
+    }
+    void GetVersionInfo(app::VersionInfo*) override {}
+    int PreLoadFiles(char*, bool, int, int, app::SpmtkEfuseInfo, bool) override { return result; }
+    int VerifyHostBufferBeforeStart(const char*) override { return 1; }
+    void SetChkSumWnd(platform::MessageWindow*) override {}
+
+    std::atomic<int> result{0};
+    std::string version = "CY_1.0";
+
+private:
+    template <class... A>
+    void Log(const char* name, const A&... args) {
+        std::ostringstream s;
+        s << name << '(';
+        [[maybe_unused]] const char* sep = "";
+        ((s << sep << args, sep = ","), ...);
+        std::lock_guard g(mutex_);
+        calls_ += s.str() + ") ";
+    }
+    std::mutex mutex_;
+    std::string calls_;
+};
+
+TEST(DownloadWorkerNames, ExtractComNumberAndDisplayName) {
+    EXPECT_EQ(DownloadWorker::ExtractComNumber("Phone (COM7)"), 7);
+    EXPECT_EQ(DownloadWorker::ExtractComNumber("Phone (COM256)"), 256);
+    EXPECT_EQ(DownloadWorker::ExtractComNumber("Phone (COM1000)"), -1);
+    EXPECT_EQ(DownloadWorker::ExtractComNumber("Phone (COM0)"), -1);
+    EXPECT_EQ(DownloadWorker::ExtractComNumber("(AB12)"), 2);
+    EXPECT_EQ(DownloadWorker::ExtractComNumber("Phone COM7"), -1);
+    EXPECT_EQ(DownloadWorker::DisplayName("USB Port (Modem) (COM23)"), "(COM23)USB Port (Modem) ");
+    EXPECT_EQ(DownloadWorker::DisplayName("Plain name"), "Plain name");
+}
+
+TEST(WorkerEventsTest, StopWinsThenSprdThenMtkThenFp) {
+    platform::ManualClock clock;
+    WorkerEvents events(clock);
+    for (auto e : {WorkerEvents::FP, WorkerEvents::MTK, WorkerEvents::SPRD, WorkerEvents::STOP}) events.Set(e);
+    for (auto e : {WorkerEvents::STOP, WorkerEvents::SPRD, WorkerEvents::MTK, WorkerEvents::FP})
+        EXPECT_EQ(events.Wait(), e);
+}
+
+TEST(DownloadWorkerJobs, MtkCallOrderRestartNoticeAndEndStateByBoundLocations) {
+    EngineHarness h(3, RecordingMtk::Swap());
+    auto& s = h.st.settings;
+    s.CheckVersion = 1, s.BromLog = 2, s.FlashCheckSum = 3, s.ForceWatchdogReset = 1, s.EnableAutoPulling = 0;
+    s.Battery = 5, s.MTK_BK_NVRAM_FILENAME = "nv.bin", s.MTK_BK_PROINFO_FILENAME = "pro.bin";
+    s.MTK_UPGRADE_BK_NV = 6, s.CleanBinRegionData = 7, s.NVDATAZIP = 8;
+    s.memoryTest = {1, 0, 1, 0, 9};
+    h.st.package.downloadType = 4;
+    auto& b = h.st.bindings;
+    b.SetState(0, app::BIND_PRELOADER_BINDED);  // not ALL_BINDED: the DA port is set
+    b.SetLsLocation(1, "NA");                   // HS only: ends PRELOADER_BINDED
+    b.SetLsLocation(2, "NA");                   // neither: ends IDLE, LS stays NA
+    b.SetHsLocation(2, "NA");
+    RecordingMtk::Of(h, 1).result = 1;
+    RecordingMtk::Of(h, 2).result = 1;
+    h.StartStation();
+    for (int i = 0; i < 3; ++i)
+        h.HandOver(i, h.Device(app::EVENT_MTK, "MTK DA (COM" + std::to_string(i + 1) + ")", "id"));
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 3; }));
+    EXPECT_EQ(RecordingMtk::Of(h, 0).Calls(),  // no efuse call while efuse is off
+              "SetDLPara(0,1,2,3,1,0,5,0,,nv.bin,pro.bin,6,7,8) SetMemoryTestPara(1,0,1,0,9) SetDAPort(0) "
+              "SetDownloadType(4) SetDeviceInfo(MTK DA (COM1)) DLOperationStart() ");
+    EXPECT_EQ(h.Fail(), 2u);
+    EXPECT_EQ(h.State(0), app::BIND_ALL_BINDED);
+    EXPECT_EQ(h.State(1), app::BIND_PRELOADER_BINDED);
+    EXPECT_EQ(h.State(2), app::BIND_IDLE);
+    EXPECT_EQ(b.LsLocation(2), "NA");
+    // Only the passed job restarts its phone.
+    using Status = std::pair<int, std::string>;
+    EXPECT_EQ(h.Statuses(), (std::vector<Status>{{3, "The phone is restarting, Please wait for a moment!"},
+                                                 {2, "The phone has finished restart, Please move the phone!"}}));
+}
+
+TEST(DownloadWorkerJobs, CfgBatchStopsTheStationWhenItsLastJobEnds) {
+    EngineHarness h(2);
+    h.st.package.kind = app::PACKAGE_MTK_CFG;
+    h.registry.SetProfile("short", {.durationMs = 2000});
+    h.registry.SetProfile("long", {.durationMs = 9000});
+    h.StartStation();
+    h.HandOver(0, h.Device(app::EVENT_CFG, "CFG (COM1)", "short"));
+    h.HandOver(1, h.Device(app::EVENT_CFG, "CFG (COM2)", "long"));
+    ASSERT_TRUE(h.RunUntil([&] { return h.st.slots.fpJob[0] == 2; }));
+    EXPECT_EQ(h.Total(), 1u);
+    EXPECT_EQ(h.State(0), app::BIND_BUSY);  // a CFG slot stays BUSY
+    EXPECT_EQ(console::BusySlots(h.st.slots), std::vector<int>{1});  // a close asks only about the running job
+    ASSERT_TRUE(h.RunUntil([&] { return h.startStopCommands.load() == 1; }));
+    EXPECT_EQ(h.Total(), 2u);
+    h.Settle();
+    EXPECT_EQ(h.startStopCommands.load(), 1);  // only the last job of the batch stops the run
+}
+
+// The last job of slot 0 as the history keeps it: "result | step | error".
+std::string LastJobKept(EngineHarness& h) {
+    const auto jobs = app::ReadJobHistory(h.fx.dir.File("TestLog")).jobs;
+    if (jobs.empty()) return "none";
+    const app::JobRecord& j = jobs.back();
+    return std::string(app::JobResultText(j.result)) + " | " + j.failedStep + " | " + j.errorText;
+}
+
+TEST(DownloadWorkerJobs, SprdJobPaths) {
+    enum Reach { PHASE_1, PHASE_2, RELEASED_IN_PHASE_2 };  // released: binding took the slot out of BUSY
+    struct Case {
+        const char* name;
+        PhoneProfile phone;
+        Reach reach;
+        const char* slot;
+        platform::Millis atLeast;
+        std::string kept;  // in the history: the engine's step and reason, not the row's texts
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"passes", {}, PHASE_2, "PASS(1/1) | Passed | ALL_BINDED", 0, "PASS |  | "},
+        {"fails in phase 1", {.pass = false, .failingStep = 1}, PHASE_1,
+                                "FAIL(0/1) | Failed: Connecting failed | ALL_BINDED", 0,
+                                "FAIL | Connecting | Connecting failed"},
+        // Which status the engine has reached by the last poll is the engine's timing, not the worker's.
+        {"no switch within 26 polls", {.sprdPhase1Ms = 60000}, PHASE_1, "Ongoing | * | ALL_BINDED", 26 * 500,
+                                std::string("FAIL | Checking baudrate | ") + app::texts::kReasonNoSwitch},
+        {"fails in phase 2", {.pass = false, .failingStep = 5}, PHASE_2,
+                                "FAIL(0/1) | Failed: Erasing flash failed | ALL_BINDED", 0,
+                                "FAIL | Erasing flash | Erasing flash failed"},
+        {"released in phase 2", {.durationMs = 600000}, RELEASED_IN_PHASE_2,
+                                "Ongoing | Checking baudrate | ALL_BINDED", 0,
+                                std::string("FAIL | Checking baudrate | ") + app::texts::kReasonNoVerdict},
+    };
+    // clang-format on
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EngineHarness h(1);
+        h.registry.SetPortProfile(1, c.phone);
+        h.ReplugSprdOnSwitch(2000);
+        h.StartStation();
+        const auto start = h.fx.clock.Now();
+        h.HandOver(0, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM1)", "s"));
+        if (c.reach != PHASE_1) {
+            ASSERT_TRUE(h.RunUntil([&] { return h.Result(0) == "OnSwith"; }));
+            EXPECT_EQ(h.Total(), 0u);  // phase 1 alone counts nothing
+        }
+        if (c.reach == RELEASED_IN_PHASE_2) {
+            ASSERT_TRUE(h.RunUntil([&] { return h.State(0) == app::BIND_BUSY && h.Result(0) == "Ongoing"; }));
+            h.loop.Call([&] { h.st.bindings.SetState(0, app::BIND_IDLE); });
+        }
+        // Phase 2 binds the slot again before it counts the job; phase 1 only after.
+        ASSERT_TRUE(
+            h.RunUntil([&] { return h.Total() == 1 && (c.reach != PHASE_1 || h.State(0) == app::BIND_ALL_BINDED); }));
+        EXPECT_GE(h.fx.clock.Now() - start, c.atLeast);
+        const std::string slot = c.slot, shown = h.Slot(0);
+        if (const auto any = slot.find('*'); any != std::string::npos) {
+            EXPECT_TRUE(shown.starts_with(slot.substr(0, any)) && shown.ends_with(slot.substr(any + 1))) << shown;
+        } else {
+            EXPECT_EQ(shown, slot);
+        }
+        const bool passed = std::string(c.slot).starts_with("PASS");
+        EXPECT_EQ(h.Fail(), passed ? 0u : 1u);
+        EXPECT_EQ(LastJobKept(h), c.kept);
+        EXPECT_EQ(h.st.slotList.Row(0).phase, passed ? app::SlotPhase::PASS : app::SlotPhase::FAIL);
+        if (passed) {
+            EXPECT_EQ(h.router->SlotStepCounter(0), 5u);  // phase 2's five steps, numbered from 0
+            EXPECT_EQ(h.st.slotList.CellText(0, app::COL_BINDED), "ALL_BINDED");
+        }
+    }
+}
+
+// A failed MTK or CFG job reaches the history with the engine's own step and reason, in
+// words whatever the operator's language, as does the operation. Each runs after a
+// passed job of a larger image on the same slot: the bar never shows a count past its
+// total. An empty package is refused, not flashed.
+TEST(DownloadWorkerJobs, FailuresKeepTheEnginesStepAndReason) {
+    struct Case {
+        const char* name;
+        std::uint32_t kind;
+        PhoneProfile phone;
+        std::string kept;
+    };
+    const PhoneProfile small{.sizeBytes = 21u << 20};
+    auto failing = [&](int step) {
+        PhoneProfile p = small;
+        p.pass = false;
+        p.failingStep = step;
+        return p;
+    };
+    const Case cases[] = {
+        {"at the start", app::EVENT_MTK, failing(0), "FAIL | Connecting | no answer from the phone's boot ROM"},
+        {"at the DA switch", app::EVENT_MTK, failing(1),
+         "FAIL | DA switch | the download agent did not answer on its port"},
+        {"writing", app::EVENT_CFG, failing(2), "FAIL | Downloading | write error at 50 %"},
+        {"after writing", app::EVENT_MTK, failing(-1), "FAIL | Downloading | image check failed after writing"},
+        {"empty scatter file", app::EVENT_MTK, small, "FAIL | Connecting | * lists nothing to download"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EngineHarness h(1);
+        h.st.language.SetLanguageId(app::kLangEnglish);  // the system's: Chinese is chosen
+        std::mutex seen;  // the observer runs on the worker and the station thread
+        std::vector<std::string> pastTheTotal;
+        h.st.slotList.SetObserver([&] {
+            double done = 0, total = 0;
+            const std::string bar = h.st.slotList.Row(0).progress.text;
+            const auto open = bar.find('(');
+            if (open != std::string::npos && std::sscanf(bar.c_str() + open, "(%lf/%lfM)", &done, &total) == 2 &&
+                done > total) {
+                std::lock_guard g(seen);
+                pastTheTotal.push_back(bar);
+            }
+        });
+        h.registry.SetProfile("big", {.sizeBytes = 25u << 20});
+        h.registry.SetProfile("case", c.phone);
+        h.StartStation();
+        const auto serve = [&](const char* phone, std::uint32_t total) {
+            h.HandOver(0, h.Device(static_cast<int>(c.kind), "Phone (COM1)", phone));
+            ASSERT_TRUE(h.RunUntil([&] { return h.Total() == total && h.st.slotList.Row(0).phase != app::SlotPhase::FLASHING; }));
+        };
+        serve("big", 1);
+        if (std::string(c.name) == "empty scatter file") h.fx.dir.Write("pkg/scatter.txt", "# nothing\n\n");
+        serve("case", 2);
+        h.st.slotList.SetObserver({});
+        EXPECT_EQ(pastTheTotal, std::vector<std::string>{});
+        const std::string kept = LastJobKept(h);
+        if (const auto any = c.kept.find('*'); any != std::string::npos) {
+            EXPECT_TRUE(kept.starts_with(c.kept.substr(0, any)) && kept.ends_with(c.kept.substr(any + 1))) << kept;
+        } else {
+            EXPECT_EQ(kept, c.kept);
+        }
+        EXPECT_EQ(app::ReadJobHistory(h.fx.dir.File("TestLog")).jobs.back().operation, "Firmware Upgrade");
+        EXPECT_EQ(h.st.slotList.Row(0).phase, app::SlotPhase::FAIL);
+    }
+}
+
+// What the simulated engines refuse to flash, as an engine that parses the file would;
+// a FIFO named like a package must not hang them.
+TEST(SimPackageProblem, RefusesWhatListsNothingOrIsNoFile) {
+    test::TempDir dir;
+    ASSERT_EQ(::mkfifo(dir.File("fifo.txt").c_str(), 0600), 0);
+    ::mkdir(dir.File("folder.txt").c_str(), 0700);
+    const struct {
+        const char* name;
+        const char* contents;  // null: not written
+        const char* problem;   // a part of the reason; empty: accepted
+    } cases[] = {
+        {"missing.txt", nullptr, "cannot open"},
+        {"fifo.txt", nullptr, "is not a regular file"},
+        {"folder.txt", nullptr, "is not a regular file"},
+        {"empty.txt", "", "lists nothing to download"},
+        {"comments.txt", "# a\n\n \t\r\n  # b", "lists nothing to download"},
+        {"entry.txt", "# partitions\r\n  boot boot.img\r\n", ""},
+        {"one.txt", "x", ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        if (c.contents) dir.Write(c.name, c.contents);
+        const std::string problem = SimPackageProblem(dir.File(c.name));
+        EXPECT_EQ(problem.empty(), std::string(c.problem).empty()) << problem;
+        EXPECT_NE(problem.find(c.problem), std::string::npos) << problem;
+    }
+}
+
+TEST(DownloadWorkerJobs, StopCancelsMtkAndCfgJobsButNotSprd) {
+    EngineHarness h(3);
+    h.registry.SetProfile("mtk", {.durationMs = 600000});
+    h.registry.SetProfile("cfg", {.durationMs = 600000});
+    h.registry.SetPortProfile(3, {.durationMs = 20000});
+    h.ReplugSprdOnSwitch(2000);
+    h.StartStation();
+    h.HandOver(0, h.Device(app::EVENT_MTK, "M (COM1)", "mtk"));
+    h.HandOver(1, h.Device(app::EVENT_CFG, "C (COM2)", "cfg"));
+    h.HandOver(2, h.Device(app::EVENT_SPRD, "S (COM3)", "sprd"));
+    ASSERT_TRUE(h.RunUntil([&] { return h.st.slots.fpJob[1] == 1 && h.Result(2) == "OnSwith"; }));
+    ASSERT_TRUE(h.RunUntil([&] { return h.State(2) == app::BIND_BUSY && h.Result(2) == "Ongoing"; }));  // phase 2
+    for (int i = 0; i < 3; ++i) h.manager->WorkerAt(i)->Stop();
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() >= 2; }));
+    EXPECT_LT(h.fx.clock.Now(), 600000);  // the long jobs ended early, counted as failed
+    EXPECT_EQ(h.Fail(), 2u);
+    EXPECT_EQ(h.Result(0), "FAIL(0/1)");
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 3; }));
+    EXPECT_EQ(h.Result(2), "PASS(1/1)");  // the SPRD job ran to its end
+    ASSERT_TRUE(h.RunUntil([&] { return !h.manager->WorkerAt(2)->IsRunning(); }));
+    // The counters take the stopped jobs as failures; the history says what they were.
+    std::map<int, std::pair<std::string, std::string>> kept;
+    for (const auto& job : app::ReadJobHistory(h.fx.dir.File("TestLog")).jobs)
+        kept[job.slot] = {job.platform, app::JobResultText(job.result)};
+    EXPECT_EQ(kept, (std::map<int, std::pair<std::string, std::string>>{
+                        {0, {"MTK", "interrupted"}}, {1, {"CFG", "interrupted"}}, {2, {"SPRD", "PASS"}}}));
+    // A job cut short shows so on its tile, apart from a failure.
+    EXPECT_EQ(h.st.slotList.Row(0).phase, app::SlotPhase::INTERRUPTED);
+}
+
+// Each SPRD slot serves its own phone: one bound while the station was stopped waits
+// for Start (nothing of it is drawn or kept before), then gets its row and its port,
+// without later slots' rows taking its place; one whose port has no number yet holds
+// its slot BUSY until it leaves, and is served once it comes back with the number.
+TEST(DownloadWorkerJobs, SprdSlotsServeTheirOwnPhones) {
+    EngineHarness h(2);
+    h.st.slotList.DeleteAllRows();
+    for (auto& shown : h.st.slots.rowShown) shown = false;
+    h.registry.SetPortProfile(5, {.pass = false, .failingStep = 1});
+    h.ReplugSprdOnSwitch(500);
+    h.HandOver(0, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM5)", "a"));
+    h.Settle();
+    EXPECT_EQ(h.Total(), 0u);
+    EXPECT_EQ(h.st.bindings.ComName(0), "Phone (COM1)");
+    EXPECT_EQ(h.st.slotList.RowCount(), 0);
+    h.StartStation();
+    h.HandOver(1, h.Device(app::EVENT_SPRD, "SPRD U2S Diag", "b"), HandOver::BUSY);
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1; }));
+    h.fx.clock.Advance(60000);
+    h.Settle();
+    EXPECT_EQ(h.Slot(1), "Ongoing |  | BUSY");
+    EXPECT_EQ(h.Total(), 1u);
+    h.loop.Call([&] { h.manager->WorkerAt(1)->NotifyDevice(NOTIFY_REMOVED, ""); });
+    EXPECT_EQ(h.State(1), app::BIND_ALL_BINDED);
+    h.HandOver(1, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM2)", "b"), HandOver::BUSY);
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 2 && h.State(1) == app::BIND_ALL_BINDED; }));
+    EXPECT_EQ(h.Fail(), 1u);
+    EXPECT_EQ(h.Result(0), "FAIL(0/1)");
+    EXPECT_EQ(h.Result(1), "PASS(1/1)");
+    EXPECT_EQ(h.st.bindings.ComName(0), "(COM5)SPRD U2S Diag ");
+    EXPECT_EQ(h.st.slotList.CellText(0, app::COL_NUMBER), "01");
+    EXPECT_EQ(h.st.slotList.CellText(1, app::COL_NUMBER), "02");
+}
+
+// The phone re-enumerates in DA mode because its job switched it: whether binding
+// hands that over during the job or only once the job has ended, it is part of that
+// job, never a second one, and the slot does not stay BUSY.
+TEST(DownloadWorkerJobs, TheDaFormOfAServedPhoneIsNeverServedAgain) {
+    for (const bool duringJob : {true, false}) {
+        SCOPED_TRACE(duringJob ? "during the job" : "after the job");
+        EngineHarness h(2);
+        h.StartStation();
+        h.HandOver(1, h.Device(app::EVENT_MTK, "MTK PreLoader (COM2)", "USB\\VID_0E8D&PID_2000\\1-1.2:1.0"));
+        // The engine's "Switch DA Port Success..." marks the slot DA_BINDED.
+        ASSERT_TRUE(h.RunUntil([&] { return h.State(1) == app::BIND_DA_BINDED; }));
+        const auto da = h.Device(app::EVENT_MTK, "MTK DA USB VCOM (COM2)", "p");
+        if (duringJob) {
+            EXPECT_TRUE(h.HandOver(1, da, HandOver::DA_MODE));
+            EXPECT_EQ(h.State(1), app::BIND_BUSY);
+            EXPECT_EQ(h.Result(1), "Ongoing");
+        }
+        ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1; }));
+        if (!duringJob) {
+            EXPECT_FALSE(h.HandOver(1, da, HandOver::DA_MODE));
+        }
+        h.fx.clock.Advance(60000);
+        h.Settle();
+        EXPECT_EQ(h.Slot(1), "PASS(1/1) | Download Completely!(100%) | ALL_BINDED");
+        EXPECT_EQ(h.Total(), 1u);
+        EXPECT_EQ(h.Fail(), 0u);
+        EXPECT_EQ(h.st.slotList.CellText(1, app::COL_BINDED), "ALL_BINDED");
+    }
+}
+
+TEST(DownloadWorkerJobs, RemovalGreysThePortAndReleasesCfgSlots) {
+    EngineHarness h(2);
+    h.st.stationRunning = true;
+    h.HandOver(0, h.Device(app::EVENT_MTK, "Gadget (COM1)", "g"));
+    EXPECT_EQ(h.st.slotList.CellText(0, app::COL_DEVICE), "(COM1)Gadget ");
+    EXPECT_EQ(h.st.bindings.ComName(0), "(COM1)Gadget ");
+    bool found = false;
+    h.loop.Call([&] { found = h.manager->SignalRemoval("GADGET (com1)"); });
+    EXPECT_TRUE(found);
+    auto cell = h.st.slotList.Row(0).cells[app::COL_DEVICE];
+    EXPECT_EQ(cell.colour, kColourGrey);
+    EXPECT_EQ(cell.icon, kIconPort);
+    EXPECT_EQ(h.State(0), app::BIND_ALL_BINDED);  // not a CFG package: unchanged
+
+    // A CFG slot whose job still runs is bound again; one whose job ended stays BUSY;
+    // one no job of this run served (a phone pulled after Stop) is left as it was.
+    h.st.package.kind = app::PACKAGE_MTK_CFG;
+    for (auto [job, state, colour] :
+         {std::tuple{1, app::BIND_ALL_BINDED, app::kBlack}, std::tuple{2, app::BIND_BUSY, kColourGrey},
+          std::tuple{0, app::BIND_ALL_BINDED, kColourGrey}}) {
+        h.st.bindings.SetState(0, app::BIND_ALL_BINDED);
+        h.st.slots.fpJob[0] = job;
+        h.loop.Call([&] { h.manager->WorkerAt(0)->NotifyDevice(NOTIFY_REMOVED, ""); });
+        EXPECT_EQ(h.State(0), state) << "job " << job;
+        EXPECT_EQ(h.st.slotList.Row(0).cells[app::COL_DEVICE].colour, colour) << "job " << job;
+    }
+    h.loop.Call([&] { found = h.manager->SignalRemoval("nobody"); });
+    EXPECT_FALSE(found);
+}
+
+TEST(DownloadWorkerPackage, VersionTextAndPreLoad) {
+    EngineHarness h(1, RecordingMtk::Swap());
+    std::string text = "keep";
+    h.manager->PackageVersionText(3, text);
+    EXPECT_EQ(text, "keep");
+    h.manager->PackageVersionText(1, text);
+    EXPECT_EQ(text, "1.0");
+    RecordingMtk::Of(h, 0).version = "V1.0";
+    h.manager->PackageVersionText(1, text);
+    EXPECT_EQ(text, "");
+
+    h.st.package.kind = app::PACKAGE_MTK_SCATTER;
+    EXPECT_EQ(h.manager->PreLoadPackage(), 0);
+    EXPECT_TRUE(h.fx.ui.Messages().empty());
+    RecordingMtk::Of(h, 0).result = 1;
+    EXPECT_EQ(h.manager->PreLoadPackage(), -1);
+    EXPECT_EQ(h.fx.ui.Messages(),
+              std::vector<std::string>{"PreLoadFiles failed,please check scatter file or DA files"});
+}
+
+}  // namespace
+}  // namespace quorvel::engine

@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include "history/JobHistoryReader.h"
+#include "station/Station.h"
+#include "platform/ExeDir.h"
+#include "platform/ProfileIni.h"
+#include "support/FixedOptions.h"
+#include "support/TempDir.h"
+
+namespace quorvel::app {
+namespace {
+
+using platform::ProfileIni;
+
+// The writer's output so far: the totals it reported as saved, one per line.
+struct Child {
+    pid_t pid = -1;
+    int out = -1;
+    std::string seen;
+    // Waits up to `ms` for more output; false when there is none.
+    bool Read(int ms) {
+        pollfd p{out, POLLIN, 0};
+        if (::poll(&p, 1, ms) <= 0) return false;
+        char buf[4096];
+        const ssize_t n = ::read(out, buf, sizeof buf);
+        if (n <= 0) return false;
+        seen.append(buf, static_cast<std::size_t>(n));
+        return true;
+    }
+    std::uint32_t LastTotal(std::uint32_t otherwise) const {
+        const auto end = seen.rfind('\n');
+        if (end == std::string::npos) return otherwise;
+        const auto begin = seen.rfind('\n', end - 1);
+        return static_cast<std::uint32_t>(std::stoul(seen.substr(begin == std::string::npos ? 0 : begin + 1)));
+    }
+};
+
+// A station killed at random moments, while it starts, counts jobs and saves its
+// bindings, always leaves both files whole; the total neither goes back nor jumps; the
+// history holds the counted jobs and at most the one in flight, which the next start
+// counts; temporaries of killed writers do not survive the next start.
+TEST(CrashSafetyTest, KilledStationLeavesCompleteFilesAndNoTemporaries) {
+    const std::string writer = platform::ExeDir() + "burst_writer";
+    ASSERT_EQ(::access(writer.c_str(), X_OK), 0) << writer;
+    test::TempDir dir;
+    const std::string notes = "; operator notes\r\n[COMMON]\r\nMac=00-11-22-33-44-55\r\nCheckSum=0\r\n";
+    dir.Write("Config/CommonSetting.ini", notes);
+    std::mt19937 random(12345);
+    std::uint32_t total = 0;
+    int temporariesSeen = 0;
+    for (int round = 0; round < 200; ++round) {
+        SCOPED_TRACE(round);
+        int pipeFds[2];
+        ASSERT_EQ(::pipe(pipeFds), 0);
+        Child child;
+        child.pid = ::fork();
+        if (child.pid == 0) {
+            ::dup2(pipeFds[1], 1);
+            ::execl(writer.c_str(), writer.c_str(), dir.Path().c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        ASSERT_GT(child.pid, 0);
+        ::close(pipeFds[1]);
+        child.out = pipeFds[0];
+        if (round % 4 == 0) {
+            // Anywhere in start-up or the first jobs.
+            std::this_thread::sleep_for(std::chrono::microseconds(random() % 8000));
+        } else {
+            // Once it counts, its start-up is over: no temporary of a killed writer is left.
+            // (A sanitizer build starts slowly.)
+            for (int waited = 0; waited < 100 && child.seen.empty(); ++waited) child.Read(100);
+            ASSERT_FALSE(child.seen.empty()) << "the writer never counted";
+            for (const auto& e : std::filesystem::directory_iterator(dir.File("Config"))) {
+                const std::string name = e.path().filename();
+                if (name.find(".tmp") == std::string::npos) continue;
+                ++temporariesSeen;
+                EXPECT_NE(name.find(".tmp" + std::to_string(child.pid) + "."), std::string::npos) << name;
+            }
+            std::this_thread::sleep_for(std::chrono::microseconds(random() % 10000));
+        }
+        ::kill(child.pid, SIGKILL);
+        int status = 0;
+        ::waitpid(child.pid, &status, 0);
+        ASSERT_TRUE(WIFSIGNALED(status)) << "writer ended by itself with " << WEXITSTATUS(status);
+        while (child.Read(0)) {
+        }
+        ::close(child.out);
+
+        const std::string settings = dir.Read("Config/CommonSetting.ini");
+        ASSERT_EQ(settings.rfind(notes, 0), 0u);
+        EXPECT_EQ(ProfileIni::Lookup(settings, "COMMON", "Mac").second, "00-11-22-33-44-55");
+        for (int n = 0; n < 16; ++n) {
+            const std::string key = "Index" + std::to_string(n);
+            if (ProfileIni::Lookup(settings, "COM", key).first) {
+                ASSERT_TRUE(ProfileIni::Lookup(settings, "THREADSTATUS", key).first) << key;
+                EXPECT_EQ(ProfileIni::Lookup(settings, "COM", key).second,
+                          "Diag  [COMMON] Mac=0 (COM" + std::to_string(n + 1) + ")");
+            }
+        }
+        // Killed before its first save, a writer may have written nothing at all.
+        const std::string counters =
+            std::filesystem::exists(dir.File("Config/TestResult.ini")) ? dir.Read("Config/TestResult.ini") : "";
+        const auto saved = ProfileIni::ReadIntFrom(counters, "total", "NUM", total);
+        const auto fail = ProfileIni::ReadIntFrom(counters, "fail", "NUM", 0);
+        // The last reported total is on disk; the next one may be too.
+        const std::uint32_t reported = child.LastTotal(total);
+        EXPECT_GE(saved, reported) << counters;
+        EXPECT_LE(saved, reported + 1) << counters;
+        EXPECT_LE(fail, saved);
+        total = saved;
+        const auto lines = static_cast<std::uint32_t>(ReadJobHistory(dir.File("TestLog")).jobs.size());
+        EXPECT_GE(lines, saved);
+        EXPECT_LE(lines, saved + 1);
+    }
+    // The next start counts the job in flight, so the two agree again.
+    platform::ManualClock clock;
+    HeadlessConsoleUi ui;
+    Station st(test::FixedOptions(dir.Path()), clock, ui);
+    ASSERT_EQ(st.settingsStore.SettingsLoad(), 1);
+    EXPECT_EQ(st.statistics.Total(), ReadJobHistory(dir.File("TestLog")).jobs.size());
+    // Three rounds in four wait for a count, so each of them adds at least one job; more
+    // depends on the machine's speed, which a test must not.
+    EXPECT_GE(total, 150u);
+    RecordProperty("temporaries_seen", temporariesSeen);
+}
+
+}  // namespace
+}  // namespace quorvel::app
