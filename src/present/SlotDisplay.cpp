@@ -20,6 +20,18 @@ std::string Format(const char* fmt, Args... args) {
 bool Contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
+
+app::SlotPhase PhaseOf(SlotStage stage) {
+    switch (stage) {
+        case SlotStage::IDLE: return app::SlotPhase::IDLE;
+        case SlotStage::FLASHING:
+        case SlotStage::SWITCHING: return app::SlotPhase::FLASHING;
+        case SlotStage::PASS: return app::SlotPhase::PASS;
+        case SlotStage::FAIL: return app::SlotPhase::FAIL;
+        case SlotStage::INTERRUPTED: return app::SlotPhase::INTERRUPTED;
+    }
+    return app::SlotPhase::IDLE;
+}
 }  // namespace
 
 void FillBoundRow(app::Station& station, int slot, app::SlotRow& row) {
@@ -42,29 +54,43 @@ SlotDisplay::SlotDisplay(app::Station& station) : station_(station) {}
 // formats escape it for a second formatting pass.
 std::string SlotDisplay::ComposeLocked(int row) const {
     const auto& lang = station_.language;
-    if (done_ == kUnknown || total_ == kUnknown) {
-        if (Contains(status_, lang.ChooseText(app::texts::kStatusDownloadComplete))) {
+    const SlotState& s = state_;
+    if (s.done == kUnknown || s.total == kUnknown) {
+        if (Contains(s.status, lang.ChooseText(app::texts::kStatusDownloadComplete))) {
             const auto start = station_.slots.startTime.at(static_cast<std::size_t>(row & 0xF)).load();
             const double elapsed = static_cast<double>(station_.clock.WallSeconds() - start);
             const double speed = station_.validatedMegabytes.load() / (elapsed - 10);
-            if (speed > 0 && speed < 20) return Format("%s(%u%%)(%.2f MB/s)", status_.c_str(), percent_, speed);
-            return Format("%s(%u%%)", status_.c_str(), percent_);
+            if (speed > 0 && speed < 20) return Format("%s(%u%%)(%.2f MB/s)", s.status.c_str(), s.percent, speed);
+            return Format("%s(%u%%)", s.status.c_str(), s.percent);
         }
-        if (Contains(status_, lang.ChooseText(app::texts::kStatusMemoryTesting))) return status_;
-        return Format("%s(%u%%)", status_.c_str(), percent_);
+        if (Contains(s.status, lang.ChooseText(app::texts::kStatusMemoryTesting))) return s.status;
+        return Format("%s(%u%%)", s.status.c_str(), s.percent);
     }
-    if (total_ < 100) return Format("%s(%d/%d)(%u%%)", status_.c_str(), done_, total_, percent_);
-    return Format("%s(%.2lf/%.2lfM)(%u%%)", status_.c_str(), done_ / 1024.0 / 1024.0, total_ / 1024.0 / 1024.0,
-                  percent_);
+    if (s.total < 100) return Format("%s(%d/%d)(%u%%)", s.status.c_str(), s.done, s.total, s.percent);
+    return Format("%s(%.2lf/%.2lfM)(%u%%)", s.status.c_str(), s.done / 1024.0 / 1024.0, s.total / 1024.0 / 1024.0,
+                  s.percent);
 }
 
 void SlotDisplay::ShowComposedLocked(int row) {
     const std::string text = ComposeLocked(row);
-    const int position = static_cast<int>(percent_);
+    const int position = static_cast<int>(state_.percent);
     station_.slotList.EditRow(row, [&](app::SlotRow& r) {
         r.progress.position = position;
         r.progress.text = text;
         r.progress.visible = true;
+    });
+}
+
+void SlotDisplay::ShowStageLocked(int row) {
+    const SlotState& s = state_;
+    const bool verdict = s.stage == SlotStage::PASS || s.stage == SlotStage::FAIL;
+    station_.slotList.EditRow(row, [&](app::SlotRow& r) {
+        r.phase = PhaseOf(s.stage);
+        if (!verdict) return;
+        r.progress.barColourFrom = s.stage == SlotStage::PASS ? kColourGreen : kColourRed;
+        r.progress.textColour = app::kBlack;
+        r.passCount = s.passCount;
+        r.jobCount = s.jobCount;
     });
 }
 
@@ -77,33 +103,35 @@ platform::LResult SlotDisplay::HandleProgress(platform::WParam wParam, platform:
     switch (kind) {
         case 0: {
             const char* text = reinterpret_cast<const char*>(lParam);
-            status_ = text ? text : "";
-            step_ = status_;
-            if (Contains(status_, lang.ChooseText(app::texts::kStatusFormatting)) ||
-                Contains(status_, lang.ChooseText(app::texts::kStatusEnterMeta))) {
-                total_ = kUnknown;
+            state_.status = text ? text : "";
+            state_.step = state_.status;
+            if (Contains(state_.status, lang.ChooseText(app::texts::kStatusFormatting)) ||
+                Contains(state_.status, lang.ChooseText(app::texts::kStatusEnterMeta))) {
+                state_.total = kUnknown;
                 ShowCell(row, app::COL_PROGRESS);
             }
-            if (Contains(status_, lang.ChooseText(app::texts::kStatusSwitchDa)) && row < app::kSlotCount)
-                station_.bindings.SetState(row, app::BIND_DA_BINDED);
-            if (Contains(status_, lang.ChooseText(app::texts::kStatusBindIndex)))
+            if (Contains(state_.status, lang.ChooseText(app::texts::kStatusBindIndex)))
                 station_.slotList.EditRow(row, [](app::SlotRow& r) { r.progress.barColourFrom = kColourPurple; });
             break;
         }
-        case 2: percent_ = value; break;
-        case 3: done_ = value; break;
-        case 4: total_ = value; break;
+        case 2: state_.percent = value; break;
+        case 3: state_.done = value; break;
+        case 4: state_.total = value; break;
         case kProgressOutcome:
             // Not part of the bar's text: the engine's account of the job's end.
             if (const auto* told = reinterpret_cast<const SlotOutcome*>(lParam)) {
-                outcome_.step = told->step;
-                outcome_.error = told->error;
+                state_.outcome.step = told->step;
+                state_.outcome.error = told->error;
             }
+            return 0;
+        case kProgressDaSwitched:
+            state_.daSwitched = true;
+            if (row < app::kSlotCount) station_.bindings.SetState(row, app::BIND_DA_BINDED);
             return 0;
         case 5:
             if (value == 1) {
-                total_ = kUnknown;
-                percent_ = 100;
+                state_.total = kUnknown;
+                state_.percent = 100;
                 CountResultLocked(row, true);
                 return 0;
             }
@@ -119,29 +147,25 @@ platform::LResult SlotDisplay::HandleProgress(platform::WParam wParam, platform:
 }
 
 void SlotDisplay::CountResultLocked(int row, bool passed) {
-    if (passed) ++passCount_;
-    ++jobCount_;
-    outcome_.result = passed ? SlotOutcome::Result::PASSED : SlotOutcome::Result::FAILED;
+    SlotState& s = state_;
+    if (passed) ++s.passCount;
+    ++s.jobCount;
+    s.stage = passed ? SlotStage::PASS : SlotStage::FAIL;
+    s.outcome.result = passed ? SlotOutcome::Result::PASSED : SlotOutcome::Result::FAILED;
     // An engine that gave no account of a failure: its last status is all there is.
-    if (!passed && outcome_.step.empty() && outcome_.error.empty()) outcome_.step = step_;
-    station_.slotList.EditRow(row, [&](app::SlotRow& r) {
-        r.phase = passed ? app::SlotPhase::PASS : app::SlotPhase::FAIL;
-        r.progress.barColourFrom = passed ? kColourGreen : kColourRed;
-        r.progress.textColour = app::kBlack;
-        r.passCount = passCount_;
-        r.jobCount = jobCount_;
-    });
+    if (!passed && s.outcome.step.empty() && s.outcome.error.empty()) s.outcome.step = s.step;
+    ShowStageLocked(row);
     ShowComposedLocked(row);
     SetResult(row,
-              Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, passCount_, jobCount_),
+              Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, s.passCount, s.jobCount),
               passed ? kColourDarkGreen : kColourRed);
 }
 
 platform::LResult SlotDisplay::ShowStep(int row, int step, platform::LParam lParam) {
     if (step < 0 || step > 13) return 0;
     std::unique_lock lk(mutex_);
-    status_ = app::texts::kSprdStepNames[step];
-    if (step != 10 && step != 11) step_ = status_;
+    state_.status = app::texts::kSprdStepNames[step];
+    if (step != 10 && step != 11) state_.step = state_.status;
     switch (step) {
         case 0:
         case 1:
@@ -149,8 +173,8 @@ platform::LResult SlotDisplay::ShowStep(int row, int step, platform::LParam lPar
         case 3:
         case 4:
         case 9: {
-            const int position = static_cast<int>(percent_);
-            const std::string text = status_;
+            const int position = static_cast<int>(state_.percent);
+            const std::string text = state_.status;
             station_.slotList.EditRow(row, [&](app::SlotRow& r) {
                 r.progress.position = position;
                 r.progress.text = text;
@@ -166,7 +190,7 @@ platform::LResult SlotDisplay::ShowStep(int row, int step, platform::LParam lPar
 
 platform::LResult SlotDisplay::ShowSprdProgress(int row, std::uint32_t percent) {
     std::lock_guard g(mutex_);
-    const std::string text = Format("[Step:%s] %s(%u%%)", stepName_.c_str(), status_.c_str(), percent);
+    const std::string text = Format("[Step:%s] %s(%u%%)", state_.sprdStepName.c_str(), state_.status.c_str(), percent);
     station_.slotList.EditRow(row, [&](app::SlotRow& r) {
         r.progress.position = static_cast<int>(percent);
         r.progress.text = text;
@@ -178,7 +202,9 @@ platform::LResult SlotDisplay::ShowSprdProgress(int row, std::uint32_t percent) 
 platform::LResult SlotDisplay::SprdFinished(int row, const SprdPortResult* record) {
     std::lock_guard g(mutex_);
     const bool passed = record && strnlen(record->errorText, sizeof record->errorText) == 0;
-    if (passed && sprdPhase_ == 0 && record->reEnumerate == 1) {
+    SlotState& s = state_;
+    if (passed && s.sprdPhase == 0 && record->reEnumerate == 1) {
+        s.stage = SlotStage::SWITCHING;
         station_.slotList.EditRow(row, [](app::SlotRow& r) {
             r.progress.text = app::texts::kSprdStepNames[13];
             r.progress.visible = true;
@@ -190,21 +216,16 @@ platform::LResult SlotDisplay::SprdFinished(int row, const SprdPortResult* recor
     const std::string error = record ? std::string(record->errorText, strnlen(record->errorText, sizeof record->errorText))
                                      : std::string();
     if (!passed && !error.empty()) barText += ": " + error;
-    if (passed) ++passCount_;
-    ++jobCount_;
+    if (passed) ++s.passCount;
+    ++s.jobCount;
+    s.stage = passed ? SlotStage::PASS : SlotStage::FAIL;
     if (passed)
-        outcome_ = {SlotOutcome::Result::PASSED, "", ""};
+        s.outcome = {SlotOutcome::Result::PASSED, "", ""};
     else
-        outcome_ = {SlotOutcome::Result::FAILED, step_, error.empty() ? app::texts::kReasonNoRecord : error};
-    station_.slotList.EditRow(row, [&](app::SlotRow& r) {
-        r.phase = passed ? app::SlotPhase::PASS : app::SlotPhase::FAIL;
-        r.progress.barColourFrom = passed ? kColourGreen : kColourRed;
-        r.progress.textColour = app::kBlack;
-        r.passCount = passCount_;
-        r.jobCount = jobCount_;
-    });
+        s.outcome = {SlotOutcome::Result::FAILED, s.step, error.empty() ? app::texts::kReasonNoRecord : error};
+    ShowStageLocked(row);
     SetResult(row,
-              Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, passCount_, jobCount_),
+              Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, s.passCount, s.jobCount),
               passed ? kColourDarkGreen : kColourRed);
     station_.slotList.EditRow(row, [&](app::SlotRow& r) { r.progress.text = barText; });
     return 0;
@@ -212,13 +233,13 @@ platform::LResult SlotDisplay::SprdFinished(int row, const SprdPortResult* recor
 
 void SlotDisplay::SetStepName(int, const std::string& name) {
     std::lock_guard g(mutex_);
-    stepName_ = name;
-    if (!name.empty()) step_ = name;
+    state_.sprdStepName = name;
+    if (!name.empty()) state_.step = name;
 }
 
 void SlotDisplay::SetSprdPhase(int phase) {
     std::lock_guard g(mutex_);
-    sprdPhase_ = phase;
+    state_.sprdPhase = phase;
 }
 
 void SlotDisplay::ShowCell(int row, int column) {
@@ -249,42 +270,40 @@ void SlotDisplay::SetResult(int row, const std::string& text, app::Rgb colour) {
     });
 }
 
-std::string SlotDisplay::ResultText(int row) const {
-    return station_.slotList.ResultText(row);
+SlotState SlotDisplay::State() const {
+    std::lock_guard g(mutex_);
+    return state_;
 }
 
-std::uint32_t SlotDisplay::PassCount() const {
+SlotStage SlotDisplay::Stage() const {
     std::lock_guard g(mutex_);
-    return passCount_;
-}
-
-std::uint32_t SlotDisplay::JobCount() const {
-    std::lock_guard g(mutex_);
-    return jobCount_;
+    return state_.stage;
 }
 
 void SlotDisplay::BeginJob(int row) {
     std::lock_guard g(mutex_);
-    outcome_ = {};
-    step_.clear();
-    station_.slotList.EditRow(row, [](app::SlotRow& r) { r.phase = app::SlotPhase::FLASHING; });
+    state_.stage = SlotStage::FLASHING;
+    state_.outcome = {};
+    state_.step.clear();
+    state_.daSwitched = false;
+    ShowStageLocked(row);
 }
 
 SlotOutcome SlotDisplay::Outcome() const {
     std::lock_guard g(mutex_);
-    SlotOutcome outcome = outcome_;
+    SlotOutcome outcome = state_.outcome;
     // No verdict yet (the job ends without one): the step it had reached.
-    if (outcome.result == SlotOutcome::Result::NONE && outcome.step.empty()) outcome.step = step_;
+    if (outcome.result == SlotOutcome::Result::NONE && outcome.step.empty()) outcome.step = state_.step;
     return outcome;
 }
 
 void SlotDisplay::EndJob(int row, const SlotOutcome& outcome, bool interrupted) {
     std::lock_guard g(mutex_);
-    outcome_ = outcome;
-    const app::SlotPhase phase = interrupted                                       ? app::SlotPhase::INTERRUPTED
-                                 : outcome.result == SlotOutcome::Result::PASSED ? app::SlotPhase::PASS
-                                                                                 : app::SlotPhase::FAIL;
-    station_.slotList.EditRow(row, [phase](app::SlotRow& r) { r.phase = phase; });
+    state_.outcome = outcome;
+    state_.stage = interrupted                                       ? SlotStage::INTERRUPTED
+                   : outcome.result == SlotOutcome::Result::PASSED ? SlotStage::PASS
+                                                                   : SlotStage::FAIL;
+    station_.slotList.EditRow(row, [&](app::SlotRow& r) { r.phase = PhaseOf(state_.stage); });
 }
 
 void ShowSlotElapsed(app::Station& station, int slot) {

@@ -1,10 +1,10 @@
 #pragma once
-// A worker's display state of its slot row: interprets the engines' and the
-// worker's progress messages and composes the row's bar and result texts.
+// A slot's row: keeps the slot's state (slots/SlotState) as the engines' and the
+// worker's messages change it, and renders it into the row's bar and result texts.
 // Threads: the message operations (HandleProgress, ShowStep, ShowSprdProgress,
 // SprdFinished, SetStepName) run on the station thread; JobStart's cell updates,
-// SetSprdPhase, ResultText, BeginJob, Outcome and EndJob come from the slot's worker. The fields sit under one
-// lock, the row itself is in the thread-safe slot-list model.
+// SetSprdPhase, BeginJob, State, Outcome and EndJob come from the slot's worker. The
+// state sits under one lock, the row itself is in the thread-safe slot-list model.
 
 #include <cstdint>
 #include <mutex>
@@ -12,7 +12,7 @@
 
 #include "present/SlotListModel.h"
 #include "engines/EngineInterfaces.h"
-#include "slots/SlotOutcome.h"
+#include "slots/SlotState.h"
 
 namespace quorvel::app {
 class Station;
@@ -26,7 +26,6 @@ inline constexpr app::Rgb kColourGreen = app::MakeRgb(0, 255, 0);
 inline constexpr app::Rgb kColourDarkGreen = app::MakeRgb(52, 107, 36);
 inline constexpr app::Rgb kColourPurple = app::MakeRgb(102, 51, 153);
 inline constexpr app::Rgb kColourGrey = 0x808080;
-inline constexpr std::uint32_t kUnknown = 0xFFFFFFFFu;
 inline constexpr int kIconPort = app::kIconSocket;
 inline constexpr int kIconDevice = app::kIconPhone;
 
@@ -53,11 +52,10 @@ public:
     void ShowCell(int row, int column);
     void HideCell(int row, int column);
     void SetResult(int row, const std::string& text, app::Rgb colour);
-    std::string ResultText(int row) const;
 
-    // Counters of this slot since start-up, and the bar position (for the views and tests).
-    std::uint32_t PassCount() const;
-    std::uint32_t JobCount() const;
+    // The slot's state: what the worker's decisions read.
+    SlotState State() const;
+    SlotStage Stage() const;
 
     // The worker's job begins: the outcome starts empty and the row shows a flash.
     void BeginJob(int row);
@@ -71,19 +69,12 @@ private:
     std::string ComposeLocked(int row) const;
     void ShowComposedLocked(int row);
     void CountResultLocked(int row, bool passed);
+    // The row's phase and counts for the state's stage.
+    void ShowStageLocked(int row);
 
     app::Station& station_;
     mutable std::mutex mutex_;
-    std::string status_;
-    std::string stepName_;
-    std::uint32_t done_ = 0;
-    std::uint32_t total_ = 0;
-    std::uint32_t percent_ = 100;
-    std::uint32_t passCount_ = 0;
-    std::uint32_t jobCount_ = 0;
-    int sprdPhase_ = 0;
-    std::string step_;  // the step the engine last announced, for the outcome
-    SlotOutcome outcome_;
+    SlotState state_;  // under mutex_
 };
 
 // The slot timer's tick: column 3 = time since the slot's job started, "%H:%M:%S".

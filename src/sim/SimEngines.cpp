@@ -254,6 +254,7 @@ int RunMtkStyleJob(app::Station& station, platform::MessageWindow& window, Cance
     if (daSwitch && p.switchPort) {
         step = kStepDaSwitch;
         if (!wait.Pause(setupMs)) return fail(true, "");
+        value(kProgressDaSwitched, 0);
         status(choose(app::texts::kStatusSwitchDa));
         registry.NotifySwitch({SwitchEvent::MTK_TO_DA, app::FieldText(device.instanceId), 0, slot});
         if (failsAt(1)) return fail(false, "the download agent did not answer on its port");

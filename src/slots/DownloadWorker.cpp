@@ -11,12 +11,6 @@
 
 namespace quorvel::engine {
 
-namespace {
-bool Contains(const std::string& text, const char* part) {
-    return text.find(part) != std::string::npos;
-}
-}  // namespace
-
 // ---- events ----
 
 void WorkerEvents::Set(Event e) {
@@ -468,13 +462,13 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
         sprd_->StartOnePortWork(n, 0);
         bool switched = false, failed = false;
         for (int polls = 1;; ++polls) {
-            const std::string text = display_.ResultText(slot);
+            const SlotStage stage = display_.Stage();
             if (!events_.Pause(500)) break;
-            if (Contains(text, app::texts::kResultOnSwitch)) {
+            if (stage == SlotStage::SWITCHING) {
                 switched = true;
                 break;
             }
-            if (Contains(text, app::texts::kResultFail) || polls == 26) {
+            if (stage == SlotStage::FAIL || polls == 26) {
                 failed = true;
                 break;
             }
@@ -483,7 +477,7 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
         // The last reading is half a second old: an engine that switched the phone since,
         // before it was stopped, sends it to its download port all the same. Counted
         // failed here, it would be served there as a new phone and counted again.
-        if (failed && Contains(display_.ResultText(slot), app::texts::kResultOnSwitch)) {
+        if (failed && display_.Stage() == SlotStage::SWITCHING) {
             failed = false;
             switched = true;
         }
@@ -501,13 +495,13 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
     firstPhase = true;
     bool failed = false;
     for (;;) {
-        const std::string text = display_.ResultText(slot);
+        const SlotStage stage = display_.Stage();
         if (!events_.Pause(5000)) {
             failed = true;
             break;
         }
-        if (Contains(text, app::texts::kResultPass)) break;
-        if (Contains(text, app::texts::kResultFail) || station_.bindings.State(slot) != app::BIND_BUSY) {
+        if (stage == SlotStage::PASS) break;
+        if (stage == SlotStage::FAIL || station_.bindings.State(slot) != app::BIND_BUSY) {
             failed = true;
             break;
         }

@@ -13,6 +13,16 @@
 // or never begins.
 // Start never waits for the previous run's thread: if it still finishes a job, it
 // is kept and simply not stopped.
+// Lock order (a lock is only taken while holding those above it):
+//   1. handOverLock_  the manager takes every worker's, in worker order, under its own
+//                     state lock (HoldJobSteps); held across the binding table's locks
+//   2. countLock_     held across the statistics store's lock; never with flagLock_
+//   3. flagLock_
+//   4. deviceLock_
+//   5. events_'s own  innermost: WorkerEvents calls nothing out
+// The display's lock (display_) is never taken under any of them. The manager's Stop
+// cancels engine jobs with every handOverLock_ held: an engine's CancelTask must not
+// wait for its job.
 
 #include <array>
 #include <atomic>

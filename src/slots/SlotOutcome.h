@@ -21,5 +21,9 @@ struct SlotOutcome {
 // Message 6028 kind carrying a job's step and reason: lParam is a `const SlotOutcome*`,
 // sent (never posted) just before the kind-5 verdict, so the pointer stays valid.
 inline constexpr std::uint32_t kProgressOutcome = 6;
+// Message 6028 kind telling that the job switched its phone to DA mode (lParam 0), sent
+// just before the status that says so: the slot becomes DA_BINDED by this, in any
+// language, never by the status's words.
+inline constexpr std::uint32_t kProgressDaSwitched = 7;
 
 }  // namespace quorvel::engine

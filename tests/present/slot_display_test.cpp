@@ -92,19 +92,22 @@ TEST_F(SlotDisplayTest, PassAfterKnownTotalSwitchesToPercentFormAndCounts) {
     EXPECT_EQ(Result().textColour, kColourRed);
     Value(5, 7);  // neither pass nor fail
     EXPECT_EQ(Result().text, "FAIL(1/2)");
-    EXPECT_EQ(display.JobCount(), 2u);
+    EXPECT_EQ(display.State().jobCount, 2u);
     EXPECT_EQ(fx.station->slotList.Row(1).passCount, 1u);  // the counts the bench tiles show
     EXPECT_EQ(fx.station->slotList.Row(1).jobCount, 2u);
 }
 
-TEST_F(SlotDisplayTest, StatusTextsChangeStateAndColourOnlyInTheCurrentLanguage) {
+// The binding state follows the engine's DA-switch report, never a status's words.
+TEST_F(SlotDisplayTest, DaSwitchSetsBindStateAndStatusTextsOnlyColour) {
     auto& st = *fx.station;
     st.bindings.SetState(1, app::BIND_BUSY);
     st.language.SetLanguageId(1033);  // Chinese chosen
     Status("Switch DA Port Success...");
-    EXPECT_EQ(st.bindings.State(1), app::BIND_BUSY);
     Status("端口切换完成...");
+    EXPECT_EQ(st.bindings.State(1), app::BIND_BUSY);
+    Value(kProgressDaSwitched, 0);
     EXPECT_EQ(st.bindings.State(1), app::BIND_DA_BINDED);
+    EXPECT_TRUE(display.State().daSwitched);
     st.language.SetLanguageId(1034);
     Status("Bind Index and Port Success...");
     EXPECT_EQ(st.slotList.Row(1).progress.barColourFrom, kColourPurple);
@@ -123,16 +126,19 @@ TEST_F(SlotDisplayTest, SprdStepsProgressAndFinish) {
     finish();
     EXPECT_EQ(Result(2).text, "OnSwith");
     EXPECT_EQ(Bar(2), "Enumerating port");
-    EXPECT_EQ(display.JobCount(), 0u);
+    EXPECT_EQ(display.Stage(), SlotStage::SWITCHING);  // what the first phase waits for
+    EXPECT_EQ(display.State().jobCount, 0u);
 
     display.SetSprdPhase(1);  // phase 2: a re-enumerate value still counts as a pass
     finish();
     EXPECT_EQ(Result(2).text, "PASS(1/1)");
     EXPECT_EQ(Bar(2), "Passed");
+    EXPECT_EQ(display.Stage(), SlotStage::PASS);
 
     display.SprdFinished(2, nullptr);  // no record at all: failed, without a reason
     EXPECT_EQ(Result(2).text, "FAIL(1/2)");
     EXPECT_EQ(Bar(2), "Failed");
+    EXPECT_EQ(display.Stage(), SlotStage::FAIL);
 }
 
 // The outcome comes from what the engines tell, never from the row's texts: the MTK

@@ -67,7 +67,7 @@ TEST(EngineConcurrency, SixteenSlotsOfEveryPlatformCountEveryJob) {
         }
     }
     for (int slot = 0; slot < kSlots; ++slot)
-        EXPECT_EQ(h.manager->WorkerAt(slot)->Display().JobCount(), static_cast<std::uint32_t>(kRounds)) << slot;
+        EXPECT_EQ(h.manager->WorkerAt(slot)->Display().State().jobCount, static_cast<std::uint32_t>(kRounds)) << slot;
     const std::string file = h.fx.dir.File("Config/TestResult.ini");
     EXPECT_EQ(platform::ProfileIni::ReadInt(file, "total", "NUM", 0), kSlots * kRounds);
     EXPECT_EQ(platform::ProfileIni::ReadInt(file, "fail", "NUM", 0), expectedFail);

@@ -381,7 +381,7 @@ TEST(DownloadWorkerJobs, TheDaFormOfAServedPhoneIsNeverServedAgain) {
         EngineHarness h(2);
         h.StartStation();
         h.HandOver(1, h.Device(app::EVENT_MTK, "MTK PreLoader (COM2)", "USB\\VID_0E8D&PID_2000\\1-1.2:1.0"));
-        // The engine's "Switch DA Port Success..." marks the slot DA_BINDED.
+        // The engine's DA switch marks the slot DA_BINDED.
         ASSERT_TRUE(h.RunUntil([&] { return h.State(1) == app::BIND_DA_BINDED; }));
         const auto da = h.Device(app::EVENT_MTK, "MTK DA USB VCOM (COM2)", "p");
         if (duringJob) {

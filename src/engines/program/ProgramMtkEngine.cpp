@@ -58,6 +58,8 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
             window.Post(app::MSG_SLOT_PROGRESS, PackProgress(kind, row), static_cast<platform::LParam>(v));
     };
     auto choose = [&](const app::LangText& t) { return context.station.language.ChooseText(t); };
+    // The slot's binding state follows this, not the status text after it.
+    auto daSwitched = [&] { window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kProgressDaSwitched, row), 0); };
 
     const BenchPhone phone(context, instanceId, 0, job);
     JobOutcome outcome{JobOutcome::FAULT, makeError};
@@ -77,6 +79,7 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
             switch (e.type) {
                 case protocol::Event::STATUS:
                     step = StatusText(false, e);
+                    if (e.key == "da_switched") daSwitched();
                     status(StatusText(context.station.language.ChineseChosen(), e));
                     break;
                 case protocol::Event::PROGRESS: {
@@ -95,6 +98,7 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
                 }
                 case protocol::Event::SWITCH:
                     if (daSwitch) {
+                        daSwitched();
                         status(choose(app::texts::kStatusSwitchDa));
                         context.NotifySwitch({SwitchEvent::MTK_TO_DA, instanceId, 0, slot});
                     }
