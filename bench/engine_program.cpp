@@ -93,7 +93,7 @@ int main(int argc, char** argv) {
     engine::DownloadManager manager(station, loop, sims);
     for (int i = 0; i < kSlots; ++i) {
         app::HubPortEntry entry{};
-        std::snprintf(entry.hubId, sizeof entry.hubId, "hub%d", i / 4);
+        entry.hubId = "hub" + std::to_string(i / 4);
         entry.port = static_cast<std::uint32_t>(i % 4 + 1);
         manager.AddWorker(entry);
     }
@@ -116,7 +116,7 @@ int main(int argc, char** argv) {
             engine::ProgramMtkEngine engine(context, loop, sims.MakeMtk(loop));
             engine.SetDLPara(i, 0, 0, 0, 0, 0, 0, 0, "", "", "", 0, 0, 0);
             app::DeviceInfo device{};
-            app::CopyField(device.friendlyName, "Phone (COM" + std::to_string(i + 1) + ")");
+            device.friendlyName = "Phone (COM" + std::to_string(i + 1) + ")";
             engine.SetDeviceInfo(&device);
             results[static_cast<std::size_t>(i)] = engine.DLOperationStart();
         });

@@ -15,9 +15,9 @@ using app::kSlotCount;
 app::DeviceInfo PortBinding::InfoOf(const DeviceEventRecord& r) {
     app::DeviceInfo info{};
     info.type = r.kind;
-    app::CopyField(info.friendlyName, app::FieldText(r.friendlyName));
-    app::CopyField(info.location, app::FieldText(r.location));
-    app::CopyField(info.instanceId, app::FieldText(r.instanceId));
+    info.friendlyName = app::FieldText(r.friendlyName);
+    info.location = app::FieldText(r.location);
+    info.instanceId = app::FieldText(r.instanceId);
     return info;
 }
 
@@ -49,11 +49,11 @@ platform::LResult PortBinding::OnDeviceEvent(const DeviceEventRecord& record) {
 
 void PortBinding::OnMtkEvent(const DeviceEventRecord& record) {
     const app::DeviceInfo info = InfoOf(record);
-    const PidClass c = ClassOf(app::FieldText(info.instanceId));
-    Log(app::FieldText(info.friendlyName));
+    const PidClass c = ClassOf(info.instanceId);
+    Log(info.friendlyName);
     if (c != PID_OTHER) {
         if (record.arrived) {
-            probe_.Probe(app::FieldText(info.friendlyName));  // only lets the port settle
+            probe_.Probe(info.friendlyName);  // only lets the port settle
             if (!HasBinded_MTK(info)) {
                 if (c == PID_BROM) {
                     Log("Bind_MTKDev_LS run ");
@@ -75,9 +75,9 @@ void PortBinding::OnMtkEvent(const DeviceEventRecord& record) {
 
 void PortBinding::OnSerialEvent(const DeviceEventRecord& record, bool portCheck) {
     const app::DeviceInfo info = InfoOf(record);
-    Log(app::FieldText(info.friendlyName));
+    Log(info.friendlyName);
     if (record.arrived) {
-        const bool ready = probe_.Probe(app::FieldText(info.friendlyName));
+        const bool ready = probe_.Probe(info.friendlyName);
         if (portCheck && !ready) return;
         if (!HasBinded_SPRD(info)) {
             Bind_SPRDDev(info);
@@ -105,7 +105,7 @@ void PortBinding::ForgetPortElsewhere(int slot, const app::DeviceInfo& info) {
     // Port numbers are reused lowest-free: a slot whose phone has gone must not keep
     // the number that now belongs to this phone, or SPRD messages keyed by it
     // ("(COM%d)") would reach that slot.
-    const std::string name = app::FieldText(info.friendlyName);
+    const std::string& name = info.friendlyName;
     if (!NamesSerialPort(name)) return;
     const std::string port = name.substr(name.rfind("(COM"));
     for (int i = 0; i < kSlotCount; ++i) {
@@ -120,8 +120,8 @@ void PortBinding::ForgetPortElsewhere(int slot, const app::DeviceInfo& info) {
 }
 
 bool PortBinding::HasBinded_MTK(const app::DeviceInfo& info) {
-    const std::string location = app::FieldText(info.location);
-    const PidClass c = ClassOf(app::FieldText(info.instanceId));
+    const std::string& location = info.location;
+    const PidClass c = ClassOf(info.instanceId);
     BindingTable& t = station_.bindings;
     for (int i = 0; i < kSlotCount; ++i) {
         const auto e = t.Get(i);
@@ -143,7 +143,7 @@ bool PortBinding::HasBinded_MTK(const app::DeviceInfo& info) {
 // worker owns the slot's state, and its job's BUSY is never written over.
 
 bool PortBinding::Bind_MTKDev_LS(const app::DeviceInfo& info) {
-    const std::string location = app::FieldText(info.location);
+    const std::string& location = info.location;
     BindingTable& t = station_.bindings;
     for (int i = 0; i < kSlotCount; ++i)
         if (t.LsLocation(i) == location) return false;
@@ -163,8 +163,8 @@ bool PortBinding::Bind_MTKDev_LS(const app::DeviceInfo& info) {
 }
 
 bool PortBinding::Bind_MTKDev_HS(const app::DeviceInfo& info) {
-    const std::string location = app::FieldText(info.location);
-    const PidClass c = ClassOf(app::FieldText(info.instanceId));
+    const std::string& location = info.location;
+    const PidClass c = ClassOf(info.instanceId);
     BindingTable& t = station_.bindings;
     for (int i = 0; i < kSlotCount; ++i) {
         if (t.HsLocation(i) != location) continue;
@@ -188,7 +188,7 @@ bool PortBinding::Bind_MTKDev_HS(const app::DeviceInfo& info) {
 }
 
 bool PortBinding::HasBinded_SPRD(const app::DeviceInfo& info) {
-    const std::string location = app::FieldText(info.location);
+    const std::string& location = info.location;
     BindingTable& t = station_.bindings;
     for (int i = 0; i < kSlotCount; ++i) {
         if (t.HsLocation(i) != location) continue;
@@ -206,7 +206,7 @@ bool PortBinding::HasBinded_SPRD(const app::DeviceInfo& info) {
 }
 
 bool PortBinding::Bind_SPRDDev(const app::DeviceInfo& info) {
-    const std::string location = app::FieldText(info.location);
+    const std::string& location = info.location;
     BindingTable& t = station_.bindings;
     for (int i = 0; i < kSlotCount; ++i)
         if (t.HsLocation(i) == location) return true;
@@ -224,12 +224,12 @@ bool PortBinding::SignalRemoval(const app::DeviceInfo& gone) {
     // Matched by name as always, and also by instance ID where both are known: the
     // ID names the socket, so a slot still holding a gone phone's name (a reused port
     // number on another socket) cannot take this phone's removal.
-    const std::string name = app::FieldText(gone.friendlyName);
-    const std::string id = app::FieldText(gone.instanceId);
+    const std::string& name = gone.friendlyName;
+    const std::string& id = gone.instanceId;
     for (int i = 0; engine::DownloadWorker* w = manager_.WorkerAt(i); ++i) {
         const app::DeviceInfo held = w->Device();
-        if (strcasecmp(app::FieldText(held.friendlyName).c_str(), name.c_str()) != 0) continue;
-        const std::string heldId = app::FieldText(held.instanceId);
+        if (strcasecmp(held.friendlyName.c_str(), name.c_str()) != 0) continue;
+        const std::string& heldId = held.instanceId;
         if (!id.empty() && !heldId.empty() && heldId != id) continue;
         w->NotifyDevice(engine::NOTIFY_REMOVED, "");
         return true;

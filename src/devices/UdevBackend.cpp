@@ -224,7 +224,7 @@ std::vector<app::HubPortEntry> UdevBackend::EnumerateHubPorts() {
     for (const auto& [id, n] : hubs)
         for (int p = 1; p <= n; ++p) {
             app::HubPortEntry e{};
-            app::CopyField(e.hubId, id);
+            e.hubId = id;
             e.port = static_cast<std::uint32_t>(p);
             ports.push_back(e);
         }
@@ -247,9 +247,9 @@ std::vector<app::DeviceInfo> UdevBackend::EnumeratePreloaderDevices() {
         if (!HubPortOf(d, hub, port)) return;
         app::DeviceInfo info{};
         info.type = app::EVENT_MTK;
-        app::CopyField(info.friendlyName, *name);
-        app::CopyField(info.location, Text(udev_device_get_syspath(d)));
-        app::CopyField(info.hubPort.hubId, InstanceIdOf(hub));
+        info.friendlyName = *name;
+        info.location = Text(udev_device_get_syspath(d));
+        info.hubPort.hubId = InstanceIdOf(hub);
         info.hubPort.port = port;
         found.push_back(info);
     });

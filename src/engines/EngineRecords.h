@@ -1,6 +1,7 @@
 #pragma once
-// Fixed-layout records exchanged with the vendor engines. Their layouts are fixed
-// by the engines, so each carries a compile-time size and offset check.
+// The records exchanged with the engines. Those with a fixed layout carry a
+// compile-time size and offset check; their char fields are read and written here, at
+// the engines' edge, and nowhere else.
 
 #include <cstddef>
 #include <cstdint>
@@ -23,32 +24,27 @@ std::string FieldText(const char (&field)[N]) {
     return std::string(field, strnlen(field, N));
 }
 
-// One downstream port of a USB hub.
+// One downstream port of a USB hub: the hub's instance ID and the 1-based port. Equal
+// when both are, the ID compared exactly.
 struct HubPortEntry {
-    char hubId[260];
-    std::uint32_t port;  // 1-based
+    std::string hubId;
+    std::uint32_t port = 0;
+    bool operator==(const HubPortEntry&) const = default;
 };
-static_assert(sizeof(HubPortEntry) == 264);
-inline bool operator==(const HubPortEntry& a, const HubPortEntry& b) {
-    return std::strncmp(a.hubId, b.hubId, sizeof a.hubId) == 0 && a.port == b.port;
-}
 
 // The device kinds of EventKind.
 enum EventKind : std::uint32_t { EVENT_MTK = 2, EVENT_SPRD = 3, EVENT_CFG = 4 };
 
-// One plugged-in phone, handed to a worker and to the MTK engines.
+// One plugged-in phone, handed to a worker and to the MTK engines. A value: no engine
+// outside the station reads its bytes (an engine program gets the phone on its command
+// line), so its texts are kept whole.
 struct DeviceInfo {
-    std::uint32_t type;  // EventKind
-    char friendlyName[260];
-    char location[260];
-    char instanceId[260];
-    HubPortEntry hubPort;
+    std::uint32_t type = 0;  // EventKind
+    std::string friendlyName;
+    std::string location;
+    std::string instanceId;
+    HubPortEntry hubPort;  // of a phone found at start-up; empty otherwise
 };
-static_assert(sizeof(DeviceInfo) == 1048);
-static_assert(offsetof(DeviceInfo, friendlyName) == 4);
-static_assert(offsetof(DeviceInfo, location) == 264);
-static_assert(offsetof(DeviceInfo, instanceId) == 524);
-static_assert(offsetof(DeviceInfo, hubPort) == 784);
 
 // One file of an SPRD package as the SPRD engine takes it.
 struct DlFileInfo {  // _DLFILE_INFO

@@ -328,7 +328,7 @@ std::vector<app::HubPortEntry> SimBench::EnumerateHubPorts() {
     std::vector<app::HubPortEntry> ports;
     for (int s = 0; s < SocketCount(); ++s) {
         app::HubPortEntry e{};
-        app::CopyField(e.hubId, HubName(s, true));
+        e.hubId = HubName(s, true);
         e.port = static_cast<std::uint32_t>(s % socketsPerHub_ + 1);
         ports.push_back(e);
     }
@@ -342,9 +342,9 @@ std::vector<app::DeviceInfo> SimBench::EnumeratePreloaderDevices() {
         if (phone.mode != PhoneMode::PRELOADER || !phone.present) continue;
         app::DeviceInfo info{};
         info.type = app::EVENT_MTK;
-        app::CopyField(info.friendlyName, FriendlyNameOf(phone));
-        app::CopyField(info.location, InstanceIdOf(socket, phone));
-        app::CopyField(info.hubPort.hubId, HubName(socket, true));
+        info.friendlyName = FriendlyNameOf(phone);
+        info.location = InstanceIdOf(socket, phone);
+        info.hubPort.hubId = HubName(socket, true);
         info.hubPort.port = static_cast<std::uint32_t>(socket % socketsPerHub_ + 1);
         found.push_back(info);
     }

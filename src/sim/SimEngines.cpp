@@ -215,7 +215,7 @@ constexpr const char* kStepDownload = "Downloading";
 int RunMtkStyleJob(app::Station& station, platform::MessageWindow& window, CancellableWait& wait,
                    SimPhoneRegistry& registry, int slot, const app::DeviceInfo& device, bool daSwitch,
                    const std::string& package) {
-    const PhoneProfile p = registry.ForDevice(app::FieldText(device.instanceId));
+    const PhoneProfile p = registry.ForDevice(device.instanceId);
     const SimPhoneRegistry::Link link(registry, p.plug, wait);
     const auto row = static_cast<std::uint32_t>(slot);
     auto status = [&](const std::string& text) {
@@ -256,7 +256,7 @@ int RunMtkStyleJob(app::Station& station, platform::MessageWindow& window, Cance
         if (!wait.Pause(setupMs)) return fail(true, "");
         value(kProgressDaSwitched, 0);
         status(choose(app::texts::kStatusSwitchDa));
-        registry.NotifySwitch({SwitchEvent::MTK_TO_DA, app::FieldText(device.instanceId), 0, slot});
+        registry.NotifySwitch({SwitchEvent::MTK_TO_DA, device.instanceId, 0, slot});
         if (failsAt(1)) return fail(false, "the download agent did not answer on its port");
     }
 
@@ -296,7 +296,7 @@ void SimMtkEngine::SetDeviceInfo(app::DeviceInfo* device) {
 int SimMtkEngine::DLOperationStart() {
     const int r = RunMtkStyleJob(station_, window_, wait_, registry_, slot_, device_, true,
                                  SimPackageProblem(station_.package.scatterFilePath));
-    registry_.JobResult(registry_.ForDevice(app::FieldText(device_.instanceId)).plug, r != 0);
+    registry_.JobResult(registry_.ForDevice(device_.instanceId).plug, r != 0);
     return r;
 }
 
@@ -362,7 +362,7 @@ void SimFpEngine::SetDLPara(int threadIndex) {
 int SimFpEngine::MTKFP_OperationStart() {
     const int r = RunMtkStyleJob(station_, window_, wait_, registry_, slot_, device_, false,
                                  SimPackageProblem(station_.package.cfgFilePath));
-    registry_.JobResult(registry_.ForDevice(app::FieldText(device_.instanceId)).plug, r != 0);
+    registry_.JobResult(registry_.ForDevice(device_.instanceId).plug, r != 0);
     return r;
 }
 

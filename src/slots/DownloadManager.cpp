@@ -113,7 +113,7 @@ void DownloadManager::AcceptDeviceByHubPort(const app::DeviceInfo& device) {
 
 bool DownloadManager::SignalRemoval(const std::string& friendlyName) {
     for (auto& w : workers_)
-        if (strcasecmp(app::FieldText(w->Device().friendlyName).c_str(), friendlyName.c_str()) == 0) {
+        if (strcasecmp(w->Device().friendlyName.c_str(), friendlyName.c_str()) == 0) {
             w->NotifyDevice(NOTIFY_REMOVED, "");
             return true;
         }

@@ -110,10 +110,10 @@ bool DownloadWorker::AcceptDevice(const app::DeviceInfo& device, HandOver how) {
         // socket to another phone's slot, whose job then flashes it a second time.
         if (!inJob_) return false;
         if (slotKnown) station_.bindings.SetState(slot, app::BIND_BUSY);
-        NotifyDevice(app::EVENT_MTK, app::FieldText(device.friendlyName));
+        NotifyDevice(app::EVENT_MTK, device.friendlyName);
         return true;
     }
-    const std::string name = app::FieldText(device.friendlyName);
+    const std::string name = device.friendlyName;
     WorkerEvents::Event event;
     switch (device.type) {
         case app::EVENT_SPRD: event = WorkerEvents::SPRD; break;
@@ -212,7 +212,7 @@ void DownloadWorker::NoteUnserved(const app::DeviceInfo& device) {
     if (slot < 0 || slot >= app::kSlotCount || !station_.stationRunning.load() ||
         !station_.slots.rowShown[static_cast<std::size_t>(slot)].load())
         return;
-    const std::string shown = DisplayName(app::FieldText(device.friendlyName)) +
+    const std::string shown = DisplayName(device.friendlyName) +
                               station_.language.ChooseText(app::texts::kNotServedSlotBusy);
     station_.slotList.EditRow(slot, [&](app::SlotRow& r) {
         r.cells[app::COL_DEVICE].text = shown;
@@ -331,7 +331,7 @@ void DownloadWorker::FinishJob(int slot, const char* platform, std::int64_t star
     job.machine = station_.settingsStore.MachineStamp();
     job.slot = slot;
     job.location = station_.bindings.HsLocation(slot);
-    job.port = app::FieldText(Device().friendlyName);
+    job.port = Device().friendlyName;
     job.platform = platform;
     // A machine-readable field: the same words whatever the operator's language.
     job.operation = app::DownloadTypeName(station_.package.downloadType).en;
@@ -397,7 +397,7 @@ bool DownloadWorker::JobStart(int slot, WorkerEvents::Event event) {
     // kept, only now.
     if (draw || !station_.slots.rowShown[s].load()) {
         const app::DeviceInfo device = Device();
-        NotifyDevice(device.type, app::FieldText(device.friendlyName));
+        NotifyDevice(device.type, device.friendlyName);
     }
     station_.slots.startTime[s].store(station_.clock.WallSeconds());
     window_.SetTimer(slot, 1000);
@@ -447,7 +447,7 @@ int DownloadWorker::ExtractComNumber(const std::string& name) {
 void DownloadWorker::SprdJob(bool& firstPhase) {
     const int slot = ThreadIndex();
     if (!JobStart(slot, WorkerEvents::SPRD)) return;
-    const int port = ExtractComNumber(app::FieldText(Device().friendlyName));
+    const int port = ExtractComNumber(Device().friendlyName);
     if (port == -1) {
         DropJob(slot);
         return;

@@ -100,8 +100,8 @@ TEST_F(StationRunE2e, BromPhoneIsBoundByBothLocationsPassesAndKeepsItsSlotAfterA
         p.PressStartStop();
         ASSERT_TRUE(p.Bench().Plug(0, sim::PhoneKind::MTK_BROM, QuickPhone()));
         ASSERT_TRUE(Process::Await([&] { return p.station->statistics.Total() == 3; }));
-        EXPECT_EQ(FieldText(p.run->Manager().WorkerAt(1)->Device().location), hs0);
-        EXPECT_EQ(FieldText(p.run->Manager().WorkerAt(0)->Device().location), "");
+        EXPECT_EQ(p.run->Manager().WorkerAt(1)->Device().location, hs0);
+        EXPECT_EQ(p.run->Manager().WorkerAt(0)->Device().location, "");
         // Unplugging the last phone of an idle run stops the station by itself.
         ASSERT_TRUE(Process::Await([&] { return p.station->bindings.State(1) == BIND_ALL_BINDED; }));
         p.Bench().Unplug(0);

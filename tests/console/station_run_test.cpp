@@ -160,8 +160,8 @@ TEST_F(StationRunTest, PhonesAlreadyInPreloaderModeGoToTheWorkerOfTheirPort) {
     ASSERT_TRUE(bench.Plug(2, sim::PhoneKind::MTK_PRELOADER, {}));
     run.BuildSlots();
     ASSERT_EQ(run.HubPorts().size(), 4u);
-    EXPECT_EQ(FieldText(run.Manager().WorkerAt(2)->Device().friendlyName), bench.FriendlyNameAt(2));
-    EXPECT_EQ(FieldText(run.Manager().WorkerAt(0)->Device().friendlyName), "");
+    EXPECT_EQ(run.Manager().WorkerAt(2)->Device().friendlyName, bench.FriendlyNameAt(2));
+    EXPECT_EQ(run.Manager().WorkerAt(0)->Device().friendlyName, "");
 }
 
 // Runs a test's hooks on the worker thread: one step before its job begins, and once it

@@ -21,7 +21,7 @@ protected:
     void Workers(int n) {
         for (int i = 0; i < n; ++i) {
             HubPortEntry e{};
-            CopyField(e.hubId, "1-1");
+            e.hubId = "1-1";
             e.port = static_cast<std::uint32_t>(i + 1);
             manager.AddWorker(e);
         }
@@ -39,7 +39,7 @@ protected:
     static DeviceInfo Mtk(const std::string& id, const std::string& location) {
         return PortBinding::InfoOf(Event(id, location, EVENT_MTK));
     }
-    std::string DeviceOf(int slot) { return FieldText(manager.WorkerAt(slot)->Device().instanceId); }
+    std::string DeviceOf(int slot) { return manager.WorkerAt(slot)->Device().instanceId; }
 
     test::ClockDriver driver{f.clock};
     test::RecordingWindow window;

@@ -106,7 +106,7 @@ TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
         p.clock.Sleep(300);
         mock.uevent(tb, Tty(b + "/1-2.3:1.0", "ttyACM1").c_str(), "add");
         ASSERT_TRUE(StationProcess::Await([&] { return p.station->bindings.HsLocation(1) == kB + "PORT3"; }));
-        EXPECT_EQ(FieldText(worker(1)->Device().instanceId), idB);
+        EXPECT_EQ(worker(1)->Device().instanceId, idB);
         EXPECT_EQ(p.station->bindings.ComName(1), "(COM2)MT65xx Preloader ");
 
         // A's job ends; A leaves: its slot hears it, B's does not.

@@ -48,7 +48,7 @@ TEST_F(UdevBackendTest, ABenchGivesOneDevicePerPhoneAtSocketsNamedByPhysicalPath
     // The 1.1 root hub is left out; the others by physical path, never by bus number.
     std::vector<std::string> hubs;
     for (const auto& p : backend.EnumerateHubPorts())
-        if (p.port == 1) hubs.push_back(app::FieldText(p.hubId));
+        if (p.port == 1) hubs.push_back(p.hubId);
     EXPECT_EQ(hubs, (std::vector<std::string>{"USB\\VID_1D6B&PID_0002\\usb1", "USB\\VID_1A40&PID_0101\\1-1",
                                               "USB\\VID_1A40&PID_0101\\1-1.2"}));
     EXPECT_EQ(backend.EnumerateHubPorts().size(), 10u);
@@ -101,8 +101,8 @@ TEST_F(UdevBackendTest, ABenchGivesOneDevicePerPhoneAtSocketsNamedByPhysicalPath
     // Only the vendor's preloader is picked up at start-up.
     const auto pre = backend.EnumeratePreloaderDevices();
     ASSERT_EQ(pre.size(), 1u);
-    EXPECT_EQ(app::FieldText(pre[0].friendlyName), "MT65xx Preloader (COM1)");
-    EXPECT_EQ(app::FieldText(pre[0].hubPort.hubId), "USB\\VID_1A40&PID_0101\\1-1.2");
+    EXPECT_EQ(pre[0].friendlyName, "MT65xx Preloader (COM1)");
+    EXPECT_EQ(pre[0].hubPort.hubId, "USB\\VID_1A40&PID_0101\\1-1.2");
     EXPECT_EQ(pre[0].hubPort.port, 1u);
 }
 

@@ -295,8 +295,8 @@ public:
     void HandOver(int slot, std::uint32_t type, const std::string& name, const std::string& id) {
         app::DeviceInfo d{};
         d.type = type;
-        app::CopyField(d.friendlyName, name);
-        app::CopyField(d.instanceId, id);
+        d.friendlyName = name;
+        d.instanceId = id;
         loop.PostTask([this, slot, d] {
             manager->WorkerAt(slot)->SetThreadIndex(slot);
             manager->WorkerAt(slot)->AcceptDevice(d);

@@ -38,7 +38,7 @@ TEST_F(SimBenchTest, PhonesShowInTheirServiceAndReEnumerateWhenTheEngineSwitches
     EXPECT_EQ(bench.LsLocation(5), "2-2\\PORT2");
     const auto ports = bench.EnumerateHubPorts();
     ASSERT_EQ(ports.size(), 8u);
-    EXPECT_EQ(app::FieldText(ports[5].hubId), "1-2");
+    EXPECT_EQ(ports[5].hubId, "1-2");
     EXPECT_EQ(ports[5].port, 2u);
     EXPECT_EQ(bench.ServiceDevices("wdm_usb"), std::nullopt);  // no device seen yet
     const auto g0 = bench.Changes().Generation();
@@ -114,7 +114,7 @@ TEST_F(SimBenchTest, ComPortsArePseudoTerminalsThatVanishWithThePhone) {
     EXPECT_TRUE(probe.Probe(name));
     const auto pre = bench.EnumeratePreloaderDevices();
     ASSERT_EQ(pre.size(), 1u);
-    EXPECT_EQ(app::FieldText(pre[0].hubPort.hubId), "1-1");
+    EXPECT_EQ(pre[0].hubPort.hubId, "1-1");
     EXPECT_EQ(pre[0].hubPort.port, 1u);
     const int com = devices::PortNumberOf(devices::PortNameOf(name));
     bench.Unplug(0);
@@ -159,7 +159,7 @@ TEST(SimEngineUnplug, APulledPhoneFailsItsRunningJobAtOnceWithoutTimePassing) {
     ASSERT_TRUE(bench.Plug(0, PhoneKind::MTK_BROM, slow));
     engine::SimMtkEngine mtk(*f.station, registry, window);
     app::DeviceInfo device{};
-    app::CopyField(device.instanceId, bench.InstanceIdAt(0));
+    device.instanceId = bench.InstanceIdAt(0);
     mtk.SetDeviceInfo(&device);
     mtk.SetDLPara(0, 0, 0, 0, 0, 0, 0, 0, "", "", "", 0, 0, 0);
     auto job = std::async(std::launch::async, [&] { return mtk.DLOperationStart(); });

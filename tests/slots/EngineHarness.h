@@ -36,7 +36,7 @@ inline void AddBoundWorkers(app::Station& st, engine::DownloadManager& manager, 
         st.bindings.SetComName(i, "Phone (COM" + std::to_string(i + 1) + ")");
         st.bindings.SetState(i, app::BIND_ALL_BINDED);
         app::HubPortEntry entry{};
-        std::snprintf(entry.hubId, sizeof entry.hubId, "hub%d", i / 4);
+        entry.hubId = "hub" + std::to_string(i / 4);
         entry.port = static_cast<std::uint32_t>(i % 4 + 1);
         manager.AddWorker(entry);
     }
@@ -155,8 +155,8 @@ public:
     app::DeviceInfo Device(int type, const std::string& name, const std::string& instanceId) const {
         app::DeviceInfo d{};
         d.type = static_cast<std::uint32_t>(type);
-        app::CopyField(d.friendlyName, name);
-        app::CopyField(d.instanceId, instanceId);
+        d.friendlyName = name;
+        d.instanceId = instanceId;
         return d;
     }
 

@@ -35,7 +35,7 @@ TEST(DownloadManagerTest, AddWorkerFillsBoundRowsAndSharesTheIndexOfAnUnfilledRo
 TEST(DownloadManagerTest, StartUpPickupByHubPortAndRemovalOfTheFirstMatch) {
     EngineHarness h(8);  // hub ids hub0, hub1; ports 1..4
     app::DeviceInfo d = h.Device(app::EVENT_MTK, "Same (COM9)", "x");
-    app::CopyField(d.hubPort.hubId, "hub1");
+    d.hubPort.hubId = "hub1";
     d.hubPort.port = 2;
     h.loop.Call([&] { h.manager->AcceptDeviceByHubPort(d); });
     EXPECT_EQ(h.manager->WorkerAt(5)->ThreadIndex(), 5);

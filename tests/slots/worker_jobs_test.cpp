@@ -41,7 +41,7 @@ public:
     }
     void SetDAPort(int i) override { Log("SetDAPort", i); }
     void SetDownloadType(int t) override { Log("SetDownloadType", t); }
-    void SetDeviceInfo(app::DeviceInfo* d) override { Log("SetDeviceInfo", app::FieldText(d->friendlyName)); }
+    void SetDeviceInfo(app::DeviceInfo* d) override { Log("SetDeviceInfo", d->friendlyName); }
     int DLOperationStart() override {
         Log("DLOperationStart");
         return result;

@@ -30,20 +30,20 @@ void ProgramFpEngine::SetDLPara(int threadIndex) {
 }
 
 int ProgramFpEngine::MTKFP_OperationStart() {
-    const int com = DownloadWorker::ExtractComNumber(app::FieldText(device_.friendlyName));
+    const int com = DownloadWorker::ExtractComNumber(device_.friendlyName);
     const FileRows noFiles;
     JobRequest request;
     std::string error;
     context_.MakeJob(context_.settings.fp, "FP", slot_,
                      {{"port", std::to_string(com)},
                       {"node", SerialNodeOfCom(com)},
-                      {"device", app::FieldText(device_.instanceId)},
-                      {"location", app::FieldText(device_.location)},
+                      {"device", device_.instanceId},
+                      {"location", device_.location},
                       {"package", context_.station.package.cfgFilePath},
                       {"phase", "1"}},
                      {"DownloadType=" + std::to_string(downloadType_)}, &noFiles, request, error);
     return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, false,
-                              app::FieldText(device_.instanceId));
+                              device_.instanceId);
 }
 
 }  // namespace quorvel::engine

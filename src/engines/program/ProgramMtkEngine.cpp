@@ -212,19 +212,19 @@ int ProgramMtkEngine::DLOperationStart() {
     options.push_back(Option("DownloadType", downloadType_));
     options.push_back(Option("DaPort", daPort_));
     if (efuse_) options.insert(options.end(), efuseOptions_.begin(), efuseOptions_.end());
-    const int com = DownloadWorker::ExtractComNumber(app::FieldText(device_.friendlyName));
+    const int com = DownloadWorker::ExtractComNumber(device_.friendlyName);
     const FileRows noFiles;
     JobRequest request;
     std::string error;
     context_.MakeJob(context_.settings.mtk, "MTK", slot_,
                      {{"port", std::to_string(com)},
                       {"node", SerialNodeOfCom(com)},
-                      {"device", app::FieldText(device_.instanceId)},
-                      {"location", app::FieldText(device_.location)},
+                      {"device", device_.instanceId},
+                      {"location", device_.location},
                       {"package", context_.station.package.scatterFilePath},
                       {"phase", "1"}},
                      options, &noFiles, request, error);
-    return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, true, app::FieldText(device_.instanceId));
+    return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, true, device_.instanceId);
 }
 
 int ProgramMtkEngine::PreLoadFiles(char* scatterPath, bool a2, int checksum, int type, app::SpmtkEfuseInfo efuse,
