@@ -20,10 +20,11 @@ for b in start stop settings help; do
 done
 render "$(cat "$art/logo.svg")" 233x88 "$out/logo.png"
 render "$(cat data/icons/quorvel.svg)" 64x64 "$out/quorvel-64.png"
-userdata=$(cat "$art/backdrop.svg")
-plain=$(sed '/<!--userdata-->/,/<!--\/userdata-->/d' "$art/backdrop.svg")
+declare -A backdrop
+backdrop[userdata]=$(cat "$art/backdrop.svg")
+backdrop[plain]=$(sed '/<!--userdata-->/,/<!--\/userdata-->/d' "$art/backdrop.svg")
 for pair in "BRINDLE:plain" "BRINDLE_E:plain" "BRINDLE_USERDATA:userdata" "BRINDLE_USERDATA_E:userdata"; do
   name=${pair%%:*}
   variant=${pair#*:}
-  printf '%s' "${!variant}" | convert -background "#f7fffc" -density 96 svg:- -flatten -type Palette "BMP3:$res/$name.bmp"
+  printf '%s' "${backdrop[$variant]}" | convert -background "#f7fffc" -density 96 svg:- -flatten -type Palette "BMP3:$res/$name.bmp"
 done

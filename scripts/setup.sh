@@ -5,6 +5,7 @@ set -euo pipefail
 
 packages=(
   g++ clang libclang-rt-14-dev cmake ninja-build pkg-config git
+  clang-format clang-tidy shellcheck
   qt6-base-dev libgl-dev libasound2-dev
   libtinyxml2-dev libudev-dev libusb-1.0-0-dev
   libgtest-dev libgmock-dev libbenchmark-dev
