@@ -170,21 +170,37 @@ bool PortBinding::Bind_MTKDev_HS(const app::DeviceInfo& info) {
         if (t.HsLocation(i) != location) continue;
         if (c != PID_DA || t.State(i) != app::BIND_PRELOADER_BINDED) return false;
     }
-    const std::int32_t wanted = c == PID_DA ? app::BIND_DA_BINDED : app::BIND_IDLE;
+    if (c == PID_DA) {
+        const int i = SlotAwaitingDa(location);
+        if (i < 0) return false;
+        // The worker takes it (BUSY) only as part of the job under way.
+        if (!DispatchToSlot(i, info, engine::HandOver::DA_MODE)) return false;
+        t.SetHsLocation(i, location);
+        return true;
+    }
     for (int i = 0; i < kSlotCount; ++i) {
-        if (t.State(i) != wanted || !HasWorker(i)) continue;
-        if (c == PID_DA) {
-            // The worker takes it (BUSY) only as part of the job under way.
-            if (!DispatchToSlot(i, info, engine::HandOver::DA_MODE)) return false;
-            t.SetHsLocation(i, location);
-            return true;
-        }
+        if (t.State(i) != app::BIND_IDLE || !HasWorker(i)) continue;
         t.SetHsLocation(i, location);
         t.SetState(i, app::BIND_PRELOADER_BINDED);
         DispatchToSlot(i, info, engine::HandOver::PLAIN);
         return true;
     }
     return false;
+}
+
+int PortBinding::SlotAwaitingDa(const std::string& location) {
+    // With two phones switched at once, the first DA_BINDED slot by number may not be
+    // this phone's, and a wrong guess is learned as the socket's HS location. Where one
+    // hub serves both speeds, the slot whose phone was on this very socket in BROM mode
+    // is this phone's for certain.
+    BindingTable& t = station_.bindings;
+    int first = -1;
+    for (int i = 0; i < kSlotCount; ++i) {
+        if (t.State(i) != app::BIND_DA_BINDED || !HasWorker(i)) continue;
+        if (t.LsLocation(i) == location) return i;
+        if (first < 0) first = i;
+    }
+    return first;
 }
 
 bool PortBinding::HasBinded_SPRD(const app::DeviceInfo& info) {

@@ -40,6 +40,8 @@ public:
     bool HasBinded_MTK(const app::DeviceInfo& info);
     bool Bind_MTKDev_LS(const app::DeviceInfo& info);
     bool Bind_MTKDev_HS(const app::DeviceInfo& info);
+    // The DA_BINDED slot a DA phone on an unbound HS socket belongs to, or -1.
+    int SlotAwaitingDa(const std::string& location);
     bool HasBinded_SPRD(const app::DeviceInfo& info);
     bool Bind_SPRDDev(const app::DeviceInfo& info);
     // False when slot i has no worker or the worker did not take the device.

@@ -84,6 +84,12 @@ TEST_F(PortBindingTest, DaPhoneSkipsAPreloaderBoundSlotAndTakesTheFirstDaBoundOn
     EXPECT_EQ(Table(3),
               (std::vector<std::string>{"1-1\\PORT1 NA PRELOADER_BINDED", "NA NA IDLE", "NA 2-1\\PORT3 DA_BINDED"}));
     EXPECT_EQ(DeviceOf(2), kDa);  // kept, so its removal finds the worker
+
+    // The slot whose phone was on this very socket in BROM mode (one hub for both speeds)
+    // goes before the first by number: two phones switched at once are not swapped.
+    Bind(3, "NA", BIND_DA_BINDED, "1-1\\PORT1");
+    EXPECT_FALSE(binding.Bind_MTKDev_HS(da));
+    EXPECT_EQ(DeviceOf(3), kDa);
 }
 
 TEST_F(PortBindingTest, BoundSocketsFeedTheirSlotWithoutChangingOrWithBusy) {

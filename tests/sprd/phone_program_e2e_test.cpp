@@ -114,13 +114,11 @@ TEST(SprdPhoneProgram, ServesUnixAndPtyAndReportsOnTerm) {
                  {cmd::START_DATA, start}, {cmd::MIDST_DATA, {1, 2, 3, 4}}, {cmd::END_DATA, {}}, {cmd::EXEC_DATA, {}}})
             EXPECT_EQ(Exchange(fd, EncodeFrame(type, payload, Check::BOOT_ROM_CRC, true), Check::BOOT_ROM_CRC).type, rep::ACK) << type;
         // The phone leaves and comes back on the same path, still running its first loader.
+        // It says "ready" again once back: the old path may linger until it has left.
         ::close(fd);
-        fd = -1;
-        for (int i = 0; i < 100 && fd < 0; ++i) {
-            ::usleep(20000);
-            if (::access(path.c_str(), F_OK) == 0)
-                fd = kind == "unix" ? Connect(path) : ::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-        }
+        phone.out.clear();
+        ASSERT_TRUE(phone.WaitFor("ready " + kind + ":" + path + "\n")) << phone.out;
+        fd = kind == "unix" ? Connect(path) : ::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
         ASSERT_GE(fd, 0);
         ver = Exchange(fd, Bytes(4, kFlag), Check::LOADER_SUM);
         EXPECT_EQ(ver.type, rep::VER);

@@ -26,7 +26,7 @@ namespace {
 
 const char* const kUsage =
     "usage: quorvel-sprd-phone --listen unix:PATH|pty:PATH [options]\n"
-    "  Plays one SPRD phone in download mode; prints \"ready WHERE\" once it listens.\n"
+    "  Plays one SPRD phone in download mode; prints \"ready WHERE\" each time it listens.\n"
     "  --report FILE          at the end (and on SIGTERM) what was written where, as JSON\n"
     "  --dump DIR             also keep every written partition as DIR/NAME.img\n"
     "  --fault NAME[@N]       inject a fault (repeatable): %s\n"
@@ -218,6 +218,11 @@ int main(int argc, char** argv) {
                 ok = endpoint.Pause(static_cast<int>(act.kind == sprd::PhoneAction::RESET ? config.absenceMs : act.ms)) &&
                      endpoint.Open(error);
                 if (!ok && !endpoint.Stopped()) std::fprintf(stderr, "quorvel-sprd-phone: %s\n", error.c_str());
+                if (ok) {
+                    // Back on the path: a host must not mistake the old one for it.
+                    std::printf("ready %s\n", where.c_str());
+                    std::fflush(stdout);
+                }
                 break;
             case sprd::PhoneAction::UNPLUG:
                 endpoint.Close();
