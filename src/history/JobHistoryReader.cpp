@@ -5,98 +5,30 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
 
 #include "platform/JsonText.h"
 
 namespace quorvel::app {
 namespace {
 
-struct Value {
-    enum Kind { String, Number, Null, Bool } kind;
-    std::string text;  // the string, or the number's digits
-};
-
-class FlatParser {
-public:
-    explicit FlatParser(std::string_view s) : s_(s) {}
-
-    // A flat object of scalars; false on anything else.
-    bool Object(std::map<std::string, Value, std::less<>>& out) {
-        Space();
-        if (!Eat('{')) return false;
-        Space();
-        if (Eat('}')) return End();
-        for (;;) {
-            std::string key;
-            Space();
-            if (!String(key)) return false;
-            Space();
-            if (!Eat(':')) return false;
-            Space();
-            Value v;
-            if (!Scalar(v)) return false;
-            out.insert_or_assign(std::move(key), std::move(v));
-            Space();
-            if (Eat('}')) return End();
-            if (!Eat(',')) return false;
-        }
-    }
-
-private:
-    bool End() {
-        Space();
-        return i_ == s_.size();
-    }
-    void Space() {
-        while (i_ < s_.size() && (s_[i_] == ' ' || s_[i_] == '\t' || s_[i_] == '\r' || s_[i_] == '\n')) ++i_;
-    }
-    bool Eat(char c) {
-        if (i_ < s_.size() && s_[i_] == c) return ++i_, true;
-        return false;
-    }
-    bool Word(std::string_view w) {
-        if (s_.substr(i_, w.size()) != w) return false;
-        i_ += w.size();
-        return true;
-    }
-    bool Scalar(Value& v) {
-        if (i_ >= s_.size()) return false;
-        if (s_[i_] == '"') return v.kind = Value::String, String(v.text);
-        if (Word("null")) return v.kind = Value::Null, true;
-        if (Word("true") || Word("false")) return v.kind = Value::Bool, true;
-        const std::size_t from = i_;
-        Eat('-');
-        while (i_ < s_.size() && ((s_[i_] >= '0' && s_[i_] <= '9') || s_[i_] == '.' || s_[i_] == 'e' || s_[i_] == 'E' ||
-                                  s_[i_] == '+' || s_[i_] == '-'))
-            ++i_;
-        if (i_ == from) return false;
-        v.kind = Value::Number;
-        v.text = std::string(s_.substr(from, i_ - from));
-        return true;
-    }
-    bool String(std::string& out) {
-        return Eat('"') && platform::ReadJsonString(s_, i_, out, platform::LoneSurrogate::REPLACE);
-    }
-
-    std::string_view s_;
-    std::size_t i_ = 0;
-};
+using platform::JsonObject;
+using platform::JsonValue;
 
 template <class T>
-bool Integer(const Value& v, T& out) {
-    if (v.kind != Value::Number) return false;
+bool Integer(const JsonValue& v, T& out) {
+    if (v.kind != JsonValue::NUMBER) return false;
     const char* end = v.text.data() + v.text.size();
     const auto r = std::from_chars(v.text.data(), end, out);
     return r.ec == std::errc() && r.ptr == end;
 }
 
 std::optional<JobRecord> ParseObject(std::string_view text) {
-    std::map<std::string, Value, std::less<>> f;
-    if (!FlatParser(text).Object(f)) return std::nullopt;
+    const auto parsed = platform::ReadFlatJsonObject(text, platform::LoneSurrogate::REPLACE);
+    if (!parsed) return std::nullopt;
+    const JsonObject& f = *parsed;
     const auto str = [&](const char* key) -> const std::string* {
         const auto it = f.find(key);
-        return it != f.end() && it->second.kind == Value::String ? &it->second.text : nullptr;
+        return it != f.end() && it->second.kind == JsonValue::STRING ? &it->second.text : nullptr;
     };
     JobRecord r;
     const std::string* id = str("id");

@@ -1,5 +1,7 @@
 #include "platform/JsonText.h"
 
+#include <charconv>
+#include <cmath>
 #include <cstdio>
 
 namespace quorvel::platform {
@@ -153,6 +155,114 @@ bool ReadJsonString(std::string_view s, std::size_t& i, std::string& out, LoneSu
         }
     }
     return false;
+}
+
+}  // namespace quorvel::platform
+
+namespace quorvel::platform {
+namespace {
+
+class FlatReader {
+public:
+    FlatReader(std::string_view s, LoneSurrogate lone) : s_(s), lone_(lone) {}
+
+    std::optional<JsonObject> Run() {
+        JsonObject obj;
+        Blank();
+        if (!Eat('{')) return std::nullopt;
+        Blank();
+        if (!Eat('}')) {
+            for (;;) {
+                Blank();
+                std::string key;
+                if (!String(key)) return std::nullopt;
+                Blank();
+                if (!Eat(':')) return std::nullopt;
+                Blank();
+                JsonValue v;
+                if (!Scalar(v)) return std::nullopt;
+                obj.insert_or_assign(std::move(key), std::move(v));
+                Blank();
+                if (Eat('}')) break;
+                if (!Eat(',')) return std::nullopt;
+            }
+        }
+        Blank();
+        if (i_ != s_.size()) return std::nullopt;
+        return obj;
+    }
+
+private:
+    bool Eat(char c) {
+        if (i_ < s_.size() && s_[i_] == c) {
+            ++i_;
+            return true;
+        }
+        return false;
+    }
+    void Blank() {
+        while (i_ < s_.size() && (s_[i_] == ' ' || s_[i_] == '\t' || s_[i_] == '\r' || s_[i_] == '\n')) ++i_;
+    }
+    bool Word(std::string_view w) {
+        if (s_.substr(i_, w.size()) != w) return false;
+        i_ += w.size();
+        return true;
+    }
+    bool String(std::string& out) { return Eat('"') && ReadJsonString(s_, i_, out, lone_); }
+
+    bool Scalar(JsonValue& v) {
+        if (i_ >= s_.size()) return false;
+        if (s_[i_] == '"') {
+            v.kind = JsonValue::STRING;
+            return String(v.text);
+        }
+        if (Word("true")) {
+            v.kind = JsonValue::BOOL;
+            v.flag = true;
+            return true;
+        }
+        if (Word("false")) {
+            v.kind = JsonValue::BOOL;
+            return true;
+        }
+        if (Word("null")) return true;
+        v.kind = JsonValue::NUMBER;
+        return Number(v);
+    }
+
+    // JSON number grammar, then from_chars on the checked span.
+    bool Number(JsonValue& v) {
+        const std::size_t start = i_;
+        Eat('-');
+        if (!Eat('0') && !Digits()) return false;
+        if (Eat('.') && !Digits()) return false;
+        if (i_ < s_.size() && (s_[i_] == 'e' || s_[i_] == 'E')) {
+            ++i_;
+            if (!Eat('+')) Eat('-');
+            if (!Digits()) return false;
+        }
+        const char* first = s_.data() + start;
+        const char* last = s_.data() + i_;
+        const auto [end, ec] = std::from_chars(first, last, v.number);
+        if (ec != std::errc() || end != last || !std::isfinite(v.number)) return false;
+        v.text.assign(first, last);
+        return true;
+    }
+    bool Digits() {
+        const std::size_t start = i_;
+        while (i_ < s_.size() && s_[i_] >= '0' && s_[i_] <= '9') ++i_;
+        return i_ > start;
+    }
+
+    std::string_view s_;
+    LoneSurrogate lone_;
+    std::size_t i_ = 0;
+};
+
+}  // namespace
+
+std::optional<JsonObject> ReadFlatJsonObject(std::string_view text, LoneSurrogate lone) {
+    return FlatReader(text, lone).Run();
 }
 
 }  // namespace quorvel::platform

@@ -1,9 +1,11 @@
 #pragma once
-// JSON string literals for every line the station and its tools write as JSON.
-// Pure function: any thread.
+// JSON text for every line the station and its tools write or read as JSON: string
+// literals out, flat objects in. Pure functions: any thread.
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -26,5 +28,18 @@ enum class LoneSurrogate {
 // quote (i moves past it), unescaped into `out`. False on a raw control character, a bad
 // escape or a missing closing quote.
 bool ReadJsonString(std::string_view s, std::size_t& i, std::string& out, LoneSurrogate lone);
+
+struct JsonValue {
+    enum Kind { STRING, NUMBER, BOOL, NUL } kind = NUL;
+    std::string text;   // STRING: the text; NUMBER: the number as written
+    double number = 0;  // NUMBER, always finite
+    bool flag = false;  // BOOL
+};
+using JsonObject = std::map<std::string, JsonValue, std::less<>>;
+
+// `text` as exactly one flat JSON object (values strings, numbers, true, false, null),
+// blanks around it allowed; nothing on anything else, however broken. A key given
+// twice keeps its last value.
+std::optional<JsonObject> ReadFlatJsonObject(std::string_view text, LoneSurrogate lone);
 
 }  // namespace quorvel::platform

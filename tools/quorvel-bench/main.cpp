@@ -21,9 +21,11 @@
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
 #include "platform/InstanceLock.h"
+#include "platform/JsonText.h"
 #include "sim/Scenario.h"
 
 using namespace quorvel;
+using platform::JsonQuote;
 
 namespace {
 
@@ -72,23 +74,6 @@ bool ParseSpeed(const char* text, double& speed) {
     if (end == text || *end != '\0' || errno != 0 || !std::isfinite(v) || v <= 0 || v > kMaxSpeed) return false;
     speed = v;
     return true;
-}
-
-std::string Json(const std::string& s) {
-    std::string out = "\"";
-    for (unsigned char c : s) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c < 0x20) {
-            char esc[8];
-            std::snprintf(esc, sizeof esc, "\\u%04x", c);
-            out += esc;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out + "\"";
 }
 
 }  // namespace
@@ -208,23 +193,23 @@ int main(int argc, char** argv) {
                       ",\"fail\":" + std::to_string(station.statistics.Fail()) + ",\"slots\":[";
             for (int r = 0; r < slots.RowCount(); ++r) {
                 if (r) report += ",";
-                report += "{\"row\":" + Json(slots.CellText(r, app::COL_NUMBER)) +
-                          ",\"device\":" + Json(slots.CellText(r, app::COL_DEVICE)) +
-                          ",\"timer\":" + Json(slots.CellText(r, app::COL_TIMER)) +
-                          ",\"result\":" + Json(slots.ResultText(r)) + "}";
+                report += "{\"row\":" + JsonQuote(slots.CellText(r, app::COL_NUMBER)) +
+                          ",\"device\":" + JsonQuote(slots.CellText(r, app::COL_DEVICE)) +
+                          ",\"timer\":" + JsonQuote(slots.CellText(r, app::COL_TIMER)) +
+                          ",\"result\":" + JsonQuote(slots.ResultText(r)) + "}";
             }
             report += "],\"bindings\":[";
             for (int i = 0; i < app::kSlotCount; ++i) {
                 const auto e = station.bindings.Get(i);
                 if (i) report += ",";
-                report += "{\"hs\":" + Json(e.hs) + ",\"ls\":" + Json(e.ls) + ",\"com\":" + Json(e.com) +
-                          ",\"state\":" + Json(app::BindStateName(e.state)) + "}";
+                report += "{\"hs\":" + JsonQuote(e.hs) + ",\"ls\":" + JsonQuote(e.ls) + ",\"com\":" + JsonQuote(e.com) +
+                          ",\"state\":" + JsonQuote(app::BindStateName(e.state)) + "}";
             }
             report += "],\"messages\":[";
             const auto messages = ui.Messages();
-            for (std::size_t i = 0; i < messages.size(); ++i) report += (i ? "," : "") + Json(messages[i]);
+            for (std::size_t i = 0; i < messages.size(); ++i) report += (i ? "," : "") + JsonQuote(messages[i]);
             report += "],\"steps\":[";
-            for (std::size_t i = 0; i < log.lines.size(); ++i) report += (i ? "," : "") + Json(log.lines[i]);
+            for (std::size_t i = 0; i < log.lines.size(); ++i) report += (i ? "," : "") + JsonQuote(log.lines[i]);
             report += "],\"plugged\":" + std::to_string(log.plugged) +
                       ",\"served\":" + std::to_string(tally.phones) + ",\"results\":" + std::to_string(tally.results) +
                       ",\"mostForOnePhone\":" + std::to_string(tally.mostForOnePhone);

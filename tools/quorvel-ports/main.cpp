@@ -14,8 +14,10 @@
 #include "devices/BenchSurvey.h"
 #include "devices/UdevBackend.h"
 #include "platform/Clock.h"
+#include "platform/JsonText.h"
 
 using namespace quorvel;
+using platform::JsonQuote;
 
 namespace {
 
@@ -39,23 +41,6 @@ bool IsDir(const std::string& path) {
     return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-std::string Json(const std::string& s) {
-    std::string out = "\"";
-    for (char c : s) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            char buf[8];
-            std::snprintf(buf, sizeof buf, "\\u%04x", c);
-            out += buf;
-        } else {
-            out += c;
-        }
-    }
-    return out + "\"";
-}
-
 std::string Line(const devices::SocketRow& r) {
     std::string s = r.location;
     if (s.size() < 44) s.resize(44, ' ');
@@ -72,9 +57,9 @@ std::string Line(const devices::SocketRow& r) {
 }
 
 std::string JsonRow(const devices::SocketRow& r) {
-    return "{\"location\":" + Json(r.location) + ",\"ids\":" + Json(r.ids) + ",\"product\":" + Json(r.product) +
-           ",\"class\":" + Json(r.cls) + ",\"driver\":" + Json(r.driver) + ",\"node\":" + Json(r.node) +
-           ",\"com\":" + Json(r.com) + ",\"binding\":" + Json(r.binding) + "}";
+    return "{\"location\":" + JsonQuote(r.location) + ",\"ids\":" + JsonQuote(r.ids) + ",\"product\":" + JsonQuote(r.product) +
+           ",\"class\":" + JsonQuote(r.cls) + ",\"driver\":" + JsonQuote(r.driver) + ",\"node\":" + JsonQuote(r.node) +
+           ",\"com\":" + JsonQuote(r.com) + ",\"binding\":" + JsonQuote(r.binding) + "}";
 }
 
 std::vector<devices::SocketRow> Map(devices::UdevBackend& backend, const std::string& folder) {
@@ -121,8 +106,8 @@ int main(int argc, char** argv) {
         if (json) {
             std::printf("[");
             for (std::size_t i = 0; i < findings.size(); ++i)
-                std::printf("%s{\"problem\":%s,\"fix\":%s}", i ? "," : "", Json(findings[i].problem).c_str(),
-                            Json(findings[i].fix).c_str());
+                std::printf("%s{\"problem\":%s,\"fix\":%s}", i ? "," : "", JsonQuote(findings[i].problem).c_str(),
+                            JsonQuote(findings[i].fix).c_str());
             std::printf("]\n");
         } else if (findings.empty()) {
             std::printf("bench check: nothing to fix\n");

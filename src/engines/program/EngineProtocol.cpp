@@ -1,114 +1,12 @@
 #include "engines/program/EngineProtocol.h"
 
-#include <charconv>
 #include <cmath>
-#include <cstdio>
 
 #include "platform/JsonText.h"
 
 namespace quorvel::engine::protocol {
 
 namespace {
-
-class Parser {
-public:
-    explicit Parser(std::string_view s) : s_(s) {}
-
-    std::optional<Object> Run() {
-        Object obj;
-        Blank();
-        if (!Eat('{')) return std::nullopt;
-        Blank();
-        if (!Eat('}')) {
-            for (;;) {
-                Blank();
-                std::string key;
-                if (!String(key)) return std::nullopt;
-                Blank();
-                if (!Eat(':')) return std::nullopt;
-                Blank();
-                Value v;
-                if (!Scalar(v)) return std::nullopt;
-                obj[std::move(key)] = std::move(v);
-                Blank();
-                if (Eat('}')) break;
-                if (!Eat(',')) return std::nullopt;
-            }
-        }
-        Blank();
-        if (i_ != s_.size()) return std::nullopt;
-        return obj;
-    }
-
-private:
-    bool Eat(char c) {
-        if (i_ < s_.size() && s_[i_] == c) {
-            ++i_;
-            return true;
-        }
-        return false;
-    }
-    void Blank() {
-        while (i_ < s_.size() && (s_[i_] == ' ' || s_[i_] == '\t' || s_[i_] == '\r' || s_[i_] == '\n')) ++i_;
-    }
-    bool Word(std::string_view w) {
-        if (s_.substr(i_, w.size()) != w) return false;
-        i_ += w.size();
-        return true;
-    }
-
-    bool Scalar(Value& v) {
-        if (i_ >= s_.size()) return false;
-        const char c = s_[i_];
-        if (c == '"') {
-            v.kind = Value::STRING;
-            return String(v.text);
-        }
-        if (Word("true")) {
-            v.kind = Value::BOOL;
-            v.flag = true;
-            return true;
-        }
-        if (Word("false")) {
-            v.kind = Value::BOOL;
-            return true;
-        }
-        if (Word("null")) return true;
-        v.kind = Value::NUMBER;
-        return Number(v.number);
-    }
-
-    // JSON number grammar, then from_chars on the checked span.
-    bool Number(double& out) {
-        const std::size_t start = i_;
-        Eat('-');
-        if (Eat('0')) {
-        } else if (!Digits()) {
-            return false;
-        }
-        if (Eat('.') && !Digits()) return false;
-        if (i_ < s_.size() && (s_[i_] == 'e' || s_[i_] == 'E')) {
-            ++i_;
-            if (!Eat('+')) Eat('-');
-            if (!Digits()) return false;
-        }
-        const char* first = s_.data() + start;
-        auto [end, ec] = std::from_chars(first, s_.data() + i_, out);
-        return ec == std::errc() && end == s_.data() + i_ && std::isfinite(out);
-    }
-    bool Digits() {
-        const std::size_t start = i_;
-        while (i_ < s_.size() && s_[i_] >= '0' && s_[i_] <= '9') ++i_;
-        return i_ > start;
-    }
-
-    bool String(std::string& out) {
-        return Eat('"') && platform::ReadJsonString(s_, i_, out, platform::LoneSurrogate::REFUSE);
-    }
-
-    std::string_view s_;
-    std::size_t i_ = 0;
-};
 
 // Whole non-negative numbers up to 2^53, where doubles are still exact.
 bool Count(const Value& v, std::uint64_t& out) {
@@ -136,7 +34,7 @@ LineKind Garbage(std::string& why, const char* text) {
 
 std::optional<Object> ParseObject(std::string_view line) {
     if (line.size() > kMaxLineBytes) return std::nullopt;
-    return Parser(line).Run();
+    return platform::ReadFlatJsonObject(line, platform::LoneSurrogate::REFUSE);
 }
 
 LineKind Classify(std::string_view line, Event& event, std::string& why) {

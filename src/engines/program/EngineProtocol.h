@@ -5,10 +5,11 @@
 // long or broken, gives a classification. Pure functions, any thread.
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "platform/JsonText.h"
 
 namespace quorvel::engine::protocol {
 
@@ -16,15 +17,11 @@ inline constexpr int kVersion = 1;
 // A longer line is garbage: no program has a reason to write one.
 inline constexpr std::size_t kMaxLineBytes = 64 * 1024;
 
-struct Value {
-    enum Kind { STRING, NUMBER, BOOL, NUL } kind = NUL;
-    std::string text;
-    double number = 0;
-    bool flag = false;
-};
-using Object = std::map<std::string, Value, std::less<>>;
+using Value = platform::JsonValue;
+using Object = platform::JsonObject;
 
-// The object of `line`, or nothing when it is not exactly one flat JSON object.
+// The object of `line`, or nothing when it is not exactly one flat JSON object. An
+// escaped NUL or lone surrogate breaks it: texts end up in C strings.
 std::optional<Object> ParseObject(std::string_view line);
 
 struct Event {
