@@ -1,7 +1,6 @@
 #include "console/MessageRouter.h"
 
-#include <cstdio>
-
+#include "devices/DeviceText.h"
 #include "station/Messages.h"
 
 namespace quorvel::console {
@@ -28,8 +27,7 @@ bool MessageRouter::Route(std::uint32_t msg, platform::WParam wParam, platform::
 }
 
 int MessageRouter::SlotOfPort(unsigned long port) const {
-    char wanted[32];
-    std::snprintf(wanted, sizeof wanted, "(COM%lu)", port);
+    const std::string wanted = devices::ComTag(port);
     for (int slot = 0; slot < app::kSlotCount; ++slot)
         if (station_.bindings.ComName(slot).find(wanted) != std::string::npos) return slot;
     return -1;

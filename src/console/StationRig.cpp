@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "devices/BenchSurvey.h"
+#include "devices/DeviceText.h"
 #include "devices/UdevBackend.h"
 #include "sim/SimEngineProgram.h"
 
@@ -110,10 +111,17 @@ void StationRig::OnProgramSwitch(const engine::SwitchEvent& e) {
     if (e.kind == engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT && monitor_) monitor_->PhaseOneSwitched(e.comPort);
 }
 
-std::pair<std::string, std::string> StationRig::DeviceOfPort(unsigned long port) {
-    const auto d = backend_ ? backend_->DeviceOfPort(static_cast<int>(port)) : std::nullopt;
-    if (!d) return {};
-    return {d->instanceId, d->location};
+engine::ProgramContext::PortPlace StationRig::DeviceOfPort(unsigned long port) {
+    engine::ProgramContext::PortPlace place;
+    if (!backend_ || port > static_cast<unsigned long>(devices::kComLast)) return place;
+    const int com = static_cast<int>(port);
+    // A phone served through its USB node has no serial node; its program takes {device}.
+    if (std::string node = backend_->SerialNodeOf(com); !devices::IsUsbNode(node)) place.node = std::move(node);
+    if (const auto d = backend_->DeviceOfPort(com)) {
+        place.device = d->instanceId;
+        place.location = d->location;
+    }
+    return place;
 }
 
 void StationRig::Close(platform::StationLoop& loop, bool consoleReady) {

@@ -41,7 +41,7 @@ public:
 private:
     class ChosenBackend;
     void OnProgramSwitch(const engine::SwitchEvent& e);
-    std::pair<std::string, std::string> DeviceOfPort(unsigned long port);
+    engine::ProgramContext::PortPlace DeviceOfPort(unsigned long port);
     // No switch reaches the monitor once the run is going.
     void EndRun();
     app::Station& station_;

@@ -57,19 +57,23 @@ int ComNumberOfName(const std::string& name) {
     return static_cast<int>(Digits(name.substr(open + 4, name.size() - open - 5)));
 }
 
+std::string ComTag(unsigned long n) {
+    return "(COM" + std::to_string(n) + ")";
+}
+
 int ComNumberOfNode(const std::string& node) {
     auto after = [&](const char* prefix) -> long {
         const std::string p = prefix;
         return node.rfind(p, 0) == 0 ? Digits(node.substr(p.size())) : -1;
     };
     if (long k = after("ttyACM"); k >= 0 && k < 100) return static_cast<int>(k + 1);
-    if (long k = after("ttyUSB"); k >= 0) return static_cast<int>(k + 101);
+    if (long k = after("ttyUSB"); k >= 0 && k + 101 <= kComLast) return static_cast<int>(k + 101);
     return 0;
 }
 
 std::string NodeOfComNumber(int n) {
     if (n >= 1 && n <= 100) return "ttyACM" + std::to_string(n - 1);
-    if (n >= 101) return "ttyUSB" + std::to_string(n - 101);
+    if (n >= 101 && n <= kComLast) return "ttyUSB" + std::to_string(n - 101);
     return "";
 }
 

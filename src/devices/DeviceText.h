@@ -22,8 +22,12 @@ int PortNumberOf(const std::string& portName);
 bool NamesSerialPort(const std::string& friendlyName);
 // n of a friendly name ending in "(COM<n>)"; 0 otherwise.
 int ComNumberOfName(const std::string& friendlyName);
+// "(COM<n>)", as a friendly name ends in it and a COM name holds it.
+std::string ComTag(unsigned long comNumber);
 
-// Serial node name (no folder) <-> COM number: ttyACM<k> is COM k+1, ttyUSB<k> COM k+101.
+// Serial node name (no folder) <-> COM number, COM 1..256 (the most a worker reads):
+// ttyACM<k> is COM k+1 (k < 100), ttyUSB<k> COM k+101 (k < 156).
+inline constexpr int kComLast = 256;
 int ComNumberOfNode(const std::string& nodeName);  // 0: not a serial node we map
 std::string NodeOfComNumber(int comNumber);        // empty: none
 

@@ -104,10 +104,10 @@ bool PortBinding::DispatchToSlot(int i, const app::DeviceInfo& info, engine::Han
 void PortBinding::ForgetPortElsewhere(int slot, const app::DeviceInfo& info) {
     // Port numbers are reused lowest-free: a slot whose phone has gone must not keep
     // the number that now belongs to this phone, or SPRD messages keyed by it
-    // ("(COM%d)") would reach that slot.
-    const std::string& name = info.friendlyName;
-    if (!NamesSerialPort(name)) return;
-    const std::string port = name.substr(name.rfind("(COM"));
+    // would reach that slot.
+    const int number = ComNumberOfName(info.friendlyName);
+    if (number == 0) return;
+    const std::string port = ComTag(static_cast<unsigned long>(number));
     for (int i = 0; i < kSlotCount; ++i) {
         if (i == slot) continue;
         std::string com = station_.bindings.ComName(i);

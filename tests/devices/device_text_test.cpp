@@ -32,10 +32,12 @@ TEST(DeviceText, ClassesPortNamesAndSerialNodes) {
     }
 
     const std::pair<const char*, int> nodes[] = {
-        {"ttyACM0", 1}, {"ttyACM7", 8}, {"ttyUSB0", 101}, {"ttyS0", 0}, {"ttyACMx", 0}};
+        {"ttyACM0", 1}, {"ttyACM7", 8}, {"ttyUSB0", 101}, {"ttyUSB155", 256}, {"ttyUSB156", 0}, {"ttyACM100", 0},
+        {"ttyS0", 0},   {"ttyACMx", 0}};
     for (const auto& [node, com] : nodes) EXPECT_EQ(ComNumberOfNode(node), com) << node;
     for (int n : {1, 8, 100, 101, 140}) EXPECT_EQ(ComNumberOfNode(NodeOfComNumber(n)), n) << n;
     EXPECT_EQ(NodeOfComNumber(0), "");
+    EXPECT_EQ(NodeOfComNumber(257), "") << "a worker reads no port past 256";
 
     const std::pair<const char*, int> ends[] = {
         {"SPRD U2S Diag (COM203)", 203}, {"Port (COM7) x", 0}, {"Port (COMx)", 0}, {"(COM0)", 0}, {"", 0}};

@@ -40,8 +40,12 @@ class ProgramContext {
 public:
     // `benchPhones`: the simulated bench's phones, whose profiles are passed to the
     // simulated engine program as arguments; null on a real bench.
-    // Where the phone of a port sits: its device instance ID and location (empty when unknown).
-    using PortDevices = std::function<std::pair<std::string, std::string>(unsigned long port)>;
+    // Where the phone of a port sits: its serial node, device instance ID and location
+    // (each empty when unknown).
+    struct PortPlace {
+        std::string node, device, location;
+    };
+    using PortDevices = std::function<PortPlace(unsigned long port)>;
 
     // Ends what an earlier, killed station left running and cleans old logs.
     // `profileArgs`: platforms whose jobs get the bench phone's profile as arguments (the
@@ -77,9 +81,7 @@ public:
 
     SimPhoneRegistry* BenchPhones() const { return benchPhones_; }
     // SPRD engines know their phone by its port only; a program needs the phone itself.
-    std::pair<std::string, std::string> DeviceOfPort(unsigned long port) const {
-        return portDevices_ ? portDevices_(port) : std::pair<std::string, std::string>{};
-    }
+    PortPlace DeviceOfPort(unsigned long port) const { return portDevices_ ? portDevices_(port) : PortPlace{}; }
 
 private:
     std::string LogPath(const char* platform, const std::string& unit);

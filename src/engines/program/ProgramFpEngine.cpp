@@ -36,7 +36,7 @@ int ProgramFpEngine::MTKFP_OperationStart() {
     std::string error;
     context_.MakeJob(context_.settings.fp, "FP", slot_,
                      {{"port", std::to_string(com)},
-                      {"node", SerialNodeOfCom(com)},
+                      {"node", com > 0 ? context_.DeviceOfPort(static_cast<unsigned long>(com)).node : ""},
                       {"device", device_.instanceId},
                       {"location", device_.location},
                       {"package", context_.station.package.cfgFilePath},

@@ -103,10 +103,4 @@ std::string ResolveProgram(const std::string& program, const std::string& statio
     return stationDir + program;
 }
 
-std::string SerialNodeOfCom(int n) {
-    if (n >= 1 && n <= 100) return "/dev/ttyACM" + std::to_string(n - 1);
-    if (n >= 101 && n <= 256) return "/dev/ttyUSB" + std::to_string(n - 101);
-    return "";
-}
-
 }  // namespace quorvel::engine

@@ -39,7 +39,5 @@ std::vector<std::string> ExpandCommandLine(const std::vector<std::string>& args,
 // A program path with a '/' that is not absolute is taken from the station folder.
 std::string ResolveProgram(const std::string& program, const std::string& stationDir);
 
-// The serial node of COM `n` (COM k+1: ttyACM<k>, COM k+101: ttyUSB<k>); empty for none.
-std::string SerialNodeOfCom(int n);
 
 }  // namespace quorvel::engine

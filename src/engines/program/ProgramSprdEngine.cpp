@@ -65,13 +65,12 @@ int ProgramSprdEngine::StartOnePortWork(unsigned long port, int) {
     const bool phase1 = firstPhase_;
     firstPhase_ = false;
     steps_.clear();
-    const int com = static_cast<int>(port);
-    const auto [device, location] = context_.DeviceOfPort(port);
+    const auto [node, device, location] = context_.DeviceOfPort(port);
     JobRequest request;
     std::string error;
     context_.MakeJob(context_.settings.sprd, "SPRD", -1,
                      {{"port", std::to_string(port)},
-                      {"node", SerialNodeOfCom(com)},
+                      {"node", node},
                       {"device", device},
                       {"location", location},
                       {"package", configFilePath_},
