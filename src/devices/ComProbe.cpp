@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <utility>
 
 #include "devices/DeviceText.h"
 
@@ -66,16 +67,16 @@ bool SerialPort::Open(const std::string& node, int baud) {
     Close();
     error_ = ENOENT;
     if (node.empty()) return false;
-    const int fd = ::open(node.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
+    platform::UniqueFd owned(::open(node.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (!owned) {
         error_ = errno;
         return false;
     }
+    const int fd = owned.get();
     // Until we know the port is ours, nothing may touch it: no flush, no flags.
     // The advisory lock catches an opener in this process, /proc the others (as root,
     // their TIOCEXCL would not have kept us out).
     if (::flock(fd, LOCK_EX | LOCK_NB) != 0 || !HoldersOf(procRoot_, node).empty()) {
-        ::close(fd);
         error_ = EBUSY;
         return false;
     }
@@ -83,10 +84,9 @@ bool SerialPort::Open(const std::string& node, int baud) {
     if (::ioctl(fd, TIOCEXCL) != 0 || ::tcflush(fd, TCIOFLUSH) != 0) {
         error_ = errno;
         ::ioctl(fd, TIOCNXCL);
-        ::close(fd);
         return false;
     }
-    fd_ = fd;
+    fd_ = std::move(owned);
     error_ = 0;
     // Settings failures are not fatal: a port that opens is ready.
     termios tio{};
@@ -106,13 +106,11 @@ bool SerialPort::Open(const std::string& node, int baud) {
 }
 
 bool SerialPort::Close() {
-    if (fd_ < 0) return true;
+    if (!fd_) return true;
     // Nothing is pending on a port we only opened; a flush here could only hurt
     // someone who got in meanwhile (root can).
-    ::ioctl(fd_, TIOCNXCL);
-    const int rc = ::close(fd_);
-    fd_ = -1;
-    return rc == 0;
+    ::ioctl(fd_.get(), TIOCNXCL);
+    return fd_.close() == 0;
 }
 
 bool ComProbe::Probe(const std::string& friendlyName) {

@@ -15,6 +15,7 @@
 
 #include "platform/Clock.h"
 #include "platform/SysPaths.h"
+#include "platform/UniqueFd.h"
 
 namespace quorvel::devices {
 
@@ -35,12 +36,12 @@ public:
     bool Open(const std::string& node, int baud);
     // Purges and closes; false only when close fails.
     bool Close();
-    bool IsOpen() const { return fd_ >= 0; }
+    bool IsOpen() const { return fd_.valid(); }
     int Error() const { return error_; }
 
 private:
     std::string procRoot_;
-    int fd_ = -1;
+    platform::UniqueFd fd_;
     int error_ = 0;
 };
 

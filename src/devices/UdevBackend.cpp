@@ -173,17 +173,16 @@ std::optional<std::string> FriendlyNameOfDevice(struct udev* u, udev_device* d, 
 
 UdevBackend::UdevBackend(platform::SysPaths paths, std::map<std::string, std::string> aliases)
     : paths_(std::move(paths)), aliases_(std::move(aliases)), release_(KernelRelease()) {
-    stopFd_ = ::eventfd(0, EFD_CLOEXEC);
-    if (stopFd_ >= 0) watcher_ = std::thread([this] { Watch(); });
+    stopFd_.reset(::eventfd(0, EFD_CLOEXEC));
+    if (stopFd_) watcher_ = std::thread([this] { Watch(); });
 }
 
 UdevBackend::~UdevBackend() {
     if (watcher_.joinable()) {
         const std::uint64_t one = 1;
-        [[maybe_unused]] auto n = ::write(stopFd_, &one, sizeof one);
+        [[maybe_unused]] auto n = ::write(stopFd_.get(), &one, sizeof one);
         watcher_.join();
     }
-    if (stopFd_ >= 0) ::close(stopFd_);
 }
 
 std::string UdevBackend::DriverOf(const std::string& service) const {
@@ -199,7 +198,7 @@ void UdevBackend::Watch() {
     udev_monitor_filter_add_match_subsystem_devtype(mon.get(), "usb", nullptr);
     udev_monitor_filter_add_match_subsystem_devtype(mon.get(), "tty", nullptr);
     if (udev_monitor_enable_receiving(mon.get()) < 0) return;
-    pollfd fds[2] = {{udev_monitor_get_fd(mon.get()), POLLIN, 0}, {stopFd_, POLLIN, 0}};
+    pollfd fds[2] = {{udev_monitor_get_fd(mon.get()), POLLIN, 0}, {stopFd_.get(), POLLIN, 0}};
     for (;;) {
         if (::poll(fds, 2, -1) < 0) continue;
         if (fds[1].revents) return;

@@ -19,6 +19,7 @@
 #include "devices/BenchSurvey.h"
 #include "devices/DeviceBackend.h"
 #include "platform/SysPaths.h"
+#include "platform/UniqueFd.h"
 
 struct udev;
 struct udev_device;
@@ -71,7 +72,7 @@ private:
     std::map<std::string, std::string> names_;  // last known name of each device asked about
     std::mutex comsMutex_;
     std::map<std::string, int> usbComs_;  // location -> its COM number
-    int stopFd_ = -1;
+    platform::UniqueFd stopFd_;
     std::thread watcher_;
 };
 

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "platform/JsonText.h"
+#include "platform/UniqueFd.h"
 
 namespace quorvel::app {
 namespace {
@@ -97,20 +98,19 @@ bool JobHistory::WriteLine(const JobRecord& record, std::string* error) const {
         return false;
     };
     if (::mkdir(dir_.c_str(), 0775) != 0 && errno != EEXIST) return fail("Cannot make the folder of");
-    const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0664);
-    if (fd < 0) return fail("Cannot open");
+    const platform::UniqueFd fd(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0664));
+    if (!fd) return fail("Cannot open");
     ssize_t written;
     do {
-        written = ::write(fd, line.data(), line.size());
+        written = ::write(fd.get(), line.data(), line.size());
     } while (written < 0 && errno == EINTR);
     bool ok = written == static_cast<ssize_t>(line.size());
     if (!ok) {
         if (written >= 0) errno = ENOSPC;  // a short write on a regular file: the disk is full
         fail("Cannot write");
-    } else if (::fdatasync(fd) != 0) {
+    } else if (::fdatasync(fd.get()) != 0) {
         ok = fail("Cannot sync");
     }
-    ::close(fd);
     return ok;
 }
 

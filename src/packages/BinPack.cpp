@@ -47,32 +47,26 @@ bool WriteFully(int fd, const std::uint8_t* data, std::size_t length) {
 
 }  // namespace
 
-int OpenRegularFile(const std::string& path) {
+platform::UniqueFd OpenRegularFile(const std::string& path) {
     // O_NONBLOCK so that opening a FIFO does not wait for a writer.
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) return -1;
+    platform::UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!fd) return fd;
     struct stat st;
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || ::fcntl(fd, F_SETFL, 0) != 0) {
-        ::close(fd);
-        return -1;
-    }
-    ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    if (::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || ::fcntl(fd.get(), F_SETFL, 0) != 0) return {};
+    ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
     return fd;
 }
 
 CBinPack::CBinPack(app::ConsoleUi& ui, platform::Clock& clock, platform::MessageWindow* progressWindow)
     : ui_(ui), clock_(clock), window_(progressWindow), tempFolder_(SystemTempFolder) {}
 
-CBinPack::~CBinPack() {
-    if (outFd_ >= 0) ::close(outFd_);
-    Close();
-}
+CBinPack::~CBinPack() = default;
 
 int CBinPack::Open(const std::string& path) {
     Close();
     packagePath_ = path;
     fd_ = OpenRegularFile(path);
-    if (fd_ < 0) {
+    if (!fd_) {
         ui_.MessageBox(Format(texts::kPacCannotOpen, path.c_str()));
         return 0;
     }
@@ -80,8 +74,7 @@ int CBinPack::Open(const std::string& path) {
 }
 
 void CBinPack::Close() {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
+    fd_.reset();
 }
 
 std::optional<std::string> CBinPack::SystemTempFolder() {
@@ -100,7 +93,7 @@ void CBinPack::Notice(std::uint64_t wParam, std::int64_t lParam) {
 void CBinPack::Fail(const std::string& message) { ui_.MessageBox(message); }
 
 std::size_t CBinPack::ReadPackage(void* buffer, std::size_t length) {
-    const std::size_t done = platform::ReadFully(fd_, buffer, length);
+    const std::size_t done = platform::ReadFully(fd_.get(), buffer, length);
     position_ += done;
     return done;
 }
@@ -109,12 +102,11 @@ int CBinPack::Unpack(const char* basePath, PacHeader* header, std::vector<PacFil
     bool ok = false;
     if (!entries || !header) {
         Fail(texts::kPacInvalidParams);
-    } else if (fd_ >= 0) {
+    } else if (fd_) {
         entries->clear();
         ok = UnpackSteps(basePath, *header, *entries);
     }
-    if (outFd_ >= 0) ::close(outFd_);
-    outFd_ = -1;
+    outFd_.reset();
     buffer_.Release();
     Notice(PAC_NOTICE_END, ok ? 1 : 0);
     return ok ? 1 : 0;
@@ -126,7 +118,7 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
     outputFolder_.clear();
     lastFilePath_.clear();
     struct stat st;
-    if (::fstat(fd_, &st) != 0 || ::lseek(fd_, 0, SEEK_SET) != 0) {
+    if (::fstat(fd_.get(), &st) != 0 || ::lseek(fd_.get(), 0, SEEK_SET) != 0) {
         Fail(Format(texts::kPacCannotOpen, packagePath_.c_str()));
         return false;
     }
@@ -266,21 +258,21 @@ bool CBinPack::ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packag
             return false;
         }
         if (last) lastFilePath_ = path;
-        outFd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC, 0666);
-        if (outFd_ < 0 && errno == EEXIST) continue;
-        if (outFd_ < 0) {
+        outFd_.reset(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC, 0666));
+        if (!outFd_ && errno == EEXIST) continue;
+        if (!outFd_) {
             Fail(diskMessage_);
             return false;
         }
         taken_.insert(candidate);
         break;
     }
-    ::posix_fadvise(outFd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+    ::posix_fadvise(outFd_.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
     // Room for the whole file is taken before its first byte: a full disk shows at once,
     // and the writes that follow skip the file system's per-page space reservation. The
     // size is kept so a dropped trailing NUL leaves no byte behind; file systems that
     // cannot reserve simply write as they go.
-    if (::fallocate(outFd_, FALLOC_FL_KEEP_SIZE, 0, entry.FileSize) != 0 &&
+    if (::fallocate(outFd_.get(), FALLOC_FL_KEEP_SIZE, 0, entry.FileSize) != 0 &&
         (errno == ENOSPC || errno == EDQUOT || errno == EFBIG)) {
         Fail(diskMessage_);
         return false;
@@ -307,16 +299,14 @@ bool CBinPack::ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packag
         std::size_t toWrite = chunk;
         // The configuration file's terminating NUL is not part of the file.
         if (last && remaining == chunk && buffer_[chunk - 1] == 0) --toWrite;
-        const bool written = WriteFully(outFd_, buffer_.data(), toWrite);
+        const bool written = WriteFully(outFd_.get(), buffer_.data(), toWrite);
         if (!written) {
             Fail(diskMessage_);
             return false;
         }
         remaining -= static_cast<std::uint32_t>(chunk);
     }
-    const int closed = ::close(outFd_);
-    outFd_ = -1;
-    if (closed != 0) {
+    if (outFd_.close() != 0) {
         Fail(diskMessage_);
         return false;
     }

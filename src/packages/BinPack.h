@@ -19,6 +19,7 @@
 #include "packages/ChunkBuffer.h"
 #include "packages/Crc16.h"
 #include "packages/PacFormat.h"
+#include "platform/UniqueFd.h"
 
 namespace quorvel::app {
 class ConsoleUi;
@@ -83,7 +84,7 @@ private:
     platform::MessageWindow* window_;
     TempFolderSource tempFolder_;
 
-    int fd_ = -1;
+    platform::UniqueFd fd_;
     std::string packagePath_;
     std::string outputFolder_;
     std::string lastFilePath_;
@@ -95,14 +96,14 @@ private:
     std::string prefix_;
     std::string diskMessage_;
     ChunkBuffer buffer_;
-    int outFd_ = -1;
+    platform::UniqueFd outFd_;
     std::unordered_set<std::string> taken_;            // names written in the folder
     std::unordered_map<std::string, int> nextSuffix_;  // per name: the next count to try
 };
 
-// Opens `path` for reading when it is a regular file: a FIFO, device or folder gives -1
-// at once, without blocking. The descriptor is blocking again and hinted sequential.
-int OpenRegularFile(const std::string& path);
+// Opens `path` for reading when it is a regular file: a FIFO, device or folder gives
+// none at once, without blocking. The descriptor is blocking again and hinted sequential.
+platform::UniqueFd OpenRegularFile(const std::string& path);
 
 // The mount point of the file system that holds `path` (or its nearest existing parent):
 // the "disk" named in the out-of-space message.

@@ -87,20 +87,19 @@ void MtkPreparation::LoadChipName(const std::string& xmlPath) {
     // waits for it: a file far beyond any efuse description is refused unread.
     std::string text;
     {
-        const int fd = OpenRegularFile(xmlPath);
+        platform::UniqueFd fd = OpenRegularFile(xmlPath);
         struct stat st {};
-        if (fd >= 0 && ::fstat(fd, &st) == 0 && static_cast<std::uint64_t>(st.st_size) > kEfuseXmlMaxBytes) {
-            ::close(fd);
+        if (fd && ::fstat(fd.get(), &st) == 0 && static_cast<std::uint64_t>(st.st_size) > kEfuseXmlMaxBytes) {
+            fd.reset();
             station_.ui.MessageBox(Format(texts::kMtkEfuseXmlTooLarge, xmlPath.c_str(),
                                           static_cast<unsigned long long>(st.st_size), kEfuseXmlMaxBytes / 1024));
             return;
         }
-        if (fd >= 0) {
+        if (fd) {
             text.resize(static_cast<std::size_t>(st.st_size));
-            text.resize(platform::ReadFully(fd, text.data(), text.size()));
-            ::close(fd);
+            text.resize(platform::ReadFully(fd.get(), text.data(), text.size()));
         }
-        if (fd < 0 || text.size() != static_cast<std::size_t>(st.st_size)) text.clear();
+        if (!fd || text.size() != static_cast<std::size_t>(st.st_size)) text.clear();
     }
     tinyxml2::XMLDocument doc;
     if (text.empty() || doc.Parse(text.data(), text.size()) != tinyxml2::XML_SUCCESS) {

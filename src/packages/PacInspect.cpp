@@ -21,20 +21,17 @@ namespace {
 class File {
 public:
     explicit File(const std::string& path) : fd_(OpenRegularFile(path)) {}
-    ~File() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    bool Ok() const { return fd_ >= 0; }
+    bool Ok() const { return fd_.valid(); }
     std::uint64_t Size() const {
         struct stat st;
-        return ::fstat(fd_, &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
+        return ::fstat(fd_.get(), &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
     }
     std::size_t Read(void* buffer, std::size_t length) {
-        return platform::ReadFully(fd_, buffer, length);
+        return platform::ReadFully(fd_.get(), buffer, length);
     }
 
 private:
-    int fd_;
+    platform::UniqueFd fd_;
 };
 
 }  // namespace

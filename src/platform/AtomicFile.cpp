@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "platform/UniqueFd.h"
+
 namespace quorvel::platform {
 
 namespace {
@@ -51,32 +53,24 @@ bool ReadWholeFile(const std::string& path, std::string& contents, struct stat* 
         errno = S_ISDIR(before.st_mode) ? EISDIR : EINVAL;
         return false;
     }
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (fd < 0) return false;
+    const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!fd) return false;
     struct stat own {};
     if (!st) st = &own;
-    if (::fstat(fd, st) != 0 || !S_ISREG(st->st_mode)) {
-        const int error = S_ISDIR(st->st_mode) ? EISDIR : EINVAL;
-        ::close(fd);
-        errno = error;
+    if (::fstat(fd.get(), st) != 0 || !S_ISREG(st->st_mode)) {
+        errno = S_ISDIR(st->st_mode) ? EISDIR : EINVAL;
         return false;
     }
     contents.clear();
     contents.reserve(static_cast<std::size_t>(st->st_size));
     char buf[65536];
     for (;;) {
-        const ssize_t n = ::read(fd, buf, sizeof buf);
+        const ssize_t n = ::read(fd.get(), buf, sizeof buf);
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) {
-            const int error = errno;
-            ::close(fd);
-            errno = error;
-            return false;
-        }
+        if (n < 0) return false;
         if (n == 0) break;
         contents.append(buf, static_cast<std::size_t>(n));
     }
-    ::close(fd);
     return true;
 }
 
@@ -84,10 +78,9 @@ bool ReplaceFileAtomically(const std::string& path, const std::string& contents,
     static std::atomic<unsigned> counter{0};
     mode_t mode = 0644;
     // The rename would replace a file we may not write; refuse as a write to it would.
-    if (int probe = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); probe >= 0) {
+    if (const UniqueFd probe(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)); probe) {
         struct stat st {};
-        const bool regular = ::fstat(probe, &st) == 0 && S_ISREG(st.st_mode);
-        ::close(probe);
+        const bool regular = ::fstat(probe.get(), &st) == 0 && S_ISREG(st.st_mode);
         if (!regular) {
             errno = EINVAL;
             return false;
@@ -97,13 +90,13 @@ bool ReplaceFileAtomically(const std::string& path, const std::string& contents,
         return false;
     }
     const std::string tmp = path + kTempMark + std::to_string(::getpid()) + "." + std::to_string(counter++);
-    int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (fd < 0) return false;
+    UniqueFd fd(::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    if (!fd) return false;
     const char* p = contents.data();
     std::size_t left = contents.size();
     bool ok = true;
     while (left > 0) {
-        ssize_t n = ::write(fd, p, left);
+        ssize_t n = ::write(fd.get(), p, left);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) {
             if (n == 0) errno = EIO;
@@ -113,11 +106,11 @@ bool ReplaceFileAtomically(const std::string& path, const std::string& contents,
         p += n;
         left -= static_cast<std::size_t>(n);
     }
-    ok = ok && ::fdatasync(fd) == 0;
+    ok = ok && ::fdatasync(fd.get()) == 0;
     struct stat st {};
-    ok = ok && ::fstat(fd, &st) == 0;
+    ok = ok && ::fstat(fd.get(), &st) == 0;
     int error = errno;
-    if (::close(fd) != 0 && ok) {
+    if (fd.close() != 0 && ok) {
         ok = false;
         error = errno;
     }

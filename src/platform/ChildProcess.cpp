@@ -25,11 +25,6 @@ namespace quorvel::platform {
 
 namespace {
 
-void CloseFd(int& fd) {
-    if (fd >= 0) ::close(fd);
-    fd = -1;
-}
-
 // The program's path as execve takes it: PATH searched for a bare name, as execvp does.
 std::string FindProgram(const std::string& name) {
     if (name.find('/') != std::string::npos) return name;
@@ -105,11 +100,10 @@ int KillTokenHolders(const std::string& token, long after = -1) {
             const long pid = std::strtol(d->d_name, &end, 10);
             if (pid <= 0 || *end || pid == self || !candidate(pid)) continue;
             const std::string path = std::string("/proc/") + d->d_name + "/environ";
-            const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-            if (fd < 0) continue;
+            const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+            if (!fd) continue;
             char buf[65536];
-            const ssize_t n = ::read(fd, buf, sizeof buf);
-            ::close(fd);
+            const ssize_t n = ::read(fd.get(), buf, sizeof buf);
             if (n <= 0) continue;
             for (const char *p = buf, *stop = buf + n; p < stop;) {
                 const char* nul = static_cast<const char*>(std::memchr(p, '\0', static_cast<std::size_t>(stop - p)));
@@ -156,19 +150,25 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
     for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
     args.push_back(nullptr);
 
+    // The child's ends (out[1], err[1], report[1]) close in the parent once it has them.
     int out[2], err[2] = {-1, -1}, report[2];
     if (::pipe2(out, O_CLOEXEC) != 0) {
         error = std::strerror(errno);
         return nullptr;
     }
-    child->out_ = out[0];
-    if ((captureStderr && ::pipe2(err, O_CLOEXEC) != 0) || ::pipe2(report, O_CLOEXEC) != 0) {
+    child->out_.reset(out[0]);
+    UniqueFd outWrite(out[1]);
+    if (captureStderr && ::pipe2(err, O_CLOEXEC) != 0) {
         error = std::strerror(errno);
-        for (int fd : {out[1], err[0], err[1]})
-            if (fd >= 0) ::close(fd);
         return nullptr;
     }
-    child->err_ = err[0];
+    child->err_.reset(err[0]);
+    UniqueFd errWrite(err[1]);
+    if (::pipe2(report, O_CLOEXEC) != 0) {
+        error = std::strerror(errno);
+        return nullptr;
+    }
+    UniqueFd reportRead(report[0]), reportWrite(report[1]);
     // Only the station's ends: the program's writes keep blocking when a pipe is full.
     for (int fd : {out[0], err[0]})
         if (fd >= 0) ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
@@ -214,11 +214,10 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
     }
     const int forkError = errno;
     ::pthread_sigmask(SIG_SETMASK, &mask, nullptr);
-    ::close(out[1]);
-    if (err[1] >= 0) ::close(err[1]);
-    ::close(report[1]);
+    outWrite.reset();
+    errWrite.reset();
+    reportWrite.reset();  // so the read below ends at the exec
     if (pid < 0) {
-        ::close(report[0]);
         error = std::strerror(forkError);
         return nullptr;
     }
@@ -227,15 +226,15 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
     int execError = 0;
     ssize_t r;
     do {
-        r = ::read(report[0], &execError, sizeof execError);
+        r = ::read(reportRead.get(), &execError, sizeof execError);
     } while (r < 0 && errno == EINTR);
-    ::close(report[0]);
+    reportRead.reset();
     if (r == static_cast<ssize_t>(sizeof execError)) {
         error = std::strerror(execError);
         return nullptr;  // the destructor reaps it
     }
-    child->pidfd_ = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
-    if (child->pidfd_ < 0) {
+    child->pidfd_.reset(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+    if (!child->pidfd_) {
         error = std::string("cannot watch the program: ") + std::strerror(errno);
         return nullptr;  // the destructor kills and reaps it
     }
@@ -291,9 +290,6 @@ ChildProcess::~ChildProcess() {
             Reap();
         }
     }
-    CloseFd(out_);
-    CloseFd(err_);
-    CloseFd(pidfd_);
 }
 
 long ChildProcess::ReadPipe(int fd, char* buffer, std::size_t size) {

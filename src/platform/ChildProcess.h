@@ -19,6 +19,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/UniqueFd.h"
+
 namespace quorvel::platform {
 
 class ChildProcess {
@@ -48,13 +50,13 @@ public:
 
     // For a poll set: the output pipe (readable, or at its end) and a descriptor that
     // becomes readable once the program has exited.
-    int OutFd() const { return out_; }
-    int ErrFd() const { return err_; }  // -1 when not captured
-    int ExitFd() const { return pidfd_; }
+    int OutFd() const { return out_.get(); }
+    int ErrFd() const { return err_.get(); }  // -1 when not captured
+    int ExitFd() const { return pidfd_.get(); }
     // Reads what the pipe holds without blocking: > 0 bytes read, 0 at the end of the
     // output, -1 when nothing is there now.
-    long ReadOut(char* buffer, std::size_t size) { return ReadPipe(out_, buffer, size); }
-    long ReadErr(char* buffer, std::size_t size) { return ReadPipe(err_, buffer, size); }
+    long ReadOut(char* buffer, std::size_t size) { return ReadPipe(out_.get(), buffer, size); }
+    long ReadErr(char* buffer, std::size_t size) { return ReadPipe(err_.get(), buffer, size); }
 
     // Sends `sig` to the whole process group while the leader is not yet reaped.
     void Signal(int sig);
@@ -68,9 +70,9 @@ private:
     pid_t pid_ = -1;
     std::string token_;   // QUORVEL_ENGINE_JOB's value
     std::string record_;  // the record's path; empty when none
-    int out_ = -1;        // read end of stdout
-    int err_ = -1;        // read end of stderr
-    int pidfd_ = -1;      // readable when the child has exited
+    UniqueFd out_;    // read end of stdout
+    UniqueFd err_;    // read end of stderr
+    UniqueFd pidfd_;  // readable when the child has exited
     std::mutex mutex_;    // guards reaped_ against Signal
     bool reaped_ = false;
     Exit exit_;

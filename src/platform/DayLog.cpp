@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "platform/UniqueFd.h"
+
 namespace quorvel::platform {
 
 std::string DayLogPath(const std::string& folderWithSlash, std::int64_t wallSeconds) {
@@ -20,11 +22,11 @@ std::string DayLogPath(const std::string& folderWithSlash, std::int64_t wallSeco
 }
 
 void AppendDayLog(const std::string& folderWithSlash, std::int64_t wallSeconds, const std::string& text) {
-    int fd = ::open(DayLogPath(folderWithSlash, wallSeconds).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (fd < 0) return;
+    const UniqueFd fd(
+        ::open(DayLogPath(folderWithSlash, wallSeconds).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+    if (!fd) return;
     const std::string line = text + "\r\n";
-    [[maybe_unused]] auto n = ::write(fd, line.data(), line.size());
-    ::close(fd);
+    [[maybe_unused]] auto n = ::write(fd.get(), line.data(), line.size());
 }
 
 }  // namespace quorvel::platform

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace quorvel::platform {
 
@@ -15,48 +16,44 @@ constexpr int kOpenFlags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 // Opens an existing lock file for locking (read access is enough for flock), else
 // creates it for everybody. O_CREAT is never used on an existing file, which a
 // sticky folder would refuse for a file of another user.
-int OpenLockFile(const std::string& path, int& error) {
+UniqueFd OpenLockFile(const std::string& path, int& error) {
     for (int attempt = 0; attempt < 3; ++attempt) {
-        int fd = ::open(path.c_str(), O_RDWR | kOpenFlags);
-        if (fd < 0 && errno == EACCES) fd = ::open(path.c_str(), O_RDONLY | kOpenFlags);
-        if (fd >= 0) {
+        UniqueFd fd(::open(path.c_str(), O_RDWR | kOpenFlags));
+        if (!fd && errno == EACCES) fd.reset(::open(path.c_str(), O_RDONLY | kOpenFlags));
+        if (fd) {
             struct stat st {};
-            if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) return fd;
-            ::close(fd);
+            if (::fstat(fd.get(), &st) == 0 && S_ISREG(st.st_mode)) return fd;
             error = EINVAL;
-            return -1;
+            return {};
         }
         if (errno != ENOENT) break;
-        fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | kOpenFlags, 0666);
-        if (fd >= 0) {
-            ::fchmod(fd, 0666);  // past the umask, so other users can lock it too
+        fd.reset(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | kOpenFlags, 0666));
+        if (fd) {
+            ::fchmod(fd.get(), 0666);  // past the umask, so other users can lock it too
             return fd;
         }
         if (errno != EEXIST) break;  // else another station created it just now
     }
     error = errno;
-    return -1;
+    return {};
 }
 }  // namespace
 
 InstanceLock::InstanceLock(const std::string& path) : path_(path) {
-    int fd = OpenLockFile(path, error_);
-    if (fd < 0) return;
+    UniqueFd fd = OpenLockFile(path, error_);
+    if (!fd) return;
     int rc;
-    while ((rc = ::flock(fd, LOCK_EX | LOCK_NB)) != 0 && errno == EINTR) {
+    while ((rc = ::flock(fd.get(), LOCK_EX | LOCK_NB)) != 0 && errno == EINTR) {
     }
     if (rc != 0) {
         error_ = errno;
         outcome_ = errno == EWOULDBLOCK ? Outcome::Held : Outcome::Failed;
-        ::close(fd);
         return;
     }
-    fd_ = fd;
+    fd_ = std::move(fd);
     outcome_ = Outcome::Acquired;
 }
 
-InstanceLock::~InstanceLock() {
-    if (fd_ >= 0) ::close(fd_);
-}
+InstanceLock::~InstanceLock() = default;
 
 }  // namespace quorvel::platform

@@ -1,6 +1,8 @@
 #pragma once
 #include <string>
 
+#include "platform/UniqueFd.h"
+
 namespace quorvel::platform {
 
 // One single-instance lock: an exclusive flock on a lock file, held for the life of
@@ -27,7 +29,7 @@ public:
 
 private:
     std::string path_;
-    int fd_ = -1;
+    UniqueFd fd_;
     Outcome outcome_ = Outcome::Failed;
     int error_ = 0;
 };

@@ -15,9 +15,7 @@ namespace {
 constexpr int kCallTimeoutMs = 5000;
 }
 
-LogindInhibitor::~LogindInhibitor() {
-    if (fd_ >= 0) ::close(fd_);
-}
+LogindInhibitor::~LogindInhibitor() = default;
 
 void LogindInhibitor::Hold(bool on) {
     QMetaObject::invokeMethod(
@@ -30,11 +28,8 @@ void LogindInhibitor::Hold(bool on) {
 }
 
 void LogindInhibitor::Apply() {
-    if (!wanted_ && fd_ >= 0) {
-        ::close(fd_);
-        fd_ = -1;
-    }
-    if (!wanted_ || fd_ >= 0 || asking_) return;
+    if (!wanted_) fd_.reset();
+    if (!wanted_ || fd_ || asking_) return;
     QDBusConnection bus = QDBusConnection::systemBus();
     if (!bus.isConnected()) return;
     QDBusMessage call = QDBusMessage::createMethodCall(
@@ -57,7 +52,7 @@ void LogindInhibitor::Apply() {
             return;
         }
         // The reply's descriptor closes with it; ours is held until Stop.
-        fd_ = ::dup(reply.value().fileDescriptor());
+        fd_.reset(::dup(reply.value().fileDescriptor()));
         Apply();  // a Stop may have come meanwhile
     });
 }

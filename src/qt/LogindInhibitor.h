@@ -9,6 +9,7 @@
 #include <QObject>
 
 #include "platform/SleepInhibitor.h"
+#include "platform/UniqueFd.h"
 
 namespace quorvel::console {
 
@@ -26,7 +27,7 @@ private:
     bool wanted_ = false;
     bool asking_ = false;
     bool refusalSaid_ = false;
-    int fd_ = -1;
+    platform::UniqueFd fd_;
 };
 
 }  // namespace quorvel::console

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "devices/UsbTopology.h"
 
@@ -158,21 +159,19 @@ std::string SimBench::ServiceOf(const Phone& phone) {
 }
 
 void SimBench::Release(Phone& phone) {
-    if (phone.master >= 0) ::close(phone.master);
-    phone.master = -1;
+    phone.master.reset();
     phone.slavePath.clear();
 }
 
 bool SimBench::Enumerate(int socket, Phone& phone, bool keepCom) {
     Release(phone);
-    const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (master < 0) return false;
+    platform::UniqueFd master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+    if (!master) return false;
     char name[128];
-    if (::grantpt(master) != 0 || ::unlockpt(master) != 0 || ::ptsname_r(master, name, sizeof name) != 0) {
-        ::close(master);
+    if (::grantpt(master.get()) != 0 || ::unlockpt(master.get()) != 0 ||
+        ::ptsname_r(master.get(), name, sizeof name) != 0)
         return false;
-    }
-    phone.master = master;
+    phone.master = std::move(master);
     phone.slavePath = name;
     if (!keepCom) {
         phone.com = 0;  // its old number is free for itself as for any other
@@ -196,7 +195,7 @@ bool SimBench::Plug(int socket, PhoneKind kind, const engine::PhoneProfile& prof
     {
         std::lock_guard g(mutex_);
         if (socket < 0 || socket >= SocketCount() || phones_.count(socket)) return false;
-        Phone phone{kind, PhoneMode::BROM, 0, -1, "", profile, nextPlugId_++, true};
+        Phone phone{kind, PhoneMode::BROM, 0, {}, "", profile, nextPlugId_++, true};
         phone.profile.plug = phone.plugId;  // the engines' jobs learn their connection from it
         switch (kind) {
             case PhoneKind::MTK_BROM: phone.mode = PhoneMode::BROM; break;

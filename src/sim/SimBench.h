@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "devices/DeviceBackend.h"
+#include "platform/UniqueFd.h"
 #include "sim/SimEngines.h"
 #include "sim/SprdPhoneProgram.h"
 
@@ -84,7 +85,7 @@ private:
         PhoneKind kind;
         PhoneMode mode;
         int com = 0;
-        int master = -1;  // pseudo-terminal master; the slave is the COM port
+        platform::UniqueFd master;  // pseudo-terminal master; the slave is the COM port
         std::string slavePath;
         engine::PhoneProfile profile;
         std::uint64_t plugId = 0;       // tells a re-plugged phone from the one that left

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "platform/UniqueFd.h"
 #include "station/Messages.h"
 #include "station/Station.h"
 #include "station/Texts.h"
@@ -168,16 +169,16 @@ bool CancellableWait::Cancelled() const {
 std::string SimPackageProblem(const std::string& path) {
     // Opened without blocking and read only when it is a regular file: a FIFO or a
     // device named like a package must not hang the engine.
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return "cannot open " + path;
+    const platform::UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!fd) return "cannot open " + path;
     struct stat st {};
     std::string problem;
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) problem = path + " is not a regular file";
+    if (::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) problem = path + " is not a regular file";
     // An entry is any line that is not blank and not a "#" comment; the first 64 KiB tell.
     bool entry = false, lineStart = true, comment = false;
     char buf[4096];
     for (std::size_t seen = 0; problem.empty() && !entry && seen < 65536;) {
-        const ssize_t n = ::read(fd, buf, sizeof buf);
+        const ssize_t n = ::read(fd.get(), buf, sizeof buf);
         if (n <= 0) break;
         seen += static_cast<std::size_t>(n);
         for (ssize_t i = 0; i < n && !entry; ++i) {
@@ -192,7 +193,6 @@ std::string SimPackageProblem(const std::string& path) {
             }
         }
     }
-    ::close(fd);
     if (problem.empty() && !entry) problem = path + " lists nothing to download";
     return problem;
 }

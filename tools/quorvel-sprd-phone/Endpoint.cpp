@@ -30,30 +30,30 @@ bool Endpoint::Open(std::string& error) {
             return false;
         }
         std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-        listen_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (listen_ < 0 || ::bind(listen_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || ::listen(listen_, 1) != 0) {
+        listen_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        if (!listen_.valid() || ::bind(listen_.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || ::listen(listen_.get(), 1) != 0) {
             error = "cannot listen on " + path + ": " + std::strerror(errno);
             Close();
             return false;
         }
         return true;
     }
-    conn_ = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (conn_ < 0 || ::grantpt(conn_) != 0 || ::unlockpt(conn_) != 0) {
+    conn_.reset(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+    if (!conn_.valid() || ::grantpt(conn_.get()) != 0 || ::unlockpt(conn_.get()) != 0) {
         error = std::string("cannot make a pseudo-terminal: ") + std::strerror(errno);
         Close();
         return false;
     }
-    const char* slave = ::ptsname(conn_);
-    heldSlave_ = slave ? ::open(slave, O_RDWR | O_NOCTTY | O_CLOEXEC) : -1;
+    const char* slave = ::ptsname(conn_.get());
+    heldSlave_.reset(slave ? ::open(slave, O_RDWR | O_NOCTTY | O_CLOEXEC) : -1);
     termios tio{};
-    if (heldSlave_ < 0 || ::tcgetattr(heldSlave_, &tio) != 0) {
+    if (!heldSlave_.valid() || ::tcgetattr(heldSlave_.get(), &tio) != 0) {
         error = std::string("cannot open the pseudo-terminal's slave: ") + std::strerror(errno);
         Close();
         return false;
     }
     ::cfmakeraw(&tio);
-    ::tcsetattr(heldSlave_, TCSANOW, &tio);
+    ::tcsetattr(heldSlave_.get(), TCSANOW, &tio);
     if (::symlink(slave, path.c_str()) != 0) {
         error = "cannot link " + path + ": " + std::strerror(errno);
         Close();
@@ -67,14 +67,13 @@ void Endpoint::Close() {
     // came just before a re-enumeration): give the host a moment to take it. The kernel has
     // no event for "read by the other side", so this looks, boundedly; the first look waits
     // a slice because written bytes reach the slave's queue a moment later.
-    for (int waited = 0; heldSlave_ >= 0 && waited < 500 && Pause(10); waited += 10) {
+    for (int waited = 0; heldSlave_.valid() && waited < 500 && Pause(10); waited += 10) {
         int pending = 0;
-        if (::ioctl(heldSlave_, FIONREAD, &pending) != 0 || pending == 0) break;
+        if (::ioctl(heldSlave_.get(), FIONREAD, &pending) != 0 || pending == 0) break;
     }
-    for (int* fd : {&conn_, &listen_, &heldSlave_}) {
-        if (*fd >= 0) ::close(*fd);
-        *fd = -1;
-    }
+    conn_.reset();
+    listen_.reset();
+    heldSlave_.reset();
     ::unlink(where_.substr(where_.find(':') + 1).c_str());
 }
 
@@ -89,32 +88,31 @@ bool Endpoint::Pause(int ms) {
 }
 
 bool Endpoint::Accept(int timeoutMs) {
-    if (IsPty()) return conn_ >= 0;
-    if (conn_ >= 0) return true;
-    pollfd p[2] = {{listen_, POLLIN, 0}, {stopFd_, POLLIN, 0}};
+    if (IsPty()) return conn_.valid();
+    if (conn_.valid()) return true;
+    pollfd p[2] = {{listen_.get(), POLLIN, 0}, {stopFd_, POLLIN, 0}};
     while (true) {
         const int n = ::poll(p, 2, timeoutMs);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0 || (p[1].revents & POLLIN)) return false;
-        conn_ = ::accept4(listen_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (conn_ >= 0) return true;
+        conn_.reset(::accept4(listen_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (conn_.valid()) return true;
         if (errno != EINTR && errno != ECONNABORTED) return false;
     }
 }
 
 void Endpoint::Hangup() {
-    if (IsPty() || conn_ < 0) return;
-    ::close(conn_);
-    conn_ = -1;
+    if (IsPty() || !conn_.valid()) return;
+    conn_.reset();
 }
 
 long Endpoint::Read(std::span<std::uint8_t> buf, int timeoutMs) {
-    pollfd p[2] = {{conn_, POLLIN, 0}, {stopFd_, POLLIN, 0}};
+    pollfd p[2] = {{conn_.get(), POLLIN, 0}, {stopFd_, POLLIN, 0}};
     while (true) {
         const int n = ::poll(p, 2, timeoutMs);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0 || (p[1].revents & POLLIN)) return -1;
-        const ssize_t got = ::read(conn_, buf.data(), buf.size());
+        const ssize_t got = ::read(conn_.get(), buf.data(), buf.size());
         if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         return got < 0 ? 0 : got;
     }
@@ -122,13 +120,13 @@ long Endpoint::Read(std::span<std::uint8_t> buf, int timeoutMs) {
 
 bool Endpoint::Write(std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {
-        pollfd p[2] = {{conn_, POLLOUT, 0}, {stopFd_, POLLIN, 0}};
+        pollfd p[2] = {{conn_.get(), POLLOUT, 0}, {stopFd_, POLLIN, 0}};
         const int n = ::poll(p, 2, -1);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0 || (p[1].revents & POLLIN)) return false;
-        const ssize_t put = ::send(conn_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        const ssize_t put = ::send(conn_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (put < 0 && errno == ENOTSOCK) {
-            const ssize_t w = ::write(conn_, bytes.data(), bytes.size());
+            const ssize_t w = ::write(conn_.get(), bytes.data(), bytes.size());
             if (w < 0 && (errno == EINTR || errno == EAGAIN)) continue;
             if (w < 0) return false;
             bytes = bytes.subspan(static_cast<std::size_t>(w));

@@ -9,6 +9,8 @@
 #include <span>
 #include <string>
 
+#include "platform/UniqueFd.h"
+
 namespace quorvel::sprdphone {
 
 class Endpoint {
@@ -30,7 +32,7 @@ public:
     bool Accept(int timeoutMs = -1);
     // Drops the current host; a unix endpoint accepts again, a pty stays as it is.
     void Hangup();
-    bool Connected() const { return conn_ >= 0; }
+    bool Connected() const { return conn_.valid(); }
 
     // Reads what is there, waiting up to `timeoutMs` (-1: none). >0 bytes, 0 host closed,
     // -1 stopped or timed out (see Stopped()).
@@ -47,9 +49,9 @@ private:
 
     std::string where_;
     int stopFd_;
-    int listen_ = -1;  // unix: the listening socket
-    int conn_ = -1;    // unix: the host's connection; pty: the master
-    int heldSlave_ = -1;  // pty: kept open so a host closing the slave does not hang the master up
+    platform::UniqueFd listen_;     // unix: the listening socket
+    platform::UniqueFd conn_;       // unix: the host's connection; pty: the master
+    platform::UniqueFd heldSlave_;  // pty: kept open so a host closing the slave does not hang the master up
 };
 
 }  // namespace quorvel::sprdphone

@@ -17,6 +17,7 @@
 #include "Endpoint.h"
 #include "Replay.h"
 #include "platform/AtomicFile.h"
+#include "platform/UniqueFd.h"
 #include "engines/sprd/PhoneModel.h"
 
 using namespace quorvel;
@@ -74,9 +75,6 @@ bool ParsePartitions(const std::string& text, std::vector<sprd::PartitionSpec>& 
 class Dumper {
 public:
     explicit Dumper(std::string dir) : dir_(std::move(dir)) {}
-    ~Dumper() {
-        for (auto& [name, fd] : files_) ::close(fd);
-    }
     void Write(const std::string& name, std::uint64_t offset, std::span<const std::uint8_t> data) {
         const int fd = File(name);
         if (offset == 0) (void)::ftruncate(fd, 0);
@@ -90,14 +88,14 @@ public:
 private:
     int File(const std::string& name) {
         auto it = files_.find(name);
-        if (it != files_.end()) return it->second;
+        if (it != files_.end()) return it->second.get();
         const std::string path = dir_ + "/" + name + ".img";
-        const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-        files_[name] = fd;
-        return fd;
+        platform::UniqueFd& fd = files_[name];
+        fd.reset(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+        return fd.get();
     }
     std::string dir_;
-    std::map<std::string, int> files_;
+    std::map<std::string, platform::UniqueFd> files_;
 };
 
 }  // namespace

@@ -11,6 +11,8 @@
 #include <mutex>
 #include <string_view>
 
+#include "platform/UniqueFd.h"
+
 namespace quorvel::engine {
 
 using platform::ChildProcess;
@@ -53,10 +55,10 @@ public:
         if (path.empty()) return;
         std::error_code ec;
         std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
-        fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        fd_.reset(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
     }
     ~LogFile() {
-        if (fd_ < 0) return;
+        if (!fd_) return;
         if (!tail_.empty()) {
             if (tail_.size() > kLogTailBytes) Cut(tail_.size() - kLogTailBytes);
             // The kept tail starts at a line of its own.
@@ -67,7 +69,6 @@ public:
             }
             Put(tail_);
         }
-        ::close(fd_);
     }
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
@@ -90,7 +91,7 @@ public:
     }
     void Raw(const char* data, std::size_t size) {
         std::lock_guard g(mutex_);
-        if (fd_ < 0) return;
+        if (!fd_) return;
         if (written_ < kLogHeadBytes) {
             const std::size_t head = std::min(size, kLogHeadBytes - written_);
             Put(std::string_view(data, head));
@@ -104,14 +105,14 @@ public:
     }
 
 private:
-    void Put(std::string_view text) const { [[maybe_unused]] const ssize_t r = ::write(fd_, text.data(), text.size()); }
+    void Put(std::string_view text) const { [[maybe_unused]] const ssize_t r = ::write(fd_.get(), text.data(), text.size()); }
     void Cut(std::size_t bytes) {
         tail_.erase(0, bytes);
         cut_ += bytes;
     }
 
     std::mutex mutex_;
-    int fd_ = -1;
+    platform::UniqueFd fd_;
     std::size_t written_ = 0;
     std::string tail_;
     std::uint64_t cut_ = 0;

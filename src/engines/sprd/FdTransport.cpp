@@ -28,8 +28,7 @@ FdTransport::~FdTransport() {
 }
 
 void FdTransport::Close() {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
+    fd_.reset();
 }
 
 bool FdTransport::TryOpen(std::string& error) {
@@ -42,28 +41,28 @@ bool FdTransport::TryOpen(std::string& error) {
             return false;
         }
         std::memcpy(addr.sun_path, path_.c_str(), path_.size() + 1);
-        fd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (fd_ < 0 || ::connect(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+        fd_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        if (!fd_.valid() || ::connect(fd_.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
             error = "cannot connect to " + path_ + ": " + std::strerror(errno);
             Close();
             return false;
         }
         return true;
     }
-    fd_ = ::open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (fd_ < 0) {
+    fd_.reset(::open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    if (!fd_.valid()) {
         error = "cannot open " + path_ + ": " + std::strerror(errno) +
                 (errno == EACCES ? " (add the operator to the group that owns it, for example dialout)" : "");
         return false;
     }
     termios t{};
-    if (::tcgetattr(fd_, &t) == 0) {
+    if (::tcgetattr(fd_.get(), &t) == 0) {
         ::cfmakeraw(&t);
         ::cfsetispeed(&t, B115200);
         ::cfsetospeed(&t, B115200);
         t.c_cflag |= CLOCAL | CREAD;
         t.c_cflag &= ~static_cast<tcflag_t>(CSTOPB | PARENB);
-        ::tcsetattr(fd_, TCSANOW, &t);
+        ::tcsetattr(fd_.get(), TCSANOW, &t);
     }
     return true;
 }
@@ -84,29 +83,29 @@ bool FdTransport::Reopen(int timeoutMs, std::string& error) {
 
 bool FdTransport::Write(std::span<const std::uint8_t> bytes) {
     std::size_t done = 0;
-    while (fd_ >= 0 && done < bytes.size()) {
-        const ssize_t n = kind_ == UNIX ? ::send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL)
-                                        : ::write(fd_, bytes.data() + done, bytes.size() - done);
+    while (fd_.valid() && done < bytes.size()) {
+        const ssize_t n = kind_ == UNIX ? ::send(fd_.get(), bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL)
+                                        : ::write(fd_.get(), bytes.data() + done, bytes.size() - done);
         if (n > 0) {
             done += static_cast<std::size_t>(n);
         } else if (n < 0 && errno == EINTR) {
             continue;
         } else if (n < 0 && errno == EAGAIN) {
-            pollfd p{fd_, POLLOUT, 0};
+            pollfd p{fd_.get(), POLLOUT, 0};
             ::poll(&p, 1, 1000);
         } else {
             Close();
             return false;
         }
     }
-    return fd_ >= 0;
+    return fd_.valid();
 }
 
 long FdTransport::Read(std::span<std::uint8_t> buffer, int timeoutMs) {
-    if (fd_ < 0) return -1;
+    if (!fd_.valid()) return -1;
     const long long deadline = NowMs() + timeoutMs;
     for (;;) {
-        pollfd p{fd_, POLLIN, 0};
+        pollfd p{fd_.get(), POLLIN, 0};
         const long long left = deadline - NowMs();
         const int r = ::poll(&p, 1, left > 0 ? static_cast<int>(left) : 0);
         if (r < 0 && errno == EINTR) continue;
@@ -115,7 +114,7 @@ long FdTransport::Read(std::span<std::uint8_t> buffer, int timeoutMs) {
             Close();
             return -1;
         }
-        const ssize_t n = ::read(fd_, buffer.data(), buffer.size());
+        const ssize_t n = ::read(fd_.get(), buffer.data(), buffer.size());
         if (n > 0) return n;
         if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         Close();  // end of stream: unplugged, or re-enumerating

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "engines/sprd/Transport.h"
+#include "platform/UniqueFd.h"
 
 namespace quorvel::sprd {
 
@@ -31,7 +32,7 @@ private:
 
     Kind kind_;
     std::string path_;
-    int fd_ = -1;
+    platform::UniqueFd fd_;
 };
 
 }  // namespace quorvel::sprd
