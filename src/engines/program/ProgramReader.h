@@ -7,7 +7,8 @@
 // held and reaps it. A program that writes fast gets one buffer per round, so it
 // cannot starve the others.
 // Threads: Add and Remove from a job's thread; the Client calls run on the reader's
-// own thread, one at a time, with no lock of the caller held. After Remove returns,
+// own thread, one at a time, in the order the program wrote, with no lock held (the
+// reader's included: a call may block, or Remove its own client). After Remove returns,
 // no call for that client runs or will run.
 
 #include <condition_variable>
@@ -17,9 +18,11 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/ChildProcess.h"
 #include "platform/Clock.h"
+#include "platform/UniqueFd.h"
 
 namespace quorvel::engine {
 
@@ -57,13 +60,25 @@ public:
     void Remove(Client& client);
 
 private:
+    // A Client call, read under the lock and made after it is released.
+    struct Call {
+        enum Kind { OUTPUT, ROUND, STDERR, EXIT } kind;
+        std::uint64_t id;
+        platform::Millis now = 0;
+        std::string data;    // OUTPUT, STDERR
+        bool paced = false;  // OUTPUT: its answer decides whether the next round may wait
+    };
+
     explicit ProgramReader(platform::Clock& clock);
     void Main();
-    // With mutex_ held; false when the program has exited.
-    bool ReadOnce(std::uint64_t id, platform::Millis now, bool& progressOnly);
-    // With mutex_ held; false at the end of the standard error or when nothing is there.
-    bool ReadErr(std::uint64_t id);
-    void Finish(std::uint64_t id, platform::Millis now);
+    // With mutex_ held: the calls of one readiness, appended to `calls`. ReadOnce is false
+    // when nothing more is there; ReadErr likewise, or at the end of the standard error.
+    bool ReadOnce(std::uint64_t id, platform::Millis now, bool paced, std::vector<Call>& calls);
+    bool ReadErr(std::uint64_t id, std::vector<Call>& calls);
+    void Finish(std::uint64_t id, platform::Millis now, std::vector<Call>& calls);
+    // Without mutex_: makes the calls in order, skipping those of removed clients. True
+    // when every paced output was progress only.
+    bool Make(const std::vector<Call>& calls);
     // The shortest pacing interval of the watches; `unpaced`: one of them is not paced.
     platform::Millis Pace(bool& unpaced) const;
 
@@ -78,10 +93,13 @@ private:
     };
 
     platform::Clock& clock_;
-    int epoll_ = -1;
-    int wake_ = -1;  // eventfd: ends the epoll wait on shutdown
+    platform::UniqueFd epoll_;
+    platform::UniqueFd wake_;  // eventfd: ends the epoll wait on shutdown
+    int setupError_ = 0;       // errno of a failed set-up: no program can be watched
     std::mutex mutex_;
     std::condition_variable cv_;  // the pacing wait
+    std::condition_variable made_;  // a call has returned
+    std::uint64_t calling_ = 0;     // the watch whose client is being called; 0: none
     bool stop_ = false;
     std::uint64_t nextId_ = 1;
     std::map<std::uint64_t, Watch> watches_;
