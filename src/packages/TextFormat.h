@@ -1,17 +1,11 @@
 #pragma once
-// printf-style formatting into a std::string, for the station's message formats.
+// printf-style formatting into a std::string, for the station's message formats. The
+// compiler checks the arguments against a format it can see. Any thread.
 
-#include <cstdio>
 #include <string>
 
 namespace quorvel::packages {
 
-template <class... Args>
-std::string Format(const char* format, Args... args) {
-    const int n = std::snprintf(nullptr, 0, format, args...);
-    std::string out(static_cast<std::size_t>(n > 0 ? n : 0), '\0');
-    std::snprintf(out.data(), out.size() + 1, format, args...);
-    return out;
-}
+std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 }  // namespace quorvel::packages

@@ -4,18 +4,14 @@
 #include <cstring>
 #include <ctime>
 
+#include "packages/TextFormat.h"
 #include "station/Station.h"
 #include "station/Texts.h"
 
 namespace quorvel::engine {
 
 namespace {
-template <class... Args>
-std::string Format(const char* fmt, Args... args) {
-    char buf[1024];
-    std::snprintf(buf, sizeof buf, fmt, args...);
-    return buf;
-}
+using packages::Format;
 
 bool Contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
