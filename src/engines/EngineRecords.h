@@ -47,7 +47,7 @@ struct DeviceInfo {
 };
 
 // One file of an SPRD package as the SPRD engine takes it.
-struct DlFileInfo {  // _DLFILE_INFO
+struct DlFileInfo {
     char FileId[256];
     char FilePath[256];
     std::uint32_t FileSize;
@@ -55,7 +55,6 @@ struct DlFileInfo {  // _DLFILE_INFO
 };
 static_assert(sizeof(DlFileInfo) == 520);
 static_assert(offsetof(DlFileInfo, FileSize) == 512);
-using _DLFILE_INFO = DlFileInfo;
 
 // Efuse settings for the MTK engine's pre-load. The engine's own build gives the
 // pointer width: 24 bytes for a 32-bit engine, 32 bytes here.

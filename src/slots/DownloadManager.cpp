@@ -1,7 +1,5 @@
 #include "slots/DownloadManager.h"
 
-#include <strings.h>
-
 #include <cstdio>
 
 #include "station/Messages.h"
@@ -109,15 +107,6 @@ void DownloadManager::AcceptDeviceByHubPort(const app::DeviceInfo& device) {
             w->AcceptDevice(device);
             return;
         }
-}
-
-bool DownloadManager::SignalRemoval(const std::string& friendlyName) {
-    for (auto& w : workers_)
-        if (strcasecmp(w->Device().friendlyName.c_str(), friendlyName.c_str()) == 0) {
-            w->NotifyDevice(NOTIFY_REMOVED, "");
-            return true;
-        }
-    return false;
 }
 
 void DownloadManager::StartAll() {

@@ -44,7 +44,6 @@ public:
     DownloadWorker* WorkerAt(int i);
     int WorkerCount() const { return static_cast<int>(workers_.size()); }
     void AcceptDeviceByHubPort(const app::DeviceInfo& device);
-    bool SignalRemoval(const std::string& friendlyName);
 
     void StartAll();
     // False when refused because a slot is still at work, or `first` (run before the

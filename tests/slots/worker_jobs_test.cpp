@@ -408,9 +408,7 @@ TEST(DownloadWorkerJobs, RemovalGreysThePortAndReleasesCfgSlots) {
     h.HandOver(0, h.Device(app::EVENT_MTK, "Gadget (COM1)", "g"));
     EXPECT_EQ(h.st.slotList.CellText(0, app::COL_DEVICE), "(COM1)Gadget ");
     EXPECT_EQ(h.st.bindings.ComName(0), "(COM1)Gadget ");
-    bool found = false;
-    h.loop.Call([&] { found = h.manager->SignalRemoval("GADGET (com1)"); });
-    EXPECT_TRUE(found);
+    h.loop.Call([&] { h.manager->WorkerAt(0)->NotifyDevice(NOTIFY_REMOVED, ""); });
     auto cell = h.st.slotList.Row(0).cells[app::COL_DEVICE];
     EXPECT_EQ(cell.colour, kColourGrey);
     EXPECT_EQ(cell.icon, kIconPort);
@@ -428,8 +426,6 @@ TEST(DownloadWorkerJobs, RemovalGreysThePortAndReleasesCfgSlots) {
         EXPECT_EQ(h.State(0), state) << "job " << job;
         EXPECT_EQ(h.st.slotList.Row(0).cells[app::COL_DEVICE].colour, colour) << "job " << job;
     }
-    h.loop.Call([&] { found = h.manager->SignalRemoval("nobody"); });
-    EXPECT_FALSE(found);
 }
 
 TEST(DownloadWorkerPackage, VersionTextAndPreLoad) {
