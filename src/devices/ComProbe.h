@@ -36,7 +36,6 @@ public:
     bool Open(const std::string& node, int baud);
     // Purges and closes; false only when close fails.
     bool Close();
-    bool IsOpen() const { return fd_.valid(); }
     int Error() const { return error_; }
 
 private:

@@ -68,7 +68,6 @@ public:
     int BuildConfiguration(const char* packagePath);
 
     void SetTempFolderSource(CBinPack::TempFolderSource source) { tempFolder_ = std::move(source); }
-    const std::string& ImageFilesPath() const { return imageFiles_; }
 
 private:
     void Housekeeping();

@@ -22,8 +22,6 @@ class ProfileDocument {
 public:
     explicit ProfileDocument(std::string contents);
 
-    const std::string& Contents() const { return contents_; }
-
     // The first occurrence of the key in the first occurrence of the section,
     // trimmed and with one pair of matching surrounding quotes removed.
     std::pair<bool, std::string> Lookup(std::string_view section, std::string_view key) const;

@@ -229,13 +229,6 @@ std::string SimBench::SprdReportPath(int com, std::uint64_t plug) const {
     return sprdPhones_ ? sprdPhones_->ReportPath(com, plug) : "";
 }
 
-std::pair<int, std::uint64_t> SimBench::PortAndPlugAt(int socket) const {
-    std::lock_guard g(mutex_);
-    auto it = phones_.find(socket);
-    if (it == phones_.end()) return {0, 0};
-    return {it->second.com, it->second.plugId};
-}
-
 bool SimBench::Unplug(int socket) {
     std::uint64_t plug = 0;
     {

@@ -77,8 +77,6 @@ public:
     void UseSprdPhonePrograms(std::unique_ptr<SprdPhonePrograms> programs);
     // Where the phone of COM<com> plugged as `plug` writes its report; empty without programs.
     std::string SprdReportPath(int com, std::uint64_t plug) const;
-    // The COM number and plug of the phone on `socket`; {0, 0} when there is none.
-    std::pair<int, std::uint64_t> PortAndPlugAt(int socket) const;
 
 private:
     struct Phone {

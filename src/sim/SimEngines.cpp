@@ -36,11 +36,6 @@ void SimPhoneRegistry::SetPortProfile(unsigned long comPort, const PhoneProfile&
     byPort_[comPort] = profile;
 }
 
-void SimPhoneRegistry::Forget(const std::string& instanceId) {
-    std::lock_guard g(mutex_);
-    byDevice_.erase(instanceId);
-}
-
 PhoneProfile SimPhoneRegistry::ForDevice(const std::string& instanceId) const {
     std::lock_guard g(mutex_);
     auto it = byDevice_.find(instanceId);

@@ -62,7 +62,6 @@ public:
     void SetProfile(const std::string& instanceId, const PhoneProfile& profile);
     // SPRD phones, known to their engine only by the COM port number.
     void SetPortProfile(unsigned long comPort, const PhoneProfile& profile);
-    void Forget(const std::string& instanceId);
     PhoneProfile ForDevice(const std::string& instanceId) const;
     PhoneProfile ForPort(unsigned long comPort) const;
 

@@ -69,7 +69,6 @@ public:
     explicit FrameDecoder(Check check = Check::BOOT_ROM_CRC) : check_(check) {}
 
     void SetCheck(Check check) { check_ = check; }
-    Check GetCheck() const { return check_; }
     // Escaping both ways until DISABLE_TRANSCODE is acknowledged.
     void SetEscaping(bool on) { escaping_ = on; }
     bool Escaping() const { return escaping_; }
@@ -79,8 +78,6 @@ public:
     std::optional<Decoded> Next();
     // Drops a partly read frame and everything not yet taken.
     void Reset();
-    // True while a frame has begun but is not complete.
-    bool InFrame() const { return state_ != State::IDLE && state_ != State::OPEN; }
     // True when the last bytes were flags with no frame after them yet: check baud, or the
     // opening flag of a frame whose rest is still on its way.
     bool AtFlag() const { return state_ == State::OPEN; }
