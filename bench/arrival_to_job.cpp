@@ -76,6 +76,7 @@ std::vector<double> OneBatch() {
     }
     std::sort(started.begin(), started.end());
     std::vector<double> own;
+    own.reserve(kPhones + 1);
     for (int k = 0; k < kPhones; ++k)
         own.push_back(started[k] - (k ? started[k - 1] : 0.0) - kMandatedPerPhoneMs / kSpeed);
     own.push_back(started.back() - kPhones * kMandatedPerPhoneMs / kSpeed);  // the last one's latency

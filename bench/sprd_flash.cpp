@@ -52,7 +52,7 @@ int Listen(const std::string& path) {
     std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
     if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || ::listen(fd, 2) != 0) {
         std::perror("listen");
-        std::exit(1);
+        std::_Exit(1);  // the phone's thread may run: no static destructors under it
     }
     return fd;
 }
@@ -117,7 +117,7 @@ private:
 template <typename Respond>
 void Serve(int listener, Respond respond) {
     const int fd = ::accept(listener, nullptr, nullptr);
-    std::vector<std::uint8_t> buf(256 * 1024);
+    std::vector<std::uint8_t> buf(std::size_t{256} * 1024);
     for (;;) {
         const ssize_t n = ::read(fd, buf.data(), buf.size());
         if (n <= 0) break;
@@ -192,7 +192,7 @@ FlashRun Flash(const std::string& dir, const Plan& plan, std::size_t chunk, bool
         std::string error;
         if (!link.Open(5000, error)) {
             std::fprintf(stderr, "%s\n", error.c_str());
-            std::exit(1);
+            std::_Exit(1);  // the phone's thread runs: no static destructors under it
         }
         Counting counted(link);
         Quiet quiet;

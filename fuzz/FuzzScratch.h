@@ -26,7 +26,7 @@ public:
     const std::string& Path() const { return path_; }
 
     std::string Write(const std::string& name, const std::uint8_t* data, std::size_t size) const {
-        const std::string file = path_ + name;
+        std::string file = path_ + name;
         std::filesystem::create_directories(std::filesystem::path(file).parent_path());
         std::ofstream out(file, std::ios::binary | std::ios::trunc);
         out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));

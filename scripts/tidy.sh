@@ -13,7 +13,8 @@ status=0
 run-clang-tidy -quiet -j "${TIDY_JOBS:-$(nproc)}" -p build/clang "$@" >"$log" 2>&1 || status=$?
 
 # A header's finding comes once per file that includes it.
-findings="$(grep -E '^/.*:[0-9]+:[0-9]+: (warning|error): ' "$log" | sed "s|^$PWD/||" | sort -u || true)"
+findings="$(sed 's/\x1b\[[0-9;]*m//g' "$log" | grep -E '^/.*:[0-9]+:[0-9]+: (warning|error): ' \
+  | sed "s|^$PWD/||" | sort -u || true)"
 if [ -n "$findings" ]; then
   printf '%s\n' "$findings"
   echo "tidy: findings by check:"

@@ -27,7 +27,7 @@ namespace texts = app::texts;
 
 namespace {
 
-constexpr std::size_t kCrcPieceBytes = 1024 * 1024;
+constexpr std::size_t kCrcPieceBytes = std::size_t{1024} * 1024;
 
 bool Exists(const std::string& path) {
     struct stat st;

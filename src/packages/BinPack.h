@@ -31,7 +31,7 @@ class MessageWindow;
 
 namespace quorvel::packages {
 
-inline constexpr std::size_t kPacChunkSize = 10 * 1024 * 1024;
+inline constexpr std::size_t kPacChunkSize = std::size_t{10} * 1024 * 1024;
 
 // wParam of the extraction notices (message 6029).
 enum PacNotice : std::uint64_t { PAC_NOTICE_START = 0, PAC_NOTICE_PERCENT = 1, PAC_NOTICE_END = 2 };

@@ -85,16 +85,17 @@ std::string DemoNvImage(std::size_t size) {
 }
 
 PacSpec DemoSprdPac(std::uint32_t systemKiB) {
+    constexpr std::size_t kKiB = 1024;
     PacSpec p;
     p.productName = kDemoSprdProduct;
     p.nvBackupFlag = 1;
     p.entries = {
-        {"FDL", "fdl1-sign.bin", Pattern(12 * 1024, 1)},
-        {"FDL2", "fdl2-sign.bin", Pattern(64 * 1024, 2)},
-        {"NV_W", "nvitem.bin", DemoNvImage(16 * 1024)},
+        {"FDL", "fdl1-sign.bin", Pattern(12 * kKiB, 1)},
+        {"FDL2", "fdl2-sign.bin", Pattern(64 * kKiB, 2)},
+        {"NV_W", "nvitem.bin", DemoNvImage(16 * kKiB)},
         {"EraseCache", "", "", 1, 1},
-        {"BOOT", "boot.img", Pattern(256 * 1024, 3)},
-        {"System", "system.img", Pattern(std::size_t{systemKiB} * 1024, 4)},
+        {"BOOT", "boot.img", Pattern(256 * kKiB, 3)},
+        {"System", "system.img", Pattern(systemKiB * kKiB, 4)},
         {"", "QDEMO9863.xml", Config()},
     };
     return p;

@@ -175,9 +175,7 @@ int main(int argc, char** argv) {
         error = "cannot read the package's configuration " + package;
     else if (!ReadFile(files, list))
         error = "cannot read the file list " + files;
-    else if (!ReadScheme(xml, productName, scheme, error)) {
-    } else if (!ReadFileList(list, listed, error)) {
-    } else
+    else if (ReadScheme(xml, productName, scheme, error) && ReadFileList(list, listed, error))
         MakePlan(scheme, listed, static_cast<int>(downloadType), plan, error);
     if (!error.empty()) {
         Result(false, "Preparing: " + error);

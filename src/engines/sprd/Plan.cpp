@@ -124,10 +124,14 @@ bool MakePlan(const Scheme& scheme, const std::vector<ListedFile>& files, int do
     for (const auto& e : scheme.entries) {
         if (Same(e.id, "FDL") || Same(e.id, "FDL1") || Same(e.id, "FDL2")) continue;
         const ListedFile* f = Find(files, e.id);
-        PlanStep step;
-        step.id = e.id;
-        step.partition = e.block;
-        step.address = static_cast<std::uint32_t>(e.base);
+        // Every field named: assigned one by one, GCC 12 takes a string of it as uninitialized.
+        PlanStep step{.id = e.id,
+                      .partition = e.block,
+                      .address = static_cast<std::uint32_t>(e.base),
+                      .eraseSize = 0,
+                      .path = {},
+                      .size = 0,
+                      .nv = false};
         if (e.IsErase()) {
             // Selected by the list where it names the entry, else by the scheme.
             if (f ? f->checkFlag == 0 : e.checkFlag == 0) continue;
