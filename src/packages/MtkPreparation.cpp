@@ -178,7 +178,8 @@ void MtkPreparation::RefreshPackageDisplay(app::Station& station, PackageDisplay
             const std::string version = console.PackageVersionText();
             station.view.SetText(app::IDC_PATH_BANNER, package.scatterFilePath);
             panelFont();
-            station.view.SetText(app::IDC_PANEL, version.empty() ? "" : "SW:" + version);
+            station.package.version = version.empty() ? "" : "SW:" + version;
+            station.view.SetText(app::IDC_PANEL, station.package.version);
             break;
         }
         case app::PACKAGE_SPRD_PAC:
@@ -186,6 +187,7 @@ void MtkPreparation::RefreshPackageDisplay(app::Station& station, PackageDisplay
             console.SetBannerFont(kBannerFont);
             station.view.SetText(app::IDC_PATH_BANNER, package.pacFilePath);
             panelFont();
+            station.package.version.clear();
             station.view.SetText(app::IDC_PANEL, "");
             break;
         case app::PACKAGE_MTK_CFG:
@@ -194,6 +196,7 @@ void MtkPreparation::RefreshPackageDisplay(app::Station& station, PackageDisplay
             station.view.SetText(app::IDC_PATH_BANNER, package.cfgFilePath);
             console.PreLoadPackage();
             panelFont();
+            station.package.version.clear();
             station.view.SetText(app::IDC_PANEL, "");
             break;
         default:

@@ -336,7 +336,7 @@ void DownloadWorker::FinishJob(int slot, const char* platform, std::int64_t star
     // A machine-readable field: the same words whatever the operator's language.
     job.operation = app::DownloadTypeName(station_.package.downloadType).en;
     job.package = station_.package.ActivePath();
-    job.version = station_.view.Text(app::IDC_PANEL);
+    job.version = station_.package.version;
     job.result = interrupted ? app::JobResult::Interrupted : failed ? app::JobResult::Fail : app::JobResult::Pass;
     job.failedStep = outcome.step;
     job.errorText = outcome.error;

@@ -26,6 +26,7 @@ struct PackageSelection {
     bool cfgBackupRestore = false;
     bool verified = false;  // kind 1: passed the checksum preparation
     bool prepared = false;  // kind 2: extracted and configured
+    std::string version;    // the package's version as the panel shows it ("SW:..."), or empty
 
     // The path and folder of the chosen kind; empty for none.
     const std::string& ActivePath() const;

@@ -167,6 +167,7 @@ TEST_F(MtkPrep, RefreshDisplayByKind) {
     EXPECT_EQ(view.Pane(0), "Software Path: \"" + scatter + "\"");
     EXPECT_EQ(view.Text(app::IDC_PATH_BANNER), scatter);
     EXPECT_EQ(view.Text(app::IDC_PANEL), "SW:V1.2");
+    EXPECT_EQ(fx.station->package.version, "SW:V1.2");  // what the history keeps
 
     // A failed pre-load stops before the banner text and the repaint.
     view.SetText(app::IDC_PATH_BANNER, "");
@@ -185,6 +186,7 @@ TEST_F(MtkPrep, RefreshDisplayByKind) {
     EXPECT_EQ(refresh(), (Calls{"banner Arial 24", "panel 32", "repaint"}));
     EXPECT_EQ(view.Pane(0), "Software Path: \"/p/a.pac\"");
     EXPECT_EQ(view.Text(app::IDC_PANEL), "");
+    EXPECT_EQ(fx.station->package.version, "");
 
     console.preloadResult = 1;  // not examined for CFG packages
     fx.station->package.kind = app::PACKAGE_MTK_CFG;
