@@ -150,8 +150,7 @@ std::string ConsoleController::PackageVersionText() {
 
 void ConsoleController::HelpClick() {
     const auto [version, compiler, date] = TitleParts();
-    VersionInfo versions{};
-    if (run_) run_->Manager().FillVersionInfo(&versions);
+    const EngineVersions versions = run_ ? run_->Manager().EngineVersionTexts() : EngineVersions{};
     AboutDialogLogic dialog(station_, versions, version, compiler, date);
     station_.ui.RunAboutDialog(dialog);
     station_.settingsStore.LanguageSave();

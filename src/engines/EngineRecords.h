@@ -82,6 +82,15 @@ static_assert(sizeof(VersionInfo) == 464);
 static_assert(offsetof(VersionInfo, module1Version) == 144);
 static_assert(offsetof(VersionInfo, module2Build) == 336);
 
+// The engine's versions as texts, read from its record where it was filled.
+struct EngineVersions {
+    std::string daVersion, daBuild, module1Version, module1Build, module2Version, module2Build;
+};
+inline EngineVersions VersionsOf(const VersionInfo& v) {
+    return {FieldText(v.daVersion),      FieldText(v.daBuild),        FieldText(v.module1Version),
+            FieldText(v.module1Build),   FieldText(v.module2Version), FieldText(v.module2Build)};
+}
+
 // Checksum validation progress of one file, sent by the MTK engine in message 6027.
 struct ChecksumProgressRecord {
     char path[260];

@@ -1,13 +1,11 @@
 #include "present/AboutDialogLogic.h"
 
-#include <cstdio>
-
 #include "station/Station.h"
 #include "station/Texts.h"
 
 namespace quorvel::app {
 
-AboutDialogLogic::AboutDialogLogic(Station& station, const VersionInfo& v, std::string versionLine,
+AboutDialogLogic::AboutDialogLogic(Station& station, const EngineVersions& v, std::string versionLine,
                                    std::string compilerLine, std::string dateLine)
     : station_(station),
       versionLine_(std::move(versionLine)),
@@ -15,16 +13,10 @@ AboutDialogLogic::AboutDialogLogic(Station& station, const VersionInfo& v, std::
       dateLine_(std::move(dateLine)),
       preselected_(station.language.LanguageId() == kLangEnglish ? ENGLISH : AUTO),
       languageOnOpen_(station.language.LanguageId()) {
-    char line[512];
     engineLines_.push_back("SP_MTK DLL Version");
-    std::snprintf(line, sizeof line, "DA_v:%s; Build:%s", FieldText(v.daVersion).c_str(), FieldText(v.daBuild).c_str());
-    engineLines_.push_back(line);
-    std::snprintf(line, sizeof line, "%s; Build:%s", FieldText(v.module1Version).c_str(),
-                  FieldText(v.module1Build).c_str());
-    engineLines_.push_back(line);
-    std::snprintf(line, sizeof line, "%s; Build:%s", FieldText(v.module2Version).c_str(),
-                  FieldText(v.module2Build).c_str());
-    engineLines_.push_back(line);
+    engineLines_.push_back("DA_v:" + v.daVersion + "; Build:" + v.daBuild);
+    engineLines_.push_back(v.module1Version + "; Build:" + v.module1Build);
+    engineLines_.push_back(v.module2Version + "; Build:" + v.module2Build);
 }
 
 std::string AboutDialogLogic::LanguageGroup() const { return station_.language.ChooseText(texts::kLanguageGroup); }

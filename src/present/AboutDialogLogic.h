@@ -15,8 +15,8 @@ class AboutDialogLogic {
 public:
     enum Choice { CHINESE, ENGLISH, AUTO };
 
-    // `versions`: the record filled by the first worker's engine, or zeros.
-    AboutDialogLogic(Station& station, const VersionInfo& versions, std::string versionLine,
+    // `versions`: those of the first worker's engine, or empty.
+    AboutDialogLogic(Station& station, const EngineVersions& versions, std::string versionLine,
                      std::string compilerLine, std::string dateLine);
 
     const std::vector<std::string>& EngineLines() const { return engineLines_; }

@@ -177,8 +177,10 @@ void DownloadManager::PackageVersionText(int kind, std::string& text) {
     if (!workers_.empty()) workers_.front()->PackageVersionText(kind, text);
 }
 
-void DownloadManager::FillVersionInfo(app::VersionInfo* info) {
-    if (!workers_.empty()) workers_.front()->FillVersionInfo(info);
+app::EngineVersions DownloadManager::EngineVersionTexts() {
+    app::VersionInfo record{};
+    if (!workers_.empty()) workers_.front()->FillVersionInfo(&record);
+    return app::VersionsOf(record);
 }
 
 void DownloadManager::ShowSlotElapsed(int slot) {

@@ -57,7 +57,7 @@ public:
     void VerifyPackage(std::shared_ptr<platform::MessageWindow> window);
     int PreLoadPackage();
     void PackageVersionText(int kind, std::string& text);
-    void FillVersionInfo(app::VersionInfo* info);
+    app::EngineVersions EngineVersionTexts();
 
     void ShowSlotElapsed(int slot);
 

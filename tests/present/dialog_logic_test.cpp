@@ -126,9 +126,9 @@ TEST_F(SettingsDialogTest, CfgBackupRestoreFromSettingOrEntry) {
 
 TEST(AboutDialogTest, LanguageButtonsAndRestart) {
     test::StationFixture f;
-    VersionInfo v{};
-    CopyField(v.daVersion, "1.2");
-    CopyField(v.daBuild, "b7");
+    EngineVersions v;
+    v.daVersion = "1.2";
+    v.daBuild = "b7";
     AboutDialogLogic same(*f.station, v, "", "", "");
     EXPECT_EQ(same.Preselected(), AboutDialogLogic::AUTO);
     EXPECT_EQ(same.EngineLines()[1], "DA_v:1.2; Build:b7");

@@ -228,7 +228,7 @@ private Q_SLOTS:
         QCOMPARE(types->itemText(0), QString("txt file (*.txt;*.bin)"));
 
         Console c;
-        app::AboutDialogLogic logic(*c.f.station, app::VersionInfo{}, "", "", "");
+        app::AboutDialogLogic logic(*c.f.station, app::EngineVersions{}, "", "", "");
         dialogs::AboutDialog about(logic, nullptr);
         auto* icon = about.findChild<QLabel*>("icon");
         QVERIFY(icon && !icon->pixmap().isNull());
