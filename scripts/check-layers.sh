@@ -7,15 +7,8 @@ cd "$(dirname "$0")/../src"
 
 order=(platform history engines station packages engines/program slots devices sim present console qt)
 known="\
-engines/program/ProgramContext.cpp sim/SimEngineProgram.h
-engines/program/ProgramContext.h sim/SimEngines.h
-engines/program/ProgramEngineFactory.cpp sim/SimEngineProgram.h
-engines/program/ProgramFpEngine.cpp slots/DownloadWorker.h
-engines/program/ProgramMtkEngine.cpp slots/DownloadWorker.h
-engines/program/ProgramMtkEngine.cpp present/SlotDisplay.h
 packages/BinPack.cpp console/ConsoleUi.h
 present/PreparationWindowLogic.h console/ConsoleUi.h
-sim/SimEngines.cpp present/SlotDisplay.h
 slots/DownloadWorker.h present/SlotDisplay.h
 station/Station.h console/ConsoleUi.h
 station/Station.h present/ConsoleView.h

@@ -12,7 +12,7 @@
 
 #include "station/Station.h"
 #include "console/StationRun.h"
-#include "engines/program/ProgramEngineFactory.h"
+#include "console/ProgramEngineFactory.h"
 #include "sim/SimEngines.h"
 #include "platform/SysPaths.h"
 #include "sim/SimBench.h"

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -81,6 +82,32 @@ public:
     // Why jobs of `packageKind` cannot run on these engines (an operator's message), or
     // empty. Asked at Start, on the station thread.
     virtual std::string StartProblem(int /*packageKind*/) { return {}; }
+};
+
+// The port number of a friendly name's last parenthesised part ("... (COM23)"), 1..256,
+// or -1: the worker and the engines know a phone's port by it.
+inline int ExtractComNumber(const std::string& name) {
+    const auto open = name.rfind('(');
+    const auto close = name.rfind(')');
+    std::string inner;
+    if (open != std::string::npos && close != std::string::npos && close > open)
+        inner = name.substr(open + 1, close - open - 1);
+    if (inner.size() < 3) return -1;
+    const std::string rest = inner.substr(3);
+    if (rest.size() > 3) return -1;
+    const int n = std::atoi(rest.c_str());
+    return n >= 1 && n <= 256 ? n : -1;
+}
+
+// A progress count or total the engine does not know (yet).
+inline constexpr std::uint32_t kUnknown = 0xFFFFFFFFu;
+
+// A phone moves to its next port (the engine switched it): the bench re-enumerates it.
+struct SwitchEvent {
+    enum Kind { MTK_TO_DA, SPRD_TO_DOWNLOAD_PORT } kind;
+    std::string instanceId;  // MTK: the device the engine was given
+    unsigned long comPort;   // SPRD: the port the engine served
+    int slot;                // MTK: the engine's ThreadIndex; SPRD: -1
 };
 
 // Message 6028's wParam: kind in bits 0..15, row in 16..23, sub-code in 24..31.

@@ -69,4 +69,28 @@ std::vector<std::string> SimProfileArgs(const PhoneProfile& p) {
     return a;
 }
 
+std::vector<std::string> SimProgramPhones::ProfileArgs(const std::string& device, unsigned long port) const {
+    return SimProfileArgs(Profile(device, port));
+}
+
+namespace {
+class RegistryHold final : public BenchPhones::Hold {
+public:
+    RegistryHold(SimPhoneRegistry& registry, std::uint64_t plug, std::function<void()> cut)
+        : registry_(registry), plug_(plug), link_(registry, plug, std::move(cut)) {}
+    bool Lost() const override { return link_.Lost(); }
+    void Result(bool failed) override { registry_.JobResult(plug_, failed); }
+
+private:
+    SimPhoneRegistry& registry_;
+    std::uint64_t plug_;
+    SimPhoneRegistry::Link link_;
+};
+}  // namespace
+
+std::unique_ptr<BenchPhones::Hold> SimProgramPhones::HoldPhone(const std::string& device, unsigned long port,
+                                                               std::function<void()> cut) {
+    return std::make_unique<RegistryHold>(registry_, Profile(device, port).plug, std::move(cut));
+}
+
 }  // namespace quorvel::engine

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "engines/program/ProgramContext.h"
 #include "sim/SimEngines.h"
 
 namespace quorvel::engine {
@@ -31,5 +32,21 @@ bool IsNativeSprdOverUsb(const std::string& commandLine);
 std::string SimEngineCommandLine(const std::string& program, const char* platform, double timeScale);
 
 std::vector<std::string> SimProfileArgs(const PhoneProfile& profile);
+
+// The registry's phones as the engine programs meet them.
+class SimProgramPhones final : public BenchPhones {
+public:
+    explicit SimProgramPhones(SimPhoneRegistry& registry) : registry_(registry) {}
+    std::vector<std::string> ProfileArgs(const std::string& device, unsigned long port) const override;
+    bool VerifyPasses() const override { return registry_.VerifyPasses(); }
+    std::unique_ptr<Hold> HoldPhone(const std::string& device, unsigned long port,
+                                    std::function<void()> cut) override;
+
+private:
+    PhoneProfile Profile(const std::string& device, unsigned long port) const {
+        return device.empty() ? registry_.ForPort(port) : registry_.ForDevice(device);
+    }
+    SimPhoneRegistry& registry_;
+};
 
 }  // namespace quorvel::engine

@@ -12,7 +12,6 @@
 #include "station/Messages.h"
 #include "station/Station.h"
 #include "station/Texts.h"
-#include "present/SlotDisplay.h"
 
 namespace quorvel::engine {
 

@@ -38,14 +38,6 @@ struct PhoneProfile {
     std::string sprdFault{};  // the simulated phone's --fault, e.g. "signature@system"
 };
 
-// A simulated phone moves to its next port: the bench re-enumerates it.
-struct SwitchEvent {
-    enum Kind { MTK_TO_DA, SPRD_TO_DOWNLOAD_PORT } kind;
-    std::string instanceId;  // MTK: the device the engine was given
-    unsigned long comPort;   // SPRD: the port the engine served
-    int slot;                // MTK: the engine's ThreadIndex; SPRD: -1
-};
-
 class CancellableWait;
 
 // Why the simulated engines refuse the package file at `path` (its pre-load fails and its

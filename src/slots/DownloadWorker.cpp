@@ -431,19 +431,6 @@ void DownloadWorker::ShowBindState(int slot) {
     });
 }
 
-int DownloadWorker::ExtractComNumber(const std::string& name) {
-    const auto open = name.rfind('(');
-    const auto close = name.rfind(')');
-    std::string inner;
-    if (open != std::string::npos && close != std::string::npos && close > open)
-        inner = name.substr(open + 1, close - open - 1);
-    if (inner.size() < 3) return -1;
-    const std::string rest = inner.substr(3);
-    if (rest.size() > 3) return -1;
-    const int n = std::atoi(rest.c_str());
-    return n >= 1 && n <= 256 ? n : -1;
-}
-
 void DownloadWorker::SprdJob(bool& firstPhase) {
     const int slot = ThreadIndex();
     if (!JobStart(slot, WorkerEvents::SPRD)) return;

@@ -118,8 +118,6 @@ public:
     FpEngine& Fp() { return *fp_; }
     SprdEngine& Sprd() { return *sprd_; }
 
-    // "(COM23)" style port number of a friendly name, 1..256, or -1.
-    static int ExtractComNumber(const std::string& name);
     // The name with its last parenthesised part moved to the front.
     static std::string DisplayName(const std::string& name);
 

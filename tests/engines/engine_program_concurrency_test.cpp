@@ -23,7 +23,7 @@
 #include "console/MessageRouter.h"
 #include "slots/DownloadManager.h"
 #include "engines/program/ProgramContext.h"
-#include "engines/program/ProgramEngineFactory.h"
+#include "console/ProgramEngineFactory.h"
 #include "engines/program/ProgramJob.h"
 #include "platform/ChildProcess.h"
 #include "platform/ExeDir.h"

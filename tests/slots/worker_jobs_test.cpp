@@ -74,12 +74,12 @@ private:
 };
 
 TEST(DownloadWorkerNames, ExtractComNumberAndDisplayName) {
-    EXPECT_EQ(DownloadWorker::ExtractComNumber("Phone (COM7)"), 7);
-    EXPECT_EQ(DownloadWorker::ExtractComNumber("Phone (COM256)"), 256);
-    EXPECT_EQ(DownloadWorker::ExtractComNumber("Phone (COM1000)"), -1);
-    EXPECT_EQ(DownloadWorker::ExtractComNumber("Phone (COM0)"), -1);
-    EXPECT_EQ(DownloadWorker::ExtractComNumber("(AB12)"), 2);
-    EXPECT_EQ(DownloadWorker::ExtractComNumber("Phone COM7"), -1);
+    EXPECT_EQ(ExtractComNumber("Phone (COM7)"), 7);
+    EXPECT_EQ(ExtractComNumber("Phone (COM256)"), 256);
+    EXPECT_EQ(ExtractComNumber("Phone (COM1000)"), -1);
+    EXPECT_EQ(ExtractComNumber("Phone (COM0)"), -1);
+    EXPECT_EQ(ExtractComNumber("(AB12)"), 2);
+    EXPECT_EQ(ExtractComNumber("Phone COM7"), -1);
     EXPECT_EQ(DownloadWorker::DisplayName("USB Port (Modem) (COM23)"), "(COM23)USB Port (Modem) ");
     EXPECT_EQ(DownloadWorker::DisplayName("Plain name"), "Plain name");
 }

@@ -10,7 +10,6 @@
 #include <filesystem>
 
 #include "station/Station.h"
-#include "sim/SimEngineProgram.h"
 #include "platform/AtomicFile.h"
 #include "platform/ChildProcess.h"
 #include "platform/JsonText.h"
@@ -26,7 +25,7 @@ bool HasControlCharacter(const std::string& text) {
 }  // namespace
 
 ProgramContext::ProgramContext(app::Station& st, ProgramSettings s, std::function<void(const SwitchEvent&)> hook,
-                               SimPhoneRegistry* benchPhones, PortDevices portDevices, std::string profileArgs)
+                               BenchPhones* benchPhones, PortDevices portDevices, std::string profileArgs)
     : station(st),
       settings(std::move(s)),
       switchHook_(std::move(hook)),
@@ -130,10 +129,10 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
     }
     request.argv = ExpandCommandLine(args, values, options);
     if (benchPhones_ && profileArgs_.find(" " + std::string(platform) + " ") != std::string::npos) {
-        const PhoneProfile p = std::string(platform) == "SPRD"
-                                   ? benchPhones_->ForPort(std::strtoul(values["port"].c_str(), nullptr, 10))
-                                   : benchPhones_->ForDevice(values["device"]);
-        for (auto& a : SimProfileArgs(p)) request.argv.push_back(std::move(a));
+        const bool sprd = std::string(platform) == "SPRD";
+        for (auto& a : benchPhones_->ProfileArgs(sprd ? "" : values["device"],
+                                                 std::strtoul(values["port"].c_str(), nullptr, 10)))
+            request.argv.push_back(std::move(a));
     }
     if (!station.ExeDir().empty()) request.recordDir = station.ExeDir() + kRunningFolder;
     request.silenceMs = settings.silenceMs;
@@ -155,15 +154,8 @@ bool ProgramContext::MakeOperation(const std::string& commandLine, const char* p
     return true;
 }
 
-BenchPhone::BenchPhone(const ProgramContext& context, const std::string& device, unsigned long port, ProgramJob& job)
-    : registry_(context.BenchPhones()) {
-    if (!registry_) return;
-    plug_ = device.empty() ? registry_->ForPort(port).plug : registry_->ForDevice(device).plug;
-    link_ = std::make_unique<SimPhoneRegistry::Link>(*registry_, plug_, [&job] { job.Cancel(); });
-}
-
-void BenchPhone::Result(bool failed) const {
-    if (registry_) registry_->JobResult(plug_, failed);
+BenchPhone::BenchPhone(const ProgramContext& context, const std::string& device, unsigned long port, ProgramJob& job) {
+    if (auto* phones = context.Phones()) hold_ = phones->HoldPhone(device, port, [&job] { job.Cancel(); });
 }
 
 }  // namespace quorvel::engine

@@ -1,7 +1,8 @@
 #pragma once
 // What every engine-program adapter of a station shares: the station, the [ENGINES]
-// settings, the hook that tells the simulated bench a phone re-enumerates, and the
-// making of one job's arguments and log path. Read-only after construction; any thread.
+// settings, the hook that tells the bench a phone re-enumerates, the simulated bench's
+// phones, and the making of one job's arguments and log path. Read-only after
+// construction; any thread.
 
 #include <atomic>
 #include <functional>
@@ -13,7 +14,7 @@
 
 #include "engines/program/ProgramJob.h"
 #include "engines/program/ProgramSettings.h"
-#include "sim/SimEngines.h"
+#include "engines/EngineInterfaces.h"
 
 namespace quorvel::app {
 class Station;
@@ -36,6 +37,33 @@ inline constexpr unsigned kCleanEveryJobs = 200;
 int CleanEngineLogs(const std::string& folder, std::int64_t now, std::int64_t maxAgeSeconds = kLogMaxAgeSeconds,
                     std::uint64_t maxBytes = kLogMaxTotalBytes);
 
+// The simulated bench's phones as engine programs meet them: a phone's profile as the
+// simulated engine program's arguments, and a job's hold on its phone. The simulated
+// bench provides it; a real bench has none. Any thread.
+class BenchPhones {
+public:
+    virtual ~BenchPhones() = default;
+    // A phone is known by its device instance ID (MTK, FP) or, with `device` empty, by
+    // its port (SPRD).
+    virtual std::vector<std::string> ProfileArgs(const std::string& device, unsigned long port) const = 0;
+    // Whether the package's verification passes on this bench.
+    virtual bool VerifyPasses() const = 0;
+
+    // Held from a job's start to its end.
+    class Hold {
+    public:
+        virtual ~Hold() = default;
+        // The phone was pulled out.
+        virtual bool Lost() const = 0;
+        // The job reached its result on this phone.
+        virtual void Result(bool failed) = 0;
+    };
+    // `cut` runs, at once when the phone is already gone, when the phone is pulled out;
+    // it must only signal.
+    virtual std::unique_ptr<Hold> HoldPhone(const std::string& device, unsigned long port,
+                                            std::function<void()> cut) = 0;
+};
+
 class ProgramContext {
 public:
     // `benchPhones`: the simulated bench's phones, whose profiles are passed to the
@@ -52,7 +80,7 @@ public:
     // simulated engine program's), e.g. "MTK FP SPRD".
     ProgramContext(app::Station& station, ProgramSettings settings,
                    std::function<void(const SwitchEvent&)> switchHook = nullptr,
-                   SimPhoneRegistry* benchPhones = nullptr, PortDevices portDevices = nullptr,
+                   BenchPhones* benchPhones = nullptr, PortDevices portDevices = nullptr,
                    std::string profileArgs = "MTK FP SPRD");
 
     app::Station& station;
@@ -79,7 +107,7 @@ public:
                        const std::string& package, const std::vector<std::string>& options, JobRequest& request,
                        std::string& error);
 
-    SimPhoneRegistry* BenchPhones() const { return benchPhones_; }
+    engine::BenchPhones* Phones() const { return benchPhones_; }
     // SPRD engines know their phone by its port only; a program needs the phone itself.
     PortPlace DeviceOfPort(unsigned long port) const { return portDevices_ ? portDevices_(port) : PortPlace{}; }
 
@@ -87,7 +115,7 @@ private:
     std::string LogPath(const char* platform, const std::string& unit);
 
     std::function<void(const SwitchEvent&)> switchHook_;
-    SimPhoneRegistry* benchPhones_;
+    engine::BenchPhones* benchPhones_;
     PortDevices portDevices_;
     std::string profileArgs_;
     std::atomic<unsigned> jobs_{0};
@@ -101,13 +129,13 @@ class BenchPhone {
 public:
     // MTK and FP phones by their device instance ID, SPRD phones by their port.
     BenchPhone(const ProgramContext& context, const std::string& device, unsigned long port, ProgramJob& job);
-    bool Lost() const { return link_ && link_->Lost(); }
-    void Result(bool failed) const;
+    bool Lost() const { return hold_ && hold_->Lost(); }
+    void Result(bool failed) const {
+        if (hold_) hold_->Result(failed);
+    }
 
 private:
-    SimPhoneRegistry* registry_;
-    std::uint64_t plug_ = 0;
-    std::unique_ptr<SimPhoneRegistry::Link> link_;
+    std::unique_ptr<BenchPhones::Hold> hold_;
 };
 
 }  // namespace quorvel::engine

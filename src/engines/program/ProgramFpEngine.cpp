@@ -1,7 +1,6 @@
 #include "engines/program/ProgramFpEngine.h"
 
 #include "station/Station.h"
-#include "slots/DownloadWorker.h"
 #include "engines/program/ProgramMtkEngine.h"
 
 namespace quorvel::engine {
@@ -30,7 +29,7 @@ void ProgramFpEngine::SetDLPara(int threadIndex) {
 }
 
 int ProgramFpEngine::MTKFP_OperationStart() {
-    const int com = DownloadWorker::ExtractComNumber(device_.friendlyName);
+    const int com = ExtractComNumber(device_.friendlyName);
     const FileRows noFiles;
     JobRequest request;
     std::string error;

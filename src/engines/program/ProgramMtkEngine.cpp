@@ -6,9 +6,7 @@
 #include "station/Messages.h"
 #include "station/Station.h"
 #include "station/Texts.h"
-#include "slots/DownloadWorker.h"
 #include "engines/program/ProgramCheck.h"
-#include "present/SlotDisplay.h"
 
 namespace quorvel::engine {
 
@@ -212,7 +210,7 @@ int ProgramMtkEngine::DLOperationStart() {
     options.push_back(Option("DownloadType", downloadType_));
     options.push_back(Option("DaPort", daPort_));
     if (efuse_) options.insert(options.end(), efuseOptions_.begin(), efuseOptions_.end());
-    const int com = DownloadWorker::ExtractComNumber(device_.friendlyName);
+    const int com = ExtractComNumber(device_.friendlyName);
     const FileRows noFiles;
     JobRequest request;
     std::string error;
@@ -246,7 +244,7 @@ int ProgramMtkEngine::VerifyHostBufferBeforeStart(const char* ini) {
     const std::string checksumFile = ini ? ini : "";
     std::vector<std::string> operation{"--verify", checksumFile};
     // The simulated bench decides whether verification passes.
-    if (context_.BenchPhones() && !context_.BenchPhones()->VerifyPasses()) operation.push_back("--fail");
+    if (context_.Phones() && !context_.Phones()->VerifyPasses()) operation.push_back("--fail");
     app::ChecksumProgressRecord record{};
     job_.Reset();
     const int r = RunPackageOperation(

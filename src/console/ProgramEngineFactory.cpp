@@ -1,11 +1,10 @@
-#include "engines/program/ProgramEngineFactory.h"
+#include "console/ProgramEngineFactory.h"
 
 #include "station/Station.h"
 #include "engines/program/ProgramCheck.h"
 #include "engines/program/ProgramFpEngine.h"
 #include "engines/program/ProgramMtkEngine.h"
 #include "engines/program/ProgramSprdEngine.h"
-#include "sim/SimEngineProgram.h"
 
 namespace quorvel::engine {
 
@@ -15,7 +14,7 @@ ProgramEngineFactory::ProgramEngineFactory(app::Station& station, EngineFactory&
     : station_(station),
       fallback_(fallback),
       switchHook_(std::move(switchHook)),
-      benchPhones_(benchPhones),
+      benchPhones_(benchPhones ? std::make_unique<SimProgramPhones>(*benchPhones) : nullptr),
       portDevices_(std::move(portDevices)) {}
 
 ProgramContext& ProgramEngineFactory::Context() {
@@ -37,7 +36,7 @@ ProgramContext& ProgramEngineFactory::Context() {
             if (line->empty()) *line = SimEngineCommandLine(program, platform, scale);
     }
     context_ = std::make_unique<ProgramContext>(station_, std::move(s), switchHook_,
-                                                bench || native ? benchPhones_ : nullptr, portDevices_,
+                                                bench || native ? benchPhones_.get() : nullptr, portDevices_,
                                                 bench ? (native ? "MTK FP" : "MTK FP SPRD") : "");
     return *context_;
 }

@@ -12,6 +12,7 @@
 
 #include "engines/EngineInterfaces.h"
 #include "engines/program/ProgramContext.h"
+#include "sim/SimEngineProgram.h"
 
 namespace quorvel::engine {
 
@@ -38,7 +39,7 @@ private:
     app::Station& station_;
     EngineFactory& fallback_;
     std::function<void(const SwitchEvent&)> switchHook_;
-    SimPhoneRegistry* benchPhones_;
+    std::unique_ptr<SimProgramPhones> benchPhones_;
     ProgramContext::PortDevices portDevices_;
     std::mutex mutex_;
     std::unique_ptr<ProgramContext> context_;
