@@ -84,7 +84,7 @@ int main(int argc, char** argv) {
     const std::string dir = std::string(tmpl) + "/";
     platform::SystemClock clock;
     app::HeadlessConsoleUi ui;
-    app::Station station(test::FixedOptions(dir), clock, ui);
+    app::Station station(test::FixedOptions(dir), clock);
     station.language.SetLanguageId(app::kLangEnglish + 1);
     station.stationRunning = true;
     platform::StationLoop loop(clock);

@@ -218,9 +218,9 @@ int main(int argc, char** argv) {
 
     platform::SystemClock clock;
     app::HeadlessConsoleUi ui;
-    app::Station station(test::FixedOptions(dir), clock, ui);
+    app::Station station(test::FixedOptions(dir), clock);
     platform::StationLoop loop(clock);
-    console::ConsoleController controller(station, loop);
+    console::ConsoleController controller(station, loop, ui);
     loop.SetHandler(&controller);
     loop.Start();
     bool ready = false;

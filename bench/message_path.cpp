@@ -46,7 +46,7 @@ void BM_SixteenSlotsProgress(benchmark::State& state) {
     options.exeDir = "/tmp/";
     options.systemLanguage = [] { return std::uint16_t{1033}; };
     options.machineStamp = [] { return std::string("00-00-00-00-00-00"); };
-    app::Station station(options, clock, ui);
+    app::Station station(options, clock);
     platform::StationLoop loop(clock);
     engine::SimPhoneRegistry registry;
     engine::SimEngineFactory engines(station, registry);

@@ -152,7 +152,7 @@ double Extract(const std::string& package, const std::string& base, bool durable
     platform::SystemClock clock;
     ::sync();
     const auto start = std::chrono::steady_clock::now();
-    CBinPack pack(ui, clock);
+    CBinPack pack(ui.Teller(), clock);
     PacHeader header;
     std::vector<PacFileEntry> table;
     if (!pack.Open(package) || !pack.Unpack(base.c_str(), &header, &table)) {

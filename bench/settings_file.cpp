@@ -36,7 +36,7 @@ int main(int argc, char** argv) {
     app::StationOptions options;
     options.exeDir = dir.string() + "/";
     options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-    app::Station station(std::move(options), clock, ui);
+    app::Station station(std::move(options), clock);
 
     auto t = Clock::now();
     if (!station.settingsStore.SettingsLoad()) return 1;

@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const fuzz::Scratch scratch;
     static platform::ManualClock clock;
     static app::HeadlessConsoleUi ui;
-    static app::Station station(test::FixedOptions(scratch.Path()), clock, ui);
+    static app::Station station(test::FixedOptions(scratch.Path()), clock);
     const std::string xml = scratch.Write("fw/efuse.xml", data, size);
 
     packages::MtkPreparation prep(station);

@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string text(reinterpret_cast<const char*>(data), size);
     scratch.Write("Config/CommonSetting.ini", data, size);
 
-    static app::Station station(test::FixedOptions(scratch.Path()), clock, ui);
+    static app::Station station(test::FixedOptions(scratch.Path()), clock);
     // Nothing left over from an earlier input.
     station.settings = app::Settings{};
     station.package = app::PackageSelection{};

@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     app::HeadlessConsoleUi ui;
     platform::ManualClock clock{7};
-    CBinPack pack(ui, clock);
+    CBinPack pack(ui.Teller(), clock);
     PacHeader header;
     std::vector<PacFileEntry> table;
     const int ok = pack.Open(package) ? pack.Unpack(base.c_str(), &header, &table) : 0;

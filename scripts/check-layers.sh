@@ -7,10 +7,7 @@ cd "$(dirname "$0")/../src"
 
 order=(platform history engines station packages engines/program slots devices sim present console qt)
 known="\
-packages/BinPack.cpp console/ConsoleUi.h
-present/PreparationWindowLogic.h console/ConsoleUi.h
 slots/DownloadWorker.h present/SlotDisplay.h
-station/Station.h console/ConsoleUi.h
 station/Station.h present/ConsoleView.h
 station/Station.h present/SlotListModel.h"
 

@@ -21,8 +21,9 @@ namespace quorvel::console {
 
 using namespace app;
 
-ConsoleController::ConsoleController(Station& station, platform::StationLoop& loop, int listClientWidth)
-    : station_(station), loop_(loop), listClientWidth_(listClientWidth) {}
+ConsoleController::ConsoleController(Station& station, platform::StationLoop& loop, ConsoleUi& ui,
+                                     int listClientWidth)
+    : station_(station), loop_(loop), ui_(ui), listClientWidth_(listClientWidth) {}
 
 std::array<std::string, 3> ConsoleController::TitleParts() {
     char version[64], compiler[256], date[64];
@@ -70,23 +71,23 @@ void ConsoleController::SetUpControls() {
     station_.slotList.SetColumns(std::move(columns));
 }
 
+bool ConsoleController::SettingsUnreadable() {
+    if (const std::string missing = station_.settingsStore.MissingFileProblem(); !missing.empty())
+        ui_.MessageBox(missing);
+    ui_.MessageBox(station_.language.ChooseText(texts::kConfigReadFailed));
+    station_.view.RequestClose(false);
+    return false;
+}
+
 bool ConsoleController::OnInitDialog() {
-    if (!station_.settingsStore.LanguageLoad()) {
-        station_.ui.MessageBox(station_.language.ChooseText(texts::kConfigReadFailed));
-        station_.view.RequestClose(false);
-        return false;
-    }
+    if (!station_.settingsStore.LanguageLoad()) return SettingsUnreadable();
     station_.view.SetBackgroundImage(BackgroundImage(false));
     SetUpControls();
     loop_.SetTimer(TIMER_CLOCK, 1000);
     ShowClock();
     ShowDownloadTypeName();
     buttonStatus_ = DOWNLOAD_BUTTON_STATUS_INIT;
-    if (!station_.settingsStore.SettingsLoad()) {
-        station_.ui.MessageBox(station_.language.ChooseText(texts::kConfigReadFailed));
-        station_.view.RequestClose(false);
-        return false;
-    }
+    if (!station_.settingsStore.SettingsLoad()) return SettingsUnreadable();
     station_.view.SetBenchView(station_.settingsStore.BenchViewLoad());
     if (run_) run_->BuildSlots();
     ShowPackage(true);
@@ -111,10 +112,10 @@ void ConsoleController::SetButtonStatus(int n) {
 }
 
 void ConsoleController::SettingsClick() {
-    SettingsDialogLogic dialog(station_);
-    if (!station_.ui.RunSettingsDialog(dialog)) return;
+    SettingsDialogLogic dialog(station_, [this](const std::string& text) { Tell(text); });
+    if (!ui_.RunSettingsDialog(dialog)) return;
     if (station_.package.kind == PACKAGE_MTK_SCATTER) {
-        packages::MtkPreparation(station_).PrepareMtkPackage(false);
+        PrepareMtk(false);
         ShowDownloadTypeName();
     }
     station_.view.SetBackgroundImage(BackgroundImage(true));
@@ -128,8 +129,14 @@ void ConsoleController::ShowPackage(bool startup) {
     // gone is reported by the package checks that follow, not here.
     if (const std::string& folder = pkg.ActiveFolder(); !folder.empty() && ::chdir(folder.c_str()) != 0) {
     }
-    if (pkg.kind == PACKAGE_MTK_SCATTER) packages::MtkPreparation(station_).PrepareMtkPackage(startup);
+    if (pkg.kind == PACKAGE_MTK_SCATTER) PrepareMtk(startup);
     packages::MtkPreparation::RefreshPackageDisplay(station_, *this);
+}
+
+void ConsoleController::PrepareMtk(bool startup) {
+    packages::MtkPreparation prep(station_);
+    Tell(prep.Prepare(startup));
+    prep.Publish();
 }
 
 void ConsoleController::SetBannerFont(const packages::DisplayFont& font) {
@@ -140,7 +147,12 @@ void ConsoleController::SetPanelFont(const packages::DisplayFont& font) {
     station_.view.SetFont(IDC_PANEL, font.face, font.height, font.weight);
 }
 
-int ConsoleController::PreLoadPackage() { return run_ ? run_->Manager().PreLoadPackage() : 1; }
+int ConsoleController::PreLoadPackage() {
+    if (!run_) return 1;
+    const int r = run_->Manager().PreLoadPackage();
+    if (r == engine::kPreLoadRefused) ui_.MessageBox(texts::kPreLoadFilesFailed);
+    return r;
+}
 
 std::string ConsoleController::PackageVersionText() {
     std::string text;
@@ -152,10 +164,10 @@ void ConsoleController::HelpClick() {
     const auto [version, compiler, date] = TitleParts();
     const EngineVersions versions = run_ ? run_->Manager().EngineVersionTexts() : EngineVersions{};
     AboutDialogLogic dialog(station_, versions, version, compiler, date);
-    station_.ui.RunAboutDialog(dialog);
+    ui_.RunAboutDialog(dialog);
     station_.settingsStore.LanguageSave();
     if (station_.restartRequired) {
-        station_.ui.MessageBox(texts::kRebootTool);
+        ui_.MessageBox(texts::kRebootTool);
         station_.view.RequestClose(true);
     }
 }

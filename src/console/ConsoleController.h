@@ -6,6 +6,7 @@
 #include <array>
 #include <string>
 
+#include "console/ConsoleUi.h"
 #include "station/Station.h"
 #include "devices/BindingCommands.h"
 #include "packages/MtkPreparation.h"
@@ -26,8 +27,10 @@ enum DownloadButtonStatus : int {
 
 class ConsoleController : public platform::MessageHandler, public packages::PackageDisplayConsole {
 public:
-    // `listClientWidth`: the slot list's client width in pixels at creation.
-    ConsoleController(app::Station& station, platform::StationLoop& loop, int listClientWidth = 900);
+    // `listClientWidth`: the slot list's client width in pixels at creation. Every modal
+    // request of the station goes to `ui`.
+    ConsoleController(app::Station& station, platform::StationLoop& loop, app::ConsoleUi& ui,
+                      int listClientWidth = 900);
 
     // Station thread. False when the console closed itself (settings missing).
     bool OnInitDialog();
@@ -61,6 +64,12 @@ public:
     int PreLoadPackage() override;
     std::string PackageVersionText() override;
     void Repaint() override {}  // the window redraws after every change of the view model
+    void Tell(const std::string& text) override { ui_.MessageBox(text); }
+    // Each text as a message box, in order.
+    void Tell(const std::vector<std::string>& texts) {
+        for (const auto& t : texts) ui_.MessageBox(t);
+    }
+    app::ConsoleUi& Ui() { return ui_; }
 
     // Height of the panel that shows the package version, in pixels.
     static constexpr int kPanelClientHeight = 70;
@@ -75,9 +84,13 @@ private:
     void ShowClock();
     // Makes the package's folder the current one and prepares and shows the package.
     void ShowPackage(bool startup);
+    void PrepareMtk(bool startup);
+    // A settings file that cannot be read: its messages, and the console closes.
+    bool SettingsUnreadable();
 
     app::Station& station_;
     platform::StationLoop& loop_;
+    app::ConsoleUi& ui_;
     int listClientWidth_;
     int buttonStatus_ = DOWNLOAD_BUTTON_STATUS_INIT;
     int selectedRow_ = -1;

@@ -1,7 +1,8 @@
 #pragma once
 // Modal interactions with the operator. Callers on any thread block until the
 // operator has answered, as a modal dialog would. The Qt window implements it;
-// HeadlessConsoleUi serves tests and tools.
+// HeadlessConsoleUi serves tests and tools. Only the console layer asks: the layers
+// below return their messages or hand them to a TellOperator the console gave.
 
 #include <deque>
 #include <functional>
@@ -9,29 +10,23 @@
 #include <string>
 #include <vector>
 
+#include "present/PreparationDialog.h"
+#include "station/TellOperator.h"
+
 namespace quorvel::app {
 
 class AboutDialogLogic;
 class SettingsDialogLogic;
-
-// A modal window that only shows the progress of work done elsewhere (the package
-// preparation window). The work closes it when it ends; the operator may close it earlier.
-class PreparationDialog {
-public:
-    virtual ~PreparationDialog() = default;
-    // Starts the work; false when nothing was started (the window would wait for the operator).
-    virtual bool Open() = 0;
-    // The operator ended the window (Escape or Enter).
-    virtual void Close() = 0;
-    // Blocks until the window is closed, by the work or by Close.
-    virtual void WaitClosed() = 0;
-};
 
 class ConsoleUi {
 public:
     virtual ~ConsoleUi() = default;
     // A message box with an OK button.
     virtual void MessageBox(const std::string& text) = 0;
+    // MessageBox for the work of lower layers; this object must outlive it.
+    TellOperator Teller() {
+        return [this](const std::string& text) { MessageBox(text); };
+    }
     // The settings dialog, modal; true when it closed with OK.
     virtual bool RunSettingsDialog(SettingsDialogLogic& dialog) = 0;
     // The about dialog, modal.

@@ -51,8 +51,9 @@ void StationRun::BuildSlots() {
 bool StationRun::RunPreparation(bool verify) {
     packages::PreparationWindowLogic::StartVerify start;
     if (verify) start = [this](std::shared_ptr<platform::MessageWindow> receiver) { manager_.VerifyPackage(receiver); };
-    packages::PreparationWindowLogic dialog(station_, start);
-    station_.ui.RunPreparationDialog(dialog);
+    packages::PreparationWindowLogic dialog(station_, [this](const std::string& text) { console_.Tell(text); },
+                                            start);
+    console_.Ui().RunPreparationDialog(dialog);
     dialog.WaitForWork();
     return dialog.PreparationResult() != 0;
 }
@@ -63,14 +64,14 @@ int StationRun::PreStartCheck() {
     std::error_code ec;
     // An engine program that cannot run refuses Start here, never failing phone by phone.
     if (const std::string problem = engines_.StartProblem(p.kind); !problem.empty()) {
-        station_.ui.MessageBox(problem);
+        console_.Tell(problem);
         return 0;
     }
     switch (p.kind) {
         case PACKAGE_MTK_SCATTER:
             monitor_.SelectMonitorService();
             if (!fs::exists(p.scatterFilePath, ec)) {
-                station_.ui.MessageBox(station_.language.ChooseText(texts::kSelectScatterFirst));
+                console_.Tell(station_.language.ChooseText(texts::kSelectScatterFirst));
                 return 0;
             }
             if (station_.settings.CheckSum != 0 && !p.verified) {
@@ -85,9 +86,12 @@ int StationRun::PreStartCheck() {
             manager_.SetState(engine::Ready);
             break;
         case PACKAGE_SPRD_PAC:
-            if (!monitor_.SelectMonitorService()) return 0;
+            if (const std::string problem = monitor_.SelectMonitorService(); !problem.empty()) {
+                console_.Tell(problem);
+                return 0;
+            }
             if (!fs::exists(p.pacFilePath, ec)) {
-                station_.ui.MessageBox(station_.language.ChooseText(texts::kSelectPacFirst));
+                console_.Tell(station_.language.ChooseText(texts::kSelectPacFirst));
                 return 0;
             }
             if (!p.prepared) {
@@ -103,7 +107,7 @@ int StationRun::PreStartCheck() {
         case PACKAGE_MTK_CFG:
             monitor_.SelectMonitorService();
             if (!fs::exists(p.cfgFilePath, ec)) {
-                station_.ui.MessageBox(station_.language.ChooseText(texts::kSelectCfgFirst));
+                console_.Tell(station_.language.ChooseText(texts::kSelectCfgFirst));
                 return 0;
             }
             manager_.SetState(engine::Ready);
@@ -146,7 +150,10 @@ void StationRun::StartStopClick() {
             }
             return true;
         };
-    if (!manager_.StopAll(releaseCfgSlots)) return;  // it has told the operator
+    if (!manager_.StopAll(releaseCfgSlots)) {
+        console_.Tell(station_.language.ChooseText(texts::kWaitForThreads));
+        return;
+    }
     station_.stationRunning = false;
     if (inhibitor_) inhibitor_->Hold(false);
     console_.buttonStatus_ = DOWNLOAD_BUTTON_STATUS_START;

@@ -56,7 +56,7 @@ DeviceMonitor::~DeviceMonitor() {
         if (w->thread.joinable()) w->thread.join();
 }
 
-bool DeviceMonitor::SelectMonitorService() {
+std::string DeviceMonitor::SelectMonitorService() {
     const auto kind = station_.package.kind;
     if (kind == app::PACKAGE_MTK_SCATTER) {
         const bool wdm = backend_.ServiceExists("wdm_usb");
@@ -80,10 +80,7 @@ bool DeviceMonitor::SelectMonitorService() {
             }
         }
     } else if (kind == app::PACKAGE_SPRD_PAC) {
-        if (!backend_.ServiceExists("sprdvcom")) {
-            station_.ui.MessageBox(app::texts::kSprdServiceMissing);
-            return false;
-        }
+        if (!backend_.ServiceExists("sprdvcom")) return app::texts::kSprdServiceMissing;
         monitorService_ = 2;
     } else if (kind == app::PACKAGE_MTK_CFG) {
         monitorService_ = backend_.ServiceExists("wdm_usb") ? 3 : 1;
@@ -93,7 +90,7 @@ bool DeviceMonitor::SelectMonitorService() {
         std::snprintf(line, sizeof line, app::texts::kServiceNameLog, monitorService_);
         station_.settingsStore.UiLog(line);
     }
-    return true;
+    return {};
 }
 
 void DeviceMonitor::Start() {

@@ -68,8 +68,9 @@ public:
     DeviceMonitor(const DeviceMonitor&) = delete;
     DeviceMonitor& operator=(const DeviceMonitor&) = delete;
 
-    // Station thread, from PreStartCheck: sets MonitorService; false when the run must not start.
-    bool SelectMonitorService();
+    // Station thread, from PreStartCheck: sets MonitorService. Returns why the run must not
+    // start (the operator's message), or empty.
+    std::string SelectMonitorService();
     int MonitorService() const { return monitorService_; }
     const std::string& ConfiguredService() const { return configuredService_; }
 

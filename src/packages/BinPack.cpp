@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <new>
 
-#include "console/ConsoleUi.h"
 #include "station/Messages.h"
 #include "station/Texts.h"
 #include "packages/TextFormat.h"
@@ -57,17 +56,18 @@ platform::UniqueFd OpenRegularFile(const std::string& path) {
     return fd;
 }
 
-CBinPack::CBinPack(app::ConsoleUi& ui, platform::Clock& clock, platform::MessageWindow* progressWindow)
-    : ui_(ui), clock_(clock), window_(progressWindow), tempFolder_(SystemTempFolder) {}
+CBinPack::CBinPack(app::TellOperator tell, platform::Clock& clock, platform::MessageWindow* progressWindow)
+    : tell_(std::move(tell)), clock_(clock), window_(progressWindow), tempFolder_(SystemTempFolder) {}
 
 CBinPack::~CBinPack() = default;
 
 int CBinPack::Open(const std::string& path) {
     Close();
+    problem_.clear();
     packagePath_ = path;
     fd_ = OpenRegularFile(path);
     if (!fd_) {
-        ui_.MessageBox(Format(texts::kPacCannotOpen, path.c_str()));
+        Fail(Format(texts::kPacCannotOpen, path.c_str()));
         return 0;
     }
     return 1;
@@ -90,7 +90,10 @@ void CBinPack::Notice(std::uint64_t wParam, std::int64_t lParam) {
     if (window_) window_->Send(app::MSG_PAC_PROGRESS, wParam, lParam);
 }
 
-void CBinPack::Fail(const std::string& message) { ui_.MessageBox(message); }
+void CBinPack::Fail(const std::string& message) {
+    problem_ = message;
+    if (tell_) tell_(message);
+}
 
 std::size_t CBinPack::ReadPackage(void* buffer, std::size_t length) {
     const std::size_t done = platform::ReadFully(fd_.get(), buffer, length);
@@ -100,6 +103,7 @@ std::size_t CBinPack::ReadPackage(void* buffer, std::size_t length) {
 
 int CBinPack::Unpack(const char* basePath, PacHeader* header, std::vector<PacFileEntry>* entries) {
     bool ok = false;
+    problem_.clear();
     if (!entries || !header) {
         Fail(texts::kPacInvalidParams);
     } else if (fd_) {

@@ -2,8 +2,9 @@
 // CBinPack: checks a PAC package and extracts every file of it into a fresh
 // extraction folder, streaming the data through one 10 MiB buffer and reading the
 // package strictly in sequence. Progress goes to the preparation window as message
-// 6029 (sent, so the window has shown each step before extraction goes on); each
-// failure shows its message through ConsoleUi and ends with notice (2, 0).
+// 6029 (sent, so the window has shown each step before extraction goes on). Each
+// failure is kept (Problem) and handed to the operator's `tell` before it ends with
+// notice (2, 0), whose handler closes the window: so the reason is read first.
 //
 // Made per use on one thread (the preparation thread): Open, Unpack once, Close.
 // DeleteFolder may be called from any thread.
@@ -20,10 +21,8 @@
 #include "packages/Crc16.h"
 #include "packages/PacFormat.h"
 #include "platform/UniqueFd.h"
+#include "station/TellOperator.h"
 
-namespace quorvel::app {
-class ConsoleUi;
-}
 namespace quorvel::platform {
 class Clock;
 class MessageWindow;
@@ -39,12 +38,13 @@ enum PacNotice : std::uint64_t { PAC_NOTICE_START = 0, PAC_NOTICE_PERCENT = 1, P
 class CBinPack {
 public:
     // `progressWindow` receives the notices; null sends none. It must outlive Unpack.
-    CBinPack(app::ConsoleUi& ui, platform::Clock& clock, platform::MessageWindow* progressWindow = nullptr);
+    // `tell` (may be empty) gets each failure's message on the calling thread.
+    CBinPack(app::TellOperator tell, platform::Clock& clock, platform::MessageWindow* progressWindow = nullptr);
     virtual ~CBinPack();
     CBinPack(const CBinPack&) = delete;
     CBinPack& operator=(const CBinPack&) = delete;
 
-    // Opens the existing package for reading; 1 on success, else 0 after a message.
+    // Opens the existing package for reading; 1 on success, else 0 with a Problem.
     int Open(const std::string& path);
     void Close();
 
@@ -54,6 +54,9 @@ public:
     // replaced by its full path, and without as many entries from the end as there
     // were unnamed ones. 1 on success, 0 on failure; files already written stay.
     int Unpack(const char* basePath, PacHeader* header, std::vector<PacFileEntry>* entries);
+
+    // The message of the failure of the last Open or Unpack; empty when it did not fail.
+    const std::string& Problem() const { return problem_; }
 
     const std::string& GetOutputFolder() const { return outputFolder_; }
     // The file extracted for the last table entry; empty when that entry has no data.
@@ -79,7 +82,8 @@ private:
     void Fail(const std::string& message);
     std::size_t ReadPackage(void* buffer, std::size_t length);
 
-    app::ConsoleUi& ui_;
+    app::TellOperator tell_;
+    std::string problem_;
     platform::Clock& clock_;
     platform::MessageWindow* window_;
     TempFolderSource tempFolder_;

@@ -77,7 +77,7 @@ int MtkPreparation::FindEfuseXml() {
             state_.EfuseXmlPath = folder + "/" + name;
             ++count;
         }
-        if (count > 1) station_.ui.MessageBox(texts::kMtkMoreThanOneEfuse);
+        if (count > 1) problems_.emplace_back(texts::kMtkMoreThanOneEfuse);
     }
     return count >= 1 ? 0 : -1;
 }
@@ -91,8 +91,8 @@ void MtkPreparation::LoadChipName(const std::string& xmlPath) {
         struct stat st {};
         if (fd && ::fstat(fd.get(), &st) == 0 && static_cast<std::uint64_t>(st.st_size) > kEfuseXmlMaxBytes) {
             fd.reset();
-            station_.ui.MessageBox(Format(texts::kMtkEfuseXmlTooLarge, xmlPath.c_str(),
-                                          static_cast<unsigned long long>(st.st_size), kEfuseXmlMaxBytes / 1024));
+            problems_.push_back(Format(texts::kMtkEfuseXmlTooLarge, xmlPath.c_str(),
+                                       static_cast<unsigned long long>(st.st_size), kEfuseXmlMaxBytes / 1024));
             return;
         }
         if (fd) {
@@ -103,7 +103,7 @@ void MtkPreparation::LoadChipName(const std::string& xmlPath) {
     }
     tinyxml2::XMLDocument doc;
     if (text.empty() || doc.Parse(text.data(), text.size()) != tinyxml2::XML_SUCCESS) {
-        station_.ui.MessageBox(texts::kMtkEfuseXmlUnreadable);
+        problems_.emplace_back(texts::kMtkEfuseXmlUnreadable);
         return;
     }
     if (const tinyxml2::XMLElement* root = doc.RootElement()) {
@@ -116,7 +116,7 @@ void MtkPreparation::LoadChipName(const std::string& xmlPath) {
             }
         }
     }
-    station_.ui.MessageBox(texts::kMtkNoChipName);
+    problems_.emplace_back(texts::kMtkNoChipName);
 }
 
 void MtkPreparation::SelectDaVariant() { state_.DaVariant = DaVariantOf(state_.ChipName); }
@@ -139,23 +139,32 @@ int MtkPreparation::FindDaFiles() {
     return matches > 0 ? 0 : -1;
 }
 
-void MtkPreparation::PrepareMtkPackage(bool startup) {
+std::vector<std::string> MtkPreparation::Prepare(bool startup) {
     state_ = *station_.mtkPrep.Get();
+    problems_.clear();
     if (FindEfuseXml() != 0) {
         state_.EfuseEnabled = 0;
-        station_.mtkPrep.Set(state_);
-        station_.view.SetPane(2, texts::kEfuseDisable);
-        return;
+        return problems_;
     }
     LoadChipName(state_.EfuseXmlPath);
     SelectDaVariant();
     FindDaFiles();
     if (state_.DaBrPath.empty() || state_.DaPlPath.empty())
-        station_.ui.MessageBox(startup ? station_.language.ChooseText(texts::kMtkDaMissingStartup)
-                                       : texts::kMtkDaMissingSettings);
+        problems_.push_back(startup ? station_.language.ChooseText(texts::kMtkDaMissingStartup)
+                                    : std::string(texts::kMtkDaMissingSettings));
     state_.EfuseEnabled = 1;
+    return problems_;
+}
+
+void MtkPreparation::Publish() {
     station_.mtkPrep.Set(state_);
-    station_.view.SetPane(2, texts::kEfuseEnable);
+    station_.view.SetPane(2, state_.EfuseEnabled ? texts::kEfuseEnable : texts::kEfuseDisable);
+}
+
+std::vector<std::string> MtkPreparation::PrepareMtkPackage(bool startup) {
+    auto problems = Prepare(startup);
+    Publish();
+    return problems;
 }
 
 void MtkPreparation::RefreshPackageDisplay(app::Station& station, PackageDisplayConsole& console) {
@@ -167,7 +176,7 @@ void MtkPreparation::RefreshPackageDisplay(app::Station& station, PackageDisplay
     switch (package.kind) {
         case app::PACKAGE_MTK_SCATTER: {
             if (!FileExists(package.scatterFilePath)) {
-                station.ui.MessageBox(station.language.ChooseText(texts::kSelectScatterFirst));
+                console.Tell(station.language.ChooseText(texts::kSelectScatterFirst));
                 station.view.SetPane(0, "");
                 station.view.SetText(app::IDC_PATH_BANNER, "");
                 return;

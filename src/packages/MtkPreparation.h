@@ -3,6 +3,7 @@
 // firmware folder, the chip name in it, and the pair of download-agent files from
 // the station's MTKDA_SP folder; then the package display. Runs on the station
 // thread while no job runs; the result is published whole into Station::mtkPrep.
+// What the operator must read is returned (or handed to the console), never shown here.
 
 #include <string>
 #include <vector>
@@ -35,6 +36,8 @@ public:
     virtual std::string PackageVersionText() = 0;
     // Invalidate, erase and update now.
     virtual void Repaint() = 0;
+    // A message box with `text`; returns once the operator has read it.
+    virtual void Tell(const std::string& text) = 0;
 };
 
 // An efuse description is a few kilobytes; this leaves room for any real one.
@@ -53,17 +56,25 @@ public:
     // Works on a copy of the station's MtkPrepState, published by PrepareMtkPackage.
     explicit MtkPreparation(app::Station& station);
 
-    // The whole preparation; `startup` picks the wording of the DA-missing message.
-    void PrepareMtkPackage(bool startup);
+    // The whole preparation into the working copy; `startup` picks the wording of the
+    // DA-missing message. Returns the messages for the operator, in order: the console
+    // shows them before it publishes the result.
+    std::vector<std::string> Prepare(bool startup);
+    // Makes the working copy the station's and shows the efuse state in pane 2.
+    void Publish();
+    // Prepare, then Publish.
+    std::vector<std::string> PrepareMtkPackage(bool startup);
 
-    // The steps, on the working copy. Files are examined in name order, so the
-    // "last match wins" rules give the same result on every file system.
+    // The steps, on the working copy; each adds its messages to Problems(). Files are
+    // examined in name order, so the "last match wins" rules give the same result on
+    // every file system.
     int FindEfuseXml();
     void LoadChipName(const std::string& xmlPath);
     void SelectDaVariant();
     int FindDaFiles();
 
     const app::MtkPrepState& State() const { return state_; }
+    const std::vector<std::string>& Problems() const { return problems_; }
 
     // Package path, version and engine pre-load on the console, for every package kind.
     static void RefreshPackageDisplay(app::Station& station, PackageDisplayConsole& console);
@@ -71,6 +82,7 @@ public:
 private:
     app::Station& station_;
     app::MtkPrepState state_;
+    std::vector<std::string> problems_;
 };
 
 // The names of the regular files in `folder` whose extension is `extension`

@@ -120,8 +120,9 @@ bool SelectSprdFiles(const PacHeader& header, const std::vector<PacFileEntry>& e
     return true;
 }
 
-CSprdDownloadConfig::CSprdDownloadConfig(app::Station& station, platform::MessageWindow* preparationWindow)
-    : station_(station), window_(preparationWindow), tempFolder_(CBinPack::SystemTempFolder),
+CSprdDownloadConfig::CSprdDownloadConfig(app::Station& station, platform::MessageWindow* preparationWindow,
+                                         app::TellOperator tell)
+    : station_(station), window_(preparationWindow), tell_(std::move(tell)), tempFolder_(CBinPack::SystemTempFolder),
       header_(EmptyPacHeader()) {}
 
 void CSprdDownloadConfig::Housekeeping() {
@@ -140,7 +141,7 @@ int CSprdDownloadConfig::LoadPackage(const char* packagePath) {
 
 int CSprdDownloadConfig::BuildConfiguration(const char* packagePath) {
     if (!packagePath) return 0;
-    CBinPack pack(station_.ui, station_.clock, window_);
+    CBinPack pack(tell_, station_.clock, window_);
     pack.SetTempFolderSource(tempFolder_);
     if (!pack.Open(packagePath)) return 0;
 
@@ -165,7 +166,7 @@ int CSprdDownloadConfig::BuildConfiguration(const char* packagePath) {
     SprdSelection selection;
     std::string error;
     if (!SelectSprdFiles(header_, table, selection, error)) {
-        station_.ui.MessageBox(error);
+        if (tell_) tell_(error);
         return 0;
     }
     std::string productName;
@@ -178,7 +179,8 @@ int CSprdDownloadConfig::BuildConfiguration(const char* packagePath) {
         station_.sprdParams.Set(std::move(params));
     }
 
-    if (!selection.message.empty()) station_.ui.MessageBox(selection.message);
+    // A warning is read before the selection is recorded, a refusal before the load ends.
+    if (!selection.message.empty() && tell_) tell_(selection.message);
     if (!selection.Passed()) return 0;
 
     {

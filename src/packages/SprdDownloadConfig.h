@@ -59,8 +59,10 @@ bool SelectSprdFiles(const PacHeader& header, const std::vector<PacFileEntry>& e
 
 class CSprdDownloadConfig {
 public:
-    // `preparationWindow` receives the extraction notices; may be null.
-    CSprdDownloadConfig(app::Station& station, platform::MessageWindow* preparationWindow);
+    // `preparationWindow` receives the extraction notices; may be null. `tell` gets the
+    // messages for the operator when they arise (may be empty).
+    CSprdDownloadConfig(app::Station& station, platform::MessageWindow* preparationWindow,
+                        app::TellOperator tell);
 
     // Housekeeping, then BuildConfiguration; on failure housekeeping again, which
     // deletes this load's extraction folder. 1 on success, else 0.
@@ -74,6 +76,7 @@ private:
 
     app::Station& station_;
     platform::MessageWindow* window_;
+    app::TellOperator tell_;
     CBinPack::TempFolderSource tempFolder_;
     std::vector<std::string> extractionFolders_;
     std::string imageFiles_;

@@ -78,8 +78,9 @@ std::string FormatBarText(const std::string& format, int position) {
     return out;
 }
 
-PreparationWindowLogic::PreparationWindowLogic(app::Station& station, StartVerify startVerify)
+PreparationWindowLogic::PreparationWindowLogic(app::Station& station, app::TellOperator tell, StartVerify startVerify)
     : station_(station),
+      tell_(std::move(tell)),
       startVerify_(std::move(startVerify)),
       tempFolder_(CBinPack::SystemTempFolder),
       receiver_(std::make_shared<WindowReceiver>(this, station.clock)) {
@@ -123,7 +124,7 @@ bool PreparationWindowLogic::Open() {
         const std::string path = station_.package.pacFilePath;
         std::shared_ptr<platform::MessageWindow> receiver = Receiver();
         work_ = std::thread([this, path, receiver, temp = tempFolder_] {
-            CSprdDownloadConfig config(station_, receiver.get());
+            CSprdDownloadConfig config(station_, receiver.get(), tell_);
             config.SetTempFolderSource(temp);
             config.LoadPackage(path.c_str());
             // Only the end notice closes the window; a load that failed before extraction
@@ -194,7 +195,7 @@ platform::LResult PreparationWindowLogic::HandleMessage(std::uint32_t msg, platf
             }
             Changed();
         } else if (wParam == CHECKSUM_MESSAGE && lParam != 0) {
-            station_.ui.MessageBox(reinterpret_cast<const char*>(lParam));
+            if (tell_) tell_(reinterpret_cast<const char*>(lParam));
         } else if (wParam == CHECKSUM_RESULT) {
             std::lock_guard g(mutex_);
             result_ = static_cast<int>(lParam);
@@ -224,7 +225,7 @@ platform::LResult PreparationWindowLogic::HandleMessage(std::uint32_t msg, platf
                     view_.barText = FormatBarText(barFormat_, 100);
                 }
             }
-            if (lParam != 1) station_.ui.MessageBox(texts::kPrepUnzipFailed);
+            if (lParam != 1 && tell_) tell_(texts::kPrepUnzipFailed);
             else Changed();
             CloseWindow();
         }

@@ -22,8 +22,9 @@
 #include <string>
 #include <thread>
 
-#include "console/ConsoleUi.h"
+#include "present/PreparationDialog.h"
 #include "packages/BinPack.h"
+#include "station/TellOperator.h"
 #include "platform/StationLoop.h"
 
 namespace quorvel::app {
@@ -52,7 +53,8 @@ public:
     // empty when the console has no engine holder.
     using StartVerify = std::function<void(std::shared_ptr<platform::MessageWindow> receiver)>;
 
-    explicit PreparationWindowLogic(app::Station& station, StartVerify startVerify = {});
+    // The work's messages for the operator go to `tell`, on the work's threads.
+    PreparationWindowLogic(app::Station& station, app::TellOperator tell, StartVerify startVerify = {});
     ~PreparationWindowLogic() override;
     PreparationWindowLogic(const PreparationWindowLogic&) = delete;
     PreparationWindowLogic& operator=(const PreparationWindowLogic&) = delete;
@@ -81,6 +83,7 @@ private:
     void CloseWindow();
 
     app::Station& station_;
+    app::TellOperator tell_;
     StartVerify startVerify_;
     CBinPack::TempFolderSource tempFolder_;
     std::shared_ptr<WindowReceiver> receiver_;

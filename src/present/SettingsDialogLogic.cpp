@@ -75,12 +75,12 @@ void SettingsDialogLogic::Load(const std::optional<std::string>& path) {
 bool SettingsDialogLogic::Ok() {
     const Language& lang = station_.language;
     if (path_.empty()) {
-        station_.ui.MessageBox(lang.ChooseText(texts::kSelectFolderFirst));
+        tell_(lang.ChooseText(texts::kSelectFolderFirst));
         return false;
     }
     // An existence and write-access test: unlike opening for appending, it never creates files.
     if (::access(path_.c_str(), F_OK | W_OK) != 0) {
-        station_.ui.MessageBox(lang.ChooseText(texts::kSelectScatterFirst));
+        tell_(lang.ChooseText(texts::kSelectScatterFirst));
         return false;
     }
     PackageSelection& pkg = station_.package;
@@ -96,7 +96,7 @@ bool SettingsDialogLogic::Ok() {
             switch (number) {
                 case 2:
                     pkg.downloadType = 0;
-                    station_.ui.MessageBox(texts::kFormatAllWarning);
+                    tell_(texts::kFormatAllWarning);
                     break;
                 case 3: pkg.downloadType = 3; break;
                 case 4:

@@ -8,13 +8,16 @@
 #include <string>
 #include <vector>
 
+#include "station/TellOperator.h"
+
 namespace quorvel::app {
 
 class Station;
 
 class SettingsDialogLogic {
 public:
-    explicit SettingsDialogLogic(Station& station) : station_(station) {}
+    // OK's messages go to `tell`, at the moment they arise.
+    SettingsDialogLogic(Station& station, TellOperator tell) : station_(station), tell_(std::move(tell)) {}
 
     // Texts, path, operation list and preselection for the current package.
     void Open();
@@ -48,6 +51,7 @@ private:
     void FillList();
 
     Station& station_;
+    TellOperator tell_;
     std::string path_;
     std::vector<std::string> entries_;
     bool listEnabled_ = true;

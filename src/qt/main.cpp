@@ -43,7 +43,7 @@ int main(int argc, char** argv) {
     console::QtConsoleUi ui(&application);
     app::StationOptions options;
     options.exeDir = platform::ExeDir();
-    app::Station station(std::move(options), clock, ui);
+    app::Station station(std::move(options), clock);
 
     auto lock = app::AppStartup::CheckSingleInstance(app::AppStartup::DefaultLockPlaces(station.ExeDir()),
                                                      station.language, ui);
@@ -51,7 +51,7 @@ int main(int argc, char** argv) {
     app::AppStartup::CreateFolders(station.ExeDir(), ui);
 
     platform::StationLoop loop(clock);
-    console::ConsoleController controller(station, loop);
+    console::ConsoleController controller(station, loop, ui);
     loop.SetHandler(&controller);
     // The rig (engines, devices, workers, run logic) outlives the loop's handlers.
     auto rig = std::make_unique<console::StationRig>(station, loop, controller);

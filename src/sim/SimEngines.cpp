@@ -12,6 +12,7 @@
 #include "station/Messages.h"
 #include "station/Station.h"
 #include "station/Texts.h"
+#include "engines/SlotOutcome.h"
 
 namespace quorvel::engine {
 

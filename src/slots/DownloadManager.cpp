@@ -153,10 +153,7 @@ bool DownloadManager::StopAll(const std::function<bool()>& first) {
             }
         }
     }
-    if (refused) {
-        station_.ui.MessageBox(station_.language.ChooseText(app::texts::kWaitForThreads));
-        return false;
-    }
+    if (refused) return false;
     if (!stopped) return true;
     walkChanged_.notify_all();
     window_.Send(app::MSG_ALL_STOPPED, 0, 0);  // nobody handles it
@@ -170,7 +167,7 @@ void DownloadManager::VerifyPackage(std::shared_ptr<platform::MessageWindow> win
 }
 
 int DownloadManager::PreLoadPackage() {
-    return workers_.empty() ? -1 : workers_.front()->PreLoadPackage();
+    return workers_.empty() ? 1 : workers_.front()->PreLoadPackage();
 }
 
 void DownloadManager::PackageVersionText(int kind, std::string& text) {

@@ -53,7 +53,8 @@ public:
     // shutdown; not while a worker may wait for the calling thread).
     void JoinWalks();
 
-    // Worker 0's package-wide operations; without workers they do nothing and report failure.
+    // Worker 0's package-wide operations; without workers they do nothing and report failure
+    // (PreLoadPackage: 1).
     void VerifyPackage(std::shared_ptr<platform::MessageWindow> window);
     int PreLoadPackage();
     void PackageVersionText(int kind, std::string& text);

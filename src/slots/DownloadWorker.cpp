@@ -591,10 +591,7 @@ int DownloadWorker::PreLoadPackage() {
         std::string path = pkg.scatterFilePath;
         const int r = mtk_->PreLoadFiles(path.data(), true, static_cast<int>(station_.settings.FlashCheckSum),
                                          pkg.downloadType, efuse, pkg.reserveUserData);
-        if (r != 0) {
-            station_.ui.MessageBox(app::texts::kPreLoadFilesFailed);
-            return -1;
-        }
+        if (r != 0) return kPreLoadRefused;
     } else if (pkg.kind == app::PACKAGE_SPRD_PAC || pkg.kind == app::PACKAGE_MTK_CFG || pkg.kind == 4) {
         fp_->PreLoadFiles_FP(pkg.cfgFilePath.c_str());
     }

@@ -42,6 +42,9 @@ class Station;
 
 namespace quorvel::engine {
 
+// The MTK engine refused to pre-load the package: the console tells the operator.
+inline constexpr int kPreLoadRefused = -1;
+
 // NotifyCode values besides the EventKinds 2, 3, 4.
 inline constexpr std::uint32_t NOTIFY_NONE = 0;
 inline constexpr std::uint32_t NOTIFY_REMOVED = 5;
@@ -109,6 +112,7 @@ public:
 
     // Worker 0 only: the package-wide engine operations.
     void SetChecksumWindow(std::shared_ptr<platform::MessageWindow> window);
+    // 0, or kPreLoadRefused when the MTK engine refused the scatter package.
     int PreLoadPackage();
     void PackageVersionText(int kind, std::string& text);
     void FillVersionInfo(app::VersionInfo* info);

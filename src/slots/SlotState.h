@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "slots/SlotOutcome.h"
+#include "engines/SlotOutcome.h"
 
 namespace quorvel::engine {
 

@@ -60,18 +60,17 @@ std::string SettingsStore::FilePath() const {
     return station_.ConfigPath("CommonSetting.ini");
 }
 
-bool SettingsStore::CheckFileExists() const {
+std::string SettingsStore::MissingFileProblem() const {
     struct stat st {};
-    if (::stat(FilePath().c_str(), &st) == 0 && S_ISREG(st.st_mode)) return true;
+    if (::stat(FilePath().c_str(), &st) == 0 && S_ISREG(st.st_mode)) return {};
     const int error = errno == 0 ? ENOENT : errno;
     char text[512];
     std::snprintf(text, sizeof text, texts::kConfigFileMissingFormat, FilePath().c_str(), error);
-    station_.ui.MessageBox(text);
-    return false;
+    return text;
 }
 
 int SettingsStore::LanguageLoad() {
-    if (!CheckFileExists()) return 0;
+    if (!MissingFileProblem().empty()) return 0;
     const Reader r(FilePath());
     std::uint32_t language = station_.language.LanguageId();
     r.Number("COMMON", "LANGUAGE", language);
@@ -81,7 +80,7 @@ int SettingsStore::LanguageLoad() {
 }
 
 int SettingsStore::SettingsLoad() {
-    if (!CheckFileExists()) return 0;
+    if (!MissingFileProblem().empty()) return 0;
     const Reader r(FilePath());
     Settings& s = station_.settings;
 

@@ -21,6 +21,7 @@ public:
 
     std::string FilePath() const;
 
+    // 0 when the file is missing (MissingFileProblem says why).
     int LanguageLoad();
     int SettingsLoad();
     void LanguageSave();
@@ -35,8 +36,11 @@ public:
     // on stderr, in the debug log and in the status bar. Reads errno. Any thread.
     void Written(const std::string& path, bool ok);
 
+    // Why the settings file cannot be read (its path and the error code), for the
+    // operator; empty when it exists. The loads fail without a word when it does not.
+    std::string MissingFileProblem() const;
+
 private:
-    bool CheckFileExists() const;
 
     Station& station_;
     MachineStampSource machineStamp_;

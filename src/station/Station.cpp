@@ -9,9 +9,8 @@ std::string TestLogOf(std::string exeDir) {
 }
 }  // namespace
 
-Station::Station(StationOptions options, platform::Clock& clockRef, ConsoleUi& uiRef)
+Station::Station(StationOptions options, platform::Clock& clockRef)
     : clock(clockRef),
-      ui(uiRef),
       language(std::move(options.systemLanguage)),
       settingsStore(*this, std::move(options.machineStamp)),
       statistics(*this),

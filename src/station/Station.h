@@ -7,7 +7,6 @@
 #include <string>
 
 #include "station/BindingTable.h"
-#include "console/ConsoleUi.h"
 #include "present/ConsoleView.h"
 #include "history/JobHistory.h"
 #include "station/Language.h"
@@ -28,7 +27,7 @@ struct StationOptions {
 
 class Station {
 public:
-    Station(StationOptions options, platform::Clock& clock, ConsoleUi& ui);
+    Station(StationOptions options, platform::Clock& clock);
     Station(const Station&) = delete;
     Station& operator=(const Station&) = delete;
 
@@ -37,7 +36,6 @@ public:
     std::string ConfigPath(const std::string& file) const { return exeDir_ + "Config/" + file; }
 
     platform::Clock& clock;
-    ConsoleUi& ui;
     Language language;
     std::atomic<bool> restartRequired{false};
 

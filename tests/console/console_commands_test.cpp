@@ -23,7 +23,7 @@ protected:
     }
     test::StationFixture f{1033};
     platform::StationLoop loop{f.clock};
-    ConsoleController controller{*f.station, loop};
+    ConsoleController controller{*f.station, loop, f.ui};
 };
 
 TEST_F(ConsoleCommandsTest, OnlyChangingTheLanguageAsksForARestartAndSavesIt) {
@@ -77,7 +77,7 @@ TEST(ConsoleStartupTest, ChosenPackageIsShownAndItsFolderBecomesCurrent) {
     f.dir.Write("fw/MT6765.cfg", "x");
     f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\nFilePath=" + f.dir.File("fw/MT6765.cfg") + "\n");
     platform::StationLoop loop{f.clock};
-    ConsoleController controller{*f.station, loop};
+    ConsoleController controller{*f.station, loop, f.ui};
     const auto before = std::filesystem::current_path();
     ASSERT_TRUE(controller.OnInitDialog());
     EXPECT_EQ(std::filesystem::current_path().string() + "/", f.dir.File("fw/"));

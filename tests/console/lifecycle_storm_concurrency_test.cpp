@@ -64,8 +64,8 @@ public:
                    test::UnboundSettings("CheckSum=0\nLANGUAGE=2052\nFilePath=" + package +
                                          "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=" + std::to_string(kSockets) + "\n"));
 
-        station_ = std::make_unique<Station>(test::FixedOptions(dir_.Path()), clock_, ui_);
-        controller_ = std::make_unique<ConsoleController>(*station_, loop_);
+        station_ = std::make_unique<Station>(test::FixedOptions(dir_.Path()), clock_);
+        controller_ = std::make_unique<ConsoleController>(*station_, loop_, ui_);
         loop_.SetHandler(controller_.get());
         rig_ = std::make_unique<StationRig>(*station_, loop_, *controller_);
         loop_.Start();

@@ -179,7 +179,7 @@ TEST_F(DeviceMonitorTest, LateSerialPortIsAwaitedReportedOnceAndNeverLost) {
 TEST_F(DeviceMonitorTest, NoDeviceListYetMeansNoEventsUntilTheFirstDevice) {
     backend.services["sprdvcom"] = std::nullopt;
     st.package.kind = PACKAGE_SPRD_PAC;
-    ASSERT_TRUE(monitor.SelectMonitorService());
+    ASSERT_EQ(monitor.SelectMonitorService(), "");
     st.stationRunning = true;
     monitor.Start();
     const std::string longId = "USB\\VID_1782&PID_4D00\\" + std::string(80, '7');
@@ -195,27 +195,26 @@ TEST_F(DeviceMonitorTest, NoDeviceListYetMeansNoEventsUntilTheFirstDevice) {
 
 TEST_F(DeviceMonitorTest, ServiceChoiceByPackageKind) {
     st.package.kind = PACKAGE_SPRD_PAC;
-    EXPECT_FALSE(monitor.SelectMonitorService());
-    EXPECT_EQ(f.ui.Messages(), std::vector<std::string>{"sprdvcom service is not found"});
+    EXPECT_EQ(monitor.SelectMonitorService(), "sprdvcom service is not found");
 
     st.package.kind = PACKAGE_MTK_SCATTER;
     st.settings.ServiceNameList = {"vendor_a", "vendor_b"};
     backend.services["vendor_b"] = std::nullopt;
-    EXPECT_TRUE(monitor.SelectMonitorService());
+    EXPECT_EQ(monitor.SelectMonitorService(), "");
     EXPECT_EQ(monitor.MonitorService(), 4);
     EXPECT_EQ(monitor.ConfiguredService(), "vendor_b");
     backend.services["usbser"] = Ids{};
-    EXPECT_TRUE(monitor.SelectMonitorService());
+    EXPECT_EQ(monitor.SelectMonitorService(), "");
     EXPECT_EQ(monitor.MonitorService(), 1);
     backend.services["wdm_usb"] = std::nullopt;  // both: the one with a device list wins
-    EXPECT_TRUE(monitor.SelectMonitorService());
+    EXPECT_EQ(monitor.SelectMonitorService(), "");
     EXPECT_EQ(monitor.MonitorService(), 1);
     backend.services["wdm_usb"] = Ids{};
-    EXPECT_TRUE(monitor.SelectMonitorService());
+    EXPECT_EQ(monitor.SelectMonitorService(), "");
     EXPECT_EQ(monitor.MonitorService(), 0);
 
     st.package.kind = PACKAGE_MTK_CFG;
-    EXPECT_TRUE(monitor.SelectMonitorService());
+    EXPECT_EQ(monitor.SelectMonitorService(), "");
     EXPECT_EQ(monitor.MonitorService(), 3);
 }
 

@@ -228,7 +228,7 @@ TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.program + " " + c.scatter);
         dir.Write("Config/CommonSetting.ini", "[ENGINES]\nMTK=" + c.program + "\n");
-        app::Station st(test::FixedOptions(dir.Path()), clock, ui);
+        app::Station st(test::FixedOptions(dir.Path()), clock);
         st.package.scatterFilePath = c.scatter;
         SimPhoneRegistry registry;
         SimEngineFactory sim{st, registry};
@@ -324,7 +324,7 @@ public:
     test::TempDir dir;
     platform::ScaledClock clock{5};
     app::HeadlessConsoleUi ui;
-    std::unique_ptr<app::Station> st = std::make_unique<app::Station>(test::FixedOptions(dir.Path()), clock, ui);
+    std::unique_ptr<app::Station> st = std::make_unique<app::Station>(test::FixedOptions(dir.Path()), clock);
     platform::StationLoop loop{clock};
     SimPhoneRegistry registry;
     SimEngineFactory sim{*st, registry};
@@ -437,7 +437,7 @@ TEST(EngineProgram, JobInputsThatCannotBeHandedOnFailTheJob) {
     platform::ManualClock clock;
     app::HeadlessConsoleUi ui;
     const auto make = [&](const std::string& folder, const FileRows& rows, std::string& error) {
-        app::Station st(test::FixedOptions(folder), clock, ui);
+        app::Station st(test::FixedOptions(folder), clock);
         ProgramContext context(st, ProgramSettings{});
         JobRequest request;
         const bool made =

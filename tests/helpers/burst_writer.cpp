@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
     quorvel::app::StationOptions options;
     options.exeDir = argv[1];
     options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };
-    quorvel::app::Station st(std::move(options), clock, ui);
+    quorvel::app::Station st(std::move(options), clock);
     quorvel::app::AppStartup::CreateFolders(st.ExeDir(), ui);
     if (!st.settingsStore.SettingsLoad()) return 3;
     for (unsigned i = 0;; ++i) {

@@ -42,7 +42,7 @@ TEST_F(MtkPrep, FullPreparationPublishesEfuseChipAndDaFilesWhichALaterEmptyFolde
     fx.dir.Write("MTKDA_SP/Sec20_V1/DA_BR_PL.bin", "one file for both");
     fx.dir.Write("MTKDA_SP/Sec20_V1/readme.bin", "neither");
     fx.dir.Write("MTKDA_SP/Sec11/DA_BR.bin", "wrong variant");
-    MtkPreparation(*fx.station).PrepareMtkPackage(true);
+    EXPECT_TRUE(MtkPreparation(*fx.station).PrepareMtkPackage(true).empty());
     auto state = fx.station->mtkPrep.Get();
     EXPECT_EQ(state->EfuseEnabled, 1);
     EXPECT_EQ(state->EfuseXmlPath, fx.dir.Path() + "fw/efuse.xml");
@@ -53,19 +53,18 @@ TEST_F(MtkPrep, FullPreparationPublishesEfuseChipAndDaFilesWhichALaterEmptyFolde
     EXPECT_EQ(fx.station->view.Pane(2), "EFUSE Enable!");
 
     Efuse("efuse.xml", "MT6797");  // Sec20: no folder, so the earlier paths stay
-    MtkPreparation(*fx.station).PrepareMtkPackage(false);
+    EXPECT_TRUE(MtkPreparation(*fx.station).PrepareMtkPackage(false).empty());
     state = fx.station->mtkPrep.Get();
     EXPECT_EQ(state->DaVariant, 1);
     EXPECT_EQ(state->DaBrPath, Folder("Sec20_V1") + "/DA_BR_PL.bin");
-    EXPECT_TRUE(fx.ui.Messages().empty());
 }
 
 TEST_F(MtkPrep, EfuseSearchNoneOrSeveral) {
     fx.dir.Write("fw/d.xml", "<x/>");
-    MtkPreparation(*fx.station).PrepareMtkPackage(true);
+    // No DA search, so no DA message either.
+    EXPECT_TRUE(MtkPreparation(*fx.station).PrepareMtkPackage(true).empty());
     EXPECT_EQ(fx.station->mtkPrep.Get()->EfuseEnabled, 0);
     EXPECT_EQ(fx.station->view.Pane(2), "EFUSE Disable!");
-    EXPECT_TRUE(fx.ui.Messages().empty());  // no DA search, so no DA message either
 
     Efuse("a_efuse.xml", "MT6580");
     Efuse("b_efuse.xml", "MT6797");
@@ -74,8 +73,7 @@ TEST_F(MtkPrep, EfuseSearchNoneOrSeveral) {
     EXPECT_EQ(prep.FindEfuseXml(), 0);
     EXPECT_EQ(prep.State().EfuseXmlPath, fx.dir.Path() + "fw/c_efuse.XML");
     // Once two matches exist, every further file examined repeats it.
-    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>(3, app::texts::kMtkMoreThanOneEfuse));
-    fx.ui.Clear();
+    EXPECT_EQ(prep.Problems(), std::vector<std::string>(3, app::texts::kMtkMoreThanOneEfuse));
     prep.PrepareMtkPackage(false);
     EXPECT_EQ(fx.station->mtkPrep.Get()->EfuseEnabled, 1);
 }
@@ -96,7 +94,7 @@ TEST_F(MtkPrep, ChipNameRules) {
     fx.dir.Write("fw/huge.xml", head + std::string(kEfuseXmlMaxBytes + 1 - head.size() - 8, ' ') + "</efuse>");
     prep.LoadChipName(fx.dir.File("fw/huge.xml"));
     EXPECT_EQ(prep.State().ChipName, "MT6750");
-    EXPECT_EQ(fx.ui.Messages(),
+    EXPECT_EQ(prep.Problems(),
               (std::vector<std::string>{app::texts::kMtkNoChipName, app::texts::kMtkEfuseXmlUnreadable,
                                         "the efuse xml file [" + fx.dir.File("fw/huge.xml") +
                                             "] has 1048577 bytes, more than the 1024 KiB an efuse xml may have: it "
@@ -105,7 +103,7 @@ TEST_F(MtkPrep, ChipNameRules) {
     // A FIFO in the XML's place is refused at once, never opened for a blocking read.
     ASSERT_EQ(::mkfifo(fx.dir.File("fw/fifo_efuse.xml").c_str(), 0644), 0);
     prep.LoadChipName(fx.dir.File("fw/fifo_efuse.xml"));
-    EXPECT_EQ(fx.ui.Messages().back(), app::texts::kMtkEfuseXmlUnreadable);
+    EXPECT_EQ(prep.Problems().back(), app::texts::kMtkEfuseXmlUnreadable);
 
     fx.dir.Write("fw/empty.xml", "<efuse><common><x-chip-name-y/></common></efuse>");
     prep.LoadChipName(fx.dir.File("fw/empty.xml"));
@@ -124,15 +122,10 @@ TEST_F(MtkPrep, DaSearchRulesAndMessages) {
     EXPECT_EQ(prep.State().DaPlPath, "");
 
     Efuse("efuse.xml", "MT6580");
-    prep.PrepareMtkPackage(true);
-    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{"Error: DA File Missing,please check it!!!"});
-    fx.ui.Clear();
+    EXPECT_EQ(prep.PrepareMtkPackage(true), std::vector<std::string>{"Error: DA File Missing,please check it!!!"});
     fx.station->language.SetLanguageId(fx.systemLanguage);  // Chinese chosen
-    prep.PrepareMtkPackage(true);
-    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{"错误: DA文件未找到，请检查！"});
-    fx.ui.Clear();
-    prep.PrepareMtkPackage(false);
-    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{"Error : DA File Missing,please check it!!!"});
+    EXPECT_EQ(prep.PrepareMtkPackage(true), std::vector<std::string>{"错误: DA文件未找到，请检查！"});
+    EXPECT_EQ(prep.PrepareMtkPackage(false), std::vector<std::string>{"Error : DA File Missing,please check it!!!"});
 }
 
 class FakeConsole final : public PackageDisplayConsole {
@@ -148,6 +141,7 @@ public:
     }
     std::string PackageVersionText() override { return "V1.2"; }
     void Repaint() override { Log("repaint"); }
+    void Tell(const std::string& text) override { Log("tell " + text); }
     void Log(const std::string& call) { calls.push_back(call); }
     int preloadResult = 0;
     std::vector<std::string> calls;
@@ -177,8 +171,7 @@ TEST_F(MtkPrep, RefreshDisplayByKind) {
 
     // A missing scatter file: the message, empty texts, no pre-load.
     fx.station->package.scatterFilePath = fx.dir.Path() + "fw/gone.txt";
-    EXPECT_TRUE(refresh().empty());
-    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{"Please select MTK Scatter file first!"});
+    EXPECT_EQ(refresh(), (Calls{"tell Please select MTK Scatter file first!"}));
     EXPECT_EQ(view.Pane(0), "");
 
     fx.station->package.kind = app::PACKAGE_SPRD_PAC;

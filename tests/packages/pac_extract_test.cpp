@@ -85,7 +85,7 @@ protected:
 
     Result UnpackFile(const std::string& path, const char* base) {
         NoticeRecorder window;
-        CBinPack pack(ui, clock, &window);
+        CBinPack pack(ui.Teller(), clock, &window);
         pack.SetTempFolderSource(tempSource);
         Result r{};
         EXPECT_EQ(pack.Open(path), 1);
@@ -277,7 +277,7 @@ TEST_F(PacExtract, OnlyRegularFilesOpenAndWithoutWaiting) {
     for (const char* name : {"fifo.pac", "folder.pac", "missing.pac"}) {
         SCOPED_TRACE(name);
         const std::string path = dir.File(name), expected = "Can not open file [" + path + "]\n";
-        CBinPack pack(ui, clock);
+        CBinPack pack(ui.Teller(), clock);
         EXPECT_EQ(pack.Open(path), 0);
         EXPECT_EQ(ui.Messages(), std::vector<std::string>{expected});
         ui.Clear();
@@ -317,7 +317,7 @@ TEST_F(PacExtract, ParamsTempFolderAndDirectoryFailures) {
     PacHeader h;
     std::vector<PacFileEntry> t;
     {
-        CBinPack pack(ui, clock);
+        CBinPack pack(ui.Teller(), clock);
         ASSERT_EQ(pack.Open(dir.File("pkg.pac")), 1);
         EXPECT_EQ(pack.Unpack(images.c_str(), &h, nullptr), 0);
         EXPECT_EQ(ui.Messages(), std::vector<std::string>{app::texts::kPacInvalidParams});
@@ -325,7 +325,7 @@ TEST_F(PacExtract, ParamsTempFolderAndDirectoryFailures) {
     }
     {
         NoticeRecorder window;
-        CBinPack pack(ui, clock, &window);  // never opened: no message, still the end notice
+        CBinPack pack(ui.Teller(), clock, &window);  // never opened: no message, still the end notice
         EXPECT_EQ(pack.Unpack(images.c_str(), &h, &t), 0);
         EXPECT_TRUE(ui.Messages().empty());
         EXPECT_EQ(window.notices, Notices{kEndFailed});

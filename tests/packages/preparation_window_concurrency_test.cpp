@@ -49,7 +49,7 @@ TEST(PreparationWindow, TheLoadsOutcomeDecidesResultAndMessages) {
         SCOPED_TRACE(row.label);
         test::StationFixture fx;
         UsePac(fx, row.layout);
-        PreparationWindowLogic window(*fx.station);
+        PreparationWindowLogic window(*fx.station, fx.ui.Teller());
         WithTempFolder(window, fx);
         if (row.layout) {
             fx.ui.RunPreparationDialog(window);
@@ -80,7 +80,7 @@ TEST(PreparationWindow, ChecksumRecordsTextsMegabytesResultAndClose) {
     fx.station->validatedMegabytes = 99.0;
     fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
     std::shared_ptr<platform::MessageWindow> receiver;
-    PreparationWindowLogic window(*fx.station, [&](auto r) { receiver = r; });
+    PreparationWindowLogic window(*fx.station, fx.ui.Teller(), [&](auto r) { receiver = r; });
     ASSERT_TRUE(window.Open());
     EXPECT_EQ(window.View().title, "校验文件");
     EXPECT_EQ(window.View().status, "正在进行中...");
@@ -124,7 +124,7 @@ TEST(PreparationWindow, ClosedByTheOperatorKeepsZeroWhileTheWorkGoesOn) {
     test::StationFixture fx;
     UsePac(fx, test::SmallSprdPac());
     {
-        PreparationWindowLogic window(*fx.station);
+        PreparationWindowLogic window(*fx.station, fx.ui.Teller());
         WithTempFolder(window, fx);
         // Escape as soon as the extraction has begun.
         window.SetObserver([&] {
@@ -163,10 +163,10 @@ TEST(PreparationWindow, TheOperatorClosesWhileAHandlersMessageBoxWaits) {
         app::StationOptions options;
         options.exeDir = fx.dir.Path();
         options.systemLanguage = [] { return std::uint16_t{1033}; };
-        app::Station station(std::move(options), fx.clock, gui);
+        app::Station station(std::move(options), fx.clock);
         station.package.kind = app::PACKAGE_MTK_SCATTER;
         std::shared_ptr<platform::MessageWindow> receiver;
-        PreparationWindowLogic window(station, [&](auto r) { receiver = r; });
+        PreparationWindowLogic window(station, gui.Teller(), [&](auto r) { receiver = r; });
         gui.window = &window;
         ASSERT_TRUE(window.Open());
         receiver->Send(row.msg, row.wParam, row.lParam);
@@ -178,7 +178,7 @@ TEST(PreparationWindow, TheOperatorClosesWhileAHandlersMessageBoxWaits) {
 TEST(PreparationWindow, NothingStartedClosesAtOnceWithResultZero) {
     test::StationFixture fx;
     fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
-    PreparationWindowLogic window(*fx.station);  // no engine holder
+    PreparationWindowLogic window(*fx.station, fx.ui.Teller());  // no engine holder
     fx.ui.RunPreparationDialog(window);
     EXPECT_TRUE(window.View().closed);
     EXPECT_EQ(window.PreparationResult(), 0);

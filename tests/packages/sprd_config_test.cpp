@@ -119,7 +119,7 @@ protected:
     }
     int Load(const PacSpec& layout) {
         fx.dir.Write("pkg.pac", test::BuildPac(layout));
-        CSprdDownloadConfig config(*fx.station, nullptr);
+        CSprdDownloadConfig config(*fx.station, nullptr, fx.ui.Teller());
         config.SetTempFolderSource([this] { return std::optional<std::string>(fx.dir.Path() + "tmp/"); });
         return config.LoadPackage(fx.dir.File("pkg.pac").c_str());
     }

@@ -42,7 +42,7 @@ TEST_F(SettingsDialogTest, ScatterPackagePreselectsByDownloadType) {
     pkg.scatterFilePath = "/fw/MT_scatter.txt";
     for (auto [type, entry] : {std::pair{8, 3}, {1, 0}, {0, 1}, {3, 2}, {5, 0}}) {
         pkg.downloadType = type;
-        SettingsDialogLogic d(*f.station);
+        SettingsDialogLogic d(*f.station, f.ui.Teller());
         d.Open();
         EXPECT_EQ(d.Selected(), entry) << "DownloadType " << type;
         EXPECT_EQ(d.Entries().size(), 4u);
@@ -52,7 +52,7 @@ TEST_F(SettingsDialogTest, ScatterPackagePreselectsByDownloadType) {
 
 TEST_F(SettingsDialogTest, FormatAllWarnsOnceAndSetsTypeZero) {
     const auto path = file("fw/MT6580_Android_scatter.txt");
-    SettingsDialogLogic d(*f.station);
+    SettingsDialogLogic d(*f.station, f.ui.Teller());
     d.Open();
     d.Load(path);
     EXPECT_EQ(pkg.kind, PACKAGE_MTK_SCATTER);
@@ -74,7 +74,7 @@ TEST_F(SettingsDialogTest, PacDisablesTheListOkKeepsDownloadTypeCancelKeepsTheKi
     pkg.pacFilePath = "/old/b.pac";
     pkg.downloadType = 3;
     pkg.prepared = true;
-    SettingsDialogLogic cancelled(*f.station);
+    SettingsDialogLogic cancelled(*f.station, f.ui.Teller());
     cancelled.Open();
     cancelled.Load(file("a.pac"));
     EXPECT_FALSE(cancelled.ListEnabled());
@@ -84,7 +84,7 @@ TEST_F(SettingsDialogTest, PacDisablesTheListOkKeepsDownloadTypeCancelKeepsTheKi
     EXPECT_EQ(pkg.pacFilePath, "/old/b.pac");
     EXPECT_EQ(cancelled.PathText(), "");
 
-    SettingsDialogLogic d(*f.station);
+    SettingsDialogLogic d(*f.station, f.ui.Teller());
     d.Open();
     d.Load(file("a.pac"));
     ASSERT_TRUE(d.Ok());
@@ -93,7 +93,7 @@ TEST_F(SettingsDialogTest, PacDisablesTheListOkKeepsDownloadTypeCancelKeepsTheKi
 }
 
 TEST_F(SettingsDialogTest, KindRulesAndRefusals) {
-    SettingsDialogLogic d(*f.station);
+    SettingsDialogLogic d(*f.station, f.ui.Teller());
     d.Open();
     EXPECT_FALSE(d.Ok());
     d.Load(std::string("/fw/scatter.txt.cfg"));
@@ -110,7 +110,7 @@ TEST_F(SettingsDialogTest, KindRulesAndRefusals) {
 
 TEST_F(SettingsDialogTest, CfgBackupRestoreFromSettingOrEntry) {
     f.station->settings.BackupandRestore = 0;
-    SettingsDialogLogic d(*f.station);
+    SettingsDialogLogic d(*f.station, f.ui.Teller());
     d.Open();
     d.Load(file("p.cfg"));
     d.Select(1);

@@ -55,8 +55,6 @@ TEST(DownloadManagerTest, StopIsRefusedWhileASlotWorks) {
         EXPECT_FALSE(stopped);
         EXPECT_EQ(h.manager->State(), Running);
     }
-    EXPECT_EQ(h.fx.ui.Messages(),
-              std::vector<std::string>(3, "At least one thread is running, Please wait for a moment!"));
     h.st.bindings.SetState(1, app::BIND_ALL_BINDED);
     bool stopped = false;
     h.loop.Call([&] { stopped = h.manager->StopAll(); });

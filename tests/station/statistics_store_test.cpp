@@ -106,7 +106,7 @@ TEST(StatisticsTest, FullDiskHoldsCountsAndHistoryBackUntilThereIsRoom) {
     if (!disk.Ready()) GTEST_SKIP() << disk.Reason();
     platform::ManualClock clock;
     HeadlessConsoleUi ui;
-    auto st = std::make_unique<Station>(test::FixedOptions(disk.Path()), clock, ui);
+    auto st = std::make_unique<Station>(test::FixedOptions(disk.Path()), clock);
     ASSERT_EQ(::mkdir((disk.Path() + "Config").c_str(), 0755), 0);
     StatisticsStore& stats = st->statistics;
     stats.StatisticsLoad();
@@ -142,7 +142,7 @@ TEST(StatisticsTest, FullDiskHoldsCountsAndHistoryBackUntilThereIsRoom) {
     disk.Free();
     stats.RecordJob(Job(*st, 6, JobResult::Pass), false);  // cut short by the close: not counted
     EXPECT_TRUE(stats.Close());
-    st = std::make_unique<Station>(test::FixedOptions(disk.Path()), clock, ui);
+    st = std::make_unique<Station>(test::FixedOptions(disk.Path()), clock);
     st->statistics.StatisticsLoad();
     EXPECT_EQ(st->statistics.Total(), 4u);
     EXPECT_EQ(ReadJobHistory(st->history.Dir()).jobs.size(), 5u);

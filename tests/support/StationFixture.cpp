@@ -17,7 +17,7 @@ StationFixture::StationFixture(std::uint16_t systemLanguage_, std::string mac_)
     options.exeDir = dir.Path();
     options.systemLanguage = [this] { return this->systemLanguage; };
     options.machineStamp = [this] { return this->mac; };
-    station = std::make_unique<app::Station>(std::move(options), clock, ui);
+    station = std::make_unique<app::Station>(std::move(options), clock);
 }
 
 void StationFixture::WriteSettings(const std::string& contents) const {

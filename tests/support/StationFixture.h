@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "console/ConsoleUi.h"
 #include "station/Station.h"
 #include "platform/Clock.h"
 #include "support/FixedOptions.h"

@@ -9,8 +9,8 @@
 namespace quorvel::test {
 
 StationProcess::StationProcess(const TempDir& dir, platform::SysPaths paths, double speed) : clock(speed) {
-    station = std::make_unique<app::Station>(FixedOptions(dir.Path()), clock, ui);
-    controller = std::make_unique<console::ConsoleController>(*station, loop);
+    station = std::make_unique<app::Station>(FixedOptions(dir.Path()), clock);
+    controller = std::make_unique<console::ConsoleController>(*station, loop, ui);
     loop.SetHandler(controller.get());
     rig = std::make_unique<console::StationRig>(*station, loop, *controller, std::move(paths));
     run = &rig->Run();

@@ -83,7 +83,7 @@ class ConsoleLayoutTest : public QObject {
     Q_OBJECT
 
     struct Console {
-        Console() : loop(f.clock), controller(*f.station, loop) {
+        Console() : loop(f.clock), controller(*f.station, loop, f.ui) {
             // The list's backdrop as the station folder ships it.
             for (const char* name : {"BRINDLE.bmp", "BRINDLE_E.bmp"})
                 f.dir.Write(std::string("res/") + name,

@@ -33,7 +33,7 @@ class ConsoleWindowTest : public QObject {
     // A started console; without `settings` the folder has no settings file.
     struct Console {
         explicit Console(std::uint16_t systemLanguage = 1033, const char* simulated = "0", bool settings = true)
-            : f(systemLanguage), loop(f.clock), controller(*f.station, loop) {
+            : f(systemLanguage), loop(f.clock), controller(*f.station, loop, f.ui) {
             if (!settings) return;
             f.WriteSettings(std::string("[COMMON]\nMac=00-11-22-33-44-55\n[BENCH]\nSimulated=") + simulated + "\n");
             f.dir.Write("Config/TestResult.ini", "[total]\nNUM=8\n[fail]\nNUM=2\n");

@@ -143,9 +143,9 @@ int main(int argc, char** argv) {
     app::HeadlessConsoleUi ui;
     app::StationOptions options;
     options.exeDir = folder;
-    app::Station station(std::move(options), clock, ui);
+    app::Station station(std::move(options), clock);
     platform::StationLoop loop(clock);
-    console::ConsoleController controller(station, loop);
+    console::ConsoleController controller(station, loop, ui);
     loop.SetHandler(&controller);
     console::StationRig rig(station, loop, controller);
     // As the window's start-up: the folders, and no temporary file left by a killed writer.

@@ -278,7 +278,7 @@ int Extract(const std::string& path, const std::string& folder, bool json, bool 
     ToolUi ui(bar);
     BarWindow window(bar);
     platform::SystemClock clock;
-    CBinPack pack(ui, clock, &window);
+    CBinPack pack(ui.Teller(), clock, &window);
     PacHeader header = EmptyPacHeader();
     std::vector<PacFileEntry> table;
     // A technician names a folder to unpack into; make it as `mkdir -p` would.

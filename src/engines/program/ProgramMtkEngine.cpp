@@ -6,6 +6,7 @@
 #include "station/Messages.h"
 #include "station/Station.h"
 #include "station/Texts.h"
+#include "engines/SlotOutcome.h"
 #include "engines/program/ProgramCheck.h"
 
 namespace quorvel::engine {
