@@ -83,7 +83,6 @@ int main(int argc, char** argv) {
     if (!mkdtemp(tmpl)) return 1;
     const std::string dir = std::string(tmpl) + "/";
     platform::SystemClock clock;
-    app::HeadlessConsoleUi ui;
     app::Station station(test::FixedOptions(dir), clock);
     station.language.SetLanguageId(app::kLangEnglish + 1);
     station.stationRunning = true;

@@ -41,7 +41,6 @@ void BM_SixteenSlotsProgress(benchmark::State& state) {
     // 0: every message sent (the sender waits for the handler), 1: posted.
     const bool posted = state.range(1) == 1;
     platform::SystemClock clock;
-    app::HeadlessConsoleUi ui;
     app::StationOptions options;
     options.exeDir = "/tmp/";
     options.systemLanguage = [] { return std::uint16_t{1033}; };

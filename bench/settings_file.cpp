@@ -32,7 +32,6 @@ int main(int argc, char** argv) {
         for (long i = 0; i < lines; ++i) out << "note" << i << "=operator remark number " << i << "\r\n";
     }
     platform::SystemClock clock;
-    app::HeadlessConsoleUi ui;
     app::StationOptions options;
     options.exeDir = dir.string() + "/";
     options.machineStamp = [] { return std::string("00-11-22-33-44-55"); };

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "FuzzScratch.h"
-#include "console/ConsoleUi.h"
 #include "station/Station.h"
 #include "packages/MtkPreparation.h"
 #include "platform/Clock.h"
@@ -16,7 +15,6 @@ using namespace quorvel;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const fuzz::Scratch scratch;
     static platform::ManualClock clock;
-    static app::HeadlessConsoleUi ui;
     static app::Station station(test::FixedOptions(scratch.Path()), clock);
     const std::string xml = scratch.Write("fw/efuse.xml", data, size);
 
@@ -26,6 +24,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const int variant = prep.State().DaVariant;
     if (variant < 0 || variant > 3 || variant != packages::DaVariantOf(prep.State().ChipName)) std::abort();
     if (packages::DaFolderOf(station.ExeDir(), variant).rfind(station.ExeDir(), 0) != 0) std::abort();
-    ui.Clear();
     return 0;
 }

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "FuzzScratch.h"
-#include "console/ConsoleUi.h"
 #include "station/Station.h"
 #include "platform/Clock.h"
 #include "platform/ProfileIni.h"
@@ -16,7 +15,6 @@ using namespace quorvel;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const fuzz::Scratch scratch;
     static platform::ManualClock clock;
-    static app::HeadlessConsoleUi ui;
     const std::string text(reinterpret_cast<const char*>(data), size);
     scratch.Write("Config/CommonSetting.ini", data, size);
 
@@ -34,6 +32,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // The option conversions on the raw bytes too.
     (void)platform::ParseUnsigned(text);
     (void)platform::ProfileIni::ReadIntFrom(text, "COMMON", "SleepTimeRestart", 7);
-    ui.Clear();
     return 0;
 }

@@ -87,5 +87,16 @@ TEST(ConsoleStartupTest, ChosenPackageIsShownAndItsFolderBecomesCurrent) {
     EXPECT_TRUE(f.ui.Messages().empty());
 }
 
+TEST(ConsoleStartupTest, MissingSettingsFileIsNamedThenTheConsoleCloses) {
+    test::StationFixture f{1033};
+    platform::StationLoop loop{f.clock};
+    ConsoleController controller{*f.station, loop, f.ui};
+    EXPECT_FALSE(controller.OnInitDialog());
+    EXPECT_EQ(f.ui.Messages(),
+              (std::vector<std::string>{"the config file path is " + f.SettingsFile() + ",The last error code: 2",
+                                        "配置文件读取失败！"}));
+    EXPECT_TRUE(f.station->view.Snapshot().closeRequested);
+}
+
 }  // namespace
 }  // namespace quorvel::console

@@ -124,6 +124,12 @@ TEST_F(StationRunTest, MissingFileOrFailedVerificationRefusesStartAndNoPackageSt
     EXPECT_EQ(st.view.Notice(), "");
     Click();
     run.Manager().JoinWalks();
+
+    // The engine refuses the package's pre-load: the console says so.
+    f.ui.Clear();
+    f.dir.Write("fw/A_scatter.txt", "");
+    EXPECT_EQ(controller.PreLoadPackage(), engine::kPreLoadRefused);
+    EXPECT_EQ(Messages(), std::vector<std::string>{"PreLoadFiles failed,please check scatter file or DA files"});
 }
 
 TEST_F(StationRunTest, CfgStopWaitsForRunningJobsAndEndsFinishedOnes) {

@@ -224,7 +224,6 @@ TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
          "--verify failed (" + dir.File("garbage.sh") + "): engine program wrote garbage"},
     };
     platform::SystemClock clock;
-    app::HeadlessConsoleUi ui;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.program + " " + c.scatter);
         dir.Write("Config/CommonSetting.ini", "[ENGINES]\nMTK=" + c.program + "\n");
@@ -323,7 +322,6 @@ public:
 
     test::TempDir dir;
     platform::ScaledClock clock{5};
-    app::HeadlessConsoleUi ui;
     std::unique_ptr<app::Station> st = std::make_unique<app::Station>(test::FixedOptions(dir.Path()), clock);
     platform::StationLoop loop{clock};
     SimPhoneRegistry registry;
@@ -435,7 +433,6 @@ TEST(EngineProgram, NothingOutlivesItsJobOrItsStation) {
 // be written whole fails the job before its program starts.
 TEST(EngineProgram, JobInputsThatCannotBeHandedOnFailTheJob) {
     platform::ManualClock clock;
-    app::HeadlessConsoleUi ui;
     const auto make = [&](const std::string& folder, const FileRows& rows, std::string& error) {
         app::Station st(test::FixedOptions(folder), clock);
         ProgramContext context(st, ProgramSettings{});

@@ -123,7 +123,6 @@ TEST(CrashSafetyTest, KilledStationLeavesCompleteFilesAndNoTemporaries) {
     }
     // The next start counts the job in flight, so the two agree again.
     platform::ManualClock clock;
-    HeadlessConsoleUi ui;
     Station st(test::FixedOptions(dir.Path()), clock);
     ASSERT_EQ(st.settingsStore.SettingsLoad(), 1);
     EXPECT_EQ(st.statistics.Total(), ReadJobHistory(dir.File("TestLog")).jobs.size());

@@ -47,8 +47,8 @@ TEST(SettingsLoadTest, MissingFileShowsThePathAndErrorCode) {
     StationFixture f;
     EXPECT_EQ(f.station->settingsStore.LanguageLoad(), 0);
     EXPECT_EQ(f.station->settingsStore.SettingsLoad(), 0);
-    ASSERT_EQ(f.ui.Messages().size(), 2u);
-    EXPECT_EQ(f.ui.Messages()[0], "the config file path is " + f.SettingsFile() + ",The last error code: 2");
+    EXPECT_EQ(f.station->settingsStore.MissingFileProblem(),
+              "the config file path is " + f.SettingsFile() + ",The last error code: 2");
 }
 
 TEST(MachineStampRuleTest, MatchingStampLoadsTheBindingTable) {

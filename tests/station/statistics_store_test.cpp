@@ -105,7 +105,6 @@ TEST(StatisticsTest, FullDiskHoldsCountsAndHistoryBackUntilThereIsRoom) {
     test::SmallDisk disk;
     if (!disk.Ready()) GTEST_SKIP() << disk.Reason();
     platform::ManualClock clock;
-    HeadlessConsoleUi ui;
     auto st = std::make_unique<Station>(test::FixedOptions(disk.Path()), clock);
     ASSERT_EQ(::mkdir((disk.Path() + "Config").c_str(), 0755), 0);
     StatisticsStore& stats = st->statistics;
