@@ -94,7 +94,7 @@ TEST(ConsoleStartupTest, MissingSettingsFileIsNamedThenTheConsoleCloses) {
     EXPECT_FALSE(controller.OnInitDialog());
     EXPECT_EQ(f.ui.Messages(),
               (std::vector<std::string>{"the config file path is " + f.SettingsFile() + ",The last error code: 2",
-                                        "配置文件读取失败！"}));
+                                        "Failed to read configuration file!"}));
     EXPECT_TRUE(f.station->view.Snapshot().closeRequested);
 }
 
