@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 
+#include "engines/EngineInterfaces.h"  // kUnknown
 #include "engines/SlotOutcome.h"
 
 namespace quorvel::engine {
@@ -20,8 +21,6 @@ enum class SlotStage {
     FAIL,
     INTERRUPTED,  // failed because a Stop or the close cut it short
 };
-
-inline constexpr std::uint32_t kUnknown = 0xFFFFFFFFu;
 
 struct SlotState {
     SlotStage stage = SlotStage::IDLE;
