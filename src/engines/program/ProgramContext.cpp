@@ -85,6 +85,17 @@ std::string ProgramContext::LogPath(const char* platform, const std::string& uni
     return station.ExeDir() + kLogFolder + name;
 }
 
+std::map<std::string, std::string> ProgramContext::PhoneValues(const app::DeviceInfo& device,
+                                                               const std::string& package) const {
+    const int com = ExtractComNumber(device.friendlyName);
+    return {{"port", std::to_string(com)},
+            {"node", com > 0 ? DeviceOfPort(static_cast<unsigned long>(com)).node : ""},
+            {"device", device.instanceId},
+            {"location", device.location},
+            {"package", package},
+            {"phase", "1"}};
+}
+
 bool ProgramContext::MakeJob(const std::string& commandLine, const char* platform, int slot,
                              std::map<std::string, std::string> values, const std::vector<std::string>& options,
                              const FileRows* files, JobRequest& request, std::string& error) {

@@ -107,6 +107,9 @@ public:
                        const std::string& package, const std::vector<std::string>& options, JobRequest& request,
                        std::string& error);
 
+    // The first phase's placeholders of a phone handed over whole (MTK and FP engines).
+    std::map<std::string, std::string> PhoneValues(const app::DeviceInfo& device, const std::string& package) const;
+
     engine::BenchPhones* Phones() const { return benchPhones_; }
     // SPRD engines know their phone by its port only; a program needs the phone itself.
     PortPlace DeviceOfPort(unsigned long port) const { return portDevices_ ? portDevices_(port) : PortPlace{}; }

@@ -29,17 +29,11 @@ void ProgramFpEngine::SetDLPara(int threadIndex) {
 }
 
 int ProgramFpEngine::MTKFP_OperationStart() {
-    const int com = ExtractComNumber(device_.friendlyName);
     const FileRows noFiles;
     JobRequest request;
     std::string error;
     context_.MakeJob(context_.settings.fp, "FP", slot_,
-                     {{"port", std::to_string(com)},
-                      {"node", com > 0 ? context_.DeviceOfPort(static_cast<unsigned long>(com)).node : ""},
-                      {"device", device_.instanceId},
-                      {"location", device_.location},
-                      {"package", context_.station.package.cfgFilePath},
-                      {"phase", "1"}},
+                     context_.PhoneValues(device_, context_.station.package.cfgFilePath),
                      {"DownloadType=" + std::to_string(downloadType_)}, &noFiles, request, error);
     return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, false,
                               device_.instanceId);

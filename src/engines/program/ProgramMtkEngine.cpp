@@ -211,17 +211,11 @@ int ProgramMtkEngine::DLOperationStart() {
     options.push_back(Option("DownloadType", downloadType_));
     options.push_back(Option("DaPort", daPort_));
     if (efuse_) options.insert(options.end(), efuseOptions_.begin(), efuseOptions_.end());
-    const int com = ExtractComNumber(device_.friendlyName);
     const FileRows noFiles;
     JobRequest request;
     std::string error;
     context_.MakeJob(context_.settings.mtk, "MTK", slot_,
-                     {{"port", std::to_string(com)},
-                      {"node", com > 0 ? context_.DeviceOfPort(static_cast<unsigned long>(com)).node : ""},
-                      {"device", device_.instanceId},
-                      {"location", device_.location},
-                      {"package", context_.station.package.scatterFilePath},
-                      {"phase", "1"}},
+                     context_.PhoneValues(device_, context_.station.package.scatterFilePath),
                      options, &noFiles, request, error);
     return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, true, device_.instanceId);
 }
