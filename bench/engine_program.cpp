@@ -25,7 +25,7 @@
 #include "slots/DownloadManager.h"
 #include "engines/program/ProgramMtkEngine.h"
 #include "sim/SimEngineProgram.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 #include "support/FixedOptions.h"
 
 namespace {
@@ -47,14 +47,14 @@ double CpuSeconds() {
 }
 
 // Routes as the console does, and times each "done" message when its row has been updated.
-class Handler final : public platform::MessageHandler {
+class Handler final : public app::MessageHandler {
 public:
     explicit Handler(console::MessageRouter& r) : router_(r) {}
-    platform::LResult HandleMessage(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+    platform::LResult HandleMessage(const app::Message& message) override {
         platform::LResult result = 0;
-        router_.Route(msg, w, l, result);
-        if (msg == app::MSG_SLOT_PROGRESS && (w & 0xFFFF) == 3) {
-            const std::uint32_t latency = NowUs32() - static_cast<std::uint32_t>(l);
+        router_.Route(message, result);
+        if (const auto* bar = std::get_if<app::SlotBar>(&message); bar && bar->what == app::BarValue::DONE) {
+            const std::uint32_t latency = NowUs32() - bar->value;
             std::lock_guard g(mutex_);
             latencies_.push_back(latency);
         }
@@ -86,7 +86,7 @@ int main(int argc, char** argv) {
     app::Station station(test::FixedOptions(dir), clock);
     station.language.SetLanguageId(app::kLangEnglish + 1);
     station.stationRunning = true;
-    platform::StationLoop loop(clock);
+    app::StationLoop loop(clock);
     engine::SimPhoneRegistry registry;
     engine::SimEngineFactory sims(station, registry);
     engine::DownloadManager manager(station, loop, sims);

@@ -30,7 +30,7 @@
 #include "qt/MainWindow.h"
 #include "present/SlotDisplay.h"
 #include "platform/Clock.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 #include "support/FixedOptions.h"
 
 namespace {
@@ -100,7 +100,7 @@ struct Figures {
 
 // `pauseUs`: each slot's pause between two progress reports; 0 sends as fast as the
 // station thread takes them.
-Figures Load(TimedApplication& app, app::Station& station, platform::StationLoop& loop,
+Figures Load(TimedApplication& app, app::Station& station, app::StationLoop& loop,
              std::vector<std::unique_ptr<engine::SlotDisplay>>& displays, QWidget& painted, double seconds,
              int pauseUs) {
     std::atomic<bool> stop{false};
@@ -114,15 +114,14 @@ Figures Load(TimedApplication& app, app::Station& station, platform::StationLoop
     std::vector<std::thread> workers;
     for (int slot = 0; slot < app::kSlotCount; ++slot) {
         workers.emplace_back([&, slot] {
-            const platform::WParam row = static_cast<platform::WParam>(slot) << 16;
-            const char* status = "Downloading...";
+            const std::string status = "Downloading...";
             for (std::uint32_t done = 0; !stop; done = (done + 65536) % (10u << 20)) {
                 loop.Call([&] {
                     auto& d = *displays[static_cast<std::size_t>(slot)];
-                    d.HandleProgress(row | 0, reinterpret_cast<platform::LParam>(status));
-                    d.HandleProgress(row | 4, 10 << 20);
-                    d.HandleProgress(row | 3, done);
-                    d.HandleProgress(row | 2, done * 100 / (10u << 20));
+                    d.Show(app::SlotStatus{slot, status});
+                    d.Show(app::SlotBar{slot, app::BarValue::TOTAL, 10u << 20});
+                    d.Show(app::SlotBar{slot, app::BarValue::DONE, done});
+                    d.Show(app::SlotBar{slot, app::BarValue::PERCENT, done * 100 / (10u << 20)});
                 });
                 messages += 4;
                 if (pauseUs > 0) std::this_thread::sleep_for(std::chrono::microseconds(pauseUs));
@@ -138,7 +137,7 @@ Figures Load(TimedApplication& app, app::Station& station, platform::StationLoop
                 for (int slot = 0; slot < app::kSlotCount; ++slot) {
                     auto& d = *displays[static_cast<std::size_t>(slot)];
                     if (tick % 2 == 0) {
-                        d.HandleProgress((static_cast<platform::WParam>(slot) << 16) | 5, (slot + tick) % 5 != 0);
+                        d.Show(app::SlotVerdict{slot, (slot + tick) % 5 != 0});
                         station.slots.startTime[static_cast<std::size_t>(slot)] = station.clock.WallSeconds();
                         d.SetResult(slot, "Ongoing", engine::kColourBlue);
                         d.ShowCell(slot, app::COL_PROGRESS);
@@ -219,7 +218,7 @@ int main(int argc, char** argv) {
     platform::SystemClock clock;
     app::HeadlessConsoleUi ui;
     app::Station station(test::FixedOptions(dir), clock);
-    platform::StationLoop loop(clock);
+    app::StationLoop loop(clock);
     console::ConsoleController controller(station, loop, ui);
     loop.SetHandler(&controller);
     loop.Start();

@@ -16,18 +16,18 @@
 #include "console/MessageRouter.h"
 #include "slots/DownloadManager.h"
 #include "sim/SimEngines.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 
 namespace {
 
 using namespace quorvel;
 
-class Router final : public platform::MessageHandler {
+class Router final : public app::MessageHandler {
 public:
     explicit Router(console::MessageRouter& r) : router_(r) {}
-    platform::LResult HandleMessage(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+    platform::LResult HandleMessage(const app::Message& message) override {
         platform::LResult result = 0;
-        router_.Route(msg, w, l, result);
+        router_.Route(message, result);
         return result;
     }
     void OnTimer(int id) override { router_.RouteTimer(id); }
@@ -46,7 +46,7 @@ void BM_SixteenSlotsProgress(benchmark::State& state) {
     options.systemLanguage = [] { return std::uint16_t{1033}; };
     options.machineStamp = [] { return std::string("00-00-00-00-00-00"); };
     app::Station station(options, clock);
-    platform::StationLoop loop(clock);
+    app::StationLoop loop(clock);
     engine::SimPhoneRegistry registry;
     engine::SimEngineFactory engines(station, registry);
     engine::DownloadManager manager(station, loop, engines);
@@ -73,11 +73,11 @@ void BM_SixteenSlotsProgress(benchmark::State& state) {
                 while (!go) std::this_thread::yield();
                 for (int i = 0; !stop; ++i) {
                     const auto t0 = std::chrono::steady_clock::now();
-                    const auto w = engine::PackProgress(2, static_cast<std::uint32_t>(slot));
+                    const app::SlotBar percent{slot, app::BarValue::PERCENT, static_cast<std::uint32_t>(i % 101)};
                     if (posted)
-                        loop.Post(app::MSG_SLOT_PROGRESS, w, i % 101);
+                        loop.Post(percent);
                     else
-                        loop.Send(app::MSG_SLOT_PROGRESS, w, i % 101);
+                        loop.Send(percent);
                     const auto t1 = std::chrono::steady_clock::now();
                     lat.push_back(std::chrono::duration<double, std::micro>(t1 - t0).count());
                     ++counts[static_cast<std::size_t>(slot)];

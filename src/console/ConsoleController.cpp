@@ -21,7 +21,7 @@ namespace quorvel::console {
 
 using namespace app;
 
-ConsoleController::ConsoleController(Station& station, platform::StationLoop& loop, ConsoleUi& ui,
+ConsoleController::ConsoleController(Station& station, app::StationLoop& loop, ConsoleUi& ui,
                                      int listClientWidth)
     : station_(station), loop_(loop), ui_(ui), listClientWidth_(listClientWidth) {}
 
@@ -185,38 +185,38 @@ void ConsoleController::ShowClock() {
     station_.view.SetPane(1, text);
 }
 
-platform::LResult ConsoleController::HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) {
-    if (platform::LResult routed = 0; router_ && router_->Route(msg, wParam, lParam, routed)) return routed;
-    if (msg == MSG_DEVICE_EVENT && run_ && wParam)
-        return run_->OnDeviceEvent(*reinterpret_cast<const devices::DeviceEventRecord*>(wParam));
-    if (msg == WM_COMMAND) {
-        switch (wParam) {
-            case CMD_START_STOP:
-                if (lParam == kAutoStop && buttonStatus_ != DOWNLOAD_BUTTON_STATUS_STOP) return 0;
-                if (run_) run_->StartStopClick();
-                return 0;
-            case CMD_REMOVE_STATISTICS: station_.statistics.StatisticsReset(); return 0;
-            // The menu greys these out while the station runs; a command queued before Start is void.
-            case CMD_REMOVE_BIND:
-                if (!station_.stationRunning) bindingCommands_.RemoveTheBind(selectedRow_);
-                return 0;
-            case CMD_REMOVE_ALL_BIND:
-                if (!station_.stationRunning) bindingCommands_.RemoveAllBind();
-                return 0;
-            case CMD_MERGE_REPEAT_BIND:
-                if (!station_.stationRunning) bindingCommands_.MergeRepeatBind();
-                return 0;
-            // Both buttons are disabled while the station runs; a click queued before that is void.
-            case CMD_SETTINGS:
-                if (!station_.stationRunning) SettingsClick();
-                return 0;
-            case CMD_HELP:
-                if (!station_.stationRunning) HelpClick();
-                return 0;
-            default: return 0;
-        }
-    }
+platform::LResult ConsoleController::HandleMessage(const Message& message) {
+    if (platform::LResult routed = 0; router_ && router_->Route(message, routed)) return routed;
+    if (const auto* event = std::get_if<DeviceEvent>(&message)) return run_ ? run_->OnDeviceEvent(*event) : 0;
+    if (const auto* command = std::get_if<Command>(&message)) OnCommand(*command);
     return 0;
+}
+
+void ConsoleController::OnCommand(const Command& command) {
+    switch (command.id) {
+        case CommandId::START_STOP:
+            if (command.autoStop && buttonStatus_ != DOWNLOAD_BUTTON_STATUS_STOP) return;
+            if (run_) run_->StartStopClick();
+            return;
+        case CommandId::REMOVE_STATISTICS: station_.statistics.StatisticsReset(); return;
+        // The menu greys these out while the station runs; a command queued before Start is void.
+        case CommandId::REMOVE_BIND:
+            if (!station_.stationRunning) bindingCommands_.RemoveTheBind(selectedRow_);
+            return;
+        case CommandId::REMOVE_ALL_BIND:
+            if (!station_.stationRunning) bindingCommands_.RemoveAllBind();
+            return;
+        case CommandId::MERGE_REPEAT_BIND:
+            if (!station_.stationRunning) bindingCommands_.MergeRepeatBind();
+            return;
+        // Both buttons are disabled while the station runs; a click queued before that is void.
+        case CommandId::SETTINGS:
+            if (!station_.stationRunning) SettingsClick();
+            return;
+        case CommandId::HELP:
+            if (!station_.stationRunning) HelpClick();
+            return;
+    }
 }
 
 void ConsoleController::OnTimer(int id) {

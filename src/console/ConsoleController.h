@@ -10,7 +10,7 @@
 #include "station/Station.h"
 #include "devices/BindingCommands.h"
 #include "packages/MtkPreparation.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 
 namespace quorvel::console {
 class MessageRouter;
@@ -25,11 +25,11 @@ enum DownloadButtonStatus : int {
     DOWNLOAD_BUTTON_STATUS_STOP = 2,
 };
 
-class ConsoleController : public platform::MessageHandler, public packages::PackageDisplayConsole {
+class ConsoleController : public app::MessageHandler, public packages::PackageDisplayConsole {
 public:
     // `listClientWidth`: the slot list's client width in pixels at creation. Every modal
     // request of the station goes to `ui`.
-    ConsoleController(app::Station& station, platform::StationLoop& loop, app::ConsoleUi& ui,
+    ConsoleController(app::Station& station, app::StationLoop& loop, app::ConsoleUi& ui,
                       int listClientWidth = 900);
 
     // Station thread. False when the console closed itself (settings missing).
@@ -54,7 +54,7 @@ public:
     // The operator's choice between the slot list and the bench tiles, kept for the next start.
     void SetBenchView(bool on);
 
-    platform::LResult HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) override;
+    platform::LResult HandleMessage(const app::Message& message) override;
     void OnTimer(int id) override;
 
     // The package display's needs of the console (station thread).
@@ -81,6 +81,7 @@ public:
 private:
     friend class StationRun;  // drives buttonStatus_ through the Start/Stop states
     void SetUpControls();
+    void OnCommand(const app::Command& command);
     void ShowClock();
     // Makes the package's folder the current one and prepares and shows the package.
     void ShowPackage(bool startup);
@@ -89,7 +90,7 @@ private:
     bool SettingsUnreadable();
 
     app::Station& station_;
-    platform::StationLoop& loop_;
+    app::StationLoop& loop_;
     app::ConsoleUi& ui_;
     int listClientWidth_;
     int buttonStatus_ = DOWNLOAD_BUTTON_STATUS_INIT;

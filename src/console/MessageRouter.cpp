@@ -5,25 +5,66 @@
 
 namespace quorvel::console {
 
-using app::WM_APP;
-
 MessageRouter::MessageRouter(app::Station& station, engine::DownloadManager& manager)
     : station_(station), manager_(manager) {}
 
-bool MessageRouter::Route(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam,
-                          platform::LResult& result) {
-    if (msg == app::MSG_SLOT_PROGRESS) {
-        result = 0;
-        const int slot = static_cast<int>((wParam >> 16) & 0xFF);
-        if (slot >= station_.slotList.RowCount()) return true;
-        if (auto* worker = manager_.WorkerAt(slot)) result = worker->Display().HandleProgress(wParam, lParam);
+engine::SlotDisplay* MessageRouter::DisplayOf(int slot) const {
+    if (slot < 0 || slot >= station_.slotList.RowCount()) return nullptr;
+    auto* worker = manager_.WorkerAt(slot);
+    return worker ? &worker->Display() : nullptr;
+}
+
+bool MessageRouter::Route(const app::Message& message, platform::LResult& result) {
+    result = 0;
+    const auto toSlot = [this](const auto& m) {
+        if (auto* display = DisplayOf(m.slot)) display->Show(m);
         return true;
-    }
-    if (msg >= app::MSG_SPRD_FIRST && msg <= app::MSG_SPRD_LAST) {
-        result = RouteSprd(msg, wParam, lParam);
-        return true;
-    }
-    return false;
+    };
+    return std::visit(
+        app::Overloaded{
+            [&](const app::SlotStatus& m) { return toSlot(m); },
+            [&](const app::SlotBar& m) { return toSlot(m); },
+            [&](const app::SlotAccount& m) { return toSlot(m); },
+            [&](const app::SlotDaSwitched& m) { return toSlot(m); },
+            [&](const app::SlotVerdict& m) { return toSlot(m); },
+            [&](const app::SprdBegin& m) {
+                RouteSprd(m.port, [this](int slot, engine::DownloadWorker&) {
+                    stepCounter_[static_cast<std::size_t>(slot)] = 0;
+                });
+                return true;
+            },
+            [&](const app::SprdStepNamed& m) {
+                RouteSprd(m.port, [this](int slot, engine::DownloadWorker& worker) {
+                    auto& counter = stepCounter_[static_cast<std::size_t>(slot)];
+                    const std::string name = worker.Sprd().GetStepName(static_cast<int>(counter));
+                    ++counter;
+                    worker.Display().SetStepName(slot, name);
+                });
+                return true;
+            },
+            [&](const app::SprdStepEntered& m) {
+                // The console shows only these steps; the engine announces others too.
+                using S = app::SprdStep;
+                if (m.step == S::CHECK_BAUD || m.step == S::CONNECTING || m.step == S::DOWNLOADING ||
+                    m.step == S::CHANGE_BAUD)
+                    RouteSprd(m.port,
+                              [&](int slot, engine::DownloadWorker& worker) { worker.Display().ShowStep(slot, m.step); });
+                return true;
+            },
+            [&](const app::SprdProgress& m) {
+                RouteSprd(m.port, [&](int slot, engine::DownloadWorker& worker) {
+                    worker.Display().ShowSprdProgress(slot, m.percent);
+                });
+                return true;
+            },
+            [&](const app::SprdResult& m) {
+                RouteSprd(m.port,
+                          [&](int slot, engine::DownloadWorker& worker) { worker.Display().SprdFinished(slot, m); });
+                return true;
+            },
+            [](const auto&) { return false; },
+        },
+        message);
 }
 
 int MessageRouter::SlotOfPort(unsigned long port) const {
@@ -33,29 +74,10 @@ int MessageRouter::SlotOfPort(unsigned long port) const {
     return -1;
 }
 
-platform::LResult MessageRouter::RouteSprd(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) {
-    const int slot = SlotOfPort(static_cast<unsigned long>(wParam));
-    if (slot < 0 || slot >= station_.slotList.RowCount()) return 0;
-    auto* worker = manager_.WorkerAt(slot);
-    if (!worker) return 0;
-    auto& display = worker->Display();
-    auto& counter = stepCounter_[static_cast<std::size_t>(slot)];
-    switch (msg - WM_APP) {
-        case 201: counter = 0; return 0;
-        case 202: {
-            const std::string name = worker->Sprd().GetStepName(static_cast<int>(counter));
-            ++counter;
-            display.SetStepName(slot, name);
-            return 0;
-        }
-        case 204: return display.ShowStep(slot, 1, 0);
-        case 205: return display.ShowStep(slot, 2, 0);
-        case 207: return display.ShowStep(slot, 4, lParam);
-        case 208: return display.ShowSprdProgress(slot, static_cast<std::uint32_t>(lParam));
-        case 214: return display.ShowStep(slot, 9, 0);
-        case 217: return display.ShowStep(slot, 10, lParam);
-        default: return 0;
-    }
+void MessageRouter::RouteSprd(unsigned long port, const std::function<void(int, engine::DownloadWorker&)>& show) {
+    const int slot = SlotOfPort(port);
+    if (slot < 0 || slot >= station_.slotList.RowCount()) return;
+    if (auto* worker = manager_.WorkerAt(slot)) show(slot, *worker);
 }
 
 bool MessageRouter::RouteTimer(int id) {

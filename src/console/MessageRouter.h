@@ -1,14 +1,15 @@
 #pragma once
-// Routes the slot messages to the slot's display: 6028 by the slot in its wParam,
-// the SPRD engine's messages by the slot whose COM name holds "(COM<n>)", and the
-// slot timers' ticks. Station thread only; no lock besides what the displays take.
+// Routes the slot messages to the slot's display: the worker's and the MTK-style
+// engines' by the slot they name, the SPRD engine's by the slot whose COM name holds
+// "(COM<n>)", and the slot timers' ticks. Station thread only; no lock besides what
+// the displays take.
 
 #include <array>
 #include <cstdint>
 
 #include "station/Station.h"
 #include "slots/DownloadManager.h"
-#include "platform/StationLoop.h"
+#include "station/Messages.h"
 
 namespace quorvel::console {
 
@@ -17,7 +18,7 @@ public:
     MessageRouter(app::Station& station, engine::DownloadManager& manager);
 
     // True when the message is one of the routed ones; its result goes to `result`.
-    bool Route(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam, platform::LResult& result);
+    bool Route(const app::Message& message, platform::LResult& result);
     // True for the slot timers 0..15.
     bool RouteTimer(int id);
 
@@ -26,7 +27,9 @@ public:
     std::uint32_t SlotStepCounter(int slot) const { return stepCounter_.at(static_cast<std::size_t>(slot)); }
 
 private:
-    platform::LResult RouteSprd(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam);
+    // The display of a slot that has a row and a worker, or null.
+    engine::SlotDisplay* DisplayOf(int slot) const;
+    void RouteSprd(unsigned long port, const std::function<void(int slot, engine::DownloadWorker&)>& show);
 
     app::Station& station_;
     engine::DownloadManager& manager_;

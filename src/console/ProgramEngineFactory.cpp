@@ -45,19 +45,19 @@ const ProgramSettings& ProgramEngineFactory::Settings() {
     return Context().settings;
 }
 
-std::unique_ptr<MtkEngine> ProgramEngineFactory::MakeMtk(platform::MessageWindow& window) {
+std::unique_ptr<MtkEngine> ProgramEngineFactory::MakeMtk(app::MessageWindow& window) {
     ProgramContext& c = Context();
     if (c.settings.mtk.empty()) return fallback_.MakeMtk(window);
     return std::make_unique<ProgramMtkEngine>(c, window, fallback_.MakeMtk(window));
 }
 
-std::unique_ptr<FpEngine> ProgramEngineFactory::MakeFp(platform::MessageWindow& window) {
+std::unique_ptr<FpEngine> ProgramEngineFactory::MakeFp(app::MessageWindow& window) {
     ProgramContext& c = Context();
     if (c.settings.fp.empty()) return fallback_.MakeFp(window);
     return std::make_unique<ProgramFpEngine>(c, window, fallback_.MakeFp(window));
 }
 
-std::unique_ptr<SprdEngine> ProgramEngineFactory::MakeSprd(platform::MessageWindow& window) {
+std::unique_ptr<SprdEngine> ProgramEngineFactory::MakeSprd(app::MessageWindow& window) {
     ProgramContext& c = Context();
     if (c.settings.sprd.empty()) return fallback_.MakeSprd(window);
     return std::make_unique<ProgramSprdEngine>(c, window);

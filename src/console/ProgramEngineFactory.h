@@ -23,9 +23,9 @@ public:
                          SimPhoneRegistry* benchPhones = nullptr,
                          ProgramContext::PortDevices portDevices = nullptr);
 
-    std::unique_ptr<MtkEngine> MakeMtk(platform::MessageWindow& window) override;
-    std::unique_ptr<FpEngine> MakeFp(platform::MessageWindow& window) override;
-    std::unique_ptr<SprdEngine> MakeSprd(platform::MessageWindow& window) override;
+    std::unique_ptr<MtkEngine> MakeMtk(app::MessageWindow& window) override;
+    std::unique_ptr<FpEngine> MakeFp(app::MessageWindow& window) override;
+    std::unique_ptr<SprdEngine> MakeSprd(app::MessageWindow& window) override;
     // The configured program of the package's platform checked (ProgramCheck.h): its path
     // and the reason when it cannot run.
     std::string StartProblem(int packageKind) override;

@@ -78,7 +78,7 @@ private:
     sim::SimBench* bench_ = nullptr;
 };
 
-StationRig::StationRig(app::Station& station, platform::StationLoop& loop, ConsoleController& console,
+StationRig::StationRig(app::Station& station, app::StationLoop& loop, ConsoleController& console,
                        platform::SysPaths paths)
     : station_(station),
       engines_(station, registry_),
@@ -124,7 +124,7 @@ engine::ProgramContext::PortPlace StationRig::DeviceOfPort(unsigned long port) {
     return place;
 }
 
-void StationRig::Close(platform::StationLoop& loop, bool consoleReady) {
+void StationRig::Close(app::StationLoop& loop, bool consoleReady) {
     if (consoleReady && loop.Running()) loop.Call([this] { station_.settingsStore.SaveBindings(); });
     loop.Stop();
     EndRun();

@@ -24,7 +24,7 @@ class ConsoleController;
 class StationRig {
 public:
     // `paths`: the system roots a real bench is read from (tests point them elsewhere).
-    StationRig(app::Station& station, platform::StationLoop& loop, ConsoleController& console,
+    StationRig(app::Station& station, app::StationLoop& loop, ConsoleController& console,
                platform::SysPaths paths = {});
     ~StationRig();
 
@@ -33,7 +33,7 @@ public:
     // owner: the binding table is saved only when the console came up (a failed
     // start-up writes nothing), the loop stops, then the workers go; the jobs they cut
     // short are not counted. Nothing of the run may be used afterwards.
-    void Close(platform::StationLoop& loop, bool consoleReady);
+    void Close(app::StationLoop& loop, bool consoleReady);
     engine::SimPhoneRegistry& Phones() { return registry_; }
     // The simulated bench once chosen; null on a real bench or before the first use.
     sim::SimBench* Bench();

@@ -12,7 +12,7 @@ namespace quorvel::console {
 
 using namespace app;
 
-StationRun::StationRun(Station& station, platform::StationLoop& loop, ConsoleController& console,
+StationRun::StationRun(Station& station, app::StationLoop& loop, ConsoleController& console,
                        devices::DeviceBackend& backend, engine::EngineFactory& engines)
     : station_(station),
       loop_(loop),
@@ -50,7 +50,7 @@ void StationRun::BuildSlots() {
 
 bool StationRun::RunPreparation(bool verify) {
     packages::PreparationWindowLogic::StartVerify start;
-    if (verify) start = [this](std::shared_ptr<platform::MessageWindow> receiver) { manager_.VerifyPackage(receiver); };
+    if (verify) start = [this](std::shared_ptr<app::MessageWindow> receiver) { manager_.VerifyPackage(receiver); };
     packages::PreparationWindowLogic dialog(station_, [this](const std::string& text) { console_.Tell(text); },
                                             start);
     console_.Ui().RunPreparationDialog(dialog);

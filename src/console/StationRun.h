@@ -13,7 +13,7 @@
 #include "devices/PortBinding.h"
 #include "slots/DownloadManager.h"
 #include "platform/SleepInhibitor.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 
 namespace quorvel::console {
 
@@ -23,7 +23,7 @@ class MessageRouter;
 class StationRun {
 public:
     // Registers itself and its message router with the controller.
-    StationRun(app::Station& station, platform::StationLoop& loop, ConsoleController& console,
+    StationRun(app::Station& station, app::StationLoop& loop, ConsoleController& console,
                devices::DeviceBackend& backend, engine::EngineFactory& engines);
     ~StationRun();
 
@@ -31,7 +31,7 @@ public:
     void StartStopClick();
     // 1 when the station may start.
     int PreStartCheck();
-    platform::LResult OnDeviceEvent(const devices::DeviceEventRecord& record) { return binding_.OnDeviceEvent(record); }
+    platform::LResult OnDeviceEvent(const app::DeviceEvent& event) { return binding_.OnDeviceEvent(event); }
 
     // Held while the station runs; none by default. Set before the first Start.
     void SetSleepInhibitor(platform::SleepInhibitor* inhibitor) { inhibitor_ = inhibitor; }
@@ -45,7 +45,7 @@ private:
     bool RunPreparation(bool verify);
 
     app::Station& station_;
-    platform::StationLoop& loop_;
+    app::StationLoop& loop_;
     ConsoleController& console_;
     devices::DeviceBackend& backend_;
     engine::EngineFactory& engines_;

@@ -22,7 +22,18 @@ MonitorChoice MonitorChoiceOf(int monitorService, const std::string& configuredS
     }
 }
 
-std::uint32_t EventKindOf(int contextKind) {
+namespace {
+// The lengths the device event's texts had as fixed fields, NUL excluded.
+constexpr std::size_t kIdChars = 63;
+constexpr std::size_t kNameChars = 63;
+constexpr std::size_t kLocationChars = 259;
+
+std::string CutToField(const std::string& text, std::size_t chars) {
+    return text.substr(0, std::min(chars, text.find('\0')));
+}
+}  // namespace
+
+app::EventKind EventKindOf(int contextKind) {
     if (contextKind == 1 || contextKind == 2) return app::EVENT_SPRD;
     if (contextKind == 3) return app::EVENT_CFG;
     return app::EVENT_MTK;
@@ -47,7 +58,7 @@ std::string LocationIn(const PortTable& table, const std::string& instanceId) {
     return "";
 }
 
-DeviceMonitor::DeviceMonitor(app::Station& station, DeviceBackend& backend, platform::MessageWindow& console)
+DeviceMonitor::DeviceMonitor(app::Station& station, DeviceBackend& backend, app::MessageWindow& console)
     : station_(station), backend_(backend), console_(console) {}
 
 DeviceMonitor::~DeviceMonitor() {
@@ -233,21 +244,22 @@ platform::Millis DeviceMonitor::Reannounce(Watch& w, const std::vector<std::stri
 }
 
 void DeviceMonitor::SendEvent(const std::string& instanceId, bool arrived, const MonitorChoice& choice) {
-    DeviceEventRecord record{};
-    app::CopyField(record.instanceId, instanceId);
-    record.arrived = arrived ? 1 : 0;
-    const std::string location = LocationIn(backend_.BuildPortTable(choice.service), instanceId);
+    // The station reads names and locations as the engines' records hold them, so
+    // they are cut to the same lengths here.
+    app::DeviceEvent event;
+    event.instanceId = CutToField(instanceId, kIdChars);
+    event.arrived = arrived;
+    event.location = CutToField(LocationIn(backend_.BuildPortTable(choice.service), instanceId), kLocationChars);
     const auto name = backend_.FriendlyNameOf(instanceId);
-    app::CopyField(record.friendlyName, name ? *name : instanceId);
-    if (!location.empty()) app::CopyField(record.location, location);
-    record.kind = EventKindOf(choice.contextKind);
+    event.friendlyName = CutToField(name ? *name : instanceId, kNameChars);
+    event.kind = EventKindOf(choice.contextKind);
     if (arrived) {
         // The phone is announced: a switch of its port awaits nothing more.
-        const int port = ComNumberOfName(app::FieldText(record.friendlyName));
+        const int port = ComNumberOfName(event.friendlyName);
         std::lock_guard g(switchedMutex_);
         std::erase_if(switched_, [port](const Switched& s) { return s.port == port; });
     }
-    console_.Send(app::MSG_DEVICE_EVENT, reinterpret_cast<platform::WParam>(&record), 0);
+    console_.Send(std::move(event));
 }
 
 }  // namespace quorvel::devices

@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "devices/DeviceBackend.h"
-#include "platform/StationLoop.h"
+#include "station/Messages.h"
 
 namespace quorvel::app {
 class Station;
@@ -28,23 +28,13 @@ class Station;
 
 namespace quorvel::devices {
 
-// Payload of message 6024.
-struct DeviceEventRecord {
-    char instanceId[64];
-    char friendlyName[64];
-    std::uint32_t kind;     // EventKind
-    std::uint32_t arrived;  // 1 appeared, 0 disappeared
-    char location[260];
-};
-static_assert(sizeof(DeviceEventRecord) == 396);
-
 // MonitorService values and what they watch.
 struct MonitorChoice {
     std::string service;
     int contextKind;  // 0 MTK, 2 serial, 3 CFG
 };
 MonitorChoice MonitorChoiceOf(int monitorService, const std::string& configuredService);
-std::uint32_t EventKindOf(int contextKind);
+app::EventKind EventKindOf(int contextKind);
 
 // Removals (in the previous list's order), then arrivals (in the current order).
 struct ListDiff {
@@ -63,7 +53,7 @@ public:
     // the rest covers a loaded machine and slow udev rules.
     static constexpr platform::Millis kSerialPortWaitMs = 1500;
 
-    DeviceMonitor(app::Station& station, DeviceBackend& backend, platform::MessageWindow& console);
+    DeviceMonitor(app::Station& station, DeviceBackend& backend, app::MessageWindow& console);
     ~DeviceMonitor();
     DeviceMonitor(const DeviceMonitor&) = delete;
     DeviceMonitor& operator=(const DeviceMonitor&) = delete;
@@ -110,7 +100,7 @@ private:
 
     app::Station& station_;
     DeviceBackend& backend_;
-    platform::MessageWindow& console_;
+    app::MessageWindow& console_;
     int monitorService_ = 0;
     std::string configuredService_;
     // The change "event": signalled until a pass consumes the generation it saw.

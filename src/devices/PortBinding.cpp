@@ -12,12 +12,12 @@ namespace quorvel::devices {
 using app::BindingTable;
 using app::kSlotCount;
 
-app::DeviceInfo PortBinding::InfoOf(const DeviceEventRecord& r) {
+app::DeviceInfo PortBinding::InfoOf(const app::DeviceEvent& r) {
     app::DeviceInfo info{};
     info.type = r.kind;
-    info.friendlyName = app::FieldText(r.friendlyName);
-    info.location = app::FieldText(r.location);
-    info.instanceId = app::FieldText(r.instanceId);
+    info.friendlyName = r.friendlyName;
+    info.location = r.location;
+    info.instanceId = r.instanceId;
     return info;
 }
 
@@ -29,30 +29,30 @@ bool PortBinding::HasWorker(int i) {
     return manager_.WorkerAt(i) != nullptr;
 }
 
-platform::LResult PortBinding::OnDeviceEvent(const DeviceEventRecord& record) {
+platform::LResult PortBinding::OnDeviceEvent(const app::DeviceEvent& event) {
     // A departure: an arrival without a location is dropped before any probing. The
     // monitor sends one when the device left before its socket was found (a phone
     // switching modes); bound by its empty location it would start a second job for
     // a phone its own slot already serves.
-    if (record.arrived && record.location[0] == '\0') {
-        Log(std::string("no location: ") + app::FieldText(record.instanceId));
+    if (event.arrived && event.location.empty()) {
+        Log("no location: " + event.instanceId);
         return 0;
     }
-    switch (record.kind) {
-        case app::EVENT_MTK: OnMtkEvent(record); break;
-        case app::EVENT_SPRD: OnSerialEvent(record, false); break;
-        case app::EVENT_CFG: OnSerialEvent(record, true); break;
+    switch (event.kind) {
+        case app::EVENT_MTK: OnMtkEvent(event); break;
+        case app::EVENT_SPRD: OnSerialEvent(event, false); break;
+        case app::EVENT_CFG: OnSerialEvent(event, true); break;
         default: break;
     }
     return 0;
 }
 
-void PortBinding::OnMtkEvent(const DeviceEventRecord& record) {
-    const app::DeviceInfo info = InfoOf(record);
+void PortBinding::OnMtkEvent(const app::DeviceEvent& event) {
+    const app::DeviceInfo info = InfoOf(event);
     const PidClass c = ClassOf(info.instanceId);
     Log(info.friendlyName);
     if (c != PID_OTHER) {
-        if (record.arrived) {
+        if (event.arrived) {
             probe_.Probe(info.friendlyName);  // only lets the port settle
             if (!HasBinded_MTK(info)) {
                 if (c == PID_BROM) {
@@ -73,10 +73,10 @@ void PortBinding::OnMtkEvent(const DeviceEventRecord& record) {
     station_.clock.Sleep(50);
 }
 
-void PortBinding::OnSerialEvent(const DeviceEventRecord& record, bool portCheck) {
-    const app::DeviceInfo info = InfoOf(record);
+void PortBinding::OnSerialEvent(const app::DeviceEvent& event, bool portCheck) {
+    const app::DeviceInfo info = InfoOf(event);
     Log(info.friendlyName);
-    if (record.arrived) {
+    if (event.arrived) {
         const bool ready = probe_.Probe(info.friendlyName);
         if (portCheck && !ready) return;
         if (!HasBinded_SPRD(info)) {
@@ -139,7 +139,7 @@ bool PortBinding::HasBinded_MTK(const app::DeviceInfo& info) {
     return false;
 }
 
-// The bind operations record the binding before the hand-over: from then on the
+// The bind operations event the binding before the hand-over: from then on the
 // worker owns the slot's state, and its job's BUSY is never written over.
 
 bool PortBinding::Bind_MTKDev_LS(const app::DeviceInfo& info) {
@@ -261,7 +261,7 @@ void PortBinding::AutoStopCheck() {
     }
     if (idle == kSlotCount && station_.stationRunning) {
         station_.clock.Sleep(1000);
-        console_.Send(app::WM_COMMAND, app::CMD_START_STOP, app::kAutoStop);
+        console_.Send(app::Command{app::CommandId::START_STOP, true});
     }
 }
 

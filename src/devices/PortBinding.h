@@ -16,7 +16,7 @@
 #include "engines/EngineRecords.h"
 #include "devices/ComProbe.h"
 #include "devices/DeviceMonitor.h"
-#include "platform/StationLoop.h"
+#include "station/Messages.h"
 
 namespace quorvel::app {
 class Station;
@@ -31,11 +31,11 @@ namespace quorvel::devices {
 class PortBinding {
 public:
     PortBinding(app::Station& station, engine::DownloadManager& manager, ComProbe& probe,
-                platform::MessageWindow& console)
+                app::MessageWindow& console)
         : station_(station), manager_(manager), probe_(probe), console_(console) {}
 
     // Message 6024; returns 0.
-    platform::LResult OnDeviceEvent(const DeviceEventRecord& record);
+    platform::LResult OnDeviceEvent(const app::DeviceEvent& event);
 
     bool HasBinded_MTK(const app::DeviceInfo& info);
     bool Bind_MTKDev_LS(const app::DeviceInfo& info);
@@ -50,11 +50,11 @@ public:
     bool SignalRemoval(const app::DeviceInfo& gone);
     void AutoStopCheck();
 
-    static app::DeviceInfo InfoOf(const DeviceEventRecord& record);
+    static app::DeviceInfo InfoOf(const app::DeviceEvent& event);
 
 private:
-    void OnMtkEvent(const DeviceEventRecord& record);
-    void OnSerialEvent(const DeviceEventRecord& record, bool portCheck);
+    void OnMtkEvent(const app::DeviceEvent& event);
+    void OnSerialEvent(const app::DeviceEvent& event, bool portCheck);
     bool HasWorker(int i);
     void ForgetPortElsewhere(int slot, const app::DeviceInfo& info);
     void Log(const std::string& text);
@@ -62,7 +62,7 @@ private:
     app::Station& station_;
     engine::DownloadManager& manager_;
     ComProbe& probe_;
-    platform::MessageWindow& console_;
+    app::MessageWindow& console_;
 };
 
 }  // namespace quorvel::devices

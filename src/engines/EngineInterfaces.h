@@ -14,19 +14,14 @@
 #include <vector>
 
 #include "engines/EngineRecords.h"
-#include "platform/StationLoop.h"
+
+// The window an engine reports to: its messages are the station's own typed values,
+// declared where the station keeps them.
+namespace quorvel::app {
+class MessageWindow;
+}
 
 namespace quorvel::engine {
-
-// The SPRD engine's result record, pointed to by lParam of WM_APP+217.
-struct SprdPortResult {
-    char reserved[158];
-    char errorText[1330];      // empty when the port passed
-    std::int32_t reEnumerate;  // 1: the phone now re-enumerates on its download port
-    std::int32_t reserved2;
-};
-static_assert(offsetof(SprdPortResult, errorText) == 158);
-static_assert(offsetof(SprdPortResult, reEnumerate) == 1488);
 
 class MtkEngine {  // CMTKComDload
 public:
@@ -47,7 +42,7 @@ public:
     virtual int PreLoadFiles(char* scatterPath, bool arg2, int flashCheckSum, int downloadType,
                              app::SpmtkEfuseInfo efuse, bool reserveUserData) = 0;  // 0 = success
     virtual int VerifyHostBufferBeforeStart(const char* checksumIni) = 0;           // non-zero = passed
-    virtual void SetChkSumWnd(platform::MessageWindow* window) = 0;
+    virtual void SetChkSumWnd(app::MessageWindow* window) = 0;
 };
 
 class FpEngine {  // CMTK_FPComDload
@@ -76,9 +71,9 @@ public:
 class EngineFactory {
 public:
     virtual ~EngineFactory() = default;
-    virtual std::unique_ptr<MtkEngine> MakeMtk(platform::MessageWindow& window) = 0;
-    virtual std::unique_ptr<FpEngine> MakeFp(platform::MessageWindow& window) = 0;
-    virtual std::unique_ptr<SprdEngine> MakeSprd(platform::MessageWindow& window) = 0;
+    virtual std::unique_ptr<MtkEngine> MakeMtk(app::MessageWindow& window) = 0;
+    virtual std::unique_ptr<FpEngine> MakeFp(app::MessageWindow& window) = 0;
+    virtual std::unique_ptr<SprdEngine> MakeSprd(app::MessageWindow& window) = 0;
     // Why jobs of `packageKind` cannot run on these engines (an operator's message), or
     // empty. Asked at Start, on the station thread.
     virtual std::string StartProblem(int /*packageKind*/) { return {}; }
@@ -109,10 +104,5 @@ struct SwitchEvent {
     unsigned long comPort;   // SPRD: the port the engine served
     int slot;                // MTK: the engine's ThreadIndex; SPRD: -1
 };
-
-// Message 6028's wParam: kind in bits 0..15, row in 16..23, sub-code in 24..31.
-constexpr platform::WParam PackProgress(std::uint32_t kind, std::uint32_t row, std::uint32_t sub = 0) {
-    return ((((sub & 0xFFu) << 8) | (row & 0xFFu)) << 16) | (kind & 0xFFFFu);
-}
 
 }  // namespace quorvel::engine

@@ -91,15 +91,4 @@ inline EngineVersions VersionsOf(const VersionInfo& v) {
             FieldText(v.module1Build),   FieldText(v.module2Version), FieldText(v.module2Build)};
 }
 
-// Checksum validation progress of one file, sent by the MTK engine in message 6027.
-struct ChecksumProgressRecord {
-    char path[260];
-    std::uint8_t percent;  // of this file, 0..100
-    std::uint8_t padding[3];
-    std::uint64_t bytesDone;
-    std::uint64_t bytesTotal;
-};
-static_assert(sizeof(ChecksumProgressRecord) == 280);
-static_assert(offsetof(ChecksumProgressRecord, bytesDone) == 264);
-
 }  // namespace quorvel::app

@@ -18,7 +18,7 @@
 #include "packages/PacInspect.h"
 #include "platform/AtomicFile.h"
 #include "platform/Clock.h"
-#include "platform/StationLoop.h"
+#include "station/Messages.h"
 
 namespace quorvel::packages {
 namespace fs = std::filesystem;
@@ -56,7 +56,7 @@ platform::UniqueFd OpenRegularFile(const std::string& path) {
     return fd;
 }
 
-CBinPack::CBinPack(app::TellOperator tell, platform::Clock& clock, platform::MessageWindow* progressWindow)
+CBinPack::CBinPack(app::TellOperator tell, platform::Clock& clock, app::MessageWindow* progressWindow)
     : tell_(std::move(tell)), clock_(clock), window_(progressWindow), tempFolder_(SystemTempFolder) {}
 
 CBinPack::~CBinPack() = default;
@@ -86,8 +86,8 @@ std::optional<std::string> CBinPack::SystemTempFolder() {
     return path;
 }
 
-void CBinPack::Notice(std::uint64_t wParam, std::int64_t lParam) {
-    if (window_) window_->Send(app::MSG_PAC_PROGRESS, wParam, lParam);
+void CBinPack::Notice(app::Message notice) {
+    if (window_) window_->Send(std::move(notice));
 }
 
 void CBinPack::Fail(const std::string& message) {
@@ -112,7 +112,7 @@ int CBinPack::Unpack(const char* basePath, PacHeader* header, std::vector<PacFil
     }
     outFd_.reset();
     buffer_.Release();
-    Notice(PAC_NOTICE_END, ok ? 1 : 0);
+    Notice(app::PacEnded{ok});
     return ok ? 1 : 0;
 }
 
@@ -213,7 +213,7 @@ bool CBinPack::UnpackSteps(const char* basePath, PacHeader& header, std::vector<
         return false;
     }
 
-    Notice(PAC_NOTICE_START, header.PackageSize);
+    Notice(app::PacStarted{header.PackageSize});
     taken_.clear();
     nextSuffix_.clear();
 
@@ -284,7 +284,7 @@ bool CBinPack::ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packag
 
     std::uint32_t remaining = entry.FileSize;
     while (remaining > 0) {
-        Notice(PAC_NOTICE_PERCENT, static_cast<std::int64_t>(position_ * 100 / packageSize));
+        Notice(app::PacPercent{static_cast<int>(position_ * 100 / packageSize)});
         const std::size_t chunk = remaining < kPacChunkSize ? remaining : kPacChunkSize;
         // A package cut short fails here, with or without CRCs. The chunk is read in
         // pieces and each piece enters the CRC while it is still in the cache.

@@ -21,25 +21,22 @@
 #include "packages/Crc16.h"
 #include "packages/PacFormat.h"
 #include "platform/UniqueFd.h"
+#include "station/Messages.h"
 #include "station/TellOperator.h"
 
 namespace quorvel::platform {
 class Clock;
-class MessageWindow;
 }  // namespace quorvel::platform
 
 namespace quorvel::packages {
 
 inline constexpr std::size_t kPacChunkSize = std::size_t{10} * 1024 * 1024;
 
-// wParam of the extraction notices (message 6029).
-enum PacNotice : std::uint64_t { PAC_NOTICE_START = 0, PAC_NOTICE_PERCENT = 1, PAC_NOTICE_END = 2 };
-
 class CBinPack {
 public:
     // `progressWindow` receives the notices; null sends none. It must outlive Unpack.
     // `tell` (may be empty) gets each failure's message on the calling thread.
-    CBinPack(app::TellOperator tell, platform::Clock& clock, platform::MessageWindow* progressWindow = nullptr);
+    CBinPack(app::TellOperator tell, platform::Clock& clock, app::MessageWindow* progressWindow = nullptr);
     virtual ~CBinPack();
     CBinPack(const CBinPack&) = delete;
     CBinPack& operator=(const CBinPack&) = delete;
@@ -78,14 +75,14 @@ public:
 private:
     bool UnpackSteps(const char* basePath, PacHeader& header, std::vector<PacFileEntry>& entries);
     bool ExtractEntry(PacFileEntry& entry, bool last, std::uint32_t packageSize);
-    void Notice(std::uint64_t wParam, std::int64_t lParam);
+    void Notice(app::Message notice);
     void Fail(const std::string& message);
     std::size_t ReadPackage(void* buffer, std::size_t length);
 
     app::TellOperator tell_;
     std::string problem_;
     platform::Clock& clock_;
-    platform::MessageWindow* window_;
+    app::MessageWindow* window_;
     TempFolderSource tempFolder_;
 
     platform::UniqueFd fd_;

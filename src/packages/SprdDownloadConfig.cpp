@@ -120,7 +120,7 @@ bool SelectSprdFiles(const PacHeader& header, const std::vector<PacFileEntry>& e
     return true;
 }
 
-CSprdDownloadConfig::CSprdDownloadConfig(app::Station& station, platform::MessageWindow* preparationWindow,
+CSprdDownloadConfig::CSprdDownloadConfig(app::Station& station, app::MessageWindow* preparationWindow,
                                          app::TellOperator tell)
     : station_(station), window_(preparationWindow), tell_(std::move(tell)), tempFolder_(CBinPack::SystemTempFolder),
       header_(EmptyPacHeader()) {}

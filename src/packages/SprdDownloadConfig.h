@@ -61,7 +61,7 @@ class CSprdDownloadConfig {
 public:
     // `preparationWindow` receives the extraction notices; may be null. `tell` gets the
     // messages for the operator when they arise (may be empty).
-    CSprdDownloadConfig(app::Station& station, platform::MessageWindow* preparationWindow,
+    CSprdDownloadConfig(app::Station& station, app::MessageWindow* preparationWindow,
                         app::TellOperator tell);
 
     // Housekeeping, then BuildConfiguration; on failure housekeeping again, which
@@ -75,7 +75,7 @@ private:
     void Housekeeping();
 
     app::Station& station_;
-    platform::MessageWindow* window_;
+    app::MessageWindow* window_;
     app::TellOperator tell_;
     CBinPack::TempFolderSource tempFolder_;
     std::vector<std::string> extractionFolders_;

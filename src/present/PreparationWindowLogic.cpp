@@ -14,10 +14,10 @@ namespace texts = app::texts;
 // Forwards to the window while it is open; a closed or destroyed window drops messages.
 // No lock is held while a handler runs: a handler may wait for the operator (a message
 // box on the GUI thread) while the GUI thread closes the window.
-class PreparationWindowLogic::WindowReceiver final : public platform::MessageWindow {
+class PreparationWindowLogic::WindowReceiver final : public app::MessageWindow {
 public:
     WindowReceiver(PreparationWindowLogic* logic, platform::Clock& clock) : logic_(logic), clock_(clock) {}
-    platform::LResult Send(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) override {
+    platform::LResult Send(app::Message message) override {
         PreparationWindowLogic* logic;
         {
             std::lock_guard g(mutex_);
@@ -25,7 +25,7 @@ public:
             logic = logic_;
             ++handling_;
         }
-        const platform::LResult r = logic->HandleMessage(msg, wParam, lParam);
+        const platform::LResult r = logic->HandleMessage(message);
         {
             std::lock_guard g(mutex_);
             --handling_;
@@ -33,9 +33,7 @@ public:
         idle_.notify_all();
         return r;
     }
-    void Post(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam) override {
-        Send(msg, wParam, lParam);
-    }
+    void Post(app::Message message) override { Send(std::move(message)); }
     void SetTimer(int, platform::Millis) override {}
     void KillTimer(int) override {}
     // Later messages are dropped; a handler already running finishes.
@@ -88,7 +86,7 @@ PreparationWindowLogic::PreparationWindowLogic(app::Station& station, app::TellO
     view_.barText = FormatBarText(barFormat_, 0);
 }
 
-std::shared_ptr<platform::MessageWindow> PreparationWindowLogic::Receiver() const { return receiver_; }
+std::shared_ptr<app::MessageWindow> PreparationWindowLogic::Receiver() const { return receiver_; }
 
 PreparationWindowLogic::~PreparationWindowLogic() {
     WaitForWork();
@@ -122,7 +120,7 @@ bool PreparationWindowLogic::Open() {
         }
     } else if (kind == app::PACKAGE_SPRD_PAC) {
         const std::string path = station_.package.pacFilePath;
-        std::shared_ptr<platform::MessageWindow> receiver = Receiver();
+        std::shared_ptr<app::MessageWindow> receiver = Receiver();
         work_ = std::thread([this, path, receiver, temp = tempFolder_] {
             CSprdDownloadConfig config(station_, receiver.get(), tell_);
             config.SetTempFolderSource(temp);
@@ -165,74 +163,74 @@ void PreparationWindowLogic::WaitClosed() {
     if (operatorCloses) CloseWindow();
 }
 
-platform::LResult PreparationWindowLogic::HandleMessage(std::uint32_t msg, platform::WParam wParam,
-                                                         platform::LParam lParam) {
-    if (msg == app::MSG_CHECKSUM) {
-        if (wParam == CHECKSUM_PROGRESS && lParam != 0) {
-            const auto* record = reinterpret_cast<const app::ChecksumProgressRecord*>(lParam);
-            const std::string path = app::FieldText(record->path);
-            const std::size_t cut = path.find_last_of("\\/");
-            const std::string name = cut == std::string::npos ? path : path.substr(cut + 1);
-            char numbers[96];
-            std::snprintf(numbers, sizeof numbers, "(%.02lf/%.02lfM)",
-                          static_cast<double>(record->bytesDone) / 1024.0 / 1024.0,
-                          static_cast<double>(record->bytesTotal) / 1024.0 / 1024.0);
-            {
-                std::lock_guard g(mutex_);
-                view_.status = station_.language.ChooseText(texts::kPrepValidating) + name + numbers;
-                // The name is escaped for the bar's formatting pass, so it shows as it is.
-                std::string escaped;
-                for (char c : name) escaped += c == '%' ? std::string("%%") : std::string(1, c);
-                barFormat_ = escaped + "(" + std::to_string(record->percent) + "%%)";
-                view_.barPosition = record->percent;
-                view_.barText = FormatBarText(barFormat_, view_.barPosition);
-            }
-            if (record->percent == 100) {
-                const double megabytes = static_cast<double>(record->bytesTotal / 1024 / 1024);
-                double current = station_.validatedMegabytes.load();
-                while (!station_.validatedMegabytes.compare_exchange_weak(current, current + megabytes)) {
-                }
-            }
-            Changed();
-        } else if (wParam == CHECKSUM_MESSAGE && lParam != 0) {
-            if (tell_) tell_(reinterpret_cast<const char*>(lParam));
-        } else if (wParam == CHECKSUM_RESULT) {
-            std::lock_guard g(mutex_);
-            result_ = static_cast<int>(lParam);
-        }
-    } else if (msg == app::MSG_PAC_PROGRESS) {
-        if (wParam == PAC_NOTICE_START) {
-            {
-                std::lock_guard g(mutex_);
-                view_.barPosition = 0;
-                view_.barText = FormatBarText(barFormat_, 0);
-                view_.status = station_.language.ChooseText(texts::kPrepUnzipping);
-            }
-            Changed();
-        } else if (wParam == PAC_NOTICE_PERCENT) {
-            {
-                std::lock_guard g(mutex_);
-                view_.barPosition = static_cast<int>(lParam);
-                view_.barText = FormatBarText(barFormat_, view_.barPosition);
-            }
-            Changed();
-        } else if (wParam == PAC_NOTICE_END) {
-            {
-                std::lock_guard g(mutex_);
-                result_ = static_cast<int>(lParam);
-                if (lParam == 1) {
-                    view_.barPosition = 100;
-                    view_.barText = FormatBarText(barFormat_, 100);
-                }
-            }
-            if (lParam != 1 && tell_) tell_(texts::kPrepUnzipFailed);
-            else Changed();
-            CloseWindow();
-        }
-    } else if (msg == MSG_CLOSE) {
-        CloseWindow();
-    }
+platform::LResult PreparationWindowLogic::HandleMessage(const app::Message& message) {
+    std::visit(app::Overloaded{
+                   [&](const app::ChecksumProgress& m) { ShowChecksumProgress(m); },
+                   [&](const app::ChecksumNote& m) { if (tell_) tell_(m.text); },
+                   [&](const app::ChecksumResult& m) {
+                       std::lock_guard g(mutex_);
+                       result_ = m.passed ? 1 : 0;
+                   },
+                   [&](const app::PacStarted&) {
+                       {
+                           std::lock_guard g(mutex_);
+                           view_.barPosition = 0;
+                           view_.barText = FormatBarText(barFormat_, 0);
+                           view_.status = station_.language.ChooseText(texts::kPrepUnzipping);
+                       }
+                       Changed();
+                   },
+                   [&](const app::PacPercent& m) {
+                       {
+                           std::lock_guard g(mutex_);
+                           view_.barPosition = m.percent;
+                           view_.barText = FormatBarText(barFormat_, view_.barPosition);
+                       }
+                       Changed();
+                   },
+                   [&](const app::PacEnded& m) {
+                       {
+                           std::lock_guard g(mutex_);
+                           result_ = m.ok ? 1 : 0;
+                           if (m.ok) {
+                               view_.barPosition = 100;
+                               view_.barText = FormatBarText(barFormat_, 100);
+                           }
+                       }
+                       if (!m.ok && tell_) tell_(texts::kPrepUnzipFailed);
+                       else Changed();
+                       CloseWindow();
+                   },
+                   [&](const app::CloseWindow&) { CloseWindow(); },
+                   [](const auto&) {},
+               },
+               message);
     return 0;
+}
+
+void PreparationWindowLogic::ShowChecksumProgress(const app::ChecksumProgress& record) {
+    const std::size_t cut = record.path.find_last_of("\\/");
+    const std::string name = cut == std::string::npos ? record.path : record.path.substr(cut + 1);
+    char numbers[96];
+    std::snprintf(numbers, sizeof numbers, "(%.02lf/%.02lfM)", static_cast<double>(record.bytesDone) / 1024.0 / 1024.0,
+                  static_cast<double>(record.bytesTotal) / 1024.0 / 1024.0);
+    {
+        std::lock_guard g(mutex_);
+        view_.status = station_.language.ChooseText(texts::kPrepValidating) + name + numbers;
+        // The name is escaped for the bar's formatting pass, so it shows as it is.
+        std::string escaped;
+        for (char c : name) escaped += c == '%' ? std::string("%%") : std::string(1, c);
+        barFormat_ = escaped + "(" + std::to_string(record.percent) + "%%)";
+        view_.barPosition = record.percent;
+        view_.barText = FormatBarText(barFormat_, view_.barPosition);
+    }
+    if (record.percent == 100) {
+        const double megabytes = static_cast<double>(record.bytesTotal / 1024 / 1024);
+        double current = station_.validatedMegabytes.load();
+        while (!station_.validatedMegabytes.compare_exchange_weak(current, current + megabytes)) {
+        }
+    }
+    Changed();
 }
 
 int PreparationWindowLogic::PreparationResult() const {

@@ -24,20 +24,14 @@
 
 #include "present/PreparationDialog.h"
 #include "packages/BinPack.h"
+#include "station/Messages.h"
 #include "station/TellOperator.h"
-#include "platform/StationLoop.h"
 
 namespace quorvel::app {
 class Station;
 }
 
 namespace quorvel::packages {
-
-// The close request the checksum work sends after its result.
-inline constexpr std::uint32_t MSG_CLOSE = 0x0010;
-
-// 6027 wParam values.
-enum ChecksumNotice : std::uint64_t { CHECKSUM_PROGRESS = 0, CHECKSUM_MESSAGE = 1, CHECKSUM_RESULT = 2 };
 
 struct PreparationView {
     std::string title;
@@ -51,7 +45,7 @@ class PreparationWindowLogic final : public app::PreparationDialog {
 public:
     // Starts the engine's checksum validation with `receiver` as the window to report to;
     // empty when the console has no engine holder.
-    using StartVerify = std::function<void(std::shared_ptr<platform::MessageWindow> receiver)>;
+    using StartVerify = std::function<void(std::shared_ptr<app::MessageWindow> receiver)>;
 
     // The work's messages for the operator go to `tell`, on the work's threads.
     PreparationWindowLogic(app::Station& station, app::TellOperator tell, StartVerify startVerify = {});
@@ -63,10 +57,11 @@ public:
     void Close() override;
     void WaitClosed() override;
 
-    // 6027 and 6029 (and the close request); returns 0.
-    platform::LResult HandleMessage(std::uint32_t msg, platform::WParam wParam, platform::LParam lParam);
+    // The checksum and extraction messages and the close request; the others are not
+    // this window's. Returns 0.
+    platform::LResult HandleMessage(const app::Message& message);
     // The window as senders see it (the process-wide preparation window).
-    std::shared_ptr<platform::MessageWindow> Receiver() const;
+    std::shared_ptr<app::MessageWindow> Receiver() const;
 
     int PreparationResult() const;
     PreparationView View() const;
@@ -81,6 +76,7 @@ private:
     class WindowReceiver;
     void Changed();
     void CloseWindow();
+    void ShowChecksumProgress(const app::ChecksumProgress& record);
 
     app::Station& station_;
     app::TellOperator tell_;

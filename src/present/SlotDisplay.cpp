@@ -1,7 +1,7 @@
 #include "present/SlotDisplay.h"
 
 #include <cstdio>
-#include <cstring>
+#include <iterator>
 #include <ctime>
 
 #include "packages/TextFormat.h"
@@ -90,56 +90,52 @@ void SlotDisplay::ShowStageLocked(int row) {
     });
 }
 
-platform::LResult SlotDisplay::HandleProgress(platform::WParam wParam, platform::LParam lParam) {
-    const int row = static_cast<int>((wParam >> 16) & 0xFF);
-    const std::uint32_t kind = wParam & 0xFFFF;
-    const auto value = static_cast<std::uint32_t>(lParam);
+void SlotDisplay::Show(const app::SlotStatus& m) {
+    const int row = m.slot;
     const auto& lang = station_.language;
     std::lock_guard g(mutex_);
-    switch (kind) {
-        case 0: {
-            const char* text = reinterpret_cast<const char*>(lParam);
-            state_.status = text ? text : "";
-            state_.step = state_.status;
-            if (Contains(state_.status, lang.ChooseText(app::texts::kStatusFormatting)) ||
-                Contains(state_.status, lang.ChooseText(app::texts::kStatusEnterMeta))) {
-                state_.total = kUnknown;
-                ShowCell(row, app::COL_PROGRESS);
-            }
-            if (Contains(state_.status, lang.ChooseText(app::texts::kStatusBindIndex)))
-                station_.slotList.EditRow(row, [](app::SlotRow& r) { r.progress.barColourFrom = kColourPurple; });
-            break;
-        }
-        case 2: state_.percent = value; break;
-        case 3: state_.done = value; break;
-        case 4: state_.total = value; break;
-        case kProgressOutcome:
-            // Not part of the bar's text: the engine's account of the job's end.
-            if (const auto* told = reinterpret_cast<const SlotOutcome*>(lParam)) {
-                state_.outcome.step = told->step;
-                state_.outcome.error = told->error;
-            }
-            return 0;
-        case kProgressDaSwitched:
-            state_.daSwitched = true;
-            if (row < app::kSlotCount) station_.bindings.SetState(row, app::BIND_DA_BINDED);
-            return 0;
-        case 5:
-            if (value == 1) {
-                state_.total = kUnknown;
-                state_.percent = 100;
-                CountResultLocked(row, true);
-                return 0;
-            }
-            if (value == 0) {
-                CountResultLocked(row, false);
-                return 0;
-            }
-            break;
-        default: break;
+    state_.status = m.text;
+    state_.step = state_.status;
+    if (Contains(state_.status, lang.ChooseText(app::texts::kStatusFormatting)) ||
+        Contains(state_.status, lang.ChooseText(app::texts::kStatusEnterMeta))) {
+        state_.total = kUnknown;
+        ShowCell(row, app::COL_PROGRESS);
     }
+    if (Contains(state_.status, lang.ChooseText(app::texts::kStatusBindIndex)))
+        station_.slotList.EditRow(row, [](app::SlotRow& r) { r.progress.barColourFrom = kColourPurple; });
     ShowComposedLocked(row);
-    return 0;
+}
+
+void SlotDisplay::Show(const app::SlotBar& m) {
+    std::lock_guard g(mutex_);
+    switch (m.what) {
+        case app::BarValue::PERCENT: state_.percent = m.value; break;
+        case app::BarValue::DONE: state_.done = m.value; break;
+        case app::BarValue::TOTAL: state_.total = m.value; break;
+    }
+    ShowComposedLocked(m.slot);
+}
+
+// Not part of the bar's text: the engine's account of the job's end.
+void SlotDisplay::Show(const app::SlotAccount& m) {
+    std::lock_guard g(mutex_);
+    state_.outcome.step = m.step;
+    state_.outcome.error = m.error;
+}
+
+void SlotDisplay::Show(const app::SlotDaSwitched& m) {
+    std::lock_guard g(mutex_);
+    state_.daSwitched = true;
+    if (m.slot < app::kSlotCount) station_.bindings.SetState(m.slot, app::BIND_DA_BINDED);
+}
+
+void SlotDisplay::Show(const app::SlotVerdict& m) {
+    std::lock_guard g(mutex_);
+    if (m.passed) {
+        state_.total = kUnknown;
+        state_.percent = 100;
+    }
+    CountResultLocked(m.slot, m.passed);
 }
 
 void SlotDisplay::CountResultLocked(int row, bool passed) {
@@ -157,34 +153,22 @@ void SlotDisplay::CountResultLocked(int row, bool passed) {
               passed ? kColourDarkGreen : kColourRed);
 }
 
-platform::LResult SlotDisplay::ShowStep(int row, int step, platform::LParam lParam) {
-    if (step < 0 || step > 13) return 0;
-    std::unique_lock lk(mutex_);
-    state_.status = app::texts::kSprdStepNames[step];
-    if (step != 10 && step != 11) state_.step = state_.status;
-    switch (step) {
-        case 0:
-        case 1:
-        case 2:
-        case 3:
-        case 4:
-        case 9: {
-            const int position = static_cast<int>(state_.percent);
-            const std::string text = state_.status;
-            station_.slotList.EditRow(row, [&](app::SlotRow& r) {
-                r.progress.position = position;
-                r.progress.text = text;
-                r.progress.visible = true;
-            });
-            return 0;
-        }
-        case 10:
-        case 11: lk.unlock(); return SprdFinished(row, reinterpret_cast<const SprdPortResult*>(lParam));
-        default: return 0;
-    }
+void SlotDisplay::ShowStep(int row, app::SprdStep step) {
+    const int index = static_cast<int>(step);
+    if (index < 0 || index >= static_cast<int>(std::size(app::texts::kSprdStepNames))) return;
+    std::lock_guard g(mutex_);
+    state_.status = app::texts::kSprdStepNames[index];
+    state_.step = state_.status;
+    const int position = static_cast<int>(state_.percent);
+    const std::string text = state_.status;
+    station_.slotList.EditRow(row, [&](app::SlotRow& r) {
+        r.progress.position = position;
+        r.progress.text = text;
+        r.progress.visible = true;
+    });
 }
 
-platform::LResult SlotDisplay::ShowSprdProgress(int row, std::uint32_t percent) {
+void SlotDisplay::ShowSprdProgress(int row, std::uint32_t percent) {
     std::lock_guard g(mutex_);
     const std::string text = Format("[Step:%s] %s(%u%%)", state_.sprdStepName.c_str(), state_.status.c_str(), percent);
     station_.slotList.EditRow(row, [&](app::SlotRow& r) {
@@ -192,25 +176,24 @@ platform::LResult SlotDisplay::ShowSprdProgress(int row, std::uint32_t percent) 
         r.progress.text = text;
         r.progress.visible = true;
     });
-    return 0;
 }
 
-platform::LResult SlotDisplay::SprdFinished(int row, const SprdPortResult* record) {
+void SlotDisplay::SprdFinished(int row, const app::SprdResult& result) {
     std::lock_guard g(mutex_);
-    const bool passed = record && strnlen(record->errorText, sizeof record->errorText) == 0;
+    const std::string& error = result.error;
+    const bool passed = error.empty();
     SlotState& s = state_;
-    if (passed && s.sprdPhase == 0 && record->reEnumerate == 1) {
+    s.status = app::texts::kSprdStepNames[static_cast<int>(app::SprdStep::FINISH)];
+    if (passed && s.sprdPhase == 0 && result.reEnumerate) {
         s.stage = SlotStage::SWITCHING;
         station_.slotList.EditRow(row, [](app::SlotRow& r) {
-            r.progress.text = app::texts::kSprdStepNames[13];
+            r.progress.text = app::texts::kSprdStepNames[static_cast<int>(app::SprdStep::ENUMERATING)];
             r.progress.visible = true;
         });
         SetResult(row, app::texts::kResultOnSwitch, kColourBlue);
-        return 0;
+        return;
     }
     std::string barText = passed ? app::texts::kBarPassed : app::texts::kBarFailed;
-    const std::string error = record ? std::string(record->errorText, strnlen(record->errorText, sizeof record->errorText))
-                                     : std::string();
     if (!passed && !error.empty()) barText += ": " + error;
     if (passed) ++s.passCount;
     ++s.jobCount;
@@ -218,13 +201,12 @@ platform::LResult SlotDisplay::SprdFinished(int row, const SprdPortResult* recor
     if (passed)
         s.outcome = {SlotOutcome::Result::PASSED, "", ""};
     else
-        s.outcome = {SlotOutcome::Result::FAILED, s.step, error.empty() ? app::texts::kReasonNoRecord : error};
+        s.outcome = {SlotOutcome::Result::FAILED, s.step, error};
     ShowStageLocked(row);
     SetResult(row,
               Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, s.passCount, s.jobCount),
               passed ? kColourDarkGreen : kColourRed);
     station_.slotList.EditRow(row, [&](app::SlotRow& r) { r.progress.text = barText; });
-    return 0;
 }
 
 void SlotDisplay::SetStepName(int, const std::string& name) {

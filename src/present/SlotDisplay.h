@@ -1,7 +1,7 @@
 #pragma once
 // A slot's row: keeps the slot's state (slots/SlotState) as the engines' and the
 // worker's messages change it, and renders it into the row's bar and result texts.
-// Threads: the message operations (HandleProgress, ShowStep, ShowSprdProgress,
+// Threads: the message operations (Show, ShowStep, ShowSprdProgress,
 // SprdFinished, SetStepName) run on the station thread; JobStart's cell updates,
 // SetSprdPhase, BeginJob, State, Outcome and EndJob come from the slot's worker. The
 // state sits under one lock, the row itself is in the thread-safe slot-list model.
@@ -12,6 +12,7 @@
 
 #include "present/SlotListModel.h"
 #include "engines/EngineInterfaces.h"
+#include "station/Messages.h"
 #include "slots/SlotState.h"
 
 namespace quorvel::app {
@@ -39,12 +40,16 @@ public:
     SlotDisplay(const SlotDisplay&) = delete;
     SlotDisplay& operator=(const SlotDisplay&) = delete;
 
-    // Message 6028 (row in bits 16..23 of wParam). Returns 0.
-    platform::LResult HandleProgress(platform::WParam wParam, platform::LParam lParam);
-    // SPRD step messages; lParam is the result record's address for steps 10 and 11.
-    platform::LResult ShowStep(int row, int step, platform::LParam lParam);
-    platform::LResult ShowSprdProgress(int row, std::uint32_t percent);
-    platform::LResult SprdFinished(int row, const SprdPortResult* record);
+    // The slot messages of the worker and the MTK-style engines, for the slot they name.
+    void Show(const app::SlotStatus& message);
+    void Show(const app::SlotBar& message);
+    void Show(const app::SlotAccount& message);
+    void Show(const app::SlotDaSwitched& message);
+    void Show(const app::SlotVerdict& message);
+    // The SPRD engine's messages.
+    void ShowStep(int row, app::SprdStep step);
+    void ShowSprdProgress(int row, std::uint32_t percent);
+    void SprdFinished(int row, const app::SprdResult& result);
     void SetStepName(int row, const std::string& name);
     void SetSprdPhase(int phase);
 

@@ -38,7 +38,7 @@ QString Q(const std::string& s) {
 }
 }  // namespace
 
-MainWindow::MainWindow(Station& station, platform::StationLoop& loop, ConsoleController& controller)
+MainWindow::MainWindow(Station& station, app::StationLoop& loop, ConsoleController& controller)
     : station_(station), loop_(loop), controller_(controller) {
     setObjectName("console");
     // A palette, not a style sheet: a sheet on the window would route every child's
@@ -181,7 +181,7 @@ QToolButton* MainWindow::MakeButton(int control) {
     b->setIconSize(QSize(40, 40));
     b->setAutoRaise(true);
     connect(b, &QToolButton::clicked, this,
-            [this, control] { loop_.Post(WM_COMMAND, static_cast<platform::WParam>(control), 0); });
+            [this, control] { loop_.Post(Command{static_cast<CommandId>(control)}); });
     return b;
 }
 
@@ -258,18 +258,18 @@ void MainWindow::ShowContextMenu(int row, QPoint globalPos) {
     const bool running = station_.stationRunning.load();
     QMenu menu(this);
     struct Item {
-        std::uint32_t command;
+        CommandId command;
         LangText text;
         bool enabled;
     };
-    for (const Item& item : {Item{CMD_REMOVE_BIND, texts::kMenuRemoveBind, !running},
-                             Item{CMD_REMOVE_ALL_BIND, texts::kMenuRemoveAllBind, !running},
-                             Item{CMD_MERGE_REPEAT_BIND, texts::kMenuMergeRepeatBind, false},
-                             Item{CMD_REMOVE_STATISTICS, texts::kMenuRemoveStatistics, true}}) {
+    for (const Item& item : {Item{CommandId::REMOVE_BIND, texts::kMenuRemoveBind, !running},
+                             Item{CommandId::REMOVE_ALL_BIND, texts::kMenuRemoveAllBind, !running},
+                             Item{CommandId::MERGE_REPEAT_BIND, texts::kMenuMergeRepeatBind, false},
+                             Item{CommandId::REMOVE_STATISTICS, texts::kMenuRemoveStatistics, true}}) {
         QAction* action = menu.addAction(Q(lang.ChooseText(item.text)));
         action->setEnabled(item.enabled);
         connect(action, &QAction::triggered, this,
-                [this, command = item.command] { loop_.Post(WM_COMMAND, command, 0); });
+                [this, command = item.command] { loop_.Post(Command{command}); });
     }
     menu.addSeparator();
     // Reading the history touches nothing of the station's: it opens also while it runs.

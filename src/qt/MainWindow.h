@@ -12,7 +12,7 @@
 
 #include "station/Station.h"
 #include "console/ConsoleController.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 #include "qt/widgets/BenchView.h"
 #include "qt/widgets/SlotListView.h"
 
@@ -24,7 +24,7 @@ namespace quorvel::console {
 class MainWindow : public QWidget {
     Q_OBJECT
 public:
-    MainWindow(app::Station& station, platform::StationLoop& loop, ConsoleController& controller);
+    MainWindow(app::Station& station, app::StationLoop& loop, ConsoleController& controller);
     ~MainWindow() override;
 
     // Redraws from the view models now (normally coalesced after changes).
@@ -48,7 +48,7 @@ private:
     void ShowContextMenu(int row, QPoint globalPos);
 
     app::Station& station_;
-    platform::StationLoop& loop_;
+    app::StationLoop& loop_;
     ConsoleController& controller_;
     std::atomic<bool> refreshPending_{false};
 

@@ -17,7 +17,7 @@
 #include <string>
 
 #include "console/ConsoleUi.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 
 namespace quorvel::console {
 
@@ -27,7 +27,7 @@ public:
     // Made on the GUI thread.
     explicit QtConsoleUi(QObject* guiObject);
     void SetParentWindow(QWidget* window) { parent_ = window; }
-    void SetStationLoop(platform::StationLoop* loop) { loop_ = loop; }
+    void SetStationLoop(app::StationLoop* loop) { loop_ = loop; }
 
     void MessageBox(const std::string& text) override;
     bool RunSettingsDialog(app::SettingsDialogLogic& dialog) override;
@@ -47,7 +47,7 @@ private:
     QObject* guiObject_;
     QObject calls_;  // context of the queued calls: those still queued die with it
     QPointer<QWidget> parent_;
-    platform::StationLoop* loop_ = nullptr;
+    app::StationLoop* loop_ = nullptr;
     std::mutex mutex_;
     std::condition_variable finished_;
     bool closed_ = false;

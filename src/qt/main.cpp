@@ -20,7 +20,7 @@
 #include "qt/QtConsoleUi.h"
 #include "platform/Clock.h"
 #include "platform/ExeDir.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 #include "sim/AutoBench.h"
 
 using namespace quorvel;
@@ -50,7 +50,7 @@ int main(int argc, char** argv) {
     if (!lock) return 0;
     app::AppStartup::CreateFolders(station.ExeDir(), ui);
 
-    platform::StationLoop loop(clock);
+    app::StationLoop loop(clock);
     console::ConsoleController controller(station, loop, ui);
     loop.SetHandler(&controller);
     // The rig (engines, devices, workers, run logic) outlives the loop's handlers.

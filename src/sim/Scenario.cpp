@@ -102,7 +102,7 @@ std::optional<Scenario> ParseScenario(const std::string& text, std::string* erro
 }
 
 ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, SimBench& bench,
-                        platform::MessageWindow& console, const std::function<bool()>& running) {
+                        app::MessageWindow& console, const std::function<bool()>& running) {
     ScenarioLog log;
     const platform::Millis start = clock.Now();
     auto note = [&](const ScenarioStep& st, const std::string& what) {
@@ -113,7 +113,7 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, SimBen
         if (wait > 0) clock.Sleep(wait);
         switch (st.action) {
             case ScenarioStep::PRESS:
-                console.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+                console.Send(app::Command{app::CommandId::START_STOP});
                 note(st, "press");
                 break;
             case ScenarioStep::START:
@@ -122,7 +122,7 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, SimBen
                     note(st, st.action == ScenarioStep::START ? "start: runs already" : "stop: stopped already");
                     break;
                 }
-                console.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+                console.Send(app::Command{app::CommandId::START_STOP});
                 note(st, st.action == ScenarioStep::START ? "start" : "stop");
                 break;
             case ScenarioStep::PLUG: {

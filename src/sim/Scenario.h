@@ -22,7 +22,7 @@
 
 #include "sim/SimEngines.h"
 #include "platform/Clock.h"
-#include "platform/StationLoop.h"
+#include "station/Messages.h"
 #include "sim/SimBench.h"
 
 namespace quorvel::sim {
@@ -50,10 +50,10 @@ struct ScenarioLog {
     int plugged = 0;                 // phones the bench took
 };
 
-// Plays the steps against the bench; presses go to the console as WM_COMMAND 1019.
+// Plays the steps against the bench; presses go to the console as Start/Stop commands.
 // A plug or unplug the bench refuses (no such socket, taken, empty) is logged and skipped.
 // `running` tells "start" and "stop" whether the station runs; without it they press.
 ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, SimBench& bench,
-                        platform::MessageWindow& console, const std::function<bool()>& running = {});
+                        app::MessageWindow& console, const std::function<bool()>& running = {});
 
 }  // namespace quorvel::sim

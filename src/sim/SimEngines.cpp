@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 
 #include "platform/UniqueFd.h"
@@ -207,38 +208,33 @@ constexpr const char* kStepDownload = "Downloading";
 // One MTK-style job as the engines report it by message 6028. Steps: 0 bind,
 // 1 DA switch (MTK only), 2 transfer. `package`: why the package cannot be flashed, or
 // empty. Returns 0 passed, 1 failed, 2 cancelled.
-int RunMtkStyleJob(app::Station& station, platform::MessageWindow& window, CancellableWait& wait,
+int RunMtkStyleJob(app::Station& station, app::MessageWindow& window, CancellableWait& wait,
                    SimPhoneRegistry& registry, int slot, const app::DeviceInfo& device, bool daSwitch,
                    const std::string& package) {
     const PhoneProfile p = registry.ForDevice(device.instanceId);
     const SimPhoneRegistry::Link link(registry, p.plug, wait);
-    const auto row = static_cast<std::uint32_t>(slot);
-    auto status = [&](const std::string& text) {
-        window.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row), reinterpret_cast<platform::LParam>(text.c_str()));
-    };
-    auto value = [&](std::uint32_t kind, std::uint32_t v) {
-        window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kind, row), static_cast<platform::LParam>(v));
-    };
+    auto status = [&](const std::string& text) { window.Send(app::SlotStatus{slot, text}); };
+    auto bar = [&](app::BarValue what, std::uint32_t v) { window.Send(app::SlotBar{slot, what, v}); };
+    auto verdict = [&](bool passed) { window.Send(app::SlotVerdict{slot, passed}); };
     auto choose = [&](const app::LangText& t) { return station.language.ChooseText(t); };
     const char* step = kStepConnect;
     // The engine's account goes first, then the failure as the row shows it, then the verdict.
     auto fail = [&](bool interrupted, const std::string& reason) {
         const bool cancelled = interrupted && !link.Lost();  // a pulled phone fails the job
-        const SlotOutcome told{SlotOutcome::Result::FAILED, step,
-                               cancelled     ? app::texts::kReasonCancelled
-                               : interrupted ? app::texts::kReasonUnplugged
-                                             : reason};
-        window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kProgressOutcome, row), reinterpret_cast<platform::LParam>(&told));
+        window.Send(app::SlotAccount{slot, step,
+                                     cancelled     ? app::texts::kReasonCancelled
+                                     : interrupted ? app::texts::kReasonUnplugged
+                                                   : reason});
         status(choose(cancelled ? app::texts::kSimCancelled : app::texts::kSimFailed));
-        value(5, 0);
+        verdict(false);
         return cancelled ? 2 : 1;
     };
     auto failsAt = [&](int at) { return !p.pass && p.failingStep == at; };
 
     // A new job starts from nothing: no count, no total, no percent left from the last.
-    value(3, 0);
-    value(4, kUnknown);
-    value(2, 0);
+    bar(app::BarValue::DONE, 0);
+    bar(app::BarValue::TOTAL, kUnknown);
+    bar(app::BarValue::PERCENT, 0);
     if (!package.empty()) return fail(false, package);
 
     const Millis setupMs = p.durationMs / 10;
@@ -249,7 +245,7 @@ int RunMtkStyleJob(app::Station& station, platform::MessageWindow& window, Cance
     if (daSwitch && p.switchPort) {
         step = kStepDaSwitch;
         if (!wait.Pause(setupMs)) return fail(true, "");
-        value(kProgressDaSwitched, 0);
+        window.Send(app::SlotDaSwitched{slot});
         status(choose(app::texts::kStatusSwitchDa));
         registry.NotifySwitch({SwitchEvent::MTK_TO_DA, device.instanceId, 0, slot});
         if (failsAt(1)) return fail(false, "the download agent did not answer on its port");
@@ -259,23 +255,23 @@ int RunMtkStyleJob(app::Station& station, platform::MessageWindow& window, Cance
     const std::uint32_t total = static_cast<std::uint32_t>(std::min<std::uint64_t>(p.sizeBytes, 0xFFFFFFFEu));
     const Millis chunkMs = (p.durationMs - 2 * setupMs + TransferMs(p, p.sizeBytes)) / 10;
     status(choose(app::texts::kSimDownloading));
-    value(4, total);
+    bar(app::BarValue::TOTAL, total);
     for (std::uint32_t i = 1; i <= 10; ++i) {
         if (!wait.Pause(chunkMs)) return fail(true, "");
-        value(3, static_cast<std::uint32_t>(static_cast<std::uint64_t>(total) * i / 10));
-        value(2, i * 10);
+        bar(app::BarValue::DONE, static_cast<std::uint32_t>(static_cast<std::uint64_t>(total) * i / 10));
+        bar(app::BarValue::PERCENT, i * 10);
         if (failsAt(2) && i == 5) return fail(false, "write error at 50 %");
     }
     if (!p.pass) return fail(false, "image check failed after writing");
     status(choose(app::texts::kStatusDownloadComplete));
-    value(2, 100);
-    value(5, 1);
+    bar(app::BarValue::PERCENT, 100);
+    verdict(true);
     return 0;
 }
 
 }  // namespace
 
-SimMtkEngine::SimMtkEngine(app::Station& station, SimPhoneRegistry& registry, platform::MessageWindow& window)
+SimMtkEngine::SimMtkEngine(app::Station& station, SimPhoneRegistry& registry, app::MessageWindow& window)
     : station_(station), registry_(registry), window_(window), wait_(station.clock) {}
 
 void SimMtkEngine::SetDLPara(int threadIndex, int, int, int, int, int, int, int, const char*, const char*, const char*,
@@ -324,21 +320,21 @@ int SimMtkEngine::VerifyHostBufferBeforeStart(const char* checksumIni) {
         if (it->is_regular_file(ec) && it->path().filename() != "CheckSum.ini") files.push_back(it->path());
     std::sort(files.begin(), files.end());
     for (const auto& file : files) {
-        app::ChecksumProgressRecord record{};
-        app::CopyField(record.path, file.string());
+        app::ChecksumProgress record;
+        record.path = file.string();
         record.bytesTotal = fs::file_size(file, ec);
         for (int percent : {0, 50, 100}) {
             record.percent = static_cast<std::uint8_t>(percent);
             record.bytesDone = record.bytesTotal * static_cast<std::uint64_t>(percent) / 100;
             if (checksumWindow_)
-                checksumWindow_->Send(app::MSG_CHECKSUM, 0, reinterpret_cast<platform::LParam>(&record));
+                checksumWindow_->Send(record);
             if (!wait_.Pause(20)) return 0;
         }
     }
     return registry_.VerifyPasses() ? 1 : 0;
 }
 
-SimFpEngine::SimFpEngine(app::Station& station, SimPhoneRegistry& registry, platform::MessageWindow& window)
+SimFpEngine::SimFpEngine(app::Station& station, SimPhoneRegistry& registry, app::MessageWindow& window)
     : station_(station), registry_(registry), window_(window), wait_(station.clock) {}
 
 int SimFpEngine::PreLoadFiles_FP(const char* cfgPath) {
@@ -364,23 +360,13 @@ int SimFpEngine::MTKFP_OperationStart() {
 // ---- SPRD ----
 
 namespace {
-// Step numbers and the message that announces each.
-constexpr int kPhase1Steps[] = {1, 2, 4};
-constexpr int kPhase2Steps[] = {1, 2, 3, 4, 9};
-constexpr int kUnpluggedStep = 11;
-std::uint32_t StepMessage(int step) {
-    switch (step) {
-        case 1: return app::WM_APP + 204;
-        case 2: return app::WM_APP + 205;
-        case 3: return app::WM_APP + 206;  // not handled by the console
-        case 4: return app::WM_APP + 207;
-        case 9: return app::WM_APP + 214;
-        default: return app::WM_APP + 203;
-    }
-}
+using Step = app::SprdStep;
+constexpr Step kPhase1Steps[] = {Step::CHECK_BAUD, Step::CONNECTING, Step::DOWNLOADING};
+constexpr Step kPhase2Steps[] = {Step::CHECK_BAUD, Step::CONNECTING, Step::ERASING, Step::DOWNLOADING,
+                                 Step::CHANGE_BAUD};
 }  // namespace
 
-SimSprdEngine::SimSprdEngine(app::Station& station, SimPhoneRegistry& registry, platform::MessageWindow& window)
+SimSprdEngine::SimSprdEngine(app::Station& station, SimPhoneRegistry& registry, app::MessageWindow& window)
     : station_(station), registry_(registry), window_(window), wait_(station.clock) {}
 
 SimSprdEngine::~SimSprdEngine() {
@@ -440,28 +426,27 @@ std::string SimSprdEngine::GetStepName(int step) {
 // The engine's own thread for one port: step, progress and result messages keyed by port.
 void SimSprdEngine::RunPort(unsigned long port, bool phase1, PhoneProfile p, std::uint64_t bytes) {
     const SimPhoneRegistry::Link link(registry_, p.plug, wait_);
-    auto send = [&](std::uint32_t msg, platform::LParam l = 0) { window_.Send(msg, port, l); };
-    send(app::WM_APP + 201);
-    const int* steps = phase1 ? kPhase1Steps : kPhase2Steps;
-    const int count = phase1 ? 3 : 5;
+    window_.Send(app::SprdBegin{port});
+    const Step* steps = phase1 ? kPhase1Steps : kPhase2Steps;
+    const int count = phase1 ? static_cast<int>(std::size(kPhase1Steps)) : static_cast<int>(std::size(kPhase2Steps));
     const int firstIndex = phase1 ? 0 : 3;  // failingStep counts phase 1's steps first
     const Millis stepMs = phase1 ? p.sprdPhase1Ms / count : p.durationMs / count;
     std::string error;
     for (int i = 0; i < count && error.empty(); ++i) {
-        const int step = steps[i];
+        const Step step = steps[i];
         {
             std::lock_guard g(mutex_);
-            steps_.push_back(step);
+            steps_.push_back(static_cast<int>(step));
         }
-        send(app::WM_APP + 202);
-        send(StepMessage(step));
-        Millis ms = stepMs + (step == 4 && !phase1 ? TransferMs(p, bytes) : 0);
+        window_.Send(app::SprdStepNamed{port});
+        window_.Send(app::SprdStepEntered{port, step});
+        Millis ms = stepMs + (step == Step::DOWNLOADING && !phase1 ? TransferMs(p, bytes) : 0);
         const bool failing = !p.pass && p.failingStep == firstIndex + i;
         bool interrupted = false;
-        if (step == 4) {
+        if (step == Step::DOWNLOADING) {
             for (int percent = 10; percent <= 100 && !interrupted; percent += 10) {
                 interrupted = !wait_.Pause(ms / 10);
-                if (!interrupted) send(app::WM_APP + 208, percent);
+                if (!interrupted) window_.Send(app::SprdProgress{port, static_cast<std::uint32_t>(percent)});
                 if (failing && percent == 50) break;
             }
         } else {
@@ -474,32 +459,25 @@ void SimSprdEngine::RunPort(unsigned long port, bool phase1, PhoneProfile p, std
             registry_.JobResult(p.plug, true);
             return;
         }
-        if (interrupted) error = app::texts::kSprdStepNames[kUnpluggedStep];
-        else if (failing) error = std::string(app::texts::kSprdStepNames[step]) + " failed";
+        if (interrupted) error = app::texts::kSprdStepNames[static_cast<int>(Step::UNPLUGGED)];
+        else if (failing) error = std::string(app::texts::kSprdStepNames[static_cast<int>(step)]) + " failed";
     }
     if (error.empty() && !p.pass && !phase1) error = "Download failed";
-    SprdPortResult* record;
-    {
-        std::lock_guard g(mutex_);
-        result_ = SprdPortResult{};
-        app::CopyField(result_.errorText, error);
-        result_.reEnumerate = phase1 && error.empty() && p.switchPort ? 1 : 0;
-        record = &result_;
-    }
+    const bool reEnumerate = phase1 && error.empty() && p.switchPort;
     // Phase 1 passed hands over to phase 2; anything else is the phone's result.
     if (!phase1 || !error.empty()) registry_.JobResult(p.plug, !error.empty());
-    // Sent, not posted, so the record stays as it is while the console reads it.
-    send(app::WM_APP + 217, reinterpret_cast<platform::LParam>(record));
-    if (record->reEnumerate == 1) registry_.NotifySwitch({SwitchEvent::SPRD_TO_DOWNLOAD_PORT, "", port, -1});
+    // Sent: the row shows the result before the phone's switch is announced.
+    window_.Send(app::SprdResult{port, std::move(error), reEnumerate});
+    if (reEnumerate) registry_.NotifySwitch({SwitchEvent::SPRD_TO_DOWNLOAD_PORT, "", port, -1});
 }
 
-std::unique_ptr<MtkEngine> SimEngineFactory::MakeMtk(platform::MessageWindow& window) {
+std::unique_ptr<MtkEngine> SimEngineFactory::MakeMtk(app::MessageWindow& window) {
     return std::make_unique<SimMtkEngine>(station_, registry_, window);
 }
-std::unique_ptr<FpEngine> SimEngineFactory::MakeFp(platform::MessageWindow& window) {
+std::unique_ptr<FpEngine> SimEngineFactory::MakeFp(app::MessageWindow& window) {
     return std::make_unique<SimFpEngine>(station_, registry_, window);
 }
-std::unique_ptr<SprdEngine> SimEngineFactory::MakeSprd(platform::MessageWindow& window) {
+std::unique_ptr<SprdEngine> SimEngineFactory::MakeSprd(app::MessageWindow& window) {
     return std::make_unique<SimSprdEngine>(station_, registry_, window);
 }
 

@@ -130,7 +130,7 @@ private:
 
 class SimMtkEngine final : public MtkEngine {
 public:
-    SimMtkEngine(app::Station& station, SimPhoneRegistry& registry, platform::MessageWindow& window);
+    SimMtkEngine(app::Station& station, SimPhoneRegistry& registry, app::MessageWindow& window);
 
     void SetDLPara(int threadIndex, int, int, int, int, int, int, int, const char*, const char*, const char*, int, int,
                    int) override;
@@ -145,21 +145,21 @@ public:
     void GetVersionInfo(app::VersionInfo* info) override;
     int PreLoadFiles(char* scatterPath, bool, int, int, app::SpmtkEfuseInfo, bool) override;
     int VerifyHostBufferBeforeStart(const char* checksumIni) override;
-    void SetChkSumWnd(platform::MessageWindow* window) override { checksumWindow_ = window; }
+    void SetChkSumWnd(app::MessageWindow* window) override { checksumWindow_ = window; }
 
 private:
     app::Station& station_;
     SimPhoneRegistry& registry_;
-    platform::MessageWindow& window_;
+    app::MessageWindow& window_;
     CancellableWait wait_;
     int slot_ = 0;
     app::DeviceInfo device_{};
-    platform::MessageWindow* checksumWindow_ = nullptr;
+    app::MessageWindow* checksumWindow_ = nullptr;
 };
 
 class SimFpEngine final : public FpEngine {
 public:
-    SimFpEngine(app::Station& station, SimPhoneRegistry& registry, platform::MessageWindow& window);
+    SimFpEngine(app::Station& station, SimPhoneRegistry& registry, app::MessageWindow& window);
 
     int PreLoadFiles_FP(const char* cfgPath) override;
     void SetDownloadType_FP(int) override {}
@@ -171,7 +171,7 @@ public:
 private:
     app::Station& station_;
     SimPhoneRegistry& registry_;
-    platform::MessageWindow& window_;
+    app::MessageWindow& window_;
     CancellableWait wait_;
     int slot_ = 0;
     app::DeviceInfo device_{};
@@ -179,7 +179,7 @@ private:
 
 class SimSprdEngine final : public SprdEngine {
 public:
-    SimSprdEngine(app::Station& station, SimPhoneRegistry& registry, platform::MessageWindow& window);
+    SimSprdEngine(app::Station& station, SimPhoneRegistry& registry, app::MessageWindow& window);
     ~SimSprdEngine() override;
 
     void SetSPRDParameters(int, unsigned long port, std::string, std::vector<app::DlFileInfo> files,
@@ -195,23 +195,22 @@ private:
 
     app::Station& station_;
     SimPhoneRegistry& registry_;
-    platform::MessageWindow& window_;
+    app::MessageWindow& window_;
     CancellableWait wait_;
     std::mutex mutex_;  // guards the fields below
     bool firstPhase_ = false;
     std::uint64_t packageBytes_ = 0;
     std::vector<int> steps_;  // step numbers of the running port, for GetStepName
     std::thread thread_;
-    SprdPortResult result_{};
 };
 
 // Makes simulated engines that report to the given window.
 class SimEngineFactory final : public EngineFactory {
 public:
     SimEngineFactory(app::Station& station, SimPhoneRegistry& registry) : station_(station), registry_(registry) {}
-    std::unique_ptr<MtkEngine> MakeMtk(platform::MessageWindow& window) override;
-    std::unique_ptr<FpEngine> MakeFp(platform::MessageWindow& window) override;
-    std::unique_ptr<SprdEngine> MakeSprd(platform::MessageWindow& window) override;
+    std::unique_ptr<MtkEngine> MakeMtk(app::MessageWindow& window) override;
+    std::unique_ptr<FpEngine> MakeFp(app::MessageWindow& window) override;
+    std::unique_ptr<SprdEngine> MakeSprd(app::MessageWindow& window) override;
 
 private:
     app::Station& station_;

@@ -8,7 +8,7 @@
 
 namespace quorvel::engine {
 
-DownloadManager::DownloadManager(app::Station& station, platform::MessageWindow& mainWindow, EngineFactory& engines)
+DownloadManager::DownloadManager(app::Station& station, app::MessageWindow& mainWindow, EngineFactory& engines)
     : station_(station), window_(mainWindow), engines_(engines) {}
 
 DownloadManager::~DownloadManager() {
@@ -156,11 +156,11 @@ bool DownloadManager::StopAll(const std::function<bool()>& first) {
     if (refused) return false;
     if (!stopped) return true;
     walkChanged_.notify_all();
-    window_.Send(app::MSG_ALL_STOPPED, 0, 0);  // nobody handles it
+    window_.Send(app::AllStopped{});  // nobody handles it
     return true;
 }
 
-void DownloadManager::VerifyPackage(std::shared_ptr<platform::MessageWindow> window) {
+void DownloadManager::VerifyPackage(std::shared_ptr<app::MessageWindow> window) {
     if (State() != Unverified || workers_.empty()) return;
     workers_.front()->SetChecksumWindow(std::move(window));
     verifications_.emplace_back([this] { workers_.front()->VerifyPackage(); });

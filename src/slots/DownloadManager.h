@@ -30,7 +30,7 @@ enum ManagerState : int { Unverified = 0, Ready = 1, Running = 2, Stopped = 3 };
 
 class DownloadManager {
 public:
-    DownloadManager(app::Station& station, platform::MessageWindow& mainWindow, EngineFactory& engines);
+    DownloadManager(app::Station& station, app::MessageWindow& mainWindow, EngineFactory& engines);
     ~DownloadManager();
     DownloadManager(const DownloadManager&) = delete;
     DownloadManager& operator=(const DownloadManager&) = delete;
@@ -55,7 +55,7 @@ public:
 
     // Worker 0's package-wide operations; without workers they do nothing and report failure
     // (PreLoadPackage: 1).
-    void VerifyPackage(std::shared_ptr<platform::MessageWindow> window);
+    void VerifyPackage(std::shared_ptr<app::MessageWindow> window);
     int PreLoadPackage();
     void PackageVersionText(int kind, std::string& text);
     app::EngineVersions EngineVersionTexts();
@@ -64,7 +64,7 @@ public:
 
 private:
     app::Station& station_;
-    platform::MessageWindow& window_;
+    app::MessageWindow& window_;
     EngineFactory& engines_;
     mutable std::mutex stateLock_;
     void Walker();

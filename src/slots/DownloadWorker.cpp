@@ -54,7 +54,7 @@ void WorkerEvents::Shutdown() {
 
 // ---- worker ----
 
-DownloadWorker::DownloadWorker(app::Station& station, platform::MessageWindow& mainWindow, EngineFactory& engines,
+DownloadWorker::DownloadWorker(app::Station& station, app::MessageWindow& mainWindow, EngineFactory& engines,
                                int threadIndex)
     : station_(station),
       window_(mainWindow),
@@ -527,15 +527,10 @@ void DownloadWorker::MtkJob() {
     if (CutShort()) mtk_->CancelTask();  // the cancel came while the engine was set up
     const int r = mtk_->DLOperationStart();
     if (r == 0 && s.ForceWatchdogReset == 1 && s.EnableAutoPulling == 0) {
-        const auto row = static_cast<std::uint32_t>(slot);
-        const std::string first = station_.language.ChooseText(app::texts::kPhoneRestarting);
-        window_.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row, 3),
-                     reinterpret_cast<platform::LParam>(first.c_str()));
+        window_.Send(app::SlotStatus{slot, station_.language.ChooseText(app::texts::kPhoneRestarting)});
         // The pauses end at once when the program ends.
         events_.Pause(s.SleepTimeRestart);
-        const std::string second = station_.language.ChooseText(app::texts::kPhoneRestarted);
-        window_.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row, 2),
-                     reinterpret_cast<platform::LParam>(second.c_str()));
+        window_.Send(app::SlotStatus{slot, station_.language.ChooseText(app::texts::kPhoneRestarted)});
         events_.Pause(1000);
     }
     // The rules apply in turn: a slot with neither location bound ends IDLE. The DA
@@ -573,12 +568,12 @@ void DownloadWorker::FpJob() {
     bool anyRunning = false;
     for (const auto& state : station_.slots.fpJob) anyRunning = anyRunning || state.load() == 1;
     if (!anyRunning && station_.stationRunning.load() && events_.Pause(1000))
-        window_.Send(app::WM_COMMAND, app::CMD_START_STOP, app::kAutoStop);
+        window_.Send(app::Command{app::CommandId::START_STOP, true});
 }
 
 // ---- worker 0: package-wide operations ----
 
-void DownloadWorker::SetChecksumWindow(std::shared_ptr<platform::MessageWindow> window) {
+void DownloadWorker::SetChecksumWindow(std::shared_ptr<app::MessageWindow> window) {
     checksumWindow_ = std::move(window);
 }
 
@@ -621,8 +616,8 @@ void DownloadWorker::VerifyPackage() {
     const std::string folder = std::filesystem::path(station_.package.scatterFilePath).parent_path().string();
     const int r = mtk_->VerifyHostBufferBeforeStart((folder + "/CheckSum.ini").c_str());
     if (!window) return;
-    window->Send(app::MSG_CHECKSUM, 2, r != 0 ? 1 : 0);
-    window->Send(kWmClose, 0, 0);
+    window->Send(app::ChecksumResult{r != 0});
+    window->Send(app::CloseWindow{});
 }
 
 }  // namespace quorvel::engine

@@ -48,7 +48,6 @@ inline constexpr int kPreLoadRefused = -1;
 // NotifyCode values besides the EventKinds 2, 3, 4.
 inline constexpr std::uint32_t NOTIFY_NONE = 0;
 inline constexpr std::uint32_t NOTIFY_REMOVED = 5;
-inline constexpr std::uint32_t kWmClose = 0x0010;
 
 // The worker's four auto-reset events, waited on in priority order.
 class WorkerEvents {
@@ -80,7 +79,7 @@ enum class HandOver {
 
 class DownloadWorker {
 public:
-    DownloadWorker(app::Station& station, platform::MessageWindow& mainWindow, EngineFactory& engines, int threadIndex);
+    DownloadWorker(app::Station& station, app::MessageWindow& mainWindow, EngineFactory& engines, int threadIndex);
     ~DownloadWorker();
     DownloadWorker(const DownloadWorker&) = delete;
     DownloadWorker& operator=(const DownloadWorker&) = delete;
@@ -111,7 +110,7 @@ public:
     void BeginClose();
 
     // Worker 0 only: the package-wide engine operations.
-    void SetChecksumWindow(std::shared_ptr<platform::MessageWindow> window);
+    void SetChecksumWindow(std::shared_ptr<app::MessageWindow> window);
     // 0, or kPreLoadRefused when the MTK engine refused the scatter package.
     int PreLoadPackage();
     void PackageVersionText(int kind, std::string& text);
@@ -150,7 +149,7 @@ private:
     bool CutShort();
 
     app::Station& station_;
-    platform::MessageWindow& window_;
+    app::MessageWindow& window_;
     std::unique_ptr<SprdEngine> sprd_;
     std::unique_ptr<FpEngine> fp_;
     WorkerEvents events_;
@@ -175,7 +174,7 @@ private:
     std::thread thread_;
     std::atomic<int> threadIndex_;
     SlotDisplay display_;
-    std::shared_ptr<platform::MessageWindow> checksumWindow_;
+    std::shared_ptr<app::MessageWindow> checksumWindow_;
     std::unique_ptr<MtkEngine> mtk_;
 };
 

@@ -163,7 +163,6 @@ inline constexpr LangText kSimCancelled{"下载已取消!", "Download cancelled!
 inline constexpr const char* kReasonEngineGaveNone = "the engine reported a failure without a reason";
 inline constexpr const char* kReasonCancelled = "cancelled by the station";
 inline constexpr const char* kReasonUnplugged = "the phone was disconnected";
-inline constexpr const char* kReasonNoRecord = "the engine finished without a result record";
 inline constexpr const char* kReasonNoSwitch = "no switch to the download port and no result within 13 s";
 inline constexpr const char* kReasonNoVerdict = "the job ended before the engine's result";
 

@@ -22,18 +22,18 @@ protected:
         f.ui.Clear();
     }
     test::StationFixture f{1033};
-    platform::StationLoop loop{f.clock};
+    app::StationLoop loop{f.clock};
     ConsoleController controller{*f.station, loop, f.ui};
 };
 
 TEST_F(ConsoleCommandsTest, OnlyChangingTheLanguageAsksForARestartAndSavesIt) {
     f.ui.QueueAboutAnswer([](AboutDialogLogic& d) { d.Confirm(AboutDialogLogic::AUTO); });
-    controller.HandleMessage(WM_COMMAND, CMD_HELP, 0);
+    controller.HandleMessage(Command{CommandId::HELP});
     EXPECT_TRUE(f.ui.Messages().empty());
     EXPECT_FALSE(f.station->view.Snapshot().closeRequested);
 
     f.ui.QueueAboutAnswer([](AboutDialogLogic& d) { d.Confirm(AboutDialogLogic::ENGLISH); });
-    controller.HandleMessage(WM_COMMAND, CMD_HELP, 0);
+    controller.HandleMessage(Command{CommandId::HELP});
     EXPECT_EQ(f.ui.Messages(), (std::vector<std::string>{"Please Reboot the Tool..."}));
     const auto view = f.station->view.Snapshot();
     EXPECT_TRUE(view.closeRequested);
@@ -55,7 +55,7 @@ TEST_F(ConsoleCommandsTest, SettingsOkShowsTheNewOperationAndBackground) {
         mover.join();
         return ok;
     });
-    controller.HandleMessage(WM_COMMAND, CMD_SETTINGS, 0);
+    controller.HandleMessage(Command{CommandId::SETTINGS});
     EXPECT_EQ(f.station->package.downloadType, 8);
     EXPECT_EQ(f.station->view.Pane(3), "Download Only(not format)");
     EXPECT_EQ(f.station->view.Snapshot().backgroundImage, f.dir.Path() + "res/BRINDLE_USERDATA_E.bmp");
@@ -64,10 +64,10 @@ TEST_F(ConsoleCommandsTest, SettingsOkShowsTheNewOperationAndBackground) {
 TEST_F(ConsoleCommandsTest, SettingsAndHelpAreVoidWhileRunningButStatisticsResetIsNot) {
     f.station->stationRunning = true;
     f.ui.QueueAboutAnswer([](AboutDialogLogic& d) { d.Confirm(AboutDialogLogic::ENGLISH); });
-    controller.HandleMessage(WM_COMMAND, CMD_HELP, 0);
+    controller.HandleMessage(Command{CommandId::HELP});
     EXPECT_EQ(f.station->language.LanguageId(), 2052u);
     f.station->statistics.CountJob(true);
-    controller.HandleMessage(WM_COMMAND, CMD_REMOVE_STATISTICS, 0);
+    controller.HandleMessage(Command{CommandId::REMOVE_STATISTICS});
     EXPECT_EQ(f.station->view.Text(IDC_PASS_RATE), "0.00%");
     EXPECT_EQ(f.station->statistics.Total(), 0u);
 }
@@ -76,7 +76,7 @@ TEST(ConsoleStartupTest, ChosenPackageIsShownAndItsFolderBecomesCurrent) {
     test::StationFixture f{1033};
     f.dir.Write("fw/MT6765.cfg", "x");
     f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\nFilePath=" + f.dir.File("fw/MT6765.cfg") + "\n");
-    platform::StationLoop loop{f.clock};
+    app::StationLoop loop{f.clock};
     ConsoleController controller{*f.station, loop, f.ui};
     const auto before = std::filesystem::current_path();
     ASSERT_TRUE(controller.OnInitDialog());
@@ -89,7 +89,7 @@ TEST(ConsoleStartupTest, ChosenPackageIsShownAndItsFolderBecomesCurrent) {
 
 TEST(ConsoleStartupTest, MissingSettingsFileIsNamedThenTheConsoleCloses) {
     test::StationFixture f{1033};
-    platform::StationLoop loop{f.clock};
+    app::StationLoop loop{f.clock};
     ConsoleController controller{*f.station, loop, f.ui};
     EXPECT_FALSE(controller.OnInitDialog());
     EXPECT_EQ(f.ui.Messages(),

@@ -87,7 +87,7 @@ public:
         if (action < 2) {
             // Clicks, sometimes two or three queued while the station thread is busy.
             const int clicks = random_() % 3 == 0 ? 2 + static_cast<int>(random_() % 2) : 1;
-            for (int i = 0; i < clicks; ++i) loop_.Post(WM_COMMAND, CMD_START_STOP, 0);
+            for (int i = 0; i < clicks; ++i) loop_.Post(Command{CommandId::START_STOP});
         } else if (action < 5) {
             Plug(static_cast<int>(random_() % kSockets));
         } else if (action == 5) {
@@ -106,7 +106,7 @@ public:
         Millis pressed = -10000;
         if (!RunUntil([&] { return station_->stationRunning.load(); }, 60000, [&] {
                 if (clock_.Now() - pressed < 5000) return;
-                loop_.Post(WM_COMMAND, CMD_START_STOP, 0);
+                loop_.Post(Command{CommandId::START_STOP});
                 pressed = clock_.Now();
             }))
             return Fail("the station does not start for the close; " + Slots());
@@ -114,7 +114,7 @@ public:
         // The run may end by itself meanwhile (an idle station whose phone left): start it again.
         if (!RunUntil([&] { return station_->stationRunning && AnySlotBusy(); }, 120000, [&] {
                 if (station_->stationRunning || clock_.Now() - pressed < 5000) return;
-                loop_.Post(WM_COMMAND, CMD_START_STOP, 0);
+                loop_.Post(Command{CommandId::START_STOP});
                 pressed = clock_.Now();
             }))
             return Fail("no job started for the close; " + Slots());
@@ -336,7 +336,7 @@ private:
     platform::ManualClock clock_;
     HeadlessConsoleUi ui_;
     std::unique_ptr<Station> station_;
-    platform::StationLoop loop_{clock_};
+    app::StationLoop loop_{clock_};
     std::unique_ptr<ConsoleController> controller_;
     std::unique_ptr<StationRig> rig_;
     bool ready_ = false;

@@ -6,7 +6,7 @@ namespace quorvel::console {
 namespace {
 
 using test::EngineHarness;
-constexpr std::uint32_t kApp = app::WM_APP;
+using app::SprdStep;
 
 // Steps named by number, so the routing's counter shows in the names it asks for.
 class NamingSprd final : public engine::SprdEngine {
@@ -25,9 +25,8 @@ protected:
         h.st.bindings.SetComName(1, "Diag (COM1)");
         h.st.bindings.SetComName(2, "Diag (COM12)");
     }
-    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l = 0) {
-        return h.loop.Send(msg, w, l);
-    }
+    void Step(unsigned long port, SprdStep step) { h.loop.Send(app::SprdStepEntered{port, step}); }
+    void Percent(unsigned long port, std::uint32_t percent) { h.loop.Send(app::SprdProgress{port, percent}); }
     std::string Bar(int slot) { return h.Bar(slot); }
 
     EngineHarness h{8, {.sprd = [] { return std::make_unique<NamingSprd>(); }}};
@@ -36,18 +35,19 @@ protected:
 TEST_F(MessageRouterTest, StepMessagesGoToTheSlotOfThePortOrNowhere) {
     EXPECT_EQ(h.router->SlotOfPort(12), 2);
     EXPECT_EQ(h.router->SlotOfPort(1), 1);
-    Send(kApp + 205, 12);
+    Step(12, SprdStep::CONNECTING);
     EXPECT_EQ(Bar(2), "Connecting");
     EXPECT_NE(Bar(1), "Connecting");
-    Send(kApp + 204, 1);
+    Step(1, SprdStep::CHECK_BAUD);
     EXPECT_EQ(Bar(1), "Checking baudrate");
-    Send(kApp + 214, 1);
+    Step(1, SprdStep::CHANGE_BAUD);
     EXPECT_EQ(Bar(1), "Change Baud");
-    Send(kApp + 207, 1);
-    Send(kApp + 208, 1, 64);
+    Step(1, SprdStep::ERASING);  // announced, not shown
+    EXPECT_EQ(Bar(1), "Change Baud");
+    Step(1, SprdStep::DOWNLOADING);
+    Percent(1, 64);
     EXPECT_EQ(Bar(1), "[Step:] Downloading...(64%)");
-    engine::SprdPortResult record{};
-    Send(kApp + 217, 1, reinterpret_cast<platform::LParam>(&record));
+    h.loop.Send(app::SprdResult{1, "", false});
     EXPECT_EQ(h.Result(1), "PASS(1/1)");
 
     h.st.bindings.SetComName(0, "Phone (COM1)");
@@ -56,28 +56,29 @@ TEST_F(MessageRouterTest, StepMessagesGoToTheSlotOfThePortOrNowhere) {
 
     // Messages without a slot change nothing.
     const auto before = h.st.slotList.Snapshot();
-    Send(kApp + 205, 77);                                           // no slot has COM77
-    Send(app::MSG_SLOT_PROGRESS, engine::PackProgress(2, 20), 50);  // row 20 of 8
-    h.st.bindings.SetComName(9, "Far (COM40)");                     // slot 9 has no row
-    Send(kApp + 205, 40);
+    Step(77, SprdStep::CONNECTING);                                        // no slot has COM77
+    h.loop.Send(app::SlotBar{20, app::BarValue::PERCENT, 50});             // row 20 of 8
+    h.loop.Send(app::SlotStatus{-1, "nowhere"});                           // no row at all
+    h.st.bindings.SetComName(9, "Far (COM40)");                            // slot 9 has no row
+    Step(40, SprdStep::CONNECTING);
     EXPECT_EQ(h.st.slotList.Snapshot().version, before.version);
 }
 
 TEST_F(MessageRouterTest, StepNamesAreNumberedFromTheWorkStart) {
-    Send(kApp + 202, 12);  // before any start: step 0
-    Send(kApp + 201, 12);
+    h.loop.Send(app::SprdStepNamed{12});  // before any start: step 0
+    h.loop.Send(app::SprdBegin{12});
     for (int i = 0; i < 3; ++i) {
-        Send(kApp + 202, 12);
-        Send(kApp + 208, 12, 10);
+        h.loop.Send(app::SprdStepNamed{12});
+        Percent(12, 10);
         EXPECT_EQ(Bar(2), "[Step:step" + std::to_string(i) + "] (10%)");
     }
     EXPECT_EQ(h.router->SlotStepCounter(2), 3u);
-    Send(kApp + 201, 12);
+    h.loop.Send(app::SprdBegin{12});
     EXPECT_EQ(h.router->SlotStepCounter(2), 0u);
 }
 
-TEST_F(MessageRouterTest, ProgressGoesToTheRowInItsWParamAndTimersShowElapsedTime) {
-    Send(app::MSG_SLOT_PROGRESS, engine::PackProgress(2, 3, 7), 55);
+TEST_F(MessageRouterTest, ProgressGoesToItsSlotsRowAndTimersShowElapsedTime) {
+    h.loop.Send(app::SlotBar{3, app::BarValue::PERCENT, 55});
     EXPECT_EQ(Bar(3), "(0/0)(55%)");
     h.st.slots.startTime[4] = h.fx.clock.WallSeconds() - 61;
     h.loop.SetTimer(4, 1000);

@@ -33,7 +33,7 @@ protected:
     test::StationFixture f;
     Station& st = *f.station;
     test::ClockDriver driver{f.clock};
-    platform::StationLoop loop{f.clock};
+    app::StationLoop loop{f.clock};
     ConsoleController controller{st, loop, f.ui};
     engine::SimPhoneRegistry registry;
     engine::SimEngineFactory engines{st, registry};
@@ -194,7 +194,7 @@ public:
     void GetVersionInfo(VersionInfo*) override {}
     int PreLoadFiles(char*, bool, int, int, SpmtkEfuseInfo, bool) override { return 0; }
     int VerifyHostBufferBeforeStart(const char*) override { return 1; }
-    void SetChkSumWnd(platform::MessageWindow*) override {}
+    void SetChkSumWnd(app::MessageWindow*) override {}
 
     std::function<void()> beforeJob, inJob;
     std::atomic<int> jobs{0};
@@ -211,14 +211,9 @@ TEST(StationRunJobs, AJobThatBeganKeepsItsSlotBusyUntilItEnds) {
     devices::ComProbe probe(h.fx.clock, [](int) { return std::string(); });
     devices::PortBinding binding(h.st, *h.manager, probe, h.loop);
     auto event = [&](int socket, bool arrived) {
-        devices::DeviceEventRecord r{};
         const std::string port = std::to_string(socket);
-        CopyField(r.instanceId, "USB\\VID_0E8D&PID_2000\\1-1." + port + ":1.0");
-        CopyField(r.friendlyName, "MTK PreLoader (COM" + port + ")");
-        CopyField(r.location, "1-1\\PORT" + port);
-        r.kind = EVENT_MTK;
-        r.arrived = arrived ? 1 : 0;
-        return r;
+        return DeviceEvent{"USB\\VID_0E8D&PID_2000\\1-1." + port + ":1.0", "MTK PreLoader (COM" + port + ")",
+                           EVENT_MTK, arrived, "1-1\\PORT" + port};
     };
     bool accepted = false;
     auto stop = [&] { h.loop.Call([&] { accepted = h.manager->StopAll(); }); };

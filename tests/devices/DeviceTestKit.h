@@ -17,7 +17,7 @@
 
 #include "platform/Clock.h"
 #include "platform/ProfileIni.h"
-#include "platform/StationLoop.h"
+#include "station/Messages.h"
 #include "support/StationFixture.h"
 
 namespace quorvel::test {
@@ -65,17 +65,23 @@ private:
 };
 
 // Keeps what is posted to it.
-class RecordingWindow final : public platform::MessageWindow {
+class RecordingWindow final : public app::MessageWindow {
 public:
-    using Msg = std::tuple<std::uint32_t, platform::WParam, platform::LParam>;
-    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+    // A message as its number, and a command as "command <id>", "auto" added for an automatic stop.
+    using Msg = std::string;
+    static Msg Describe(const app::Message& message) {
+        if (const auto* c = std::get_if<app::Command>(&message))
+            return "command " + std::to_string(static_cast<std::uint32_t>(c->id)) + (c->autoStop ? " auto" : "");
+        return std::to_string(app::NumberOf(message));
+    }
+    platform::LResult Send(app::Message message) override {
         std::lock_guard g(mutex_);
-        sent_.emplace_back(msg, w, l);
+        sent_.push_back(Describe(message));
         return 0;
     }
-    void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+    void Post(app::Message message) override {
         std::lock_guard g(mutex_);
-        posted_.emplace_back(msg, w, l);
+        posted_.push_back(Describe(message));
     }
     void SetTimer(int, platform::Millis) override {}
     void KillTimer(int) override {}

@@ -62,19 +62,19 @@ public:
 };
 
 // Keeps every device event as "+id name @location kind" ("-" for a removal).
-class EventSink final : public platform::MessageWindow {
+class EventSink final : public app::MessageWindow {
 public:
-    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam) override {
-        if (msg != MSG_DEVICE_EVENT) return 0;
-        const auto& r = *reinterpret_cast<const DeviceEventRecord*>(w);
+    platform::LResult Send(app::Message message) override {
+        const auto* r = std::get_if<DeviceEvent>(&message);
+        if (!r) return 0;
         std::lock_guard g(m);
         if (clock) at.push_back(clock->Now());
-        seen.push_back((r.arrived ? "+" : "-") + FieldText(r.instanceId) + " " + FieldText(r.friendlyName) + " @" +
-                       FieldText(r.location) + " " + std::to_string(r.kind));
+        seen.push_back((r->arrived ? "+" : "-") + r->instanceId + " " + r->friendlyName + " @" + r->location + " " +
+                       std::to_string(r->kind));
         cv.notify_all();
         return 0;
     }
-    void Post(std::uint32_t, platform::WParam, platform::LParam) override {}
+    void Post(app::Message) override {}
     void SetTimer(int, platform::Millis) override {}
     void KillTimer(int) override {}
     // The events once there are `n`, or fewer after five seconds.

@@ -26,15 +26,9 @@ protected:
             manager.AddWorker(e);
         }
     }
-    static DeviceEventRecord Event(const std::string& id, const std::string& location, std::uint32_t kind,
-                                   bool arrived = true, const std::string& name = "Phone (COM5)") {
-        DeviceEventRecord r{};
-        CopyField(r.instanceId, id);
-        CopyField(r.friendlyName, name);
-        CopyField(r.location, location);
-        r.kind = kind;
-        r.arrived = arrived ? 1 : 0;
-        return r;
+    static DeviceEvent Event(const std::string& id, const std::string& location, EventKind kind, bool arrived = true,
+                             const std::string& name = "Phone (COM5)") {
+        return DeviceEvent{id, name, kind, arrived, location};
     }
     static DeviceInfo Mtk(const std::string& id, const std::string& location) {
         return PortBinding::InfoOf(Event(id, location, EVENT_MTK));
@@ -157,7 +151,7 @@ TEST_F(PortBindingTest, MtkRemovalStopsAnIdleRunAfterOneSecondSerialRemovalDoesN
     EXPECT_TRUE(window.Sent().empty());
     binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_MTK, false));
     using Msg = test::RecordingWindow::Msg;
-    EXPECT_EQ(window.Sent(), std::vector<Msg>{Msg(WM_COMMAND, CMD_START_STOP, kAutoStop)});
+    EXPECT_EQ(window.Sent(), std::vector<Msg>{"command 1019 auto"});
     EXPECT_TRUE(window.Posted().empty());
     EXPECT_EQ(f.clock.Now() - t0, 50 + 1000 + 50);
     // A slot at work keeps the run going.
@@ -169,7 +163,7 @@ TEST_F(PortBindingTest, MtkRemovalStopsAnIdleRunAfterOneSecondSerialRemovalDoesN
 TEST_F(PortBindingTest, UnknownDevicesUnlocatedOnesAndUnopenableCfgPortsAreDropped) {
     Workers(2);
     // Nowhere to bind it: dropped before probing, for every kind.
-    for (std::uint32_t kind : {EVENT_MTK, EVENT_SPRD, EVENT_CFG}) binding.OnDeviceEvent(Event(kPreloader, "", kind));
+    for (EventKind kind : {EVENT_MTK, EVENT_SPRD, EVENT_CFG}) binding.OnDeviceEvent(Event(kPreloader, "", kind));
     EXPECT_EQ(probed, 0);
     EXPECT_EQ(Table(2), (std::vector<std::string>{"NA NA IDLE", "NA NA IDLE"}));
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EVENT_MTK));  // class OTHER

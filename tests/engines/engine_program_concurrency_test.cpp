@@ -27,7 +27,7 @@
 #include "engines/program/ProgramJob.h"
 #include "platform/ChildProcess.h"
 #include "platform/ExeDir.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 #include "support/FixedOptions.h"
 #include "support/SmallDisk.h"
 #include "support/TempDir.h"
@@ -262,7 +262,7 @@ TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
 }
 
 // A station of sixteen slots whose engines are programs of [ENGINES], in real time.
-class ProgramStation : public platform::MessageHandler {
+class ProgramStation : public app::MessageHandler {
 public:
     ProgramStation(int slots, const std::string& engines) {
         dir.Write("Config/CommonSetting.ini", "[COMMON]\n[ENGINES]\n" + engines);
@@ -284,9 +284,9 @@ public:
         manager.reset();
     }
 
-    platform::LResult HandleMessage(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+    platform::LResult HandleMessage(const app::Message& message) override {
         platform::LResult r = 0;
-        router->Route(msg, w, l, r);
+        router->Route(message, r);
         return r;
     }
     void OnTimer(int id) override { router->RouteTimer(id); }
@@ -323,7 +323,7 @@ public:
     test::TempDir dir;
     platform::ScaledClock clock{5};
     std::unique_ptr<app::Station> st = std::make_unique<app::Station>(test::FixedOptions(dir.Path()), clock);
-    platform::StationLoop loop{clock};
+    app::StationLoop loop{clock};
     SimPhoneRegistry registry;
     SimEngineFactory sim{*st, registry};
     std::unique_ptr<ProgramEngineFactory> programs;

@@ -18,7 +18,7 @@
 #include "packages/Crc16.h"
 #include "packages/PacInspect.h"
 #include "packages/PackageHousekeeping.h"
-#include "platform/StationLoop.h"
+#include "station/Messages.h"
 #include "support/PacWriter.h"
 #include "support/TempDir.h"
 #include "support/Unprivileged.h"
@@ -31,16 +31,24 @@ using quorvel::test::PacSpec;
 
 namespace {
 
-using Notices = std::vector<std::pair<platform::WParam, platform::LParam>>;
-const std::pair<platform::WParam, platform::LParam> kEndFailed{2, 0};
+// A notice as {stage, value}: 0 started (size), 1 percent, 2 ended (1 ok).
+using Notice = std::pair<int, std::int64_t>;
+using Notices = std::vector<Notice>;
+const Notice kEndFailed{2, 0};
 
 // The extraction sends its notices on the calling thread, so a plain vector records them.
-struct NoticeRecorder final : platform::MessageWindow {
-    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
-        if (msg == app::MSG_PAC_PROGRESS) notices.emplace_back(w, l);
+struct NoticeRecorder final : app::MessageWindow {
+    platform::LResult Send(app::Message message) override {
+        std::visit(app::Overloaded{
+                       [&](const app::PacStarted& m) { notices.emplace_back(0, m.packageSize); },
+                       [&](const app::PacPercent& m) { notices.emplace_back(1, m.percent); },
+                       [&](const app::PacEnded& m) { notices.emplace_back(2, m.ok ? 1 : 0); },
+                       [](const auto&) {},
+                   },
+                   message);
         return 0;
     }
-    void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override { Send(msg, w, l); }
+    void Post(app::Message message) override { Send(std::move(message)); }
     void SetTimer(int, platform::Millis) override {}
     void KillTimer(int) override {}
     Notices notices;
@@ -196,8 +204,8 @@ TEST_F(PacExtract, LargeFileSendsOneNoticePerChunkFromThePositionBeforeIt) {
     ASSERT_EQ(r.ok, 1);
     const std::uint64_t size = test::BuildPac(layout).size();
     const std::uint64_t start = kPacHeaderSize + 2 * kPacEntrySize;
-    auto at = [&](std::uint64_t pos) { return std::pair{platform::WParam{1}, platform::LParam(pos * 100 / size)}; };
-    EXPECT_EQ(r.notices, (Notices{{0, platform::LParam(size)}, at(start), at(start + kPacChunkSize),
+    auto at = [&](std::uint64_t pos) { return Notice{1, static_cast<std::int64_t>(pos * 100 / size)}; };
+    EXPECT_EQ(r.notices, (Notices{{0, static_cast<std::int64_t>(size)}, at(start), at(start + kPacChunkSize),
                                   at(start + 2 * kPacChunkSize), at(start + big), {2, 1}}));
     EXPECT_EQ(fs::file_size(r.folder + "/big.bin"), big);
 }

@@ -79,7 +79,7 @@ TEST(PreparationWindow, ChecksumRecordsTextsMegabytesResultAndClose) {
     fx.station->language.SetLanguageId(2052);
     fx.station->validatedMegabytes = 99.0;
     fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
-    std::shared_ptr<platform::MessageWindow> receiver;
+    std::shared_ptr<app::MessageWindow> receiver;
     PreparationWindowLogic window(*fx.station, fx.ui.Teller(), [&](auto r) { receiver = r; });
     ASSERT_TRUE(window.Open());
     EXPECT_EQ(window.View().title, "校验文件");
@@ -87,12 +87,7 @@ TEST(PreparationWindow, ChecksumRecordsTextsMegabytesResultAndClose) {
     EXPECT_EQ(fx.station->validatedMegabytes.load(), 0.0);
 
     auto send = [&](const char* path, int percent, std::uint64_t done, std::uint64_t total) {
-        app::ChecksumProgressRecord r{};
-        app::CopyField(r.path, path);
-        r.percent = static_cast<std::uint8_t>(percent);
-        r.bytesDone = done;
-        r.bytesTotal = total;
-        receiver->Send(app::MSG_CHECKSUM, 0, reinterpret_cast<platform::LParam>(&r));
+        receiver->Send(app::ChecksumProgress{path, static_cast<std::uint8_t>(percent), done, total});
     };
     constexpr std::uint64_t MiB = 1048576;
     send("C:\\fw\\system%d.img", 45, 3 * MiB + MiB / 2, 10 * MiB);
@@ -106,17 +101,17 @@ TEST(PreparationWindow, ChecksumRecordsTextsMegabytesResultAndClose) {
     EXPECT_EQ(fx.station->validatedMegabytes.load(), 13.0);
 
     const char* text = "checksum of b.img is wrong";
-    receiver->Send(app::MSG_CHECKSUM, 1, reinterpret_cast<platform::LParam>(text));
+    receiver->Send(app::ChecksumNote{text});
     EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{text});
-    receiver->Send(app::MSG_CHECKSUM, 2, 1);
+    receiver->Send(app::ChecksumResult{true});
     EXPECT_EQ(window.PreparationResult(), 1);
     EXPECT_FALSE(window.View().closed);
-    receiver->Send(MSG_CLOSE, 0, 0);
+    receiver->Send(app::CloseWindow{});
     EXPECT_TRUE(window.View().closed);
     window.WaitClosed();
 
     // A closed window has no receiver: later messages change nothing.
-    receiver->Send(app::MSG_CHECKSUM, 2, 0);
+    receiver->Send(app::ChecksumResult{false});
     EXPECT_EQ(window.PreparationResult(), 1);
 }
 
@@ -150,13 +145,7 @@ TEST(PreparationWindow, TheOperatorClosesWhileAHandlersMessageBoxWaits) {
             escape.join();
         }
     };
-    const char* text = "checksum of b.img is wrong";
-    const struct {
-        std::uint32_t msg;
-        platform::WParam wParam;
-        platform::LParam lParam;
-    } rows[] = {{app::MSG_CHECKSUM, CHECKSUM_MESSAGE, reinterpret_cast<platform::LParam>(text)},
-                {app::MSG_PAC_PROGRESS, PAC_NOTICE_END, 0}};
+    const app::Message rows[] = {app::ChecksumNote{"checksum of b.img is wrong"}, app::PacEnded{false}};
     for (const auto& row : rows) {
         test::StationFixture fx;
         Gui gui;
@@ -165,11 +154,11 @@ TEST(PreparationWindow, TheOperatorClosesWhileAHandlersMessageBoxWaits) {
         options.systemLanguage = [] { return std::uint16_t{1033}; };
         app::Station station(std::move(options), fx.clock);
         station.package.kind = app::PACKAGE_MTK_SCATTER;
-        std::shared_ptr<platform::MessageWindow> receiver;
+        std::shared_ptr<app::MessageWindow> receiver;
         PreparationWindowLogic window(station, gui.Teller(), [&](auto r) { receiver = r; });
         gui.window = &window;
         ASSERT_TRUE(window.Open());
-        receiver->Send(row.msg, row.wParam, row.lParam);
+        receiver->Send(row);
         EXPECT_TRUE(window.View().closed);
         EXPECT_EQ(gui.Messages().size(), 1u);
     }

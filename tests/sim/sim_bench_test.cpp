@@ -122,15 +122,15 @@ TEST_F(SimBenchTest, ComPortsArePseudoTerminalsThatVanishWithThePhone) {
 }
 
 // Keeps the texts and results the engines report, copied while the sender waits.
-class ReportRecorder final : public platform::MessageWindow {
+class ReportRecorder final : public app::MessageWindow {
 public:
-    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+    platform::LResult Send(app::Message message) override {
         std::lock_guard g(mutex_);
-        if (msg == app::MSG_SLOT_PROGRESS && (w & 0xFFFF) == 0) texts_.push_back(reinterpret_cast<const char*>(l));
-        if (msg == app::WM_APP + 217) texts_.push_back(reinterpret_cast<const engine::SprdPortResult*>(l)->errorText);
+        if (const auto* status = std::get_if<app::SlotStatus>(&message)) texts_.push_back(status->text);
+        if (const auto* result = std::get_if<app::SprdResult>(&message)) texts_.push_back(result->error);
         return 0;
     }
-    void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override { Send(msg, w, l); }
+    void Post(app::Message message) override { Send(std::move(message)); }
     void SetTimer(int, platform::Millis) override {}
     void KillTimer(int) override {}
     std::string Last() const {

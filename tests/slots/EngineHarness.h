@@ -16,7 +16,7 @@
 #include "console/MessageRouter.h"
 #include "slots/DownloadManager.h"
 #include "sim/SimEngines.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 #include "support/StationFixture.h"
 
 namespace quorvel::test {
@@ -43,20 +43,20 @@ inline void AddBoundWorkers(app::Station& st, engine::DownloadManager& manager, 
 }
 
 // Keeps what a package verification tells its window: "path percent" for each file's
-// progress, "msg:w:l" for anything else.
-class ChecksumWindow final : public platform::MessageWindow {
+// progress, the message number for anything else.
+class ChecksumWindow final : public app::MessageWindow {
 public:
-    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
+    platform::LResult Send(app::Message message) override {
         std::lock_guard g(mutex_);
-        if (msg == app::MSG_CHECKSUM && w == 0) {
-            const auto* r = reinterpret_cast<const app::ChecksumProgressRecord*>(l);
-            seen_.push_back(app::FieldText(r->path) + " " + std::to_string(r->percent));
-        } else {
-            seen_.push_back(std::to_string(msg) + ":" + std::to_string(w) + ":" + std::to_string(l));
-        }
+        if (const auto* r = std::get_if<app::ChecksumProgress>(&message))
+            seen_.push_back(r->path + " " + std::to_string(r->percent));
+        else if (const auto* verdict = std::get_if<app::ChecksumResult>(&message))
+            seen_.push_back(verdict->passed ? "passed" : "failed");
+        else
+            seen_.push_back(std::to_string(app::NumberOf(message)));
         return 0;
     }
-    void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override { Send(msg, w, l); }
+    void Post(app::Message message) override { Send(std::move(message)); }
     void SetTimer(int, platform::Millis) override {}
     void KillTimer(int) override {}
     std::vector<std::string> Seen() const {
@@ -69,7 +69,7 @@ private:
     std::vector<std::string> seen_;
 };
 
-class EngineHarness : public platform::MessageHandler, private engine::EngineFactory {
+class EngineHarness : public app::MessageHandler, private engine::EngineFactory {
 public:
     explicit EngineHarness(int slots, EngineSwap swap = {}) : swap_(std::move(swap)) {
         fx.WriteSettings("[COMMON]\n");
@@ -107,14 +107,15 @@ public:
         manager.reset();
     }
 
-    platform::LResult HandleMessage(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
-        if (msg == app::MSG_SLOT_PROGRESS && (w & 0xFFFF) == 0 && l) {
+    platform::LResult HandleMessage(const app::Message& message) override {
+        if (const auto* status = std::get_if<app::SlotStatus>(&message)) {
             std::lock_guard g(mutex_);
-            statuses_.push_back({static_cast<int>(w >> 24), reinterpret_cast<const char*>(l)});
+            statuses_.push_back({status->slot, status->text});
         }
-        if (msg == app::WM_COMMAND && w == app::CMD_START_STOP) ++startStopCommands;
+        if (const auto* command = std::get_if<app::Command>(&message); command && command->id == app::CommandId::START_STOP)
+            ++startStopCommands;
         platform::LResult r = 0;
-        router->Route(msg, w, l, r);
+        router->Route(message, r);
         return r;
     }
     void OnTimer(int id) override { router->RouteTimer(id); }
@@ -202,7 +203,7 @@ public:
     std::string Slot(int slot) const {
         return Result(slot) + " | " + Bar(slot) + " | " + app::BindStateName(State(slot));
     }
-    // Status texts shown on any slot, with their sub-code.
+    // Status texts shown on any slot, with their slot.
     std::vector<std::pair<int, std::string>> Statuses() const {
         std::lock_guard g(mutex_);
         return statuses_;
@@ -210,7 +211,7 @@ public:
 
     StationFixture fx;
     app::Station& st = *fx.station;
-    platform::StationLoop loop{fx.clock};
+    app::StationLoop loop{fx.clock};
     engine::SimPhoneRegistry registry;
     engine::SimEngineFactory sim{st, registry};
     std::unique_ptr<engine::DownloadManager> manager;
@@ -218,11 +219,11 @@ public:
     std::atomic<int> startStopCommands{0};
 
 private:
-    std::unique_ptr<engine::MtkEngine> MakeMtk(platform::MessageWindow& w) override {
+    std::unique_ptr<engine::MtkEngine> MakeMtk(app::MessageWindow& w) override {
         return swap_.mtk ? swap_.mtk() : sim.MakeMtk(w);
     }
-    std::unique_ptr<engine::FpEngine> MakeFp(platform::MessageWindow& w) override { return sim.MakeFp(w); }
-    std::unique_ptr<engine::SprdEngine> MakeSprd(platform::MessageWindow& w) override {
+    std::unique_ptr<engine::FpEngine> MakeFp(app::MessageWindow& w) override { return sim.MakeFp(w); }
+    std::unique_ptr<engine::SprdEngine> MakeSprd(app::MessageWindow& w) override {
         return swap_.sprd ? swap_.sprd() : sim.MakeSprd(w);
     }
 

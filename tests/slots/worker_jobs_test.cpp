@@ -54,7 +54,7 @@ public:
     void GetVersionInfo(app::VersionInfo*) override {}
     int PreLoadFiles(char*, bool, int, int, app::SpmtkEfuseInfo, bool) override { return result; }
     int VerifyHostBufferBeforeStart(const char*) override { return 1; }
-    void SetChkSumWnd(platform::MessageWindow*) override {}
+    void SetChkSumWnd(app::MessageWindow*) override {}
 
     std::atomic<int> result{0};
     std::string version = "CY_1.0";
@@ -121,8 +121,8 @@ TEST(DownloadWorkerJobs, MtkCallOrderRestartNoticeAndEndStateByBoundLocations) {
     EXPECT_EQ(b.LsLocation(2), "NA");
     // Only the passed job restarts its phone.
     using Status = std::pair<int, std::string>;
-    EXPECT_EQ(h.Statuses(), (std::vector<Status>{{3, "The phone is restarting, Please wait for a moment!"},
-                                                 {2, "The phone has finished restart, Please move the phone!"}}));
+    EXPECT_EQ(h.Statuses(), (std::vector<Status>{{0, "The phone is restarting, Please wait for a moment!"},
+                                                 {0, "The phone has finished restart, Please move the phone!"}}));
 }
 
 TEST(DownloadWorkerJobs, CfgBatchStopsTheStationWhenItsLastJobEnds) {

@@ -27,7 +27,7 @@ bool StationProcess::Init() {
 }
 
 void StationProcess::PressStartStop() {
-    loop.Send(app::WM_COMMAND, app::CMD_START_STOP, 0);
+    loop.Send(app::Command{app::CommandId::START_STOP});
 }
 
 int StationProcess::Button() {

@@ -10,7 +10,7 @@
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
 #include "platform/Clock.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 #include "platform/SysPaths.h"
 #include "sim/SimBench.h"
 #include "support/TempDir.h"
@@ -32,7 +32,7 @@ struct StationProcess {
     platform::ScaledClock clock;
     app::HeadlessConsoleUi ui;
     std::unique_ptr<app::Station> station;
-    platform::StationLoop loop{clock};
+    app::StationLoop loop{clock};
     std::unique_ptr<console::ConsoleController> controller;
     std::unique_ptr<console::StationRig> rig;
     console::StationRun* run = nullptr;

@@ -9,7 +9,7 @@
 #include "present/SlotListLayout.h"
 #include "console/ConsoleController.h"
 #include "qt/MainWindow.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 #include "support/StationFixture.h"
 
 using namespace quorvel;
@@ -93,7 +93,7 @@ class ConsoleLayoutTest : public QObject {
             FillShift(f.station->slotList);
         }
         test::StationFixture f;
-        platform::StationLoop loop;
+        app::StationLoop loop;
         console::ConsoleController controller;
         bool ok = false;
     };

@@ -22,7 +22,7 @@
 #include "qt/QtConsoleUi.h"
 #include "qt/dialogs/AboutDialog.h"
 #include "qt/dialogs/SettingsDialog.h"
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 #include "support/StationFixture.h"
 
 using namespace quorvel;
@@ -41,7 +41,7 @@ class ConsoleWindowTest : public QObject {
         }
         bool ok = false;
         test::StationFixture f;
-        platform::StationLoop loop;
+        app::StationLoop loop;
         console::ConsoleController controller;
     };
 

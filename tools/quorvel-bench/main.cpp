@@ -144,7 +144,7 @@ int main(int argc, char** argv) {
     app::StationOptions options;
     options.exeDir = folder;
     app::Station station(std::move(options), clock);
-    platform::StationLoop loop(clock);
+    app::StationLoop loop(clock);
     console::ConsoleController controller(station, loop, ui);
     loop.SetHandler(&controller);
     console::StationRig rig(station, loop, controller);

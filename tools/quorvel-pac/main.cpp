@@ -19,7 +19,7 @@
 #include "packages/PacInspect.h"
 #include "packages/SprdDownloadConfig.h"
 #include "platform/Clock.h"
-#include "platform/StationLoop.h"
+#include "station/Messages.h"
 
 using namespace quorvel;
 using namespace quorvel::packages;
@@ -126,17 +126,22 @@ private:
 };
 
 // The preparation window as the extraction sees it: notices move the bar.
-class BarWindow final : public platform::MessageWindow {
+class BarWindow final : public app::MessageWindow {
 public:
     explicit BarWindow(ProgressBar& bar) : bar_(bar) {}
-    platform::LResult Send(std::uint32_t msg, platform::WParam w, platform::LParam l) override {
-        if (msg != app::MSG_PAC_PROGRESS) return 0;
-        if (w == PAC_NOTICE_START) bar_.Show(0);
-        if (w == PAC_NOTICE_PERCENT) bar_.Show(static_cast<int>(l));
-        if (w == PAC_NOTICE_END && l == 1) bar_.Show(100);
+    platform::LResult Send(app::Message message) override {
+        std::visit(app::Overloaded{
+                       [&](const app::PacStarted&) { bar_.Show(0); },
+                       [&](const app::PacPercent& m) { bar_.Show(m.percent); },
+                       [&](const app::PacEnded& m) {
+                           if (m.ok) bar_.Show(100);
+                       },
+                       [](const auto&) {},
+                   },
+                   message);
         return 0;
     }
-    void Post(std::uint32_t msg, platform::WParam w, platform::LParam l) override { Send(msg, w, l); }
+    void Post(app::Message message) override { Send(std::move(message)); }
     void SetTimer(int, platform::Millis) override {}
     void KillTimer(int) override {}
 

@@ -5,7 +5,7 @@
 
 namespace quorvel::engine {
 
-ProgramFpEngine::ProgramFpEngine(ProgramContext& context, platform::MessageWindow& window,
+ProgramFpEngine::ProgramFpEngine(ProgramContext& context, app::MessageWindow& window,
                                  std::unique_ptr<FpEngine> packageEngine)
     : context_(context), window_(window), package_(std::move(packageEngine)), job_(context.station.clock) {}
 

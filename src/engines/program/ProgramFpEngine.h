@@ -13,7 +13,7 @@ namespace quorvel::engine {
 
 class ProgramFpEngine final : public FpEngine {
 public:
-    ProgramFpEngine(ProgramContext& context, platform::MessageWindow& window, std::unique_ptr<FpEngine> packageEngine);
+    ProgramFpEngine(ProgramContext& context, app::MessageWindow& window, std::unique_ptr<FpEngine> packageEngine);
 
     int PreLoadFiles_FP(const char* cfgPath) override;
     void SetDownloadType_FP(int type) override { downloadType_ = type; }
@@ -24,7 +24,7 @@ public:
 
 private:
     ProgramContext& context_;
-    platform::MessageWindow& window_;
+    app::MessageWindow& window_;
     std::unique_ptr<FpEngine> package_;
     ProgramJob job_;
     int slot_ = 0;

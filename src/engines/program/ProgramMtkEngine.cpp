@@ -41,37 +41,33 @@ std::string StatusText(bool chinese, const protocol::Event& e) {
 
 }  // namespace
 
-int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::MessageWindow& window, int slot,
+int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, app::MessageWindow& window, int slot,
                        const JobRequest& request, const std::string& makeError, bool daSwitch,
                        const std::string& instanceId) {
-    const auto row = static_cast<std::uint32_t>(slot);
-    auto status = [&](const std::string& text) {
-        window.Send(app::MSG_SLOT_PROGRESS, PackProgress(0, row), reinterpret_cast<platform::LParam>(text.c_str()));
+    // The bar's numbers are posted: the job does not wait for the station for each of
+    // them. Texts, the account and the verdict are sent, so the row shows them before
+    // the job goes on.
+    auto status = [&](const std::string& text) { window.Send(app::SlotStatus{slot, text}); };
+    auto bar = [&](app::BarValue what, std::uint64_t v) {
+        window.Post(app::SlotBar{slot, what, static_cast<std::uint32_t>(v)});
     };
-    // Values carry no pointer, so they are posted: the job does not wait for the station
-    // for each of them. Texts and the result are sent, as the station reads them at once.
-    auto value = [&](std::uint32_t kind, std::uint64_t v) {
-        if (kind == 5)
-            window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kind, row), static_cast<platform::LParam>(v));
-        else
-            window.Post(app::MSG_SLOT_PROGRESS, PackProgress(kind, row), static_cast<platform::LParam>(v));
-    };
+    auto verdict = [&](bool passed) { window.Send(app::SlotVerdict{slot, passed}); };
     auto choose = [&](const app::LangText& t) { return context.station.language.ChooseText(t); };
     // The slot's binding state follows this, not the status text after it.
-    auto daSwitched = [&] { window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kProgressDaSwitched, row), 0); };
+    auto daSwitched = [&] { window.Send(app::SlotDaSwitched{slot}); };
 
     const BenchPhone phone(context, instanceId, 0, job);
     JobOutcome outcome{JobOutcome::FAULT, makeError};
     // A new job starts from nothing: no count, no total, no percent left from the last.
-    value(3, 0);
-    value(4, kUnknown);
-    value(2, 0);
+    bar(app::BarValue::DONE, 0);
+    bar(app::BarValue::TOTAL, kUnknown);
+    bar(app::BarValue::PERCENT, 0);
     std::string step;  // the program's last status, in the outcome's words
     if (makeError.empty()) {
         std::uint64_t lastTotal = ~0ull, lastPercent = ~0ull;
         // A percent the row already shows is not sent again: the done count recomposes it.
         auto percent = [&](std::uint64_t p) {
-            if (p != lastPercent) value(2, p);
+            if (p != lastPercent) bar(app::BarValue::PERCENT, p);
             lastPercent = p;
         };
         outcome = job.Run(request, [&](const protocol::Event& e) {
@@ -84,10 +80,10 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
                 case protocol::Event::PROGRESS: {
                     if (e.total) {
                         const std::uint64_t total = std::min<std::uint64_t>(*e.total, 0xFFFFFFFEu);
-                        if (total != lastTotal) value(4, total);
+                        if (total != lastTotal) bar(app::BarValue::TOTAL, total);
                         lastTotal = total;
                         // A count past its total is the program's slip: the row never shows one.
-                        value(3, std::min<std::uint64_t>(*e.done, total));
+                        bar(app::BarValue::DONE, std::min<std::uint64_t>(*e.done, total));
                     }
                     if (e.percent)
                         percent(static_cast<std::uint64_t>(*e.percent));
@@ -116,22 +112,22 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::Messa
     phone.Result(r != 0);
     if (outcome.kind == JobOutcome::PASSED) {
         status(choose(app::texts::kStatusDownloadComplete));
-        value(2, 100);
-        value(5, 1);
+        bar(app::BarValue::PERCENT, 100);
+        verdict(true);
         return r;
     }
-    SlotOutcome told{SlotOutcome::Result::FAILED, step, outcome.text};
+    app::SlotAccount told{slot, step, outcome.text};
     if (outcome.kind == JobOutcome::CANCELLED) told.error = app::texts::kReasonCancelled;
     if (outcome.kind == JobOutcome::FAILED && outcome.text.empty())
         told.error = pulled ? app::texts::kReasonUnplugged : app::texts::kReasonEngineGaveNone;
-    window.Send(app::MSG_SLOT_PROGRESS, PackProgress(kProgressOutcome, row), reinterpret_cast<platform::LParam>(&told));
+    window.Send(std::move(told));
     switch (outcome.kind) {
         case JobOutcome::PASSED: break;
         case JobOutcome::FAILED: status(outcome.text.empty() ? choose(app::texts::kSimFailed) : outcome.text); break;
         case JobOutcome::CANCELLED: status(choose(app::texts::kSimCancelled)); break;
         case JobOutcome::FAULT: status(outcome.text); break;
     }
-    value(5, 0);
+    verdict(false);
     return r;
 }
 
@@ -156,7 +152,7 @@ int RunPackageOperation(ProgramContext& context, ProgramJob& job, const std::str
     return 0;
 }
 
-ProgramMtkEngine::ProgramMtkEngine(ProgramContext& context, platform::MessageWindow& window,
+ProgramMtkEngine::ProgramMtkEngine(ProgramContext& context, app::MessageWindow& window,
                                    std::unique_ptr<MtkEngine> packageEngine)
     : context_(context), window_(window), package_(std::move(packageEngine)), job_(context.station.clock) {}
 
@@ -240,19 +236,19 @@ int ProgramMtkEngine::VerifyHostBufferBeforeStart(const char* ini) {
     std::vector<std::string> operation{"--verify", checksumFile};
     // The simulated bench decides whether verification passes.
     if (context_.Phones() && !context_.Phones()->VerifyPasses()) operation.push_back("--fail");
-    app::ChecksumProgressRecord record{};
+    app::ChecksumProgress record;
     job_.Reset();
     const int r = RunPackageOperation(
         context_, job_, context_.settings.mtk, "MTK", operation, context_.station.package.scatterFilePath, {},
         [&](const protocol::Event& e) {
             if (e.type != protocol::Event::PROGRESS || !checksumWindow_) return;
-            app::CopyField(record.path, e.file);
+            record.path = e.file;
             record.bytesTotal = e.total.value_or(0);
             record.bytesDone = e.done.value_or(0);
             record.percent = static_cast<std::uint8_t>(e.percent           ? *e.percent
                                                        : record.bytesTotal ? record.bytesDone * 100 / record.bytesTotal
                                                                            : 0);
-            checksumWindow_->Send(app::MSG_CHECKSUM, 0, reinterpret_cast<platform::LParam>(&record));
+            checksumWindow_->Send(record);
         });
     return r < 0 ? package_->VerifyHostBufferBeforeStart(ini) : r;
 }

@@ -18,7 +18,7 @@ namespace quorvel::engine {
 // One MTK-style job (MTK and CFG packages) on the phone `instanceId`: runs `request`,
 // reports to row `slot` and returns 0 passed, 1 failed (also when its bench phone was
 // pulled), 2 cancelled, 3 a fault of the program.
-int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, platform::MessageWindow& window, int slot,
+int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, app::MessageWindow& window, int slot,
                        const JobRequest& request, const std::string& makeError, bool daSwitch,
                        const std::string& instanceId);
 
@@ -34,7 +34,7 @@ int RunPackageOperation(ProgramContext& context, ProgramJob& job, const std::str
 
 class ProgramMtkEngine final : public MtkEngine {
 public:
-    ProgramMtkEngine(ProgramContext& context, platform::MessageWindow& window,
+    ProgramMtkEngine(ProgramContext& context, app::MessageWindow& window,
                      std::unique_ptr<MtkEngine> packageEngine);
 
     void SetDLPara(int threadIndex, int checkVersion, int bromLog, int flashCheckSum, int forceWatchdogReset,
@@ -55,14 +55,14 @@ public:
     int PreLoadFiles(char* scatterPath, bool a2, int checksum, int type, app::SpmtkEfuseInfo efuse,
                      bool reserve) override;
     int VerifyHostBufferBeforeStart(const char* ini) override;
-    void SetChkSumWnd(platform::MessageWindow* window) override {
+    void SetChkSumWnd(app::MessageWindow* window) override {
         checksumWindow_ = window;
         package_->SetChkSumWnd(window);
     }
 
 private:
     ProgramContext& context_;
-    platform::MessageWindow& window_;
+    app::MessageWindow& window_;
     std::unique_ptr<MtkEngine> package_;
     ProgramJob job_;
     int slot_ = 0;
@@ -73,7 +73,7 @@ private:
     std::vector<std::string> efuseOptions_;
     std::vector<std::string> memoryOptions_;
     int downloadType_ = 0;
-    platform::MessageWindow* checksumWindow_ = nullptr;
+    app::MessageWindow* checksumWindow_ = nullptr;
 };
 
 }  // namespace quorvel::engine

@@ -6,23 +6,7 @@
 
 namespace quorvel::engine {
 
-namespace {
-constexpr int kUnpluggedStep = 11;
-// The message that announces a step besides WM_APP+202; the console handles 204, 205,
-// 207 and 214.
-std::uint32_t StepMessage(int step) {
-    switch (step) {
-        case 1: return app::WM_APP + 204;
-        case 2: return app::WM_APP + 205;
-        case 3: return app::WM_APP + 206;
-        case 4: return app::WM_APP + 207;
-        case 9: return app::WM_APP + 214;
-        default: return app::WM_APP + 203;
-    }
-}
-}  // namespace
-
-ProgramSprdEngine::ProgramSprdEngine(ProgramContext& context, platform::MessageWindow& window)
+ProgramSprdEngine::ProgramSprdEngine(ProgramContext& context, app::MessageWindow& window)
     : context_(context), window_(window), job_(context.station.clock) {}
 
 ProgramSprdEngine::~ProgramSprdEngine() {
@@ -94,11 +78,12 @@ std::string ProgramSprdEngine::GetStepName(int step) {
 }
 
 void ProgramSprdEngine::RunPort(unsigned long port, JobRequest request, std::string makeError, bool phase1) {
-    auto send = [&](std::uint32_t msg, platform::LParam l = 0) { window_.Send(msg, port, l); };
-    // The percent carries no pointer: posted, so the engine thread does not wait for it.
-    auto post = [&](platform::LParam percent) { window_.Post(app::WM_APP + 208, port, percent); };
+    // The percent is posted, so the engine thread does not wait for it.
+    auto post = [&](std::uint64_t percent) {
+        window_.Post(app::SprdProgress{port, static_cast<std::uint32_t>(percent)});
+    };
     const BenchPhone phone(context_, "", port, job_);
-    send(app::WM_APP + 201);
+    window_.Send(app::SprdBegin{port});
     bool switching = false;
     JobOutcome outcome{JobOutcome::FAULT, makeError};
     if (makeError.empty()) {
@@ -108,14 +93,14 @@ void ProgramSprdEngine::RunPort(unsigned long port, JobRequest request, std::str
                     std::lock_guard g(mutex_);
                     steps_.push_back(e.step);
                 }
-                    send(app::WM_APP + 202);
-                    send(StepMessage(e.step));
+                    window_.Send(app::SprdStepNamed{port});
+                    window_.Send(app::SprdStepEntered{port, static_cast<app::SprdStep>(e.step)});
                     break;
                 case protocol::Event::PROGRESS:
                     if (e.percent)
                         post(*e.percent);
                     else if (e.total && *e.total > 0)
-                        post(static_cast<platform::LParam>(*e.done * 100 / *e.total));
+                        post(*e.done * 100 / *e.total);
                     break;
                 case protocol::Event::SWITCH: switching = true; break;
                 default: break;
@@ -126,22 +111,15 @@ void ProgramSprdEngine::RunPort(unsigned long port, JobRequest request, std::str
     // phone fails its step.
     if (outcome.kind == JobOutcome::CANCELLED && !phone.Lost()) return;
     std::string error;
-    if (outcome.kind == JobOutcome::CANCELLED) error = app::texts::kSprdStepNames[kUnpluggedStep];
+    if (outcome.kind == JobOutcome::CANCELLED) error = app::texts::kSprdStepNames[static_cast<int>(app::SprdStep::UNPLUGGED)];
     if (outcome.kind == JobOutcome::FAILED) error = outcome.text.empty() ? "Download failed" : outcome.text;
     if (outcome.kind == JobOutcome::FAULT) error = outcome.text;
     // A passing first phase hands over to the second; anything else is the phone's result.
     if (!phase1 || !error.empty()) phone.Result(!error.empty());
-    SprdPortResult* record;
-    {
-        std::lock_guard g(mutex_);
-        result_ = SprdPortResult{};
-        app::CopyField(result_.errorText, error);
-        result_.reEnumerate = phase1 && error.empty() && switching ? 1 : 0;
-        record = &result_;
-    }
-    // Sent, not posted, so the record stays as it is while the console reads it.
-    send(app::WM_APP + 217, reinterpret_cast<platform::LParam>(record));
-    if (record->reEnumerate == 1) context_.NotifySwitch({SwitchEvent::SPRD_TO_DOWNLOAD_PORT, "", port, -1});
+    const bool reEnumerate = phase1 && error.empty() && switching;
+    // Sent: the row shows the result before the phone's switch is announced.
+    window_.Send(app::SprdResult{port, std::move(error), reEnumerate});
+    if (reEnumerate) context_.NotifySwitch({SwitchEvent::SPRD_TO_DOWNLOAD_PORT, "", port, -1});
 }
 
 }  // namespace quorvel::engine

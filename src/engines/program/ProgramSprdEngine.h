@@ -15,7 +15,7 @@ namespace quorvel::engine {
 
 class ProgramSprdEngine final : public SprdEngine {
 public:
-    ProgramSprdEngine(ProgramContext& context, platform::MessageWindow& window);
+    ProgramSprdEngine(ProgramContext& context, app::MessageWindow& window);
     ~ProgramSprdEngine() override;
 
     void SetSPRDParameters(int selectedFileCount, unsigned long port, std::string productName,
@@ -30,7 +30,7 @@ private:
     void StopThread();
 
     ProgramContext& context_;
-    platform::MessageWindow& window_;
+    app::MessageWindow& window_;
     ProgramJob job_;
     std::mutex mutex_;  // guards the fields below
     bool firstPhase_ = false;
@@ -39,7 +39,6 @@ private:
     FileRows fileLines_;
     std::vector<int> steps_;  // step numbers of the running port, for GetStepName
     std::thread thread_;
-    SprdPortResult result_{};
 };
 
 }  // namespace quorvel::engine

@@ -1,40 +1,31 @@
-#include "platform/StationLoop.h"
+#include "platform/EventLoop.h"
 
 #include <algorithm>
 
 namespace quorvel::platform {
 
-StationLoop::StationLoop(Clock& clock) : clock_(clock) {}
+EventLoop::EventLoop(Clock& clock) : clock_(clock) {}
 
-StationLoop::~StationLoop() {
+EventLoop::~EventLoop() {
     Stop();
 }
 
-void StationLoop::Start() {
-    std::lock_guard g(mutex_);
-    if (running_) return;
+void EventLoop::Start() {
+    std::unique_lock lk(mutex_);
+    if (running_ && !stopping_) return;
+    if (thread_.joinable()) {
+        // Stopped from its own thread: that thread has ended or is about to.
+        lk.unlock();
+        thread_.join();
+        lk.lock();
+    }
     running_ = true;
     stopping_ = false;
     thread_ = std::thread([this] { Run(); });
     threadId_.store(thread_.get_id());
 }
 
-void StationLoop::Stop() {
-    {
-        std::lock_guard g(mutex_);
-        if (!running_) return;
-        stopping_ = true;
-    }
-    wake_.notify_all();
-    if (thread_.joinable()) {
-        if (IsStationThread())
-            thread_.detach();
-        else
-            thread_.join();
-    }
-    std::lock_guard g(mutex_);
-    running_ = false;
-    // Release every sender still waiting; their Send returns 0.
+void EventLoop::ReleaseWaitingLocked() {
     for (auto& item : queue_)
         if (item.done) {
             *item.done = true;
@@ -43,17 +34,36 @@ void StationLoop::Stop() {
     queue_.clear();
 }
 
-bool StationLoop::Running() const {
+void EventLoop::Stop() {
+    {
+        std::lock_guard g(mutex_);
+        if (!running_) return;
+        stopping_ = true;
+        // Release every caller still waiting; their Call returns 0.
+        ReleaseWaitingLocked();
+    }
+    wake_.notify_all();
+    if (IsStationThread()) return;  // the loop ends when this task returns; the owner joins
+    if (thread_.joinable()) thread_.join();
+    std::lock_guard g(mutex_);
+    running_ = false;
+    ReleaseWaitingLocked();
+}
+
+bool EventLoop::Running() const {
     std::lock_guard g(mutex_);
     return running_ && !stopping_;
 }
 
-void StationLoop::Enqueue(Item item, bool wait) {
+LResult EventLoop::Enqueue(std::function<LResult()> run, bool wait) {
     std::unique_lock lk(mutex_);
-    if (!running_ || stopping_) return;
+    if (!running_ || stopping_) return 0;
+    LResult result = 0;
     bool done = false;
     std::condition_variable replied;
+    Item item{std::move(run)};
     if (wait) {
+        item.result = &result;
         item.done = &done;
         item.replied = &replied;
     }
@@ -61,55 +71,37 @@ void StationLoop::Enqueue(Item item, bool wait) {
     if (!wait) {
         lk.unlock();
         wake_.notify_one();
-        return;
+        return 0;
     }
     wake_.notify_one();
-    // A sender waits without a time limit, as a blocking send does; Stop releases it.
+    // A caller waits without a time limit, as a blocking send does; Stop releases it.
     // Its condition variable is notified under mutex_, so it outlives every notify.
     replied.wait(lk, [&] { return done; });
-}
-
-LResult StationLoop::Send(std::uint32_t msg, WParam wParam, LParam lParam) {
-    if (IsStationThread()) return handler_ ? handler_->HandleMessage(msg, wParam, lParam) : 0;
-    LResult result = 0;
-    Item item;
-    item.run = [this, msg, wParam, lParam] { return handler_ ? handler_->HandleMessage(msg, wParam, lParam) : 0; };
-    item.result = &result;
-    Enqueue(std::move(item), true);
     return result;
 }
 
-void StationLoop::Post(std::uint32_t msg, WParam wParam, LParam lParam) {
-    Item item;
-    item.run = [this, msg, wParam, lParam] { return handler_ ? handler_->HandleMessage(msg, wParam, lParam) : 0; };
-    Enqueue(std::move(item), false);
+LResult EventLoop::CallForResult(std::function<LResult()> task) {
+    if (IsStationThread()) return task();
+    return Enqueue(std::move(task), true);
 }
 
-void StationLoop::Call(const std::function<void()>& task) {
-    if (IsStationThread()) {
-        task();
-        return;
-    }
-    LResult ignored = 0;
-    Item item;
-    item.run = [&task] {
+void EventLoop::Call(std::function<void()> task) {
+    CallForResult([&task] {
         task();
         return LResult{0};
-    };
-    item.result = &ignored;
-    Enqueue(std::move(item), true);
+    });
 }
 
-void StationLoop::PostTask(std::function<void()> task) {
-    Item item;
-    item.run = [task = std::move(task)] {
-        task();
-        return LResult{0};
-    };
-    Enqueue(std::move(item), false);
+void EventLoop::PostTask(std::function<void()> task) {
+    Enqueue(
+        [task = std::move(task)] {
+            task();
+            return LResult{0};
+        },
+        false);
 }
 
-void StationLoop::SetTimer(int id, Millis period) {
+void EventLoop::SetTimer(int id, Millis period) {
     {
         std::lock_guard g(mutex_);
         period = std::max<Millis>(period, 1);  // a zero period would starve the queue
@@ -119,39 +111,39 @@ void StationLoop::SetTimer(int id, Millis period) {
     wake_.notify_all();
 }
 
-void StationLoop::KillTimer(int id) {
+void EventLoop::KillTimer(int id) {
     std::lock_guard g(mutex_);
     timers_.erase(id);
     timersChanged_ = true;
 }
 
-void StationLoop::Run() {
+void EventLoop::Run() {
     std::unique_lock lk(mutex_);
     Pump(lk, nullptr);
 }
 
-void StationLoop::PumpUntil(const std::function<bool()>& finished) {
+void EventLoop::PumpUntil(const std::function<bool()>& finished) {
     std::unique_lock lk(mutex_);
     Pump(lk, &finished);
     // Stopped while nested: nothing is handled any more, but the caller still waits.
     clock_.WaitFor(lk, wake_, kForever, [&] { return finished(); });
 }
 
-void StationLoop::PumpTimerUntil(int timerId, const std::function<bool()>& finished) {
+void EventLoop::PumpTimerUntil(int timerId, const std::function<bool()>& finished) {
     std::unique_lock lk(mutex_);
     Pump(lk, &finished, timerId);
     clock_.WaitFor(lk, wake_, kForever, [&] { return finished(); });
 }
 
-void StationLoop::Wake() {
+void EventLoop::Wake() {
     { std::lock_guard g(mutex_); }  // a pump between its check and its wait sees the change
     wake_.notify_all();
 }
 
-void StationLoop::Pump(std::unique_lock<std::mutex>& lk, const std::function<bool()>* finished, int onlyTimer) {
+void EventLoop::Pump(std::unique_lock<std::mutex>& lk, const std::function<bool()>* finished, int onlyTimer) {
     auto over = [&] { return stopping_ || (finished && (*finished)()); };
     while (!over()) {
-        // A due timer runs before the next message, so a busy queue never starves
+        // A due timer runs before the next task, so a busy queue never starves
         // the slots' elapsed-time display; each firing moves the timer a period on.
         timersChanged_ = false;
         const Millis now = timers_.empty() ? 0 : clock_.Now();
@@ -169,7 +161,7 @@ void StationLoop::Pump(std::unique_lock<std::mutex>& lk, const std::function<boo
             auto& t = timers_[dueId];
             t.due = now + t.period;
             lk.unlock();
-            if (handler_) handler_->OnTimer(dueId);
+            if (timerHandler_) timerHandler_->OnTimer(dueId);
             lk.lock();
             continue;
         }

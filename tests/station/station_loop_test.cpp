@@ -7,18 +7,29 @@
 #include <thread>
 #include <vector>
 
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 
-namespace quorvel::platform {
+namespace quorvel::app {
 namespace {
+
+using platform::LResult;
+using platform::ManualClock;
+using WParam = std::uint32_t;
+
+// A test message: `id` tells senders apart, `w` is its payload.
+Message Msg(std::uint32_t id, WParam w = 0) {
+    return SlotBar{static_cast<int>(id), BarValue::PERCENT, w};
+}
 
 class Recorder final : public MessageHandler {
 public:
-    LResult HandleMessage(std::uint32_t msg, WParam w, LParam l) override {
-        if (onMessage) return onMessage(msg, w, l);
+    LResult HandleMessage(const Message& message) override {
+        const auto& m = std::get<SlotBar>(message);
+        const auto msg = static_cast<std::uint32_t>(m.slot);
+        if (onMessage) return onMessage(msg, m.value);
         std::lock_guard g(mutex);
-        messages.push_back({msg, w});
-        return static_cast<LResult>(w) * 2 + l;
+        messages.push_back({msg, m.value});
+        return static_cast<LResult>(m.value) * 2 + 1;
     }
     void OnTimer(int id) override {
         std::lock_guard g(mutex);
@@ -28,7 +39,7 @@ public:
         std::lock_guard g(mutex);
         return ticks;
     }
-    std::function<LResult(std::uint32_t, WParam, LParam)> onMessage;
+    std::function<LResult(std::uint32_t, WParam)> onMessage;
     std::mutex mutex;
     std::vector<std::pair<std::uint32_t, WParam>> messages;
     std::vector<int> ticks;
@@ -50,9 +61,9 @@ TEST_F(LoopFixture, OrderPerSenderIsKeptAndSendReturnsTheResult) {
         senders.emplace_back([&, s] {
             for (WParam i = 0; i < 500; ++i) {
                 if (i % 3 == 0)
-                    EXPECT_EQ(loop.Send(100 + s, i, 1), static_cast<LResult>(i * 2 + 1));
+                    EXPECT_EQ(loop.Send(Msg(100 + s, i)), static_cast<LResult>(i * 2 + 1));
                 else
-                    loop.Post(100 + s, i, 0);
+                    loop.Post(Msg(100 + s, i));
             }
         });
     for (auto& t : senders) t.join();
@@ -65,17 +76,17 @@ TEST_F(LoopFixture, OrderPerSenderIsKeptAndSendReturnsTheResult) {
 
 TEST_F(LoopFixture, SendFromTheStationThreadRunsAtOnce) {
     std::vector<std::uint32_t> order;
-    handler.onMessage = [&](std::uint32_t msg, WParam, LParam) -> LResult {
+    handler.onMessage = [&](std::uint32_t msg, WParam) -> LResult {
         order.push_back(msg);
         if (msg == 1) {
             EXPECT_TRUE(loop.IsStationThread());
-            const LResult inner = loop.Send(2, 0, 0);
+            const LResult inner = loop.Send(Msg(2));
             order.push_back(99);
             return inner + 10;
         }
         return 5;
     };
-    EXPECT_EQ(loop.Send(1, 0, 0), 15);
+    EXPECT_EQ(loop.Send(Msg(1)), 15);
     EXPECT_EQ(order, (std::vector<std::uint32_t>{1, 2, 99}));
     EXPECT_FALSE(loop.IsStationThread());
 }
@@ -104,7 +115,7 @@ TEST_F(LoopFixture, TimersTickInVirtualTimeUntilKilledAndAreNotStarvedByABusyQue
     loop.SetTimer(7, 10);
     std::atomic<bool> stop{false};
     std::thread flood([&] {
-        while (!stop) loop.Post(1, 0, 0);
+        while (!stop) loop.Post(Msg(1));
     });
     clock.Advance(10);
     const auto ticks = awaitTicks(3);
@@ -117,7 +128,7 @@ TEST_F(LoopFixture, StopReleasesWaitingSendersAndLaterSendsReturnZero) {
     std::promise<void> entered, release;
     auto releaseFuture = release.get_future().share();
     std::atomic<int> handled{0};
-    handler.onMessage = [&](std::uint32_t msg, WParam, LParam) -> LResult {
+    handler.onMessage = [&](std::uint32_t msg, WParam) -> LResult {
         ++handled;
         if (msg == 1) {
             entered.set_value();
@@ -126,9 +137,9 @@ TEST_F(LoopFixture, StopReleasesWaitingSendersAndLaterSendsReturnZero) {
         }
         return 7;
     };
-    auto first = std::async(std::launch::async, [&] { return loop.Send(1, 0, 0); });
+    auto first = std::async(std::launch::async, [&] { return loop.Send(Msg(1)); });
     entered.get_future().wait();
-    auto second = std::async(std::launch::async, [&] { return loop.Send(2, 0, 0); });
+    auto second = std::async(std::launch::async, [&] { return loop.Send(Msg(2)); });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));  // the second is queued
     auto stopping = std::async(std::launch::async, [&] { loop.Stop(); });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -138,9 +149,22 @@ TEST_F(LoopFixture, StopReleasesWaitingSendersAndLaterSendsReturnZero) {
     EXPECT_EQ(second.get(), 0);
     EXPECT_EQ(handled.load(), 1);
     EXPECT_FALSE(loop.Running());
-    EXPECT_EQ(loop.Send(3, 0, 0), 0);
+    EXPECT_EQ(loop.Send(Msg(3)), 0);
     EXPECT_EQ(handled.load(), 1);
 }
 
+// A handler that closes the station stops its own loop: the loop ends when the
+// handler returns, and the owner joins it (the fixture's destructor).
+TEST_F(LoopFixture, StopFromAHandlerEndsTheLoopAfterIt) {
+    handler.onMessage = [&](std::uint32_t msg, WParam) -> LResult {
+        if (msg == 1) loop.Stop();
+        return 5;
+    };
+    loop.Post(Msg(2));
+    EXPECT_EQ(loop.Send(Msg(1)), 5);
+    EXPECT_FALSE(loop.Running());
+    EXPECT_EQ(loop.Send(Msg(2)), 0);
+}
+
 }  // namespace
-}  // namespace quorvel::platform
+}  // namespace quorvel::app

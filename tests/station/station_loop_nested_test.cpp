@@ -8,16 +8,25 @@
 #include <string>
 #include <vector>
 
-#include "platform/StationLoop.h"
+#include "station/StationLoop.h"
 
-namespace quorvel::platform {
+namespace quorvel::app {
 namespace {
+
+using platform::LResult;
+using platform::ManualClock;
+
+// A test message numbered `id`.
+Message Msg(int id) {
+    return SlotBar{id, BarValue::PERCENT, 0};
+}
 
 // A handler that, on message 1, waits for an answer the way a dialog does.
 class DialogHandler final : public MessageHandler {
 public:
     explicit DialogHandler(StationLoop& loop) : loop_(loop) {}
-    LResult HandleMessage(std::uint32_t msg, WParam, LParam) override {
+    LResult HandleMessage(const Message& message) override {
+        const int msg = std::get<SlotBar>(message).slot;
         Log(msg == 1 || msg == 4 ? "dialog open" : "message " + std::to_string(msg));
         if (msg == 1) {
             loop_.PumpUntil([this] { return answered.load(); });
@@ -58,16 +67,16 @@ TEST(StationLoopNested, WhileADialogWaitsSendsAndTimersAreStillHandled) {
     DialogHandler handler(loop);
     loop.SetHandler(&handler);
     loop.Start();
-    loop.Post(1, 0, 0);
+    loop.Post(Msg(1));
     loop.SetTimer(5, 100);
     ASSERT_TRUE(clock.AwaitWaiters(1));  // the nested pump sleeps until the timer
 
     // A worker's blocking report is answered while the dialog is open.
-    auto report = std::async(std::launch::async, [&] { return loop.Send(2, 0, 0); });
+    auto report = std::async(std::launch::async, [&] { return loop.Send(Msg(2)); });
     EXPECT_EQ(report.get(), 7);
     ASSERT_TRUE(clock.AwaitWaiters(1));
     clock.Advance(100);
-    EXPECT_EQ(loop.Send(3, 0, 0), 7);  // a due timer goes before it
+    EXPECT_EQ(loop.Send(Msg(3)), 7);  // a due timer goes before it
 
     handler.answered = true;
     loop.Wake();
@@ -85,11 +94,11 @@ TEST(StationLoopNested, AHeldDialogRunsOnlyItsTimerAndLeavesMessagesQueued) {
     DialogHandler handler(loop);
     loop.SetHandler(&handler);
     loop.Start();
-    loop.Post(4, 0, 0);
+    loop.Post(Msg(4));
     loop.SetTimer(5, 100);
     loop.SetTimer(6, 100);
     ASSERT_TRUE(clock.AwaitWaiters(1));
-    loop.Post(2, 0, 0);
+    loop.Post(Msg(2));
     clock.Advance(100);
     ASSERT_TRUE(handler.AwaitEvents(2));
 
@@ -102,4 +111,4 @@ TEST(StationLoopNested, AHeldDialogRunsOnlyItsTimerAndLeavesMessagesQueued) {
 }
 
 }  // namespace
-}  // namespace quorvel::platform
+}  // namespace quorvel::app
