@@ -48,13 +48,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         bindings.SetComName(slot, port);
         if (bindings.Get(slot).hs != text) std::abort();
 
-        DeviceEventRecord record{};
-        app::CopyField(record.instanceId, text);
-        app::CopyField(record.friendlyName, port);
-        app::CopyField(record.location, LocationIn(table, text));
-        std::string kept = text.substr(0, sizeof record.instanceId - 1);
+        std::string kept = text.substr(0, kEventIdChars);
         kept = kept.substr(0, kept.find('\0'));
-        if (app::FieldText(record.instanceId) != kept) std::abort();
+        if (EventText(text, kEventIdChars) != kept) std::abort();
+        (void)EventText(LocationIn(table, text), kEventLocationChars);
     }
     for (const auto& id : lines) {
         const std::string location = LocationIn(table, id);

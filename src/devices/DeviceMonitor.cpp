@@ -22,16 +22,9 @@ MonitorChoice MonitorChoiceOf(int monitorService, const std::string& configuredS
     }
 }
 
-namespace {
-// The lengths the device event's texts had as fixed fields, NUL excluded.
-constexpr std::size_t kIdChars = 63;
-constexpr std::size_t kNameChars = 63;
-constexpr std::size_t kLocationChars = 259;
-
-std::string CutToField(const std::string& text, std::size_t chars) {
+std::string EventText(const std::string& text, std::size_t chars) {
     return text.substr(0, std::min(chars, text.find('\0')));
 }
-}  // namespace
 
 app::EventKind EventKindOf(int contextKind) {
     if (contextKind == 1 || contextKind == 2) return app::EVENT_SPRD;
@@ -247,11 +240,11 @@ void DeviceMonitor::SendEvent(const std::string& instanceId, bool arrived, const
     // The station reads names and locations as the engines' records hold them, so
     // they are cut to the same lengths here.
     app::DeviceEvent event;
-    event.instanceId = CutToField(instanceId, kIdChars);
+    event.instanceId = EventText(instanceId, kEventIdChars);
     event.arrived = arrived;
-    event.location = CutToField(LocationIn(backend_.BuildPortTable(choice.service), instanceId), kLocationChars);
+    event.location = EventText(LocationIn(backend_.BuildPortTable(choice.service), instanceId), kEventLocationChars);
     const auto name = backend_.FriendlyNameOf(instanceId);
-    event.friendlyName = CutToField(name ? *name : instanceId, kNameChars);
+    event.friendlyName = EventText(name ? *name : instanceId, kEventNameChars);
     event.kind = EventKindOf(choice.contextKind);
     if (arrived) {
         // The phone is announced: a switch of its port awaits nothing more.

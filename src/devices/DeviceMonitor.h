@@ -12,6 +12,7 @@
 // which must run after the station loop has stopped or while no watch sends).
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -27,6 +28,13 @@ class Station;
 }
 
 namespace quorvel::devices {
+
+// A device event's texts are as long as the engines' records hold them: `text` up to
+// its first NUL, cut to `chars`.
+inline constexpr std::size_t kEventIdChars = 63;
+inline constexpr std::size_t kEventNameChars = 63;
+inline constexpr std::size_t kEventLocationChars = 259;
+std::string EventText(const std::string& text, std::size_t chars);
 
 // MonitorService values and what they watch.
 struct MonitorChoice {
