@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "station/Messages.h"
 
 namespace quorvel::sim {
 
@@ -43,6 +42,74 @@ bool PlugOption(const std::string& word, engine::PhoneProfile& p) {
     return false;
 }
 
+const char* const kSlotFields[] = {"result", "device", "timer", "number", "bar", "phase", "state", "hs", "ls", "com"};
+const char* const kPlainSubjects[] = {"total", "fail", "rows", "workers", "served", "results", "running",
+                                      "idle", "button", "messages", "history", "notice", "banner", "closing"};
+
+template <std::size_t N>
+bool OneOf(const std::string& word, const char* const (&list)[N]) {
+    for (const char* x : list)
+        if (word == x) return true;
+    return false;
+}
+
+// "[TIMEOUT] SUBJECT [~] EXPECTED..." of an await or expect, from w[first].
+bool ParseCheck(const std::vector<std::string>& w, std::size_t first, bool await, ScenarioCheck& c,
+                std::string& why) {
+    std::size_t i = first;
+    long long timeout = 0;
+    if (await && i < w.size() && Number(w[i], 1000LL * 3600 * 24, timeout)) {
+        c.timeout = timeout;
+        ++i;
+    }
+    if (i >= w.size()) return why = "nothing to look at", false;
+    if (w[i] == "slot" || w[i] == "socket") {
+        long long n = 0;
+        if (i + 2 >= w.size() || !Number(w[i + 1], 255, n)) return why = "\"" + w[i] + "\" wants a number and a field", false;
+        if (w[i] == "slot" ? !OneOf(w[i + 2], kSlotFields) : w[i + 2] != "mode")
+            return why = "unknown field \"" + w[i + 2] + "\"", false;
+        c.subject.assign(w.begin() + static_cast<long>(i), w.begin() + static_cast<long>(i) + 3);
+        i += 3;
+    } else if (OneOf(w[i], kPlainSubjects)) {
+        c.subject = {w[i]};
+        ++i;
+    } else {
+        return why = "unknown subject \"" + w[i] + "\"", false;
+    }
+    if (i < w.size() && w[i] == "~") {
+        c.contains = true;
+        ++i;
+    }
+    for (; i < w.size(); ++i) c.expected += (c.expected.empty() ? "" : " ") + w[i];
+    if (c.expected.size() >= 2 && c.expected.front() == '"' && c.expected.back() == '"')
+        c.expected = c.expected.substr(1, c.expected.size() - 2);
+    else if (c.expected.empty() && (c.subject[0] == "running" || c.subject[0] == "idle"))
+        c.expected = "yes";
+    return true;
+}
+
+// "#@ engines: sim program native-sprd" or "#@ speed: 5"
+bool ParseHeader(const std::string& raw, Scenario& s, std::string& why) {
+    std::istringstream words(raw.substr(2));
+    std::string w;
+    words >> w;
+    if (w == "speed:") {
+        long long speed = 0;
+        if (!(words >> w) || !Number(w, 1000, speed) || speed == 0 || (words >> w))
+            return why = "a speed from 1 to 1000", false;
+        s.speed = static_cast<double>(speed);
+        return true;
+    }
+    if (w != "engines:") return why = "a header line is \"#@ engines: ...\" or \"#@ speed: N\"", false;
+    s.engines.clear();
+    while (words >> w) {
+        if (w != "sim" && w != "program" && w != "native-sprd") return why = "unknown engines \"" + w + "\"", false;
+        s.engines.push_back(w);
+    }
+    if (s.engines.empty()) return why = "no engines named", false;
+    return true;
+}
+
 }  // namespace
 
 std::optional<Scenario> ParseScenario(const std::string& text, std::string* error) {
@@ -53,6 +120,11 @@ std::optional<Scenario> ParseScenario(const std::string& text, std::string* erro
     bool ended = false;
     while (std::getline(in, raw)) {
         ++line;
+        if (raw.rfind("#@", 0) == 0) {
+            std::string why;
+            if (!ParseHeader(raw, s, why)) return Fail(error, line, why), std::nullopt;
+            continue;
+        }
         if (const auto hash = raw.find('#'); hash != std::string::npos) raw.erase(hash);
         std::istringstream words(raw);
         std::vector<std::string> w;
@@ -92,6 +164,23 @@ std::optional<Scenario> ParseScenario(const std::string& text, std::string* erro
             for (std::size_t i = 4; i < w.size(); ++i)
                 if (!PlugOption(w[i], step.profile))
                     return Fail(error, line, "unknown option \"" + w[i] + "\""), std::nullopt;
+        } else if (action == "restart" && w.size() == 2) {
+            step.action = ScenarioStep::RESTART;
+        } else if (action == "await" || action == "expect") {
+            step.action = action == "await" ? ScenarioStep::AWAIT : ScenarioStep::EXPECT;
+            std::string why;
+            if (!ParseCheck(w, 2, step.action == ScenarioStep::AWAIT, step.check, why))
+                return Fail(error, line, why), std::nullopt;
+        } else if (action == "set" && w.size() >= 4 && w[2].size() > 2 && w[2].front() == '[' &&
+                   w[2].back() == ']') {
+            step.action = ScenarioStep::SET;
+            step.section = w[2].substr(1, w[2].size() - 2);
+            step.key = w[3];
+            for (std::size_t i = 4; i < w.size(); ++i) step.value += (i > 4 ? " " : "") + w[i];
+        } else if (action == "set" && w.size() == 4 && w[2] == "package") {
+            step.action = ScenarioStep::SET;
+            step.key = "package";
+            step.value = w[3];
         } else {
             return Fail(error, line, "not a step: \"" + action + "\""), std::nullopt;
         }
@@ -101,43 +190,116 @@ std::optional<Scenario> ParseScenario(const std::string& text, std::string* erro
     return s;
 }
 
-ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, SimBench& bench,
-                        app::MessageWindow& console, const std::function<bool()>& running) {
+namespace {
+
+std::string Quoted(const std::string& text) {
+    constexpr std::size_t kMost = 600;
+    return "\"" + (text.size() > kMost ? text.substr(0, kMost) + "..." : text) + "\"";
+}
+
+std::string Joined(const std::vector<std::string>& words) {
+    std::string out;
+    for (const auto& w : words) out += (out.empty() ? "" : " ") + w;
+    return out;
+}
+
+bool Holds(const ScenarioCheck& c, const std::string& seen) {
+    return c.contains ? seen.find(c.expected) != std::string::npos : seen == c.expected;
+}
+
+}  // namespace
+
+ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, ScenarioHost& host) {
     ScenarioLog log;
     const platform::Millis start = clock.Now();
     auto note = [&](const ScenarioStep& st, const std::string& what) {
         log.lines.push_back(std::to_string(st.at) + " " + what);
     };
+    auto fail = [&](const ScenarioStep& st, const std::string& why) {
+        log.failure = "line " + std::to_string(st.line) + ": " + why;
+        note(st, "failed: " + why);
+    };
     for (const ScenarioStep& st : scenario.steps) {
+        // Steps whose time an await overran follow at once.
         const platform::Millis wait = start + st.at - clock.Now();
         if (wait > 0) clock.Sleep(wait);
+        // Settings come before the start-up they are for.
+        std::string why;
+        if (st.action != ScenarioStep::SET && st.action != ScenarioStep::END && !host.Up(why)) {
+            fail(st, "the station did not start: " + why);
+            return log;
+        }
+        const bool onBench = st.action == ScenarioStep::PLUG || st.action == ScenarioStep::UNPLUG ||
+                             st.action == ScenarioStep::SERIAL_DELAY;
+        SimBench* bench = onBench ? host.Bench() : nullptr;
+        if (onBench && !bench) {
+            fail(st, "no simulated bench ([BENCH] Simulated=1)");
+            return log;
+        }
         switch (st.action) {
             case ScenarioStep::PRESS:
-                console.Send(app::Command{app::CommandId::START_STOP});
+                host.Press();
                 note(st, "press");
                 break;
             case ScenarioStep::START:
             case ScenarioStep::STOP:
-                if (running && running() == (st.action == ScenarioStep::START)) {
+                if (host.Running() == (st.action == ScenarioStep::START)) {
                     note(st, st.action == ScenarioStep::START ? "start: runs already" : "stop: stopped already");
                     break;
                 }
-                console.Send(app::Command{app::CommandId::START_STOP});
+                host.Press();
                 note(st, st.action == ScenarioStep::START ? "start" : "stop");
                 break;
             case ScenarioStep::PLUG: {
-                const bool taken = bench.Plug(st.socket, st.kind, st.profile);
+                const bool taken = bench->Plug(st.socket, st.kind, st.profile);
                 log.plugged += taken ? 1 : 0;
                 note(st, (taken ? "plug " : "plug refused ") + std::to_string(st.socket));
                 break;
             }
             case ScenarioStep::UNPLUG:
-                note(st, (bench.Unplug(st.socket) ? "unplug " : "unplug refused ") + std::to_string(st.socket));
+                note(st, (bench->Unplug(st.socket) ? "unplug " : "unplug refused ") + std::to_string(st.socket));
                 break;
             case ScenarioStep::SERIAL_DELAY:
-                bench.SetSerialDelay(st.delay);
+                bench->SetSerialDelay(st.delay);
                 note(st, "serial-delay " + std::to_string(st.delay));
                 break;
+            case ScenarioStep::AWAIT:
+            case ScenarioStep::EXPECT: {
+                const ScenarioCheck& c = st.check;
+                const std::string what = Joined(c.subject) + (c.contains ? " ~ " : " ") + Quoted(c.expected);
+                const platform::Millis until = clock.Now() + c.timeout;
+                std::string seen = host.Observe(c.subject);
+                while (st.action == ScenarioStep::AWAIT && !Holds(c, seen) && clock.Now() < until) {
+                    clock.Sleep(20);
+                    seen = host.Observe(c.subject);
+                }
+                if (!Holds(c, seen)) {
+                    fail(st, (st.action == ScenarioStep::AWAIT
+                                  ? "waited " + std::to_string(c.timeout) + " ms for " + what
+                                  : "expected " + what) +
+                                 ", saw " + Quoted(seen));
+                    return log;
+                }
+                note(st, (st.action == ScenarioStep::AWAIT ? "await " : "expect ") + what + " at " +
+                             std::to_string(clock.Now() - start));
+                break;
+            }
+            case ScenarioStep::SET: {
+                if (!host.Set(st.section, st.key, st.value, why)) {
+                    fail(st, "set " + st.key + ": " + why);
+                    return log;
+                }
+                note(st, "set " + (st.section.empty() ? "" : "[" + st.section + "] ") + st.key + " " + st.value);
+                break;
+            }
+            case ScenarioStep::RESTART: {
+                if (!host.Restart(why)) {
+                    fail(st, "restart: " + why);
+                    return log;
+                }
+                note(st, "restart");
+                break;
+            }
             case ScenarioStep::END: note(st, "end"); break;
         }
     }

@@ -7,6 +7,7 @@
 
 #include "station/Messages.h"
 #include "devices/ComProbe.h"
+#include "devices/DeviceTestKit.h"
 #include "devices/DeviceMonitor.h"
 #include "devices/DeviceText.h"
 #include "sim/SimEngineProgram.h"
@@ -203,6 +204,55 @@ TEST(ScenarioTest, ParsesStepsAndOptions) {
     EXPECT_EQ(s->steps[2].profile.sizeBytes, 64u << 20);
     EXPECT_EQ(s->steps[3].socket, 0);
     EXPECT_EQ(s->end, 15000);
+
+    const auto checks = ParseScenario(
+        "#@ engines: sim program\n#@ speed: 4\n0 set [BENCH] Hubs 2\n0 set package pac\n"
+        "1 await 500 slot 3 result ~ PASS(1/1)\n2 expect messages \"\"\n2 await idle\n3 restart\n");
+    ASSERT_TRUE(checks);
+    EXPECT_EQ(checks->engines, (std::vector<std::string>{"sim", "program"}));
+    EXPECT_EQ(checks->speed, 4);
+    ASSERT_EQ(checks->steps.size(), 6u);
+    EXPECT_EQ(checks->steps[0].section + " " + checks->steps[0].key + " " + checks->steps[0].value, "BENCH Hubs 2");
+    EXPECT_EQ(checks->steps[1].section + "|" + checks->steps[1].key + "|" + checks->steps[1].value, "|package|pac");
+    const ScenarioCheck& await = checks->steps[2].check;
+    EXPECT_EQ(await.subject, (std::vector<std::string>{"slot", "3", "result"}));
+    EXPECT_TRUE(await.contains);
+    EXPECT_EQ(await.expected, "PASS(1/1)");
+    EXPECT_EQ(await.timeout, 500);
+    EXPECT_EQ(checks->steps[3].check.expected, "");
+    EXPECT_EQ(checks->steps[4].check.expected, "yes");  // a yes/no subject alone
+    EXPECT_EQ(checks->steps[5].action, ScenarioStep::RESTART);
+}
+
+// Each look at the station sees the total one higher; a restart is refused.
+struct CountingHost final : ScenarioHost {
+    bool Up(std::string&) override { return true; }
+    SimBench* Bench() override { return nullptr; }
+    void Press() override {}
+    bool Running() override { return false; }
+    std::string Observe(const std::vector<std::string>&) override { return std::to_string(++looks); }
+    bool Set(const std::string&, const std::string&, const std::string&, std::string&) override { return true; }
+    bool Restart(std::string& why) override { return why = "refused", false; }
+    int looks = 0;
+};
+
+TEST(ScenarioTest, AFailedStepEndsTheScenarioWithItsLineAndWhatWasSeen) {
+    const std::pair<const char*, const char*> plays[] = {
+        {"0 await 100 total 3\n0 expect total 3\n", "line 2: expected total \"3\", saw \"4\""},
+        // Looked at 0, 20, 40 and 60 ms.
+        {"0 await 50 total 99\n9 press\n", "line 1: waited 50 ms for total \"99\", saw \"4\""},
+        {"0 expect total ~ 2\n", "line 1: expected total ~ \"2\", saw \"1\""},
+        {"0 set [BENCH] Hubs 2\n0 restart\n", "line 2: restart: refused"},
+        {"0 plug 1 brom\n", "line 1: no simulated bench ([BENCH] Simulated=1)"},
+        {"0 await total 2\n0 expect total 3\n", ""},
+    };
+    for (const auto& [text, failure] : plays) {
+        platform::ManualClock clock;
+        test::ClockDriver driver(clock);
+        CountingHost host;
+        const auto log = RunScenario(*ParseScenario(text), clock, host);
+        EXPECT_EQ(log.failure, failure) << text;
+    }
 }
 
 // The native engine over USB cannot reach a simulated phone; one with a socket can.
@@ -238,6 +288,23 @@ TEST(ScenarioTest, RefusesWithTheLine) {
     EXPECT_FALSE(ParseScenario("-1 press\n", &error));
     EXPECT_FALSE(ParseScenario("0 end\n1 press\n", &error));
     EXPECT_EQ(error, "line 2: a step after \"end\"");
+    const std::pair<const char*, const char*> refused[] = {
+        {"0 await\n", "line 1: nothing to look at"},
+        {"0 expect 100 total 2\n", "line 1: unknown subject \"100\""},  // a timeout is for await
+        {"0 expect weather sunny\n", "line 1: unknown subject \"weather\""},
+        {"0 expect slot 3 colour red\n", "line 1: unknown field \"colour\""},
+        {"0 expect slot x result PASS\n", "line 1: \"slot\" wants a number and a field"},
+        {"0 expect socket 1 result PASS\n", "line 1: unknown field \"result\""},
+        {"0 set BENCH Hubs 2\n", "line 1: not a step: \"set\""},
+        {"0 restart now\n", "line 1: not a step: \"restart\""},
+        {"#@ engines: toaster\n", "line 1: unknown engines \"toaster\""},
+        {"#@ speed: 0\n", "line 1: a speed from 1 to 1000"},
+        {"#@ colour: red\n", "line 1: a header line is \"#@ engines: ...\" or \"#@ speed: N\""},
+    };
+    for (const auto& [text, why] : refused) {
+        EXPECT_FALSE(ParseScenario(text, &error)) << text;
+        EXPECT_EQ(error, why) << text;
+    }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
@@ -19,6 +20,7 @@
 #include "station/BindState.h"
 #include "station/Station.h"
 #include "console/ConsoleController.h"
+#include "console/ScenarioStation.h"
 #include "console/StationRig.h"
 #include "platform/InstanceLock.h"
 #include "platform/JsonText.h"
@@ -51,13 +53,18 @@ Run it on a copy of a station folder whose counters and history matter. It refus
 a folder in which a station is running.
 
 Options:
-  --speed N  simulated time runs N times faster than real time, 0 < N <= 1000 (default 10)
+  --speed N  simulated time runs N times faster than real time, 0 < N <= 1000 (default:
+             the scenario's "#@ speed:" line, or 10)
   --json     the report as one JSON object
   --help     this text
 
+The scenario may check what it sees (await, expect): the first check that does not
+hold ends it, and its line, what was expected and what was seen go to stderr.
+
 Exit status:
-  0  the scenario ran and at least one job gave a result
-  1  the station did not start, the scenario could not be read, or no job gave a result
+  0  the scenario ran and its checks held (without checks: at least one job gave a result)
+  1  the station did not start, the scenario could not be read, a check did not hold,
+     or (without checks) no job gave a result
   2  the command line was not understood
 )HELP";
 
@@ -80,7 +87,7 @@ bool ParseSpeed(const char* text, double& speed) {
 
 int main(int argc, char** argv) {
     std::string folder, scenarioPath;
-    double speed = 10.0;
+    double speed = 0;  // the scenario's own unless given
     bool json = false;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
@@ -139,38 +146,20 @@ int main(int argc, char** argv) {
         return 1;
     }
 
+    if (speed == 0) speed = scenario->speed;
     platform::ScaledClock clock(speed);
-    app::HeadlessConsoleUi ui;
-    app::StationOptions options;
-    options.exeDir = folder;
-    app::Station station(std::move(options), clock);
-    app::StationLoop loop(clock);
-    console::ConsoleController controller(station, loop, ui);
-    loop.SetHandler(&controller);
-    console::StationRig rig(station, loop, controller);
-    // As the window's start-up: the folders, and no temporary file left by a killed writer.
-    app::AppStartup::CreateFolders(station.ExeDir(), ui);
-    loop.Start();
-
+    console::ScenarioStation bench(clock, [&] {
+        app::StationOptions options;
+        options.exeDir = folder;
+        return options;
+    });
     const auto realStart = std::chrono::steady_clock::now();
     const platform::Millis virtualStart = clock.Now();
-    bool ready = false;
-    loop.Call([&] { ready = controller.OnInitDialog(); });
-    engine::SimPhoneRegistry& phones = rig.Phones();
+    const sim::ScenarioLog log = sim::RunScenario(*scenario, clock, bench);
     int rc = 0;
-    sim::ScenarioLog log;
-    if (!ready) {
+    if (!log.failure.empty()) {
+        std::fprintf(stderr, "quorvel-bench: %s: %s\n", scenarioPath.c_str(), log.failure.c_str());
         rc = 1;
-    } else if (!rig.Bench()) {
-        std::fprintf(stderr,
-                     "quorvel-bench: the station folder is not set up for the simulated bench ([BENCH] Simulated=1)\n");
-        rc = 1;
-    } else {
-        log = sim::RunScenario(*scenario, clock, *rig.Bench(), loop, [&] {
-            bool running = false;
-            loop.Call([&] { running = station.stationRunning; });
-            return running;
-        });
     }
     const platform::Millis virtualMs = clock.Now() - virtualStart;
     const auto realMs =
@@ -184,8 +173,11 @@ int main(int argc, char** argv) {
 
     // The report, taken on the station thread so no handler changes it meanwhile.
     std::string report;
-    const auto tally = phones.Results();
-    loop.Call([&] {
+    engine::SimPhoneRegistry::Tally tally;
+    bench.Read([&](console::ScenarioStation::Process& p) {
+        const app::Station& station = p.station;
+        const app::HeadlessConsoleUi& ui = p.ui;
+        tally = p.rig.Phones().Results();
         const auto& slots = station.slotList;
         char line[1024];
         if (json) {
@@ -252,8 +244,12 @@ int main(int argc, char** argv) {
     });
     std::fputs(report.c_str(), stdout);
 
-    rig.Close(loop, ready);
-    if (rc == 0 && tally.results == 0) {
+    // A scenario that checks what happened says whether it passed; one that only plays
+    // a bench has passed when a job gave a result.
+    const bool checks = std::any_of(scenario->steps.begin(), scenario->steps.end(), [](const sim::ScenarioStep& s) {
+        return s.action == sim::ScenarioStep::AWAIT || s.action == sim::ScenarioStep::EXPECT;
+    });
+    if (rc == 0 && !checks && tally.results == 0) {
         std::fprintf(stderr, "quorvel-bench: no job gave a result\n");
         rc = 1;
     }

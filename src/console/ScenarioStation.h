@@ -1,0 +1,68 @@
+#pragma once
+// A whole station, headless, that a bench scenario plays against: what main() builds
+// (station, station loop, console, rig) on a station folder, started at the first
+// step that needs it and closed as the window's close does. A restart closes it and
+// builds it again from its files, on the same clock.
+// Threads: one caller thread (the scenario's); reads of the station go through
+// the station loop.
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "console/ConsoleController.h"
+#include "console/ConsoleUi.h"
+#include "console/StationRig.h"
+#include "platform/Clock.h"
+#include "station/StationLoop.h"
+#include "sim/Scenario.h"
+#include "station/Station.h"
+
+namespace quorvel::console {
+
+class ScenarioStation final : public sim::ScenarioHost {
+public:
+    // `options` makes the options of each start; its exeDir is the station folder.
+    ScenarioStation(platform::Clock& clock, std::function<app::StationOptions()> options);
+    ~ScenarioStation() override;
+
+    // Starts the station unless it is up; false (and why) when its start-up failed.
+    bool Up(std::string& why) override;
+    sim::SimBench* Bench() override;
+    void Press() override;
+    bool Running() override;
+    std::string Observe(const std::vector<std::string>& subject) override;
+    bool Set(const std::string& section, const std::string& key, const std::string& value,
+             std::string& why) override;
+    bool Restart(std::string& why) override;
+
+    // The station process now; null before the first start.
+    struct Process;
+    Process* Now() { return process_.get(); }
+    // Runs `read` on the station thread with the process; nothing when none is up.
+    void Read(const std::function<void(Process&)>& read);
+
+private:
+    struct Setting {
+        std::string section, key, value;
+    };
+    bool Write(const Setting& setting, std::string& why);
+    platform::Clock& clock_;
+    std::function<app::StationOptions()> options_;
+    std::unique_ptr<Process> process_;
+    std::vector<Setting> pending_;  // for the next start-up
+};
+
+struct ScenarioStation::Process {
+    Process(platform::Clock& clock, app::StationOptions options);
+    ~Process();
+    app::HeadlessConsoleUi ui;
+    app::Station station;
+    app::StationLoop loop;
+    ConsoleController controller;
+    StationRig rig;
+    bool ready = false;
+};
+
+}  // namespace quorvel::console
