@@ -9,7 +9,6 @@
 #include "slots/EngineHarness.h"
 #include "history/JobHistoryReader.h"
 #include "station/Texts.h"
-#include "present/CloseCheck.h"
 #include "support/TempDir.h"
 
 namespace quorvel::engine {
@@ -123,24 +122,6 @@ TEST(DownloadWorkerJobs, MtkCallOrderRestartNoticeAndEndStateByBoundLocations) {
     using Status = std::pair<int, std::string>;
     EXPECT_EQ(h.Statuses(), (std::vector<Status>{{0, "The phone is restarting, Please wait for a moment!"},
                                                  {0, "The phone has finished restart, Please move the phone!"}}));
-}
-
-TEST(DownloadWorkerJobs, CfgBatchStopsTheStationWhenItsLastJobEnds) {
-    EngineHarness h(2);
-    h.st.package.kind = app::PACKAGE_MTK_CFG;
-    h.registry.SetProfile("short", {.durationMs = 2000});
-    h.registry.SetProfile("long", {.durationMs = 9000});
-    h.StartStation();
-    h.HandOver(0, h.Device(app::EVENT_CFG, "CFG (COM1)", "short"));
-    h.HandOver(1, h.Device(app::EVENT_CFG, "CFG (COM2)", "long"));
-    ASSERT_TRUE(h.RunUntil([&] { return h.st.slots.fpJob[0] == 2; }));
-    EXPECT_EQ(h.Total(), 1u);
-    EXPECT_EQ(h.State(0), app::BIND_BUSY);  // a CFG slot stays BUSY
-    EXPECT_EQ(console::BusySlots(h.st.slots), std::vector<int>{1});  // a close asks only about the running job
-    ASSERT_TRUE(h.RunUntil([&] { return h.startStopCommands.load() == 1; }));
-    EXPECT_EQ(h.Total(), 2u);
-    h.Settle();
-    EXPECT_EQ(h.startStopCommands.load(), 1);  // only the last job of the batch stops the run
 }
 
 // The last job of slot 0 as the history keeps it: "result | step | error".
