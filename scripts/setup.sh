@@ -12,6 +12,7 @@ packages=(
   umockdev libumockdev-dev
   xvfb xauth fonts-dejavu-core
   dpkg-dev file lintian desktop-file-utils appstream
+  gcovr
 )
 
 missing=()
