@@ -7,7 +7,7 @@
 
 #include "platform/MachineStamp.h"
 #include "platform/ProfileIni.h"
-#include "support/RunTool.h"
+#include "support/Golden.h"
 #include "support/StationFixture.h"
 #include "support/TempDir.h"
 
@@ -22,31 +22,21 @@ TEST(QuorvelBenchTool, CommandLineAndExitCodes) {
     TempDir dir;
     dir.Write("s.txt", "0 end\n");
     const std::string args = dir.Path() + " " + dir.File("s.txt");
-    const struct {
-        std::string args;
-        int exitCode;
-        std::string shown;
-    } rows[] = {
-        {"--help", 0, "Config/TestResult.ini"},
-        {"", 2, "a station folder and a scenario are needed"},
-        {args + " --bogus", 2, "unknown option --bogus"},
-        {args + " " + args, 2, "one station folder and one scenario only"},
-        {args + " --speed", 2, "--speed wants"},
-        {dir.Path() + " " + dir.File("missing.txt"), 1, "cannot read"},
+    const std::pair<const char*, std::string> runs[] = {
+        {"help", "--help"},
+        {"no_arguments", ""},
+        {"unknown_option", args + " --bogus"},
+        {"two_stations", args + " " + args},
+        {"speed_missing", args + " --speed"},
+        {"scenario_missing", dir.Path() + " " + dir.File("missing.txt")},
     };
-    for (const auto& row : rows) {
-        const auto r = test::RunCommand(Tool() + " " + row.args);
-        EXPECT_EQ(r.exitCode, row.exitCode) << row.args << ": " << r.out;
-        EXPECT_NE(r.out.find(row.shown), std::string::npos) << row.args << ": " << r.out;
-        if (row.exitCode == 2) {
-            EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
-        }
-    }
-    for (const char* speed : {"inf", "nan", "1e7", "0", "-3", "10x", ""}) {
-        const auto r = test::RunCommand(Tool() + " " + args + " --speed '" + speed + "'");
-        EXPECT_EQ(r.exitCode, 2) << speed << ": " << r.out;
-        EXPECT_NE(r.out.find("--speed wants a number above 0 and at most 1000"), std::string::npos) << speed;
-    }
+    const Scrubs scrubs{{dir.Path(), "$DIR/"}};
+    for (const auto& [name, line] : runs)
+        EXPECT_TRUE(MatchesGolden(std::string("quorvel-bench/") + name + ".txt", RunTranscript("quorvel-bench", line, scrubs)));
+    std::string speeds;
+    for (const char* speed : {"inf", "nan", "1e7", "0", "-3", "10x", ""})
+        speeds += RunTranscript("quorvel-bench", args + " --speed '" + speed + "'", scrubs);
+    EXPECT_TRUE(MatchesGolden("quorvel-bench/speed_out_of_range.txt", speeds));
 }
 
 // The station makes the package folder the current one: a relative station folder

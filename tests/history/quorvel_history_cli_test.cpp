@@ -1,11 +1,9 @@
-// The history tool run as a program: filters, output forms and exit codes in one table.
+// The history tool run as a program: filters, output forms and exit codes, each run
+// against tests/golden/quorvel-history/.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdio>
-
 #include "history/JobHistory.h"
-#include "support/RunTool.h"
+#include "support/Golden.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {
@@ -42,55 +40,36 @@ TEST(QuorvelHistoryTool, FiltersFormsAndExitCodes) {
               dir.Read("TestLog/20261124.jsonl") + damaged.substr(0, damaged.size() / 2));  // power loss
     const std::string d = dir.Path();
 
-    const struct {
-        std::string args;
-        int exitCode;
-        std::vector<std::string> shown;
-        std::vector<std::string> notShown;
-    } rows[] = {
-        {"", 2, {"no station folder given"}, {"Usage:"}},
-        {"--help", 0, {"Usage:", "Exit status"}, {}},
-        {"--slot 17 " + d, 2, {"--slot"}, {}},
-        {"--slot 0 " + d, 2, {"--slot"}, {}},
-        {"--result maybe " + d, 2, {"--result"}, {}},
-        {"--since yesterday " + d, 2, {"--since"}, {}},
-        {"--csv --json " + d, 2, {"exclude"}, {}},
-        {"--bogus " + d, 2, {"unknown option"}, {}},
-        {d + "nowhere", 1, {"not a station folder"}, {}},
-        {d + "Config", 1, {"not a station folder"}, {}},
-        {d, 0, {"COM11", "COM12", "COM13", "COM14", "DA: bad, \"crc\"", "4 jobs", "1 damaged line"}, {}},
-        {d + "TestLog", 0, {"COM11", "COM14", "4 jobs"}, {}},
-        {"--slot 4 " + d, 0, {"COM11", "COM12", "10:05:00     4  PASS"}, {"COM13", "COM14"}},
-        {"--result interrupted " + d, 0, {"COM13", "interrupted"}, {"COM11", "COM12", "COM14"}},
-        {"--result fail " + d, 0, {"COM12"}, {"COM11", "COM13", "COM14"}},
-        {"--since 2026-11-24 " + d, 0, {"COM14"}, {"COM11", "COM12", "COM13"}},
-        {"--until 2026-11-23 " + d, 0, {"COM11", "COM12", "COM13"}, {"COM14"}},
-        {"--since 2026-11-23T10:30 --until 2026-11-23T11:00:30 " + d, 0, {"COM12"}, {"COM11", "COM13", "COM14"}},
-        {"--since 2026-11-23T09:30:00Z " + d, 0, {"COM12", "COM13", "COM14"}, {"COM11"}},
-        {"--csv --slot 4 " + d,
-         0,
-         {"id,machine,slot,location,port,platform,operation,package,version,start,end,duration_s,bytes,result,step,"
-          "error\r\n",
-          ",DA,\"bad, \"\"crc\"\"\"\r\n", "COM11,,4,,COM11,", "2026-11-23T10:05:00+01:00,300,,PASS,"},
-         {"COM13"}},
-        {"--json --result pass " + d, 0, {"[\n{\"id\":\"COM11\"", "\"slot\":4,", "\"port\":\"COM14\"", "\n]\n"}, {"COM12"}},
-        {"--summary --csv " + d,
-         0,
-         // Two jobs on a slot make no rate; three over a day do.
-         {"slot,passes,fails,interrupted,median_s,phones_per_hour\r\n", "4,1,1,0,240.0,\r\n",
-          "6,1,0,1,240.0,\r\n", "all,2,1,1,240.0,0.1\r\n"},
-         {}},
-        {"--summary --result interrupted " + d, 0, {"Phones/h", "  -\n"}, {}},
+    // A fixed zone: the table shows local times.
+    const std::pair<const char*, std::string> runs[] = {
+        {"no_folder", ""},
+        {"help", "--help"},
+        {"slot_too_high", "--slot 17 " + d},
+        {"slot_zero", "--slot 0 " + d},
+        {"result_unknown", "--result maybe " + d},
+        {"since_not_a_time", "--since yesterday " + d},
+        {"csv_and_json", "--csv --json " + d},
+        {"unknown_option", "--bogus " + d},
+        {"folder_missing", d + "nowhere"},
+        {"folder_not_a_station", d + "Config"},
+        {"all", d},
+        {"testlog_folder", d + "TestLog"},
+        {"slot", "--slot 4 " + d},
+        {"result_interrupted", "--result interrupted " + d},
+        {"result_fail", "--result fail " + d},
+        {"since_date", "--since 2026-11-24 " + d},
+        {"until_date", "--until 2026-11-23 " + d},
+        {"since_until_minutes", "--since 2026-11-23T10:30 --until 2026-11-23T11:00:30 " + d},
+        {"since_utc", "--since 2026-11-23T09:30:00Z " + d},
+        {"csv_slot", "--csv --slot 4 " + d},
+        {"json_pass", "--json --result pass " + d},
+        // Two jobs on a slot make no rate; three over a day do.
+        {"summary_csv", "--summary --csv " + d},
+        {"summary_interrupted", "--summary --result interrupted " + d},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.args);
-        const auto r = RunCommand(ToolPath("quorvel-history") + " " + row.args);
-        EXPECT_EQ(r.exitCode, row.exitCode) << r.out;
-        for (const std::string& s : row.shown) EXPECT_NE(r.out.find(s), std::string::npos) << s << "\n" << r.out;
-        for (const std::string& s : row.notShown) EXPECT_EQ(r.out.find(s), std::string::npos) << s << "\n" << r.out;
-        if (row.exitCode == 2) {
-            EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
-        }
+    for (const auto& [name, args] : runs) {
+        EXPECT_TRUE(MatchesGolden(std::string("quorvel-history/") + name + ".txt",
+                                  RunTranscript("quorvel-history", args, {{d, "$DIR/"}}, "TZ=UTC-1 ")));
     }
 }
 
@@ -106,12 +85,8 @@ TEST(QuorvelHistoryTool, PortColumnNeverOverflows) {
     ASSERT_TRUE(history.Append(failed));
     ASSERT_TRUE(history.Append(Job(1, "Télé (COM3)", "2026-11-23T10:00:00+01:00", "2026-11-23T10:03:00+01:00",
                                    JobResult::Pass)));
-    const auto r = RunCommand("TZ=UTC-1 " + ToolPath("quorvel-history") + " " + dir.Path());
-    EXPECT_EQ(r.out,
-              "Ended                Slot  Result          Time  Port                            Step / error\n"
-              "2026-11-23 10:02:00     1  FAIL            2:00  \u2026r USB VCOM (Android) (COM115)  DA: no answer\n"
-              "2026-11-23 10:03:00     2  PASS            3:00  Télé (COM3)\n"
-              "2 jobs\n");
+    EXPECT_TRUE(MatchesGolden("quorvel-history/port_column.txt",
+                              RunTranscript("quorvel-history", dir.Path(), {{dir.Path(), "$DIR/"}}, "TZ=UTC-1 ")));
 }
 
 }  // namespace

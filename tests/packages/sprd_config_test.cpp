@@ -8,6 +8,7 @@
 #include "station/Texts.h"
 #include "packages/SprdDownloadConfig.h"
 #include "platform/ProfileIni.h"
+#include "support/Golden.h"
 #include "support/PacWriter.h"
 #include "support/StationFixture.h"
 
@@ -32,70 +33,55 @@ SprdSelection Select(const PacSpec& layout) {
 }
 
 TEST(SprdSelection, VerdictsAndMessages) {
-    using S = SprdSelection;
     auto leaveOut = [](PacSpec& s, std::uint32_t flag, std::uint32_t mode) {
         s.entries.push_back({"Cache", "c.img", "c", 0, 0});
         s.entries.push_back({"Misc", "m.img", "m", 0, 0});
         s.repartitionFlag = flag;
         s.repartitionMode = mode;
     };
-    const std::string warn = "Configure dangerouse: have not selected all files to dwonload.\n";
-    const std::string block =
-        "Configure dangerouse: have selected repartition,\nbut not selected all files to download.\n"
-        "[CACHE,MISC]\nPlease select right packet!";
     const struct {
         const char* label;
         std::function<void(PacSpec&)> tweak;
-        S::Verdict verdict;
-        std::string message;
     } rows[] = {
-        {"all_chosen", [](PacSpec&) {}, S::SELECTION_OK, ""},
-        {"nv_lower_case", [](PacSpec& s) { s.entries[1].id = "nv_cal"; }, S::SELECTION_OK, ""},
-        {"nv_not_first", [](PacSpec& s) { s.entries[1].id = "ANV"; }, S::SELECTION_FAIL_NO_NV,
-         app::texts::kSprdNoNvChosen},
-        {"no_nv_backup", [](PacSpec& s) { s.nvBackupFlag = 0; }, S::SELECTION_FAIL_NO_NV_BACKUP,
-         app::texts::kSprdNoNvBackup},
-        {"omittable_left_out", [](PacSpec& s) { s.entries.push_back({"UserData", "u.img", "u", 0, 1}); },
-         S::SELECTION_OK, ""},
+        {"all_chosen", [](PacSpec&) {}},
+        {"nv_lower_case", [](PacSpec& s) { s.entries[1].id = "nv_cal"; }},
+        {"nv_not_first", [](PacSpec& s) { s.entries[1].id = "ANV"; }},
+        {"no_nv_backup", [](PacSpec& s) { s.nvBackupFlag = 0; }},
+        {"omittable_left_out", [](PacSpec& s) { s.entries.push_back({"UserData", "u.img", "u", 0, 1}); }},
         // A FLASH file left out fails without a message; NV first makes it no FLASH file.
-        {"flash_left_out", [](PacSpec& s) { s.entries.push_back({"FLASH_A", "f.bin", "x", 0, 1}); },
-         S::SELECTION_FAIL_FLASH, ""},
-        {"flash_chosen", [](PacSpec& s) { s.entries.push_back({"FLASH_A", "f.bin", "x", 1, 1}); }, S::SELECTION_OK,
-         ""},
-        {"nvflash_left_out", [](PacSpec& s) { s.entries.push_back({"NVFLASH", "f.bin", "x", 0, 1}); },
-         S::SELECTION_OK, ""},
-        {"repartition_mode_0", [&](PacSpec& s) { leaveOut(s, 1, 0); }, S::SELECTION_FAIL_REPARTITION, block},
-        {"repartition_mode_3", [&](PacSpec& s) { leaveOut(s, 1, 3); }, S::SELECTION_FAIL_REPARTITION, block},
-        {"keep_partitions_mode_1", [&](PacSpec& s) { leaveOut(s, 1, 1); }, S::SELECTION_WARN_MISSING,
-         warn + "[CACHE,MISC]"},
-        {"keep_partitions_mode_2", [&](PacSpec& s) { leaveOut(s, 1, 2); }, S::SELECTION_WARN_MISSING,
-         warn + "[CACHE,MISC]"},
-        {"no_repartition_flag", [&](PacSpec& s) { leaveOut(s, 0, 0); }, S::SELECTION_WARN_MISSING,
-         warn + "[CACHE,MISC]"},
+        {"flash_left_out", [](PacSpec& s) { s.entries.push_back({"FLASH_A", "f.bin", "x", 0, 1}); }},
+        {"flash_chosen", [](PacSpec& s) { s.entries.push_back({"FLASH_A", "f.bin", "x", 1, 1}); }},
+        {"nvflash_left_out", [](PacSpec& s) { s.entries.push_back({"NVFLASH", "f.bin", "x", 0, 1}); }},
+        {"repartition_mode_0", [&](PacSpec& s) { leaveOut(s, 1, 0); }},
+        {"repartition_mode_3", [&](PacSpec& s) { leaveOut(s, 1, 3); }},
+        {"keep_partitions_mode_1", [&](PacSpec& s) { leaveOut(s, 1, 1); }},
+        {"keep_partitions_mode_2", [&](PacSpec& s) { leaveOut(s, 1, 2); }},
+        {"no_repartition_flag", [&](PacSpec& s) { leaveOut(s, 0, 0); }},
         // Chosen by flag but needing a file it does not carry: never chosen, blocks, not listed.
         {"needs_a_file",
          [](PacSpec& s) {
              s.entries.push_back({"Boot", "", "", 1, 0, 1});
              s.repartitionFlag = 1;
              s.repartitionMode = 2;
-         },
-         S::SELECTION_WARN_MISSING, warn + "[]"},
+         }},
         // A chosen omittable entry no longer counts as left out.
         {"omittable_chosen",
          [](PacSpec& s) {
              s.entries.push_back({"UserData", "u.img", "u", 0, 1});
              s.entries.push_back({"Boot", "b.img", "b", 1, 1, 1});
-         },
-         S::SELECTION_OK, ""},
+         }},
     };
+    const char* verdicts[] = {"ok", "warn-missing", "fail-flash", "fail-no-nv", "fail-no-nv-backup",
+                              "fail-repartition"};
+    std::string text;
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.label);
         PacSpec layout = test::SmallSprdPac();
         row.tweak(layout);
         const auto s = Select(layout);
-        EXPECT_EQ(s.verdict, row.verdict);
-        EXPECT_EQ(s.message, row.message);
+        text += std::string(row.label) + ": " + verdicts[s.verdict] +
+                (s.message.empty() ? "" : " " + test::Printable(s.message)) + "\n";
     }
+    EXPECT_TRUE(test::MatchesGolden("sprd-config/selection.txt", text));
 }
 
 TEST(SprdSelection, TableIdsAndTheRecordOfALaterEntry) {
@@ -123,6 +109,23 @@ protected:
         config.SetTempFolderSource([this] { return std::optional<std::string>(fx.dir.Path() + "tmp/"); });
         return config.LoadPackage(fx.dir.File("pkg.pac").c_str());
     }
+    // A load as text: its result and messages, what it published, the extractions left
+    // and the INI record.
+    std::string Loaded(const PacSpec& layout) {
+        std::string text = "load " + std::to_string(Load(layout)) + "\n";
+        for (const std::string& m : fx.ui.Messages()) text += "message " + test::Printable(m) + "\n";
+        fx.ui.Clear();
+        const auto params = fx.station->sprdParams.Get();
+        text += "product " + params->ProductName + ", " + std::to_string(params->SelectedFileCount) + " selected\n";
+        for (const app::DlFileInfo& f : params->files)
+            text += "  " + std::string(f.FileId) + " " + f.FilePath + " " + std::to_string(f.FileSize) + " " +
+                    std::to_string(f.CheckFlag) + "\n";
+        text += "config " + params->ConfigFilePath + "\nextracted:";
+        for (const std::string& name : Extracted()) text += " " + name;
+        const std::string ini = fx.dir.File("Config/UpgradeDownload.ini");
+        text += "\nUpgradeDownload.ini:\n" + (fs::exists(ini) ? fx.dir.Read("Config/UpgradeDownload.ini") : "(none)\n");
+        return test::Scrub(text + "\n", {{fx.dir.Path(), "$DIR/"}});
+    }
     std::vector<std::string> Extracted() const {
         std::vector<std::string> names;
         for (const auto& e : fs::directory_iterator(fx.dir.Path() + "ImageFiles"))
@@ -134,16 +137,7 @@ protected:
 
 TEST_F(SprdLoad, SuccessPublishesEverythingRecordsOnlyIntoAnExistingIniAndFailureKeepsTheProduct) {
     fx.clock.Advance(77);
-    ASSERT_EQ(Load(test::TypicalSprdPac()), 1) << ::testing::PrintToString(fx.ui.Messages());
-    EXPECT_TRUE(fx.ui.Messages().empty());
-    auto params = fx.station->sprdParams.Get();
-    EXPECT_EQ(params->ProductName, "PAC_SC9863A");
-    EXPECT_EQ(params->SelectedFileCount, 6);
-    ASSERT_EQ(params->files.size(), 6u);
-    const std::string folder = fx.dir.Path() + "ImageFiles/_DownloadFiles77";
-    EXPECT_EQ(std::string(params->files[0].FilePath), folder + "/fdl1.bin");
-    EXPECT_EQ(params->ConfigFilePath, folder + "/product.xml");
-    EXPECT_FALSE(fs::exists(fx.dir.Path() + "Config/UpgradeDownload.ini"));
+    std::string text = Loaded(test::TypicalSprdPac());
 
     // With the file present the selection is recorded, and a second load replaces the first.
     fx.dir.Write("Config/UpgradeDownload.ini", "");
@@ -151,43 +145,22 @@ TEST_F(SprdLoad, SuccessPublishesEverythingRecordsOnlyIntoAnExistingIniAndFailur
     second.productName = "PAC_Other";
     second.entries = {{"NV", "nv.bin", "n"}, {"Extra", "e.img", "e", 0, 1}};
     fx.clock.Advance(1);
-    ASSERT_EQ(Load(second), 1);
-    params = fx.station->sprdParams.Get();
-    EXPECT_EQ(params->files.size(), 2u);
-    EXPECT_EQ(params->ProductName, "PAC_Other");
-    EXPECT_EQ(Extracted(), std::vector<std::string>{"_DownloadFiles78"});
-    auto read = [&](const char* section, const char* key) {
-        return platform::ProfileIni::ReadString(fx.dir.File("Config/UpgradeDownload.ini"), section, key, "-", 512);
-    };
-    EXPECT_EQ(read("PAC_Other", "NV"), "1@" + fx.dir.Path() + "ImageFiles/_DownloadFiles78/nv.bin");
-    EXPECT_EQ(read("PAC_Other", "EXTRA"), "0@");
-    EXPECT_EQ(read("Selection", "SelectProduct"), "PAC_Other");
+    text += Loaded(second);
 
     // Failed checks delete the extraction and keep the product name.
-    fx.ui.Clear();
     PacSpec bad = test::SmallSprdPac();
     bad.productName = "Bad";
     bad.repartitionFlag = 1;
     bad.repartitionMode = 0;
     bad.entries.push_back({"Cache", "c.img", "c", 0, 0});
     fx.clock.Advance(5);
-    EXPECT_EQ(Load(bad), 0);
-    EXPECT_EQ(fx.ui.Messages().size(), 1u);
-    params = fx.station->sprdParams.Get();
-    EXPECT_EQ(params->ProductName, "PAC_Other");  // unchanged
-    EXPECT_EQ(params->files.size(), 4u);            // new
-    EXPECT_TRUE(Extracted().empty());
+    text += Loaded(bad);
 
     // An extraction failure replaces only the configuration path.
-    fx.ui.Clear();
     PacSpec broken = test::SmallSprdPac();
     broken.badDataCrc = true;
-    EXPECT_EQ(Load(broken), 0);
-    EXPECT_EQ(fx.ui.Messages(), std::vector<std::string>{app::texts::kPacCrcError});
-    params = fx.station->sprdParams.Get();
-    EXPECT_EQ(params->files.size(), 4u);
-    EXPECT_EQ(params->ConfigFilePath, fx.dir.Path() + "ImageFiles/_DownloadFiles83/sys.img");
-    EXPECT_TRUE(Extracted().empty());
+    text += Loaded(broken);
+    EXPECT_TRUE(test::MatchesGolden("sprd-config/loads.txt", text));
 }
 
 TEST_F(SprdLoad, BracketsEqualsAndSemicolonsAreRecordedWithoutBreakingTheIni) {
