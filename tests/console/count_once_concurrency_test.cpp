@@ -1,12 +1,17 @@
-// The whole station, headless, in virtual time, under a storm of operator presses
-// and phones: Start/Stop at random offsets (also within one 100 ms step of the start
-// walk, and clicks queued back to back), phones of each platform plugged and pulled,
-// and the window closed while jobs run. After every step: nothing hangs, the workers
-// follow the button, the counters hold the finished jobs only, and closing writes no
-// counters.
+// Every job counted once: one seeded generator drives the whole station, headless and in
+// virtual time, through random but repeatable runs of Start/Stop presses (also inside one
+// 100 ms step of the start walk, and clicks queued back to back), phones of one platform
+// plugged, pulled and swapped, jobs that fail at any step, and a close that kills the jobs
+// still running. Checked on the way: nothing hangs, the workers follow the button, the
+// counters hold exactly the jobs the engines finished and no slot stays BUSY without a
+// job. Checked at the end, from the history: every job ended once (no id twice), the
+// counted ones add up to the counters saved and shown (pass + fail), and the close
+// counted nothing.
 //
-// QUORVEL_STORM_SEED=n replays one seed; QUORVEL_STORM_STEPS=n sets the steps per seed;
-// QUORVEL_STORM_PLATFORMS=SPRD (or MTK, CFG, a list) narrows it to those platforms.
+// A run is a platform, a seed, a number of sockets and a pace (the longest pause between
+// two steps). A failure prints its run; QUORVEL_COUNT_SEED=n replays that seed.
+// QUORVEL_COUNT_SOAK=n adds n seeds per platform and pace; QUORVEL_COUNT_STEPS=n sets the
+// steps per run; QUORVEL_COUNT_PLATFORMS=SPRD (or MTK, CFG, a list) narrows the runs.
 // A seed fixes the presses and phones; the threads' interleaving still varies.
 
 #include <gtest/gtest.h>
@@ -17,10 +22,13 @@
 #include <fstream>
 #include <functional>
 #include <random>
+#include <set>
 #include <thread>
 
 #include <unistd.h>
 
+#include "history/JobHistoryReader.h"
+#include "platform/ProfileIni.h"
 #include "station/Messages.h"
 #include "station/Station.h"
 #include "console/ConsoleController.h"
@@ -38,16 +46,29 @@ using namespace app;
 using platform::Millis;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kSockets = 4;
-
 int EnvOr(const char* name, int fallback) {
     const char* v = std::getenv(name);
     return v && *v ? std::atoi(v) : fallback;
 }
 
+struct Plan {
+    sim::PhoneKind kind;
+    const char* platform;
+    unsigned seed;
+    int sockets;
+    Millis pace;  // the longest pause between two steps
+    int steps;
+};
+
+std::string Describe(const Plan& run) {
+    return std::string(run.platform) + " seed " + std::to_string(run.seed) + ", " + std::to_string(run.sockets) +
+           " sockets, pace " + std::to_string(run.pace) + " ms, " + std::to_string(run.steps) + " steps";
+}
+
 class Storm {
 public:
-    Storm(sim::PhoneKind kind, unsigned seed) : kind_(kind), random_(seed) {
+    explicit Storm(const Plan& run) : kind_(run.kind), sockets_(run.sockets), pace_(run.pace), random_(run.seed) {
+        const sim::PhoneKind kind = run.kind;
         std::string package;
         dir_.Write("fw/readme.txt", "the package\n");
         if (kind == sim::PhoneKind::SPRD) {
@@ -60,9 +81,11 @@ public:
             dir_.Write("fw/MT6765_Android_scatter.txt", "scatter\n");
             package = dir_.File("fw/MT6765_Android_scatter.txt");
         }
+        const int hubs = sockets_ > 8 ? 2 : 1;
         dir_.Write("Config/CommonSetting.ini",
                    test::UnboundSettings("CheckSum=0\nLANGUAGE=2052\nFilePath=" + package +
-                                         "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=" + std::to_string(kSockets) + "\n"));
+                                         "\n[BENCH]\nSimulated=1\nHubs=" + std::to_string(hubs) +
+                                         "\nSocketsPerHub=" + std::to_string(sockets_ / hubs) + "\n"));
 
         station_ = std::make_unique<Station>(test::FixedOptions(dir_.Path()), clock_);
         controller_ = std::make_unique<ConsoleController>(*station_, loop_, ui_);
@@ -89,19 +112,30 @@ public:
             const int clicks = random_() % 3 == 0 ? 2 + static_cast<int>(random_() % 2) : 1;
             for (int i = 0; i < clicks; ++i) loop_.Post(Command{CommandId::START_STOP});
         } else if (action < 5) {
-            Plug(static_cast<int>(random_() % kSockets));
+            Plug(static_cast<int>(random_() % sockets_));
         } else if (action == 5) {
-            Bench().Unplug(static_cast<int>(random_() % kSockets));
+            Bench().Unplug(static_cast<int>(random_() % sockets_));
+        } else if (action == 7) {
+            // A batch, a phone on every socket 150 ms apart: phones that switch together.
+            for (int socket = 0; socket < sockets_; ++socket) {
+                Plug(socket);
+                if (!Run(150)) return false;
+            }
+        } else if (action == 6) {
+            // A phone swapped for another at once: its removal and the new arrival overlap.
+            const int socket = static_cast<int>(random_() % sockets_);
+            Bench().Unplug(socket);
+            Plug(socket);
         }
         // Offsets of a few ms land presses inside the walk's 100 ms steps.
-        if (!Run(static_cast<Millis>(random_() % 250))) return false;
+        if (!Run(static_cast<Millis>(random_() % pace_))) return false;
         return CheckWorkers() && (step % 20 != 19 || CheckCounters());
     }
 
     // Closes the station while a job runs; no counter may be written by it.
     bool CloseMidJob() {
         // Free sockets first: pulling phones out of a running station may end the run.
-        for (int s = 0; s < kSockets; ++s) Bench().Unplug(s);
+        for (int s = 0; s < sockets_; ++s) Bench().Unplug(s);
         if (!Run(3000)) return false;
         Millis pressed = -10000;
         if (!RunUntil([&] { return station_->stationRunning.load(); }, 60000, [&] {
@@ -110,7 +144,7 @@ public:
                 pressed = clock_.Now();
             }))
             return Fail("the station does not start for the close; " + Slots());
-        for (int s = 0; s < kSockets; ++s) Plug(s, 60000);
+        for (int s = 0; s < sockets_; ++s) Plug(s, 60000);
         // The run may end by itself meanwhile (an idle station whose phone left): start it again.
         if (!RunUntil([&] { return station_->stationRunning && AnySlotBusy(); }, 120000, [&] {
                 if (station_->stationRunning || clock_.Now() - pressed < 5000) return;
@@ -145,7 +179,7 @@ public:
         if (!Close(false)) return false;
         if (dir_.Read("Config/TestResult.ini") != counters) return Fail("closing wrote the counters");
         if (station_->statistics.Total() != total) return Fail("closing counted interrupted jobs");
-        return true;
+        return CheckHistory();
     }
 
 private:
@@ -169,13 +203,13 @@ private:
 
     std::string Slots() const {
         std::string s = station_->stationRunning ? "running:" : "stopped:";
-        for (int i = 0; i < kSockets; ++i) s += std::string(" ") + BindStateName(station_->bindings.State(i));
+        for (int i = 0; i < sockets_; ++i) s += std::string(" ") + BindStateName(station_->bindings.State(i));
         for (const auto& m : ui_.Messages()) s += " [" + m + "]";
         return s;
     }
 
     bool AnySlotBusy() const {
-        for (int i = 0; i < kSockets; ++i)
+        for (int i = 0; i < sockets_; ++i)
             if (station_->bindings.State(i) == BIND_BUSY) return true;
         return false;
     }
@@ -263,7 +297,7 @@ private:
     // one has none. Presses still queued or walking settle within a few seconds.
     bool CheckWorkers() {
         const int workers = rig_->Run().Manager().WorkerCount();
-        if (workers != kSockets) return Fail("workers: " + std::to_string(workers));
+        if (workers != sockets_) return Fail("workers: " + std::to_string(workers));
         const bool ok = RunUntil(
             [&] { return RunningWorkers() == (station_->stationRunning ? workers : 0); }, 60000);
         return ok || Fail(std::to_string(RunningWorkers()) + " of " + std::to_string(workers) + " workers running; " +
@@ -286,14 +320,15 @@ private:
                         std::to_string(station_->statistics.Fail()) + " for " + std::to_string(t.results) +
                         " finished jobs, " + std::to_string(t.failed) + " failed");
         }
-        // CFG slots stay BUSY after their job until the console's Stop, by design.
-        if (kind_ == sim::PhoneKind::CFG) return true;
+        // A CFG slot stays BUSY after its job until the console's Stop, by design; a stopped
+        // station has none BUSY (a late removal once left one so, deaf for the next run).
+        if (kind_ == sim::PhoneKind::CFG && station_->stationRunning) return true;
         // A worker notices its engine's end at its next poll: 0.5 s in an SPRD job's
         // first phase, 5 s in its second.
         auto idleBusy = [&] {
-            for (int s = 0; s < kSockets; ++s)
+            for (int s = 0; s < sockets_; ++s)
                 if (Bench().JobRunningAt(s)) return -1;  // not drained; checked next time
-            for (int i = 0; i < kSockets; ++i)
+            for (int i = 0; i < sockets_; ++i)
                 if (station_->bindings.State(i) == BIND_BUSY) return i;
             return -1;
         };
@@ -302,6 +337,46 @@ private:
             return Fail("slot " + std::to_string(i) + " BUSY without a job; result " +
                         station_->slotList.ResultText(i) + " com " + station_->bindings.ComName(i));
         }
+        return true;
+    }
+
+    // The history in the order it was written: each line carries the counters just after
+    // its job, so a counted job moves the total on by one and a job the close cut short
+    // (written, not counted) by none. Pass + fail of the counted jobs must be the counters;
+    // no job may come twice, none be missing.
+    bool CheckHistory() {
+        const app::HistoryRead read = app::ReadJobHistory(dir_.File("TestLog"));
+        if (read.skippedLines != 0) return Fail(std::to_string(read.skippedLines) + " history lines unreadable");
+        std::set<std::string> ids;
+        std::uint32_t counted = 0, failed = 0;
+        bool closing = false;
+        for (const app::JobRecord& job : read.jobs) {
+            const std::string what = "job " + job.jobId + " on slot " + std::to_string(job.slot);
+            if (!ids.insert(job.jobId).second) return Fail(what + " is in the history twice");
+            if (!job.countedTotal || !job.countedFail) return Fail(what + " carries no counters");
+            const bool count = *job.countedTotal == counted + 1;
+            if (!count && *job.countedTotal != counted)
+                return Fail(what + " moved the total from " + std::to_string(counted) + " to " +
+                            std::to_string(*job.countedTotal));
+            // Only the close leaves jobs uncounted, and it ends the run.
+            if (count && closing) return Fail(what + " was counted after the close began");
+            closing = closing || !count;
+            counted += count ? 1 : 0;
+            failed += count && job.result != app::JobResult::Pass ? 1 : 0;
+            if (*job.countedFail != failed) return Fail(what + " says " + std::to_string(*job.countedFail) +
+                                                        " failures, the history before it " + std::to_string(failed));
+        }
+        if (counted != jobs_ || failed != station_->statistics.Fail())
+            return Fail("history: " + std::to_string(counted) + " jobs counted, " + std::to_string(failed) +
+                        " failed; counters " + std::to_string(jobs_) + "/" +
+                        std::to_string(station_->statistics.Fail()));
+        // The saved counters and the shown total are those same jobs.
+        const std::string file = dir_.File("Config/TestResult.ini");
+        if (platform::ProfileIni::ReadInt(file, "total", "NUM", 0) != counted ||
+            platform::ProfileIni::ReadInt(file, "fail", "NUM", 0) != failed ||
+            station_->view.Text(IDC_TOTAL) != std::to_string(counted))
+            return Fail("saved or shown counters differ from the history's " + std::to_string(counted) + "/" +
+                        std::to_string(failed) + ": " + dir_.Read("Config/TestResult.ini"));
         return true;
     }
 
@@ -329,6 +404,8 @@ private:
     }
 
     sim::PhoneKind kind_;
+    int sockets_;
+    Millis pace_;
     std::mt19937 random_;
     int step_ = 0;
     std::string failure_;
@@ -343,32 +420,43 @@ private:
     std::uint32_t jobs_ = 0;
 };
 
-TEST(LifecycleStorm, PressesPhonesAndCloseNeverHangMiscountOrWriteAtClose) {
-    const int replay = EnvOr("QUORVEL_STORM_SEED", 0);
-    const int steps = EnvOr("QUORVEL_STORM_STEPS", 50);
-    std::vector<unsigned> seeds = {1, 2, 3};  // 450 steps in all: about 30 s under ThreadSanitizer
-    if (replay > 0) seeds = {static_cast<unsigned>(replay)};
-    int total = 0;
-    std::uint32_t jobs = 0;
-    const char* only = std::getenv("QUORVEL_STORM_PLATFORMS");
-    std::vector<std::pair<sim::PhoneKind, const char*>> platforms;
-    for (const auto& p : {std::pair{sim::PhoneKind::MTK_BROM, "MTK"}, std::pair{sim::PhoneKind::SPRD, "SPRD"},
-                          std::pair{sim::PhoneKind::CFG, "CFG"}})
-        if (!only || !*only || std::string(only) == "all" || std::string(only).find(p.second) != std::string::npos)
-            platforms.push_back(p);
-    for (const auto& [kind, name] : platforms) {
-        for (const unsigned seed : seeds) {
-            Storm storm(kind, seed);
-            ASSERT_TRUE(storm.Ready());
-            bool ok = true;
-            for (int step = 0; ok && step < steps; ++step, ++total) ok = storm.Step(step);
-            ok = ok && storm.CloseMidJob();
-            jobs += storm.Jobs();
-            EXPECT_TRUE(ok) << name << " seed " << seed << ": " << storm.Failure()
-                            << "\n  replay with QUORVEL_STORM_SEED=" << seed;
+// The runs of a ctest: each platform at two paces on four sockets, and once with sixteen
+// slots all at work.
+std::vector<Plan> Plans() {
+    const int replay = EnvOr("QUORVEL_COUNT_SEED", 0), soak = EnvOr("QUORVEL_COUNT_SOAK", 0);
+    const int steps = EnvOr("QUORVEL_COUNT_STEPS", 0);
+    const char* only = std::getenv("QUORVEL_COUNT_PLATFORMS");
+    std::vector<Plan> runs;
+    for (const auto& [kind, name] : {std::pair{sim::PhoneKind::MTK_BROM, "MTK"}, std::pair{sim::PhoneKind::SPRD, "SPRD"},
+                                     std::pair{sim::PhoneKind::CFG, "CFG"}}) {
+        if (only && *only && std::string(only) != "all" && std::string(only).find(name) == std::string::npos) continue;
+        std::vector<Plan> mine = {{kind, name, 1, 4, 250, 50}, {kind, name, 2, 4, 30, 50}, {kind, name, 3, 16, 250, 30}};
+        for (int i = 0; i < soak; ++i) mine.push_back({kind, name, 100u + static_cast<unsigned>(i), 4 + 4 * (i % 4),
+                                                       i % 2 ? Millis{30} : Millis{250}, 150});
+        for (Plan& run : mine) {
+            if (replay > 0 && run.seed != static_cast<unsigned>(replay)) continue;
+            if (steps > 0) run.steps = steps;
+            runs.push_back(run);
         }
     }
-    std::printf("storm: %d steps, %u jobs counted\n", total, jobs);
+    return runs;
+}
+
+TEST(CountOnce, SeededStormsOfPressesPhonesFaultsAndACloseCountEveryJobOnce) {
+    int total = 0;
+    std::uint32_t jobs = 0;
+    for (const Plan& run : Plans()) {
+        Storm storm(run);
+        ASSERT_TRUE(storm.Ready()) << Describe(run);
+        bool ok = true;
+        for (int step = 0; ok && step < run.steps; ++step, ++total) ok = storm.Step(step);
+        ok = ok && storm.CloseMidJob();
+        jobs += storm.Jobs();
+        EXPECT_TRUE(ok) << Describe(run) << ": " << storm.Failure() << "\n  replay with QUORVEL_COUNT_PLATFORMS=" << run.platform
+                        << " QUORVEL_COUNT_SEED=" << run.seed
+                        << (run.seed >= 100 ? " QUORVEL_COUNT_SOAK=" + std::to_string(run.seed - 99) : "");
+    }
+    std::printf("count once: %d steps, %u jobs counted\n", total, jobs);
 }
 
 }  // namespace
