@@ -8,7 +8,7 @@
 #include <chrono>
 
 #include "UmockdevBench.h"
-#include "support/RunTool.h"
+#include "support/Golden.h"
 #include "support/TempDir.h"
 
 namespace quorvel::devices {
@@ -83,39 +83,21 @@ TEST_F(QuorvelPortsTest, MapAndUsage) {
     RUN_UNDER_UMOCKDEV();
     Build();
     Phone(hub, "1-1.2", "0e8d", "2000", "1.2", "MT65xx Preloader", "ttyACM0");
-    const std::string tool = test::ToolPath("quorvel-ports") + " ";
-    const struct {
-        std::string args;
-        int exit;
-        std::string out;  // the whole output, or for --json a part of it
-    } runs[] = {
-        // The 1.1 root hub has no sockets in the map.
-        {station.Path(), 0,
-         "pci-0000:00:14.0-usbv2\\PORT1                 1a40:0101 class 09 no driver\n" +
-             Row("PORT1", "-  [slot 1 (HS)]\n") +
-             Row("PORT2", "0e8d:2000 class 02 cdc_acm /dev/ttyACM0 COM1 \"MT65xx Preloader\"\n")},
-        {"--json " + station.Path(), 0,
-         "{\"location\":\"pci-0000:00:14.0-usbv2-0:1\\\\PORT2\",\"ids\":\"0e8d:2000\",\"product\":\"MT65xx "
-         "Preloader\",\"class\":\"02\",\"driver\":\"cdc_acm\",\"node\":\"/dev/ttyACM0\",\"com\":\"COM1\","
-         "\"binding\":\"\"}]\n"},
-        {"--watch --check", 2, "exclude each other"},
-        {"--bogus", 2, "unknown option --bogus"},
-        {station.Path() + "nowhere", 2, "is not a station folder"},
-        {"--help", 0, "Exit status"},
+    // The 1.1 root hub has no sockets in the map.
+    const std::pair<const char*, std::string> runs[] = {
+        {"map", station.Path()},
+        {"map_json", "--json " + station.Path()},
+        {"watch_and_check", "--watch --check"},
+        {"unknown_option", "--bogus"},
+        {"not_a_station", station.Path() + "nowhere"},
+        {"help", "--help"},
     };
-    for (const auto& r : runs) {
-        const auto got = test::RunCommand(tool + r.args);
-        EXPECT_EQ(got.exitCode, r.exit) << r.args << "\n" << got.out;
-        if (r.exit == 2) {
-            EXPECT_EQ(std::count(got.out.begin(), got.out.end(), '\n'), 1) << got.out;
-        }
-        if (r.args == station.Path())
-            EXPECT_EQ(got.out, r.out);
-        else
-            EXPECT_NE(got.out.find(r.out), std::string::npos) << r.args << "\n" << got.out;
+    for (const auto& [name, args] : runs) {
+        EXPECT_TRUE(test::MatchesGolden(std::string("quorvel-ports/") + name + ".txt",
+                                        test::RunTranscript("quorvel-ports", args, {{station.Path(), "$DIR/"}})));
     }
     // The check exits 1 exactly when it has something to fix.
-    const auto check = test::RunCommand(tool + "--check --json");
+    const auto check = test::RunCommand(test::ToolPath("quorvel-ports") + " --check --json");
     EXPECT_EQ(check.exitCode, check.out == "[]\n" ? 0 : 1) << check.out;
 }
 
