@@ -20,9 +20,9 @@
 #include <thread>
 #include <vector>
 
-#include "station/Station.h"
 #include "devices/ComProbe.h"
 #include "sim/SimBench.h"
+#include "station/Station.h"
 #include "support/StationFixture.h"
 #include "support/StationProcess.h"
 #include "support/TempDir.h"

@@ -10,7 +10,9 @@
 
 namespace {
 
-std::vector<std::uint8_t> Data(std::size_t size) { return RandomBytes(size); }
+std::vector<std::uint8_t> Data(std::size_t size) {
+    return RandomBytes(size);
+}
 
 void BM_Crc16(benchmark::State& state) {
     const auto data = Data(static_cast<std::size_t>(state.range(0)));

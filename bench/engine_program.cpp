@@ -19,12 +19,12 @@
 #include <thread>
 #include <vector>
 
-#include "station/Messages.h"
-#include "station/Station.h"
 #include "console/MessageRouter.h"
-#include "slots/DownloadManager.h"
 #include "engines/program/ProgramMtkEngine.h"
 #include "sim/SimEngineProgram.h"
+#include "slots/DownloadManager.h"
+#include "station/Messages.h"
+#include "station/Station.h"
 #include "station/StationLoop.h"
 #include "support/FixedOptions.h"
 

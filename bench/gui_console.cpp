@@ -25,11 +25,11 @@
 #include <thread>
 #include <vector>
 
-#include "station/Station.h"
 #include "console/ConsoleController.h"
-#include "qt/MainWindow.h"
-#include "present/SlotDisplay.h"
 #include "platform/Clock.h"
+#include "present/SlotDisplay.h"
+#include "qt/MainWindow.h"
+#include "station/Station.h"
 #include "station/StationLoop.h"
 #include "support/FixedOptions.h"
 

@@ -11,11 +11,11 @@
 #include <thread>
 #include <vector>
 
+#include "console/MessageRouter.h"
+#include "sim/SimEngines.h"
+#include "slots/DownloadManager.h"
 #include "station/Messages.h"
 #include "station/Station.h"
-#include "console/MessageRouter.h"
-#include "slots/DownloadManager.h"
-#include "sim/SimEngines.h"
 #include "station/StationLoop.h"
 
 namespace {

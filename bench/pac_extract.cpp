@@ -214,10 +214,10 @@ int ManyEntries(int argc, char** argv) {
         const double copy = Seconds(start);
         fs::remove_all(work + "/copy");
         const double extract = Extract(package, work, false);
-        std::printf("%d entries of %u bytes, %s: plain copy %.3f s, extraction %.3f s, %.3f s beyond the copy "
-                    "(target < 1 s)\n",
-                    count, entryBytes, sameName ? "one name repeated" : "distinct names", copy, extract,
-                    extract - copy);
+        std::printf(
+            "%d entries of %u bytes, %s: plain copy %.3f s, extraction %.3f s, %.3f s beyond the copy "
+            "(target < 1 s)\n",
+            count, entryBytes, sameName ? "one name repeated" : "distinct names", copy, extract, extract - copy);
     }
     fs::remove_all(work);
     return 0;
@@ -260,10 +260,11 @@ int main(int argc, char** argv) {
             std::printf("%s round %d: copy %.0f MB/s, extract %.0f MB/s\n", durable ? "durable" : "cached", r + 1,
                         copies.back(), extracts.back());
         }
-        std::printf("%s: plain copy %.0f MB/s, extraction %.0f MB/s, extraction at %.1f %% of the copy "
-                    "(medians of %d rounds; target >= 90 %%)\n",
-                    durable ? "durable (with fsync)" : "page cache (no fsync)", Median(copies), Median(extracts),
-                    Median(ratios), rounds);
+        std::printf(
+            "%s: plain copy %.0f MB/s, extraction %.0f MB/s, extraction at %.1f %% of the copy "
+            "(medians of %d rounds; target >= 90 %%)\n",
+            durable ? "durable (with fsync)" : "page cache (no fsync)", Median(copies), Median(extracts),
+            Median(ratios), rounds);
     }
     const long peak = ExtractionPeakKib(package, work);
     std::printf("peak memory %.1f MiB (max RSS of an extracting child; target < 32 MiB)\n", peak / 1024.0);

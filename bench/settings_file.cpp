@@ -9,8 +9,8 @@
 #include <fstream>
 #include <string>
 
-#include "station/Station.h"
 #include "platform/ProfileIni.h"
+#include "station/Station.h"
 
 using namespace quorvel;
 using Clock = std::chrono::steady_clock;

@@ -14,7 +14,9 @@ using namespace quorvel::sprd;
 
 namespace {
 
-std::vector<std::uint8_t> Data(std::size_t size) { return RandomBytes(size); }
+std::vector<std::uint8_t> Data(std::size_t size) {
+    return RandomBytes(size);
+}
 
 std::vector<std::uint8_t> Named(const char* name, std::uint32_t size) {
     std::vector<std::uint8_t> out(phone::kNameBytes, 0);

@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "station/BindingTable.h"
-#include "engines/EngineRecords.h"
 #include "devices/DeviceBackend.h"
 #include "devices/DeviceMonitor.h"
 #include "devices/DeviceText.h"
+#include "engines/EngineRecords.h"
+#include "station/BindingTable.h"
 
 using namespace quorvel;
 using namespace quorvel::devices;
@@ -55,8 +55,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     for (const auto& id : lines) {
         const std::string location = LocationIn(table, id);
-        if (!location.empty() && std::find(table.locations.begin(), table.locations.end(), location) ==
-                                     table.locations.end())
+        if (!location.empty() &&
+            std::find(table.locations.begin(), table.locations.end(), location) == table.locations.end())
             std::abort();
     }
     const std::size_t half = lines.size() / 2;

@@ -5,9 +5,9 @@
 #include <string>
 
 #include "FuzzScratch.h"
-#include "station/Station.h"
 #include "platform/Clock.h"
 #include "platform/ProfileIni.h"
+#include "station/Station.h"
 #include "support/FixedOptions.h"
 
 using namespace quorvel;

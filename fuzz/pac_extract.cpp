@@ -39,8 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             std::string name;
             if (e.FileSize == 0 || !ReadField(e.FileName, name)) continue;
             const std::string rest = name.substr(std::min(name.size(), folder.size() + 1));
-            if (name.rfind(folder + "/", 0) != 0 || rest.empty() || rest.find('/') != std::string::npos)
-                std::abort();
+            if (name.rfind(folder + "/", 0) != 0 || rest.empty() || rest.find('/') != std::string::npos) std::abort();
         }
         SprdSelection selection;
         std::string error;

@@ -37,7 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const Check sendCheck = check == Check::DETECT ? Check::LOADER_SUM : check;
     const auto wire = EncodeFrame(0x0102, payload, sendCheck, dec.Escaping());
     dec.Reset();
-    for (std::size_t i = 0; i < wire.size(); i += 5) dec.Feed({wire.data() + i, std::min<std::size_t>(5, wire.size() - i)});
+    for (std::size_t i = 0; i < wire.size(); i += 5)
+        dec.Feed({wire.data() + i, std::min<std::size_t>(5, wire.size() - i)});
     const auto d = dec.Next();
     if (!d || d->kind != Decoded::FRAME || d->frame.type != 0x0102 || d->frame.payload != payload) std::abort();
     return 0;

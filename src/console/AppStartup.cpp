@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "station/Texts.h"
 #include "platform/AtomicFile.h"
+#include "station/Texts.h"
 
 namespace quorvel::app {
 

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "console/ConsoleUi.h"
-#include "station/Language.h"
 #include "platform/InstanceLock.h"
+#include "station/Language.h"
 
 namespace quorvel::app {
 

@@ -8,9 +8,9 @@
 #include <ctime>
 
 #include "present/AboutDialogLogic.h"
-#include "station/Messages.h"
 #include "present/SettingsDialogLogic.h"
 #include "present/SlotListLayout.h"
+#include "station/Messages.h"
 #include "station/Texts.h"
 
 #ifndef QUORVEL_BUILD_ID
@@ -21,8 +21,7 @@ namespace quorvel::console {
 
 using namespace app;
 
-ConsoleController::ConsoleController(Station& station, app::StationLoop& loop, ConsoleUi& ui,
-                                     int listClientWidth)
+ConsoleController::ConsoleController(Station& station, app::StationLoop& loop, ConsoleUi& ui, int listClientWidth)
     : station_(station), loop_(loop), ui_(ui), listClientWidth_(listClientWidth) {}
 
 std::array<std::string, 3> ConsoleController::TitleParts() {
@@ -62,9 +61,9 @@ void ConsoleController::SetUpControls() {
     view.SetToolTip(IDC_HELP, lang.ChooseText(texts::kHelpTip));
 
     const ColumnWidths widths = InitialColumnWidths(listClientWidth_);
-    const SlotColumnHeader::Align aligns[kSlotColumnCount] = {
-        SlotColumnHeader::LEFT,   SlotColumnHeader::LEFT,   SlotColumnHeader::CENTRE,
-        SlotColumnHeader::CENTRE, SlotColumnHeader::CENTRE, SlotColumnHeader::LEFT};
+    const SlotColumnHeader::Align aligns[kSlotColumnCount] = {SlotColumnHeader::LEFT,   SlotColumnHeader::LEFT,
+                                                              SlotColumnHeader::CENTRE, SlotColumnHeader::CENTRE,
+                                                              SlotColumnHeader::CENTRE, SlotColumnHeader::LEFT};
     std::vector<SlotColumnHeader> columns;
     for (int c = 0; c < kSlotColumnCount; ++c)
         columns.push_back({lang.ChooseText(texts::kSlotColumns[c]), aligns[c], widths[static_cast<std::size_t>(c)]});
@@ -227,4 +226,4 @@ void ConsoleController::OnTimer(int id) {
     if (router_) router_->RouteTimer(id);
 }
 
-}
+}  // namespace quorvel::console

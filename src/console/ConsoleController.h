@@ -7,9 +7,9 @@
 #include <string>
 
 #include "console/ConsoleUi.h"
-#include "station/Station.h"
 #include "devices/BindingCommands.h"
 #include "packages/MtkPreparation.h"
+#include "station/Station.h"
 #include "station/StationLoop.h"
 
 namespace quorvel::console {
@@ -29,8 +29,7 @@ class ConsoleController : public app::MessageHandler, public packages::PackageDi
 public:
     // `listClientWidth`: the slot list's client width in pixels at creation. Every modal
     // request of the station goes to `ui`.
-    ConsoleController(app::Station& station, app::StationLoop& loop, app::ConsoleUi& ui,
-                      int listClientWidth = 900);
+    ConsoleController(app::Station& station, app::StationLoop& loop, app::ConsoleUi& ui, int listClientWidth = 900);
 
     // Station thread. False when the console closed itself (settings missing).
     bool OnInitDialog();

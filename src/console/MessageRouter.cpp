@@ -20,51 +20,52 @@ bool MessageRouter::Route(const app::Message& message, platform::LResult& result
         if (auto* display = DisplayOf(m.slot)) display->Show(m);
         return true;
     };
-    return std::visit(
-        app::Overloaded{
-            [&](const app::SlotStatus& m) { return toSlot(m); },
-            [&](const app::SlotBar& m) { return toSlot(m); },
-            [&](const app::SlotAccount& m) { return toSlot(m); },
-            [&](const app::SlotDaSwitched& m) { return toSlot(m); },
-            [&](const app::SlotVerdict& m) { return toSlot(m); },
-            [&](const app::SprdBegin& m) {
-                RouteSprd(m.port, [this](int slot, engine::DownloadWorker&) {
-                    stepCounter_[static_cast<std::size_t>(slot)] = 0;
-                });
-                return true;
-            },
-            [&](const app::SprdStepNamed& m) {
-                RouteSprd(m.port, [this](int slot, engine::DownloadWorker& worker) {
-                    auto& counter = stepCounter_[static_cast<std::size_t>(slot)];
-                    const std::string name = worker.Sprd().GetStepName(static_cast<int>(counter));
-                    ++counter;
-                    worker.Display().SetStepName(slot, name);
-                });
-                return true;
-            },
-            [&](const app::SprdStepEntered& m) {
-                // The console shows only these steps; the engine announces others too.
-                using S = app::SprdStep;
-                if (m.step == S::CHECK_BAUD || m.step == S::CONNECTING || m.step == S::DOWNLOADING ||
-                    m.step == S::CHANGE_BAUD)
-                    RouteSprd(m.port,
-                              [&](int slot, engine::DownloadWorker& worker) { worker.Display().ShowStep(slot, m.step); });
-                return true;
-            },
-            [&](const app::SprdProgress& m) {
-                RouteSprd(m.port, [&](int slot, engine::DownloadWorker& worker) {
-                    worker.Display().ShowSprdProgress(slot, m.percent);
-                });
-                return true;
-            },
-            [&](const app::SprdResult& m) {
-                RouteSprd(m.port,
-                          [&](int slot, engine::DownloadWorker& worker) { worker.Display().SprdFinished(slot, m); });
-                return true;
-            },
-            [](const auto&) { return false; },
-        },
-        message);
+    return std::visit(app::Overloaded{
+                          [&](const app::SlotStatus& m) { return toSlot(m); },
+                          [&](const app::SlotBar& m) { return toSlot(m); },
+                          [&](const app::SlotAccount& m) { return toSlot(m); },
+                          [&](const app::SlotDaSwitched& m) { return toSlot(m); },
+                          [&](const app::SlotVerdict& m) { return toSlot(m); },
+                          [&](const app::SprdBegin& m) {
+                              RouteSprd(m.port, [this](int slot, engine::DownloadWorker&) {
+                                  stepCounter_[static_cast<std::size_t>(slot)] = 0;
+                              });
+                              return true;
+                          },
+                          [&](const app::SprdStepNamed& m) {
+                              RouteSprd(m.port, [this](int slot, engine::DownloadWorker& worker) {
+                                  auto& counter = stepCounter_[static_cast<std::size_t>(slot)];
+                                  const std::string name = worker.Sprd().GetStepName(static_cast<int>(counter));
+                                  ++counter;
+                                  worker.Display().SetStepName(slot, name);
+                              });
+                              return true;
+                          },
+                          [&](const app::SprdStepEntered& m) {
+                              // The console shows only these steps; the engine announces others too.
+                              using S = app::SprdStep;
+                              if (m.step == S::CHECK_BAUD || m.step == S::CONNECTING || m.step == S::DOWNLOADING ||
+                                  m.step == S::CHANGE_BAUD)
+                                  RouteSprd(m.port, [&](int slot, engine::DownloadWorker& worker) {
+                                      worker.Display().ShowStep(slot, m.step);
+                                  });
+                              return true;
+                          },
+                          [&](const app::SprdProgress& m) {
+                              RouteSprd(m.port, [&](int slot, engine::DownloadWorker& worker) {
+                                  worker.Display().ShowSprdProgress(slot, m.percent);
+                              });
+                              return true;
+                          },
+                          [&](const app::SprdResult& m) {
+                              RouteSprd(m.port, [&](int slot, engine::DownloadWorker& worker) {
+                                  worker.Display().SprdFinished(slot, m);
+                              });
+                              return true;
+                          },
+                          [](const auto&) { return false; },
+                      },
+                      message);
 }
 
 int MessageRouter::SlotOfPort(unsigned long port) const {

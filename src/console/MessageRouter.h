@@ -7,9 +7,9 @@
 #include <array>
 #include <cstdint>
 
-#include "station/Station.h"
 #include "slots/DownloadManager.h"
 #include "station/Messages.h"
+#include "station/Station.h"
 
 namespace quorvel::console {
 

@@ -1,10 +1,10 @@
 #include "console/ProgramEngineFactory.h"
 
-#include "station/Station.h"
 #include "engines/program/ProgramCheck.h"
 #include "engines/program/ProgramFpEngine.h"
 #include "engines/program/ProgramMtkEngine.h"
 #include "engines/program/ProgramSprdEngine.h"
+#include "station/Station.h"
 
 namespace quorvel::engine {
 
@@ -27,7 +27,8 @@ ProgramContext& ProgramEngineFactory::Context() {
     if (station_.settings.simulatedBench && IsNativeSprdOverUsb(s.sprd)) s.sprd.clear();
     const bool native =
         station_.settings.benchNativeSprd && station_.settings.simulatedBench && benchPhones_ && s.sprd.empty();
-    if (native) s.sprd = NativeSprdCommandLine(FindBenchProgram(station_.ExeDir(), kSprdFlashProgram), NativeSprdRunDir());
+    if (native)
+        s.sprd = NativeSprdCommandLine(FindBenchProgram(station_.ExeDir(), kSprdFlashProgram), NativeSprdRunDir());
     if (bench) {
         const auto* scaled = dynamic_cast<const platform::ScaledClock*>(&station_.clock);
         const double scale = scaled ? scaled->Factor() : 1.0;

@@ -20,8 +20,7 @@ class ProgramEngineFactory final : public EngineFactory {
 public:
     ProgramEngineFactory(app::Station& station, EngineFactory& fallback,
                          std::function<void(const SwitchEvent&)> switchHook = nullptr,
-                         SimPhoneRegistry* benchPhones = nullptr,
-                         ProgramContext::PortDevices portDevices = nullptr);
+                         SimPhoneRegistry* benchPhones = nullptr, ProgramContext::PortDevices portDevices = nullptr);
 
     std::unique_ptr<MtkEngine> MakeMtk(app::MessageWindow& window) override;
     std::unique_ptr<FpEngine> MakeFp(app::MessageWindow& window) override;

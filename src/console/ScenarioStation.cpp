@@ -6,10 +6,10 @@
 #include <utility>
 
 #include "console/AppStartup.h"
-#include "present/CloseCheck.h"
 #include "packages/DemoSprdPackage.h"
 #include "packages/PacWriter.h"
 #include "platform/ProfileIni.h"
+#include "present/CloseCheck.h"
 #include "station/BindState.h"
 #include "station/Messages.h"
 
@@ -143,17 +143,28 @@ std::string ScenarioStation::Observe(const std::vector<std::string>& subject) {
                 return;
             }
             const auto b = st.bindings.Get(slot);
-            if (field == "state") seen = app::BindStateName(b.state);
-            else if (field == "hs") seen = Location(b.hs, bench);
-            else if (field == "ls") seen = Location(b.ls, bench);
-            else if (field == "com") seen = b.com;
-            else if (slot >= st.slotList.RowCount()) seen = "no row";
-            else if (field == "result") seen = st.slotList.ResultText(slot);
-            else if (field == "device") seen = st.slotList.CellText(slot, app::COL_DEVICE);
-            else if (field == "timer") seen = st.slotList.CellText(slot, app::COL_TIMER);
-            else if (field == "number") seen = st.slotList.CellText(slot, app::COL_NUMBER);
-            else if (field == "bar") seen = st.slotList.Row(slot).progress.text;
-            else if (field == "phase") seen = PhaseName(st.slotList.Row(slot).phase);
+            if (field == "state")
+                seen = app::BindStateName(b.state);
+            else if (field == "hs")
+                seen = Location(b.hs, bench);
+            else if (field == "ls")
+                seen = Location(b.ls, bench);
+            else if (field == "com")
+                seen = b.com;
+            else if (slot >= st.slotList.RowCount())
+                seen = "no row";
+            else if (field == "result")
+                seen = st.slotList.ResultText(slot);
+            else if (field == "device")
+                seen = st.slotList.CellText(slot, app::COL_DEVICE);
+            else if (field == "timer")
+                seen = st.slotList.CellText(slot, app::COL_TIMER);
+            else if (field == "number")
+                seen = st.slotList.CellText(slot, app::COL_NUMBER);
+            else if (field == "bar")
+                seen = st.slotList.Row(slot).progress.text;
+            else if (field == "phase")
+                seen = PhaseName(st.slotList.Row(slot).phase);
         } else if (what == "socket") {
             seen = bench ? ModeName(bench->ModeAt(std::stoi(subject.at(1)))) : "no bench";
         } else if (what == "total") {
@@ -210,9 +221,9 @@ bool ScenarioStation::Write(const Setting& setting, std::string& why) {
     const app::StationOptions options = options_();
     const std::string ini = options.exeDir + "Config/CommonSetting.ini";
     const bool package = section.empty() && key == "package";
-    const bool done = package ? platform::ProfileIni::WriteString(ini, "COMMON", "FilePath",
-                                                                   PackageFile(options.exeDir, value))
-                              : platform::ProfileIni::WriteString(ini, section, key, value);
+    const bool done =
+        package ? platform::ProfileIni::WriteString(ini, "COMMON", "FilePath", PackageFile(options.exeDir, value))
+                : platform::ProfileIni::WriteString(ini, section, key, value);
     if (!done) why = "cannot write " + ini;
     return done;
 }

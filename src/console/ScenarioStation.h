@@ -15,9 +15,9 @@
 #include "console/ConsoleUi.h"
 #include "console/StationRig.h"
 #include "platform/Clock.h"
-#include "station/StationLoop.h"
 #include "sim/Scenario.h"
 #include "station/Station.h"
+#include "station/StationLoop.h"
 
 namespace quorvel::console {
 
@@ -33,8 +33,7 @@ public:
     void Press() override;
     bool Running() override;
     std::string Observe(const std::vector<std::string>& subject) override;
-    bool Set(const std::string& section, const std::string& key, const std::string& value,
-             std::string& why) override;
+    bool Set(const std::string& section, const std::string& key, const std::string& value, std::string& why) override;
     bool Restart(std::string& why) override;
 
     // The station process now; null before the first start.

@@ -10,12 +10,12 @@
 #include <memory>
 #include <mutex>
 
-#include "station/Station.h"
-#include "console/StationRun.h"
 #include "console/ProgramEngineFactory.h"
-#include "sim/SimEngines.h"
+#include "console/StationRun.h"
 #include "platform/SysPaths.h"
 #include "sim/SimBench.h"
+#include "sim/SimEngines.h"
+#include "station/Station.h"
 
 namespace quorvel::console {
 

@@ -3,10 +3,10 @@
 #include <filesystem>
 #include <functional>
 
-#include "station/Texts.h"
 #include "console/ConsoleController.h"
 #include "console/MessageRouter.h"
 #include "present/PreparationWindowLogic.h"
+#include "station/Texts.h"
 
 namespace quorvel::console {
 
@@ -51,8 +51,8 @@ void StationRun::BuildSlots() {
 bool StationRun::RunPreparation(bool verify) {
     packages::PreparationWindowLogic::StartVerify start;
     if (verify) start = [this](std::shared_ptr<app::MessageWindow> receiver) { manager_.VerifyPackage(receiver); };
-    packages::PreparationWindowLogic dialog(station_, [this](const std::string& text) { console_.Tell(text); },
-                                            start);
+    packages::PreparationWindowLogic dialog(
+        station_, [this](const std::string& text) { console_.Tell(text); }, start);
     console_.Ui().RunPreparationDialog(dialog);
     dialog.WaitForWork();
     return dialog.PreparationResult() != 0;

@@ -6,13 +6,13 @@
 
 #include <memory>
 
-#include "station/Station.h"
 #include "devices/ComProbe.h"
 #include "devices/DeviceBackend.h"
 #include "devices/DeviceMonitor.h"
 #include "devices/PortBinding.h"
-#include "slots/DownloadManager.h"
 #include "platform/SleepInhibitor.h"
+#include "slots/DownloadManager.h"
+#include "station/Station.h"
 #include "station/StationLoop.h"
 
 namespace quorvel::console {

@@ -5,10 +5,10 @@
 #include <iterator>
 #include <map>
 
+#include "devices/DeviceText.h"
 #include "station/Messages.h"
 #include "station/Station.h"
 #include "station/Texts.h"
-#include "devices/DeviceText.h"
 
 namespace quorvel::devices {
 

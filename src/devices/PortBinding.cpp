@@ -2,10 +2,10 @@
 
 #include <strings.h>
 
-#include "station/Messages.h"
-#include "station/Station.h"
 #include "devices/DeviceText.h"
 #include "slots/DownloadManager.h"
+#include "station/Messages.h"
+#include "station/Station.h"
 
 namespace quorvel::devices {
 

@@ -13,9 +13,9 @@
 
 #include <string>
 
-#include "engines/EngineRecords.h"
 #include "devices/ComProbe.h"
 #include "devices/DeviceMonitor.h"
+#include "engines/EngineRecords.h"
 #include "station/Messages.h"
 
 namespace quorvel::app {
@@ -24,14 +24,13 @@ class Station;
 namespace quorvel::engine {
 class DownloadManager;
 enum class HandOver;
-}
+}  // namespace quorvel::engine
 
 namespace quorvel::devices {
 
 class PortBinding {
 public:
-    PortBinding(app::Station& station, engine::DownloadManager& manager, ComProbe& probe,
-                app::MessageWindow& console)
+    PortBinding(app::Station& station, engine::DownloadManager& manager, ComProbe& probe, app::MessageWindow& console)
         : station_(station), manager_(manager), probe_(probe), console_(console) {}
 
     // Message 6024; returns 0.

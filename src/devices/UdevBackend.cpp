@@ -334,7 +334,8 @@ std::string UdevBackend::UsbNodeOfPort(int comNumber) {
     std::string node;
     if (u)
         ForEach(u.get(), "usb", "usb_interface", [&](udev_device* d) {
-            if (node.empty() && IsUsbDownload(d) && LocationOf(d) == location) node = UsbNodeOf(UsbDeviceOf(d), paths_.dev);
+            if (node.empty() && IsUsbDownload(d) && LocationOf(d) == location)
+                node = UsbNodeOf(UsbDeviceOf(d), paths_.dev);
         });
     return node;
 }
@@ -353,7 +354,8 @@ std::optional<PortDevice> UdevBackend::DeviceOfPort(int comNumber) {
     const std::string node = NodeOfComNumber(comNumber);
     if (node.empty()) return std::nullopt;
     Device tty(udev_device_new_from_subsystem_sysname(u.get(), "tty", node.c_str()));
-    udev_device* iface = tty ? udev_device_get_parent_with_subsystem_devtype(tty.get(), "usb", "usb_interface") : nullptr;
+    udev_device* iface =
+        tty ? udev_device_get_parent_with_subsystem_devtype(tty.get(), "usb", "usb_interface") : nullptr;
     if (!iface) return std::nullopt;
     return PortDevice{InstanceIdOf(iface), LocationOf(iface)};
 }

@@ -87,8 +87,8 @@ struct EngineVersions {
     std::string daVersion, daBuild, module1Version, module1Build, module2Version, module2Build;
 };
 inline EngineVersions VersionsOf(const VersionInfo& v) {
-    return {FieldText(v.daVersion),      FieldText(v.daBuild),        FieldText(v.module1Version),
-            FieldText(v.module1Build),   FieldText(v.module2Version), FieldText(v.module2Build)};
+    return {FieldText(v.daVersion),    FieldText(v.daBuild),        FieldText(v.module1Version),
+            FieldText(v.module1Build), FieldText(v.module2Version), FieldText(v.module2Build)};
 }
 
 }  // namespace quorvel::app

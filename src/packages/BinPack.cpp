@@ -11,14 +11,13 @@
 #include <filesystem>
 #include <new>
 
-#include "station/Messages.h"
-#include "station/Texts.h"
-#include "packages/TextFormat.h"
 #include "packages/Crc16.h"
 #include "packages/PacInspect.h"
+#include "packages/TextFormat.h"
 #include "platform/AtomicFile.h"
 #include "platform/Clock.h"
 #include "station/Messages.h"
+#include "station/Texts.h"
 
 namespace quorvel::packages {
 namespace fs = std::filesystem;

@@ -14,7 +14,9 @@
 
 namespace quorvel::packages {
 
-ChunkBuffer::~ChunkBuffer() { Release(); }
+ChunkBuffer::~ChunkBuffer() {
+    Release();
+}
 
 #ifdef QUORVEL_HEAP_BUFFER
 // AddressSanitizer guards heap blocks but not raw mappings: its builds must catch overruns.

@@ -17,7 +17,8 @@ constexpr Tables MakeTables() {
     Tables t{};
     for (unsigned b = 0; b < 256; ++b) {
         std::uint16_t c = static_cast<std::uint16_t>(b);
-        for (int i = 0; i < 8; ++i) c = (c & 1) ? static_cast<std::uint16_t>((c >> 1) ^ 0xA001) : static_cast<std::uint16_t>(c >> 1);
+        for (int i = 0; i < 8; ++i)
+            c = (c & 1) ? static_cast<std::uint16_t>((c >> 1) ^ 0xA001) : static_cast<std::uint16_t>(c >> 1);
         t[0][b] = c;
     }
     for (int k = 1; k < 16; ++k)
@@ -32,7 +33,8 @@ constexpr Tables kTables = MakeTables();
 
 std::uint16_t CalcCrc16Bytewise(std::uint16_t crc, const void* data, std::size_t length) {
     const auto* p = static_cast<const std::uint8_t*>(data);
-    for (std::size_t i = 0; i < length; ++i) crc = static_cast<std::uint16_t>((crc >> 8) ^ kTables[0][(crc ^ p[i]) & 0xFF]);
+    for (std::size_t i = 0; i < length; ++i)
+        crc = static_cast<std::uint16_t>((crc >> 8) ^ kTables[0][(crc ^ p[i]) & 0xFF]);
     return crc;
 }
 
@@ -84,7 +86,8 @@ struct FoldConstants {
 
 __attribute__((target("pclmul,sse2"))) FoldConstants MakeFoldConstants() {
     auto pair = [](int d) {
-        return _mm_set_epi64x(static_cast<long long>(FoldConstant(d - 1)), static_cast<long long>(FoldConstant(d + 63)));
+        return _mm_set_epi64x(static_cast<long long>(FoldConstant(d - 1)),
+                              static_cast<long long>(FoldConstant(d + 63)));
     };
     return {pair(128), pair(256), pair(384), pair(512)};
 }
@@ -94,7 +97,7 @@ __attribute__((target("pclmul,sse2"))) inline __m128i Fold(__m128i a, __m128i k)
 }
 
 __attribute__((target("pclmul,sse2"))) std::uint16_t CalcCrc16Clmul(std::uint16_t crc, const std::uint8_t* p,
-                                                                     std::size_t length) {
+                                                                    std::size_t length) {
     static const FoldConstants k = MakeFoldConstants();
     auto load = [](const std::uint8_t* q) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(q)); };
     // A running CRC enters as an XOR into the first two message bytes.
@@ -110,7 +113,8 @@ __attribute__((target("pclmul,sse2"))) std::uint16_t CalcCrc16Clmul(std::uint16_
         p += 64;
         length -= 64;
     }
-    __m128i a = _mm_xor_si128(_mm_xor_si128(Fold(a0, k.by384), Fold(a1, k.by256)), _mm_xor_si128(Fold(a2, k.by128), a3));
+    __m128i a =
+        _mm_xor_si128(_mm_xor_si128(Fold(a0, k.by384), Fold(a1, k.by256)), _mm_xor_si128(Fold(a2, k.by128), a3));
     while (length >= 16) {
         a = _mm_xor_si128(Fold(a, k.by128), load(p));
         p += 16;
@@ -133,7 +137,8 @@ struct WideConstants {
 QUORVEL_AVX512 WideConstants MakeWideConstants() {
     WideConstants w{};
     auto pair = [](int d) {
-        return _mm_set_epi64x(static_cast<long long>(FoldConstant(d - 1)), static_cast<long long>(FoldConstant(d + 63)));
+        return _mm_set_epi64x(static_cast<long long>(FoldConstant(d - 1)),
+                              static_cast<long long>(FoldConstant(d + 63)));
     };
     for (int j = 0; j < 15; ++j) w.tail[j] = pair(128 * (15 - j));
     const auto lo = static_cast<long long>(FoldConstant(2048 + 63)), hi = static_cast<long long>(FoldConstant(2047));

@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "station/Station.h"
-#include "station/Texts.h"
 #include "packages/BinPack.h"
 #include "packages/TextFormat.h"
 #include "platform/AtomicFile.h"
+#include "station/Station.h"
+#include "station/Texts.h"
 
 namespace quorvel::packages {
 namespace fs = std::filesystem;
@@ -19,7 +19,9 @@ namespace texts = app::texts;
 
 namespace {
 
-bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
 
 std::string WithoutTrailingSeparators(std::string path) {
     while (path.size() > 1 && (path.back() == '/' || path.back() == '\\')) path.pop_back();
@@ -44,9 +46,9 @@ std::vector<std::string> FilesWithExtension(const std::string& folder, const std
         const std::string name = it->path().filename().string();
         if (name.size() <= extension.size()) continue;
         const std::string ext = name.substr(name.size() - extension.size());
-        if (std::equal(ext.begin(), ext.end(), extension.begin(), extension.end(),
-                       [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) ==
-                                                   std::tolower(static_cast<unsigned char>(b)); }))
+        if (std::equal(ext.begin(), ext.end(), extension.begin(), extension.end(), [](char a, char b) {
+                return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+            }))
             names.push_back(name);
     }
     std::sort(names.begin(), names.end());
@@ -119,7 +121,9 @@ void MtkPreparation::LoadChipName(const std::string& xmlPath) {
     problems_.emplace_back(texts::kMtkNoChipName);
 }
 
-void MtkPreparation::SelectDaVariant() { state_.DaVariant = DaVariantOf(state_.ChipName); }
+void MtkPreparation::SelectDaVariant() {
+    state_.DaVariant = DaVariantOf(state_.ChipName);
+}
 
 int MtkPreparation::FindDaFiles() {
     const std::string folder = DaFolderOf(station_.ExeDir(), state_.DaVariant);
@@ -208,8 +212,7 @@ void MtkPreparation::RefreshPackageDisplay(app::Station& station, PackageDisplay
             station.package.version.clear();
             station.view.SetText(app::IDC_PANEL, "");
             break;
-        default:
-            break;
+        default: break;
     }
     console.Repaint();
 }

@@ -7,11 +7,11 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "station/Texts.h"
-#include "packages/TextFormat.h"
 #include "packages/BinPack.h"
 #include "packages/Crc16.h"
+#include "packages/TextFormat.h"
 #include "platform/AtomicFile.h"
+#include "station/Texts.h"
 
 namespace quorvel::packages {
 namespace texts = app::texts;
@@ -26,9 +26,7 @@ public:
         struct stat st;
         return ::fstat(fd_.get(), &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
     }
-    std::size_t Read(void* buffer, std::size_t length) {
-        return platform::ReadFully(fd_.get(), buffer, length);
-    }
+    std::size_t Read(void* buffer, std::size_t length) { return platform::ReadFully(fd_.get(), buffer, length); }
 
 private:
     platform::UniqueFd fd_;

@@ -84,6 +84,8 @@ inline void WriteBytes(const std::string& path, const std::string& bytes) {
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-inline void WritePac(const std::string& path, const PacSpec& layout) { WriteBytes(path, BuildPac(layout)); }
+inline void WritePac(const std::string& path, const PacSpec& layout) {
+    WriteBytes(path, BuildPac(layout));
+}
 
 }  // namespace quorvel::packages

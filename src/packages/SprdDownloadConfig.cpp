@@ -6,12 +6,12 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "packages/PacInspect.h"
+#include "packages/PackageHousekeeping.h"
+#include "packages/TextFormat.h"
+#include "platform/ProfileIni.h"
 #include "station/Station.h"
 #include "station/Texts.h"
-#include "packages/TextFormat.h"
-#include "packages/PackageHousekeeping.h"
-#include "packages/PacInspect.h"
-#include "platform/ProfileIni.h"
 
 namespace quorvel::packages {
 namespace texts = app::texts;
@@ -24,7 +24,9 @@ std::string Upper(std::string text) {
     return text;
 }
 
-bool StartsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
+bool StartsWith(const std::string& text, const char* prefix) {
+    return text.rfind(prefix, 0) == 0;
+}
 
 // The selection record keeps each id and product name as they stand (line breaks are the
 // INI writer's concern), but for what its lines cannot hold: a ']' would end the section
@@ -86,8 +88,10 @@ bool SelectSprdFiles(const PacHeader& header, const std::vector<PacFileEntry>& e
         if (flash) out.hasFlash = true;
         if (chosen) {
             ++out.selectedCount;
-            if (nv) out.nvChosen = true;
-            else if (flash) out.flashChosen = true;
+            if (nv)
+                out.nvChosen = true;
+            else if (flash)
+                out.flashChosen = true;
             if (isOmittable) --omittable;
             out.record[id] = {e.CheckFlag, path};
         } else {
@@ -122,7 +126,10 @@ bool SelectSprdFiles(const PacHeader& header, const std::vector<PacFileEntry>& e
 
 CSprdDownloadConfig::CSprdDownloadConfig(app::Station& station, app::MessageWindow* preparationWindow,
                                          app::TellOperator tell)
-    : station_(station), window_(preparationWindow), tell_(std::move(tell)), tempFolder_(CBinPack::SystemTempFolder),
+    : station_(station),
+      window_(preparationWindow),
+      tell_(std::move(tell)),
+      tempFolder_(CBinPack::SystemTempFolder),
       header_(EmptyPacHeader()) {}
 
 void CSprdDownloadConfig::Housekeeping() {
@@ -171,7 +178,7 @@ int CSprdDownloadConfig::BuildConfiguration(const char* packagePath) {
     }
     std::string productName;
     ReadField(header_.ProductName, productName);  // normalised and checked by Unpack
-    std::vector<PacFileEntry>().swap(table);  // 41 MiB at the most, before the copies below
+    std::vector<PacFileEntry>().swap(table);      // 41 MiB at the most, before the copies below
     {
         app::SprdDownloadParams params = *station_.sprdParams.Get();
         params.files = std::move(selection.files);

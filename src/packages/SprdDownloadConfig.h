@@ -24,12 +24,12 @@ namespace quorvel::packages {
 // What the station would download from a file table, and the verdict of its checks.
 struct SprdSelection {
     enum Verdict {
-        SELECTION_OK,                // all chosen as required
-        SELECTION_WARN_MISSING,      // files left out, no repartition: a warning only
-        SELECTION_FAIL_FLASH,        // a FLASH file exists but none is chosen (no message)
-        SELECTION_FAIL_NO_NV,        // no NV file chosen
-        SELECTION_FAIL_NO_NV_BACKUP, // NvBackupFlag is 0
-        SELECTION_FAIL_REPARTITION,  // files left out while the package repartitions
+        SELECTION_OK,                 // all chosen as required
+        SELECTION_WARN_MISSING,       // files left out, no repartition: a warning only
+        SELECTION_FAIL_FLASH,         // a FLASH file exists but none is chosen (no message)
+        SELECTION_FAIL_NO_NV,         // no NV file chosen
+        SELECTION_FAIL_NO_NV_BACKUP,  // NvBackupFlag is 0
+        SELECTION_FAIL_REPARTITION,   // files left out while the package repartitions
     };
 
     std::vector<app::DlFileInfo> files;  // one per entry, in table order
@@ -61,8 +61,7 @@ class CSprdDownloadConfig {
 public:
     // `preparationWindow` receives the extraction notices; may be null. `tell` gets the
     // messages for the operator when they arise (may be empty).
-    CSprdDownloadConfig(app::Station& station, app::MessageWindow* preparationWindow,
-                        app::TellOperator tell);
+    CSprdDownloadConfig(app::Station& station, app::MessageWindow* preparationWindow, app::TellOperator tell);
 
     // Housekeeping, then BuildConfiguration; on failure housekeeping again, which
     // deletes this load's extraction folder. 1 on success, else 0.

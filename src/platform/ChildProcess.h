@@ -70,9 +70,9 @@ private:
     pid_t pid_ = -1;
     std::string token_;   // QUORVEL_ENGINE_JOB's value
     std::string record_;  // the record's path; empty when none
-    UniqueFd out_;    // read end of stdout
-    UniqueFd err_;    // read end of stderr
-    UniqueFd pidfd_;  // readable when the child has exited
+    UniqueFd out_;        // read end of stdout
+    UniqueFd err_;        // read end of stderr
+    UniqueFd pidfd_;      // readable when the child has exited
     std::mutex mutex_;    // guards reaped_ against Signal
     bool reaped_ = false;
     Exit exit_;

@@ -8,8 +8,7 @@ namespace quorvel::platform {
 
 namespace {
 std::int64_t SteadyNs() {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
 }  // namespace
@@ -21,9 +20,13 @@ void Clock::Sleep(Millis ms) {
     WaitFor(lk, cv, std::max<Millis>(ms, 0), [] { return false; });
 }
 
-Millis SystemClock::Now() const { return SteadyNs() / 1000000; }
+Millis SystemClock::Now() const {
+    return SteadyNs() / 1000000;
+}
 
-std::int64_t SystemClock::WallSeconds() const { return static_cast<std::int64_t>(std::time(nullptr)); }
+std::int64_t SystemClock::WallSeconds() const {
+    return static_cast<std::int64_t>(std::time(nullptr));
+}
 
 void SystemClock::WaitSlice(std::unique_lock<std::mutex>& lk, std::condition_variable& cv, Millis deadline) {
     if (deadline == kForever) {
@@ -40,7 +43,9 @@ Millis ScaledClock::Now() const {
     return static_cast<Millis>(static_cast<double>(SteadyNs() - realStartNs_) * factor_ / 1e6);
 }
 
-std::int64_t ScaledClock::WallSeconds() const { return wallStart_ + Now() / 1000; }
+std::int64_t ScaledClock::WallSeconds() const {
+    return wallStart_ + Now() / 1000;
+}
 
 void ScaledClock::WaitSlice(std::unique_lock<std::mutex>& lk, std::condition_variable& cv, Millis deadline) {
     if (deadline == kForever) {

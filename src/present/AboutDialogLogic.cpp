@@ -19,8 +19,12 @@ AboutDialogLogic::AboutDialogLogic(Station& station, const EngineVersions& v, st
     engineLines_.push_back(v.module2Version + "; Build:" + v.module2Build);
 }
 
-std::string AboutDialogLogic::LanguageGroup() const { return station_.language.ChooseText(texts::kLanguageGroup); }
-std::string AboutDialogLogic::ConfirmButton() const { return station_.language.ChooseText(texts::kConfirmButton); }
+std::string AboutDialogLogic::LanguageGroup() const {
+    return station_.language.ChooseText(texts::kLanguageGroup);
+}
+std::string AboutDialogLogic::ConfirmButton() const {
+    return station_.language.ChooseText(texts::kConfirmButton);
+}
 
 void AboutDialogLogic::Confirm(Choice choice) {
     station_.language.SetLanguageId(choice == ENGLISH ? kLangEnglish : kLangChinese);

@@ -3,10 +3,10 @@
 #include <cstdio>
 
 #include "engines/EngineRecords.h"
+#include "packages/SprdDownloadConfig.h"
 #include "station/Messages.h"
 #include "station/Station.h"
 #include "station/Texts.h"
-#include "packages/SprdDownloadConfig.h"
 
 namespace quorvel::packages {
 namespace texts = app::texts;
@@ -86,7 +86,9 @@ PreparationWindowLogic::PreparationWindowLogic(app::Station& station, app::TellO
     view_.barText = FormatBarText(barFormat_, 0);
 }
 
-std::shared_ptr<app::MessageWindow> PreparationWindowLogic::Receiver() const { return receiver_; }
+std::shared_ptr<app::MessageWindow> PreparationWindowLogic::Receiver() const {
+    return receiver_;
+}
 
 PreparationWindowLogic::~PreparationWindowLogic() {
     WaitForWork();
@@ -152,7 +154,9 @@ void PreparationWindowLogic::CloseWindow() {
     Changed();
 }
 
-void PreparationWindowLogic::Close() { CloseWindow(); }
+void PreparationWindowLogic::Close() {
+    CloseWindow();
+}
 
 void PreparationWindowLogic::WaitClosed() {
     std::unique_lock lk(mutex_);
@@ -166,7 +170,9 @@ void PreparationWindowLogic::WaitClosed() {
 platform::LResult PreparationWindowLogic::HandleMessage(const app::Message& message) {
     std::visit(app::Overloaded{
                    [&](const app::ChecksumProgress& m) { ShowChecksumProgress(m); },
-                   [&](const app::ChecksumNote& m) { if (tell_) tell_(m.text); },
+                   [&](const app::ChecksumNote& m) {
+                       if (tell_) tell_(m.text);
+                   },
                    [&](const app::ChecksumResult& m) {
                        std::lock_guard g(mutex_);
                        result_ = m.passed ? 1 : 0;
@@ -197,8 +203,10 @@ platform::LResult PreparationWindowLogic::HandleMessage(const app::Message& mess
                                view_.barText = FormatBarText(barFormat_, 100);
                            }
                        }
-                       if (!m.ok && tell_) tell_(texts::kPrepUnzipFailed);
-                       else Changed();
+                       if (!m.ok && tell_)
+                           tell_(texts::kPrepUnzipFailed);
+                       else
+                           Changed();
                        CloseWindow();
                    },
                    [&](const app::CloseWindow&) { CloseWindow(); },

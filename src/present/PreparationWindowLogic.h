@@ -22,8 +22,8 @@
 #include <string>
 #include <thread>
 
-#include "present/PreparationDialog.h"
 #include "packages/BinPack.h"
+#include "present/PreparationDialog.h"
 #include "station/Messages.h"
 #include "station/TellOperator.h"
 

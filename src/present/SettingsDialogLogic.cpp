@@ -2,23 +2,35 @@
 
 #include <unistd.h>
 
+#include "platform/ExeDir.h"
 #include "station/Station.h"
 #include "station/Texts.h"
-#include "platform/ExeDir.h"
 
 namespace quorvel::app {
 
 namespace {
 constexpr platform::Millis kSettleMs = 1000;
 
-bool Contains(const std::string& s, const char* part) { return s.find(part) != std::string::npos; }
+bool Contains(const std::string& s, const char* part) {
+    return s.find(part) != std::string::npos;
+}
 }  // namespace
 
-std::string SettingsDialogLogic::Title() const { return station_.language.ChooseText(texts::kSettingsTitle); }
-std::string SettingsDialogLogic::PathLabel() const { return station_.language.ChooseText(texts::kSelectPathLabel); }
-std::string SettingsDialogLogic::LoadButton() const { return station_.language.ChooseText(texts::kLoadButton); }
-std::string SettingsDialogLogic::OkButton() const { return station_.language.ChooseText(texts::kConfirmButton); }
-std::string SettingsDialogLogic::CancelButton() const { return station_.language.ChooseText(texts::kCancelButton); }
+std::string SettingsDialogLogic::Title() const {
+    return station_.language.ChooseText(texts::kSettingsTitle);
+}
+std::string SettingsDialogLogic::PathLabel() const {
+    return station_.language.ChooseText(texts::kSelectPathLabel);
+}
+std::string SettingsDialogLogic::LoadButton() const {
+    return station_.language.ChooseText(texts::kLoadButton);
+}
+std::string SettingsDialogLogic::OkButton() const {
+    return station_.language.ChooseText(texts::kConfirmButton);
+}
+std::string SettingsDialogLogic::CancelButton() const {
+    return station_.language.ChooseText(texts::kCancelButton);
+}
 std::vector<SettingsDialogLogic::FileFilterEntry> SettingsDialogLogic::FileFilters() {
     return {{"txt file (*.txt;*.bin)", {"*.txt", "*.pac", "*.cfg"}}};
 }
@@ -122,6 +134,8 @@ bool SettingsDialogLogic::Ok() {
     return true;
 }
 
-void SettingsDialogLogic::Cancel() { path_.clear(); }
+void SettingsDialogLogic::Cancel() {
+    path_.clear();
+}
 
 }  // namespace quorvel::app

@@ -1,8 +1,8 @@
 #include "present/SlotDisplay.h"
 
 #include <cstdio>
-#include <iterator>
 #include <ctime>
+#include <iterator>
 
 #include "packages/TextFormat.h"
 #include "station/Station.h"
@@ -278,7 +278,7 @@ SlotOutcome SlotDisplay::Outcome() const {
 void SlotDisplay::EndJob(int row, const SlotOutcome& outcome, bool interrupted) {
     std::lock_guard g(mutex_);
     state_.outcome = outcome;
-    state_.stage = interrupted                                       ? SlotStage::INTERRUPTED
+    state_.stage = interrupted                                     ? SlotStage::INTERRUPTED
                    : outcome.result == SlotOutcome::Result::PASSED ? SlotStage::PASS
                                                                    : SlotStage::FAIL;
     station_.slotList.EditRow(row, [&](app::SlotRow& r) { r.phase = PhaseOf(state_.stage); });

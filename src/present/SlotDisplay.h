@@ -10,10 +10,10 @@
 #include <mutex>
 #include <string>
 
-#include "present/SlotListModel.h"
 #include "engines/EngineInterfaces.h"
-#include "station/Messages.h"
+#include "present/SlotListModel.h"
 #include "slots/SlotState.h"
+#include "station/Messages.h"
 
 namespace quorvel::app {
 class Station;

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "station/BindingTable.h"
 #include "present/SlotListModel.h"
+#include "station/BindingTable.h"
 
 namespace quorvel::app {
 

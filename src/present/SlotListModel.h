@@ -22,7 +22,14 @@ inline constexpr int kNoIcon = -1;
 inline constexpr int kIconSocket = 1;  // a bound socket without a phone
 inline constexpr int kIconPhone = 2;   // a phone is on the socket
 
-enum SlotColumn : int { COL_NUMBER = 0, COL_DEVICE = 1, COL_PROGRESS = 2, COL_TIMER = 3, COL_RESULT = 4, COL_BINDED = 5 };
+enum SlotColumn : int {
+    COL_NUMBER = 0,
+    COL_DEVICE = 1,
+    COL_PROGRESS = 2,
+    COL_TIMER = 3,
+    COL_RESULT = 4,
+    COL_BINDED = 5
+};
 inline constexpr int kSlotColumnCount = 6;
 
 struct SlotCell {

@@ -18,12 +18,12 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "station/Messages.h"
-#include "station/Texts.h"
-#include "present/CloseCheck.h"
 #include "history/SlotHistory.h"
+#include "present/CloseCheck.h"
 #include "qt/dialogs/SlotHistoryDialog.h"
 #include "qt/widgets/Artwork.h"
+#include "station/Messages.h"
+#include "station/Texts.h"
 
 namespace quorvel::console {
 
@@ -180,8 +180,7 @@ QToolButton* MainWindow::MakeButton(int control) {
     auto* b = new QToolButton(this);
     b->setIconSize(QSize(40, 40));
     b->setAutoRaise(true);
-    connect(b, &QToolButton::clicked, this,
-            [this, control] { loop_.Post(Command{static_cast<CommandId>(control)}); });
+    connect(b, &QToolButton::clicked, this, [this, control] { loop_.Post(Command{static_cast<CommandId>(control)}); });
     return b;
 }
 
@@ -268,8 +267,7 @@ void MainWindow::ShowContextMenu(int row, QPoint globalPos) {
                              Item{CommandId::REMOVE_STATISTICS, texts::kMenuRemoveStatistics, true}}) {
         QAction* action = menu.addAction(Q(lang.ChooseText(item.text)));
         action->setEnabled(item.enabled);
-        connect(action, &QAction::triggered, this,
-                [this, command = item.command] { loop_.Post(Command{command}); });
+        connect(action, &QAction::triggered, this, [this, command = item.command] { loop_.Post(Command{command}); });
     }
     menu.addSeparator();
     // Reading the history touches nothing of the station's: it opens also while it runs.
@@ -300,8 +298,7 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
     const bool onList = watched == slotList_->viewport(), onBench = watched == benchView_;
     if ((!onList && !onBench) || event->type() != QEvent::ToolTip) return QWidget::eventFilter(watched, event);
     auto* help = static_cast<QHelpEvent*>(event);
-    const int slot =
-        onList ? SlotOfRow(slotList_->rowAt(help->pos().y())) : SlotOfRow(benchView_->TileAt(help->pos()));
+    const int slot = onList ? SlotOfRow(slotList_->rowAt(help->pos().y())) : SlotOfRow(benchView_->TileAt(help->pos()));
     if (slot < 0 || station_.bindings.State(slot) == BIND_BUSY) return QWidget::eventFilter(watched, event);
     const auto last = station_.history.LastJob(slot);
     const std::string why = last ? FailureText(*last) : std::string();

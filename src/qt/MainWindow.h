@@ -10,11 +10,11 @@
 #include <array>
 #include <atomic>
 
-#include "station/Station.h"
 #include "console/ConsoleController.h"
-#include "station/StationLoop.h"
 #include "qt/widgets/BenchView.h"
 #include "qt/widgets/SlotListView.h"
+#include "station/Station.h"
+#include "station/StationLoop.h"
 
 class QGroupBox;
 class QStackedWidget;

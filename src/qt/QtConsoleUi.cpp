@@ -5,10 +5,10 @@
 
 #include <memory>
 
-#include "station/Messages.h"
 #include "qt/dialogs/AboutDialog.h"
 #include "qt/dialogs/PreparationDialog.h"
 #include "qt/dialogs/SettingsDialog.h"
+#include "station/Messages.h"
 
 namespace quorvel::console {
 

@@ -11,17 +11,17 @@
 #include <csignal>
 
 #include "console/AppStartup.h"
-#include "station/Station.h"
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
+#include "platform/Clock.h"
+#include "platform/ExeDir.h"
 #include "qt/CuePlayer.h"
 #include "qt/LogindInhibitor.h"
 #include "qt/MainWindow.h"
 #include "qt/QtConsoleUi.h"
-#include "platform/Clock.h"
-#include "platform/ExeDir.h"
-#include "station/StationLoop.h"
 #include "sim/AutoBench.h"
+#include "station/Station.h"
+#include "station/StationLoop.h"
 
 using namespace quorvel;
 

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <sstream>
 
-
 namespace quorvel::sim {
 
 namespace {
@@ -43,8 +42,8 @@ bool PlugOption(const std::string& word, engine::PhoneProfile& p) {
 }
 
 const char* const kSlotFields[] = {"result", "device", "timer", "number", "bar", "phase", "state", "hs", "ls", "com"};
-const char* const kPlainSubjects[] = {"total", "fail", "rows", "workers", "served", "results", "running",
-                                      "idle", "button", "messages", "history", "notice", "banner", "closing"};
+const char* const kPlainSubjects[] = {"total", "fail",   "rows",     "workers", "served", "results", "running",
+                                      "idle",  "button", "messages", "history", "notice", "banner",  "closing"};
 
 template <std::size_t N>
 bool OneOf(const std::string& word, const char* const (&list)[N]) {
@@ -54,8 +53,7 @@ bool OneOf(const std::string& word, const char* const (&list)[N]) {
 }
 
 // "[TIMEOUT] SUBJECT [~] EXPECTED..." of an await or expect, from w[first].
-bool ParseCheck(const std::vector<std::string>& w, std::size_t first, bool await, ScenarioCheck& c,
-                std::string& why) {
+bool ParseCheck(const std::vector<std::string>& w, std::size_t first, bool await, ScenarioCheck& c, std::string& why) {
     std::size_t i = first;
     long long timeout = 0;
     if (await && i < w.size() && Number(w[i], 1000LL * 3600 * 24, timeout)) {
@@ -65,7 +63,8 @@ bool ParseCheck(const std::vector<std::string>& w, std::size_t first, bool await
     if (i >= w.size()) return why = "nothing to look at", false;
     if (w[i] == "slot" || w[i] == "socket") {
         long long n = 0;
-        if (i + 2 >= w.size() || !Number(w[i + 1], 255, n)) return why = "\"" + w[i] + "\" wants a number and a field", false;
+        if (i + 2 >= w.size() || !Number(w[i + 1], 255, n))
+            return why = "\"" + w[i] + "\" wants a number and a field", false;
         if (w[i] == "slot" ? !OneOf(w[i + 2], kSlotFields) : w[i + 2] != "mode")
             return why = "unknown field \"" + w[i + 2] + "\"", false;
         c.subject.assign(w.begin() + static_cast<long>(i), w.begin() + static_cast<long>(i) + 3);
@@ -171,8 +170,7 @@ std::optional<Scenario> ParseScenario(const std::string& text, std::string* erro
             std::string why;
             if (!ParseCheck(w, 2, step.action == ScenarioStep::AWAIT, step.check, why))
                 return Fail(error, line, why), std::nullopt;
-        } else if (action == "set" && w.size() >= 4 && w[2].size() > 2 && w[2].front() == '[' &&
-                   w[2].back() == ']') {
+        } else if (action == "set" && w.size() >= 4 && w[2].size() > 2 && w[2].front() == '[' && w[2].back() == ']') {
             step.action = ScenarioStep::SET;
             step.section = w[2].substr(1, w[2].size() - 2);
             step.key = w[3];
@@ -274,10 +272,10 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, Scenar
                     seen = host.Observe(c.subject);
                 }
                 if (!Holds(c, seen)) {
-                    fail(st, (st.action == ScenarioStep::AWAIT
-                                  ? "waited " + std::to_string(c.timeout) + " ms for " + what
-                                  : "expected " + what) +
-                                 ", saw " + Quoted(seen));
+                    fail(st,
+                         (st.action == ScenarioStep::AWAIT ? "waited " + std::to_string(c.timeout) + " ms for " + what
+                                                           : "expected " + what) +
+                             ", saw " + Quoted(seen));
                     return log;
                 }
                 note(st, (st.action == ScenarioStep::AWAIT ? "await " : "expect ") + what + " at " +

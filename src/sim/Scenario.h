@@ -64,14 +64,14 @@ struct ScenarioStep {
     platform::Millis delay = 0;  // SERIAL_DELAY
     PhoneKind kind = PhoneKind::MTK_BROM;
     engine::PhoneProfile profile;
-    ScenarioCheck check;                  // AWAIT, EXPECT
-    std::string section, key, value;      // SET; section "" with key "package"
+    ScenarioCheck check;              // AWAIT, EXPECT
+    std::string section, key, value;  // SET; section "" with key "package"
     int line = 0;
 };
 
 struct Scenario {
     std::vector<ScenarioStep> steps;
-    platform::Millis end = 0;          // time of "end", or of the last step
+    platform::Millis end = 0;  // time of "end", or of the last step
     // Header lines, for the runner of the scenario files. "#@ engines:": which engines
     // to play it on, each in turn: sim (in process), program (the simulated engine
     // program), native-sprd (the native SPRD engine with simulated phones).

@@ -39,8 +39,7 @@ public:
     explicit SimProgramPhones(SimPhoneRegistry& registry) : registry_(registry) {}
     std::vector<std::string> ProfileArgs(const std::string& device, unsigned long port) const override;
     bool VerifyPasses() const override { return registry_.VerifyPasses(); }
-    std::unique_ptr<Hold> HoldPhone(const std::string& device, unsigned long port,
-                                    std::function<void()> cut) override;
+    std::unique_ptr<Hold> HoldPhone(const std::string& device, unsigned long port, std::function<void()> cut) override;
 
 private:
     PhoneProfile Profile(const std::string& device, unsigned long port) const {

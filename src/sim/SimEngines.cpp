@@ -9,11 +9,11 @@
 #include <iterator>
 #include <system_error>
 
+#include "engines/SlotOutcome.h"
 #include "platform/UniqueFd.h"
 #include "station/Messages.h"
 #include "station/Station.h"
 #include "station/Texts.h"
-#include "engines/SlotOutcome.h"
 
 namespace quorvel::engine {
 
@@ -183,8 +183,10 @@ std::string SimPackageProblem(const std::string& path) {
                 lineStart = true;
                 comment = false;
             } else if (c != ' ' && c != '\t' && !comment) {
-                if (lineStart && c == '#') comment = true;
-                else entry = true;
+                if (lineStart && c == '#')
+                    comment = true;
+                else
+                    entry = true;
                 lineStart = false;
             }
         }
@@ -208,9 +210,8 @@ constexpr const char* kStepDownload = "Downloading";
 // One MTK-style job as the engines report it by message 6028. Steps: 0 bind,
 // 1 DA switch (MTK only), 2 transfer. `package`: why the package cannot be flashed, or
 // empty. Returns 0 passed, 1 failed, 2 cancelled.
-int RunMtkStyleJob(app::Station& station, app::MessageWindow& window, CancellableWait& wait,
-                   SimPhoneRegistry& registry, int slot, const app::DeviceInfo& device, bool daSwitch,
-                   const std::string& package) {
+int RunMtkStyleJob(app::Station& station, app::MessageWindow& window, CancellableWait& wait, SimPhoneRegistry& registry,
+                   int slot, const app::DeviceInfo& device, bool daSwitch, const std::string& package) {
     const PhoneProfile p = registry.ForDevice(device.instanceId);
     const SimPhoneRegistry::Link link(registry, p.plug, wait);
     auto status = [&](const std::string& text) { window.Send(app::SlotStatus{slot, text}); };
@@ -326,8 +327,7 @@ int SimMtkEngine::VerifyHostBufferBeforeStart(const char* checksumIni) {
         for (int percent : {0, 50, 100}) {
             record.percent = static_cast<std::uint8_t>(percent);
             record.bytesDone = record.bytesTotal * static_cast<std::uint64_t>(percent) / 100;
-            if (checksumWindow_)
-                checksumWindow_->Send(record);
+            if (checksumWindow_) checksumWindow_->Send(record);
             if (!wait_.Pause(20)) return 0;
         }
     }
@@ -459,8 +459,10 @@ void SimSprdEngine::RunPort(unsigned long port, bool phase1, PhoneProfile p, std
             registry_.JobResult(p.plug, true);
             return;
         }
-        if (interrupted) error = app::texts::kSprdStepNames[static_cast<int>(Step::UNPLUGGED)];
-        else if (failing) error = std::string(app::texts::kSprdStepNames[static_cast<int>(step)]) + " failed";
+        if (interrupted)
+            error = app::texts::kSprdStepNames[static_cast<int>(Step::UNPLUGGED)];
+        else if (failing)
+            error = std::string(app::texts::kSprdStepNames[static_cast<int>(step)]) + " failed";
     }
     if (error.empty() && !p.pass && !phase1) error = "Download failed";
     const bool reEnumerate = phase1 && error.empty() && p.switchPort;

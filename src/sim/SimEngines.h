@@ -34,7 +34,7 @@ struct PhoneProfile {
     platform::Millis sprdPhase1Ms = 3000;   // SPRD: time until phase 1 ends
     std::uint64_t plug = 0;                 // the physical connection it came on; 0: never unplugged
     // SPRD phones at the protocol level ([BENCH] NativeSprd=1):
-    bool sprdStays = false;  // stays connected from boot ROM to reset instead of re-enumerating
+    bool sprdStays = false;   // stays connected from boot ROM to reset instead of re-enumerating
     std::string sprdFault{};  // the simulated phone's --fault, e.g. "signature@system"
 };
 

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "sim/SimEngines.h"
 #include "platform/ChildProcess.h"
+#include "sim/SimEngines.h"
 
 namespace quorvel::sim {
 

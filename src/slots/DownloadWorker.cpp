@@ -212,8 +212,8 @@ void DownloadWorker::NoteUnserved(const app::DeviceInfo& device) {
     if (slot < 0 || slot >= app::kSlotCount || !station_.stationRunning.load() ||
         !station_.slots.rowShown[static_cast<std::size_t>(slot)].load())
         return;
-    const std::string shown = DisplayName(device.friendlyName) +
-                              station_.language.ChooseText(app::texts::kNotServedSlotBusy);
+    const std::string shown =
+        DisplayName(device.friendlyName) + station_.language.ChooseText(app::texts::kNotServedSlotBusy);
     station_.slotList.EditRow(slot, [&](app::SlotRow& r) {
         r.cells[app::COL_DEVICE].text = shown;
         r.cells[app::COL_DEVICE].colour = kColourRed;
@@ -496,8 +496,7 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
     display_.SetSprdPhase(0);
     sprd_->StopOnePortWork(n, 1);
     JobEnd([&] {
-        if (station_.bindings.HsLocation(slot) != app::kUnbound)
-            station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
+        if (station_.bindings.HsLocation(slot) != app::kUnbound) station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
     });
     ShowBindState(slot);
     window_.KillTimer(slot);

@@ -32,8 +32,8 @@
 #include <string>
 #include <thread>
 
-#include "engines/EngineRecords.h"
 #include "engines/EngineInterfaces.h"
+#include "engines/EngineRecords.h"
 #include "present/SlotDisplay.h"
 
 namespace quorvel::app {
@@ -162,7 +162,7 @@ private:
     // A device handed over while the station was stopped (STOP: none); under handOverLock_.
     WorkerEvents::Event pending_ = WorkerEvents::STOP;
     std::mutex countLock_;
-    bool closing_ = false;  // under countLock_
+    bool closing_ = false;            // under countLock_
     std::int64_t sprdStartedAt_ = 0;  // worker thread: the first phase's start, kept for the second
     mutable std::mutex flagLock_;
     bool deviceRunning_ = false;

@@ -14,22 +14,22 @@
 namespace quorvel::engine {
 
 enum class SlotStage {
-    IDLE,         // no job yet
-    FLASHING,     // a job runs
-    SWITCHING,    // SPRD: the first phase passed and the phone goes to its download port
-    PASS,         // the engine's verdict, or the worker's at the job's end
+    IDLE,       // no job yet
+    FLASHING,   // a job runs
+    SWITCHING,  // SPRD: the first phase passed and the phone goes to its download port
+    PASS,       // the engine's verdict, or the worker's at the job's end
     FAIL,
     INTERRUPTED,  // failed because a Stop or the close cut it short
 };
 
 struct SlotState {
     SlotStage stage = SlotStage::IDLE;
-    SlotOutcome outcome;      // the running or last job's end as the engine told it
-    std::string status;       // the engine's last status, as the bar shows it
-    std::string step;         // the step the engine last announced, for the outcome
-    std::string sprdStepName; // SPRD: the name of the step under way
-    std::uint32_t done = 0;   // count or bytes; kUnknown: none
-    std::uint32_t total = 0;  // kUnknown: none
+    SlotOutcome outcome;       // the running or last job's end as the engine told it
+    std::string status;        // the engine's last status, as the bar shows it
+    std::string step;          // the step the engine last announced, for the outcome
+    std::string sprdStepName;  // SPRD: the name of the step under way
+    std::uint32_t done = 0;    // count or bytes; kUnknown: none
+    std::uint32_t total = 0;   // kUnknown: none
     std::uint32_t percent = 100;
     std::uint32_t passCount = 0;  // jobs of this slot since start-up
     std::uint32_t jobCount = 0;

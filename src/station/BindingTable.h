@@ -50,8 +50,8 @@ private:
 
 // Further per-slot tables, all zero at start.
 struct SlotTables {
-    std::array<std::atomic<bool>, kSlotCount> rowShown{};      // SlotRowShown
-    std::array<std::atomic<std::int32_t>, kSlotCount> fpJob{};  // FpJobState: 0 none, 1 running, 2 finished
+    std::array<std::atomic<bool>, kSlotCount> rowShown{};           // SlotRowShown
+    std::array<std::atomic<std::int32_t>, kSlotCount> fpJob{};      // FpJobState: 0 none, 1 running, 2 finished
     std::array<std::atomic<std::int64_t>, kSlotCount> startTime{};  // SlotStartTime, UTC seconds
     // An engine job runs on the slot now (a CFG slot stays BUSY after its job).
     std::array<std::atomic<bool>, kSlotCount> jobRunning{};

@@ -207,9 +207,10 @@ struct CloseWindow {
     static constexpr std::uint32_t Number() { return WM_CLOSE; }
 };
 
-using Message = std::variant<DeviceEvent, Command, AllStopped, SlotStatus, SlotBar, SlotAccount, SlotDaSwitched, SlotVerdict,
-                             SprdBegin, SprdStepNamed, SprdStepEntered, SprdProgress, SprdResult, ChecksumProgress,
-                             ChecksumNote, ChecksumResult, PacStarted, PacPercent, PacEnded, CloseWindow>;
+using Message =
+    std::variant<DeviceEvent, Command, AllStopped, SlotStatus, SlotBar, SlotAccount, SlotDaSwitched, SlotVerdict,
+                 SprdBegin, SprdStepNamed, SprdStepEntered, SprdProgress, SprdResult, ChecksumProgress, ChecksumNote,
+                 ChecksumResult, PacStarted, PacPercent, PacEnded, CloseWindow>;
 
 // The console message number of `message`, for logs.
 inline std::uint32_t NumberOf(const Message& message) {

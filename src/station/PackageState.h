@@ -14,7 +14,12 @@
 
 namespace quorvel::app {
 
-enum PackageKind : std::int32_t { PACKAGE_NONE = 0, PACKAGE_MTK_SCATTER = 1, PACKAGE_SPRD_PAC = 2, PACKAGE_MTK_CFG = 3 };
+enum PackageKind : std::int32_t {
+    PACKAGE_NONE = 0,
+    PACKAGE_MTK_SCATTER = 1,
+    PACKAGE_SPRD_PAC = 2,
+    PACKAGE_MTK_CFG = 3
+};
 
 struct PackageSelection {
     std::int32_t kind = PACKAGE_NONE;  // PackageKind

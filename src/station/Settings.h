@@ -37,8 +37,8 @@ struct Settings {
     // section BENCH: which device and engine backend the station runs on.
     bool simulatedBench = false;
     std::uint32_t benchHubs = 2, benchSocketsPerHub = 8;  // the simulated bench's sockets
-    bool benchAuto = false;        // phones arrive by themselves
-    std::string benchScenario;     // a scenario file played from the start, if given
+    bool benchAuto = false;                               // phones arrive by themselves
+    std::string benchScenario;                            // a scenario file played from the start, if given
     bool benchNativeSprd = false;  // NativeSprd=1: SPRD phones on quorvel-sprd-phone, flashed by quorvel-sprd-flash
     // Driver service name -> kernel driver ("ServiceDrivers=usbser:cdc_acm,...").
     std::map<std::string, std::string> serviceDrivers{

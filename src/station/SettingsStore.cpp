@@ -6,12 +6,12 @@
 #include <cstdio>
 #include <cstring>
 
-#include "station/Station.h"
-#include "station/Texts.h"
 #include "platform/DayLog.h"
 #include "platform/ExeDir.h"
 #include "platform/MachineStamp.h"
 #include "platform/ProfileIni.h"
+#include "station/Station.h"
+#include "station/Texts.h"
 
 namespace quorvel::app {
 

@@ -41,7 +41,6 @@ public:
     std::string MissingFileProblem() const;
 
 private:
-
     Station& station_;
     MachineStampSource machineStamp_;
     std::mutex settingsLock_;

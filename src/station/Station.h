@@ -6,23 +6,23 @@
 #include <atomic>
 #include <string>
 
-#include "station/BindingTable.h"
-#include "present/ConsoleView.h"
 #include "history/JobHistory.h"
+#include "platform/Clock.h"
+#include "present/ConsoleView.h"
+#include "present/SlotListModel.h"
+#include "station/BindingTable.h"
 #include "station/Language.h"
 #include "station/PackageState.h"
 #include "station/Settings.h"
 #include "station/SettingsStore.h"
-#include "present/SlotListModel.h"
 #include "station/StatisticsStore.h"
-#include "platform/Clock.h"
 
 namespace quorvel::app {
 
 struct StationOptions {
-    std::string exeDir;                               // station folder, with a trailing '/'
-    Language::SystemIdSource systemLanguage;          // default: the locale
-    SettingsStore::MachineStampSource machineStamp;   // default: the first adapter's MAC
+    std::string exeDir;                              // station folder, with a trailing '/'
+    Language::SystemIdSource systemLanguage;         // default: the locale
+    SettingsStore::MachineStampSource machineStamp;  // default: the first adapter's MAC
 };
 
 class Station {
@@ -39,7 +39,7 @@ public:
     Language language;
     std::atomic<bool> restartRequired{false};
 
-    Settings settings;         // written at start-up only
+    Settings settings;  // written at start-up only
     BindingTable bindings;
     SlotTables slots;
     PackageSelection package;  // station thread only, while no job runs

@@ -3,7 +3,8 @@
 namespace quorvel::app {
 
 platform::LResult StationLoop::Send(Message message) {
-    return CallForResult([this, message = std::move(message)] { return handler_ ? handler_->HandleMessage(message) : 0; });
+    return CallForResult(
+        [this, message = std::move(message)] { return handler_ ? handler_->HandleMessage(message) : 0; });
 }
 
 void StationLoop::Post(Message message) {

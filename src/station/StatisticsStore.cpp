@@ -7,9 +7,9 @@
 #include <cstring>
 
 #include "history/JobHistoryReader.h"
+#include "platform/ProfileIni.h"
 #include "station/Station.h"
 #include "station/Texts.h"
-#include "platform/ProfileIni.h"
 
 namespace quorvel::app {
 

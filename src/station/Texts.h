@@ -63,8 +63,12 @@ inline constexpr LangText kStopTip{"停止", "Stop"};
 inline constexpr LangText kSettingsTip{"设置", "Settings"};
 inline constexpr LangText kHelpTip{"帮助", "Help"};
 inline constexpr LangText kSlotColumns[6] = {
-    {"序号", "No."},           {"设备信息", "Device Information"}, {"下载进度", "Download Progress"},
-    {"时间统计", "Timer"},     {"通讯状态", "Result"},             {"绑定", "Binded"},
+    {"序号", "No."},
+    {"设备信息", "Device Information"},
+    {"下载进度", "Download Progress"},
+    {"时间统计", "Timer"},
+    {"通讯状态", "Result"},
+    {"绑定", "Binded"},
 };
 inline constexpr const char* kEfuseEnable = "EFUSE Enable!";
 inline constexpr const char* kEfuseDisable = "EFUSE Disable!";
@@ -141,14 +145,15 @@ inline constexpr LangText kStatusBindIndex{"端口线程绑定完成...", "Bind 
 inline constexpr LangText kStatusDownloadComplete{"下载完成!", "Download Completely!"};
 inline constexpr LangText kStatusMemoryTesting{"内存检测中...", "Memory Testing!..."};
 // The restart notice after a passed MTK job.
-inline constexpr LangText kPhoneRestarting{"手机正在重启中，请稍等！", "The phone is restarting, Please wait for a moment!"};
+inline constexpr LangText kPhoneRestarting{"手机正在重启中，请稍等！",
+                                           "The phone is restarting, Please wait for a moment!"};
 inline constexpr LangText kPhoneRestarted{"手机重启完成，请拔出手机！",
                                           "The phone has finished restart, Please move the phone!"};
 // SPRD step names by step number (English only).
 inline constexpr const char* kSprdStepNames[14] = {
-    "Waiting",        "Checking baudrate", "Connecting",     "Erasing flash", "Downloading...",
-    "Reading Flash",  "Reseting",          "Read Chip Type", "Read NV Item",  "Change Baud",
-    "Finish",         "Unplugged",         "Paused",         "Enumerating port",
+    "Waiting",       "Checking baudrate", "Connecting",     "Erasing flash",    "Downloading...",
+    "Reading Flash", "Reseting",          "Read Chip Type", "Read NV Item",     "Change Baud",
+    "Finish",        "Unplugged",         "Paused",         "Enumerating port",
 };
 inline constexpr const char* kPreLoadFilesFailed = "PreLoadFiles failed,please check scatter file or DA files";
 // The engine program's own reason for failing a package check: platform, operation
@@ -165,7 +170,6 @@ inline constexpr const char* kReasonCancelled = "cancelled by the station";
 inline constexpr const char* kReasonUnplugged = "the phone was disconnected";
 inline constexpr const char* kReasonNoSwitch = "no switch to the download port and no result within 13 s";
 inline constexpr const char* kReasonNoVerdict = "the job ended before the engine's result";
-
 
 // ---- firmware packages ----
 // PAC extraction (English only).
@@ -186,7 +190,8 @@ inline constexpr const char* kPacProductNameTooLong = "Bin packet's product name
 inline constexpr const char* kPacFileNameRefused =
     "Bin packet's file name [%s] of entry %d is refused: %s.\nOnly a bare file name can be extracted!";
 inline constexpr const char* kPacTextTooLong = "Bin packet's entry %d has a text longer than its field!";
-inline constexpr const char* kPacTextNotUtf16 = "Bin packet's entry %d has a text that is not UTF-16 (a lone surrogate)!";
+inline constexpr const char* kPacTextNotUtf16 =
+    "Bin packet's entry %d has a text that is not UTF-16 (a lone surrogate)!";
 inline constexpr const char* kPacPathTooLong = "Extract path [%s] is too long!";
 inline constexpr const char* kPacTooManyFiles = "Bin packet lists %d files, more than the %d that can be handled!";
 // SPRD download configuration (English only).
@@ -211,7 +216,8 @@ inline constexpr const char* kMtkEfuseXmlUnreadable = "could not load the efuse 
 inline constexpr const char* kMtkEfuseXmlTooLarge =
     "the efuse xml file [%s] has %llu bytes, more than the %u KiB an efuse xml may have: it is not loaded.";
 inline constexpr const char* kMtkNoChipName = "could not find key word chip-name.";
-inline constexpr LangText kMtkDaMissingStartup{"错误: DA文件未找到，请检查！", "Error: DA File Missing,please check it!!!"};
+inline constexpr LangText kMtkDaMissingStartup{"错误: DA文件未找到，请检查！",
+                                               "Error: DA File Missing,please check it!!!"};
 inline constexpr const char* kMtkDaMissingSettings = "Error : DA File Missing,please check it!!!";
 
 // ---- devices and binding ----

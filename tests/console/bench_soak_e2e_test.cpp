@@ -10,8 +10,8 @@
 
 #include "platform/MachineStamp.h"
 #include "support/PacWriter.h"
-#include "support/StationFixture.h"
 #include "support/RunTool.h"
+#include "support/StationFixture.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {

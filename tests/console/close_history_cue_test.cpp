@@ -3,10 +3,10 @@
 
 #include <algorithm>
 
-#include "present/FinishCue.h"
 #include "history/JobHistory.h"
-#include "present/CloseCheck.h"
 #include "history/SlotHistory.h"
+#include "present/CloseCheck.h"
+#include "present/FinishCue.h"
 #include "support/TempDir.h"
 
 namespace quorvel::console {
@@ -35,7 +35,6 @@ TEST(CloseCheck, AsksNamingBusySlotsUnlessTheSessionEnds) {
         EXPECT_EQ(q.empty(), r.asked.empty());
         EXPECT_NE(q.find(r.asked), std::string::npos);
     }
-
 }
 
 app::JobRecord Job(int slot, const char* end, JobResult result, const char* step = "", const char* error = "") {

@@ -3,10 +3,10 @@
 #include <filesystem>
 #include <thread>
 
-#include "present/AboutDialogLogic.h"
-#include "station/Messages.h"
-#include "present/SettingsDialogLogic.h"
 #include "console/ConsoleController.h"
+#include "present/AboutDialogLogic.h"
+#include "present/SettingsDialogLogic.h"
+#include "station/Messages.h"
 #include "support/StationFixture.h"
 
 namespace quorvel::console {

@@ -27,17 +27,17 @@
 
 #include <unistd.h>
 
-#include "history/JobHistoryReader.h"
-#include "platform/ProfileIni.h"
-#include "station/Messages.h"
-#include "station/Station.h"
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
-#include "sim/SimEngines.h"
+#include "history/JobHistoryReader.h"
+#include "platform/ProfileIni.h"
 #include "sim/SimBench.h"
+#include "sim/SimEngines.h"
+#include "station/Messages.h"
+#include "station/Station.h"
 #include "support/PacWriter.h"
-#include "support/TempDir.h"
 #include "support/StationFixture.h"
+#include "support/TempDir.h"
 
 namespace quorvel::console {
 namespace {
@@ -138,19 +138,21 @@ public:
         for (int s = 0; s < sockets_; ++s) Bench().Unplug(s);
         if (!Run(3000)) return false;
         Millis pressed = -10000;
-        if (!RunUntil([&] { return station_->stationRunning.load(); }, 60000, [&] {
-                if (clock_.Now() - pressed < 5000) return;
-                loop_.Post(Command{CommandId::START_STOP});
-                pressed = clock_.Now();
-            }))
+        if (!RunUntil([&] { return station_->stationRunning.load(); }, 60000,
+                      [&] {
+                          if (clock_.Now() - pressed < 5000) return;
+                          loop_.Post(Command{CommandId::START_STOP});
+                          pressed = clock_.Now();
+                      }))
             return Fail("the station does not start for the close; " + Slots());
         for (int s = 0; s < sockets_; ++s) Plug(s, 60000);
         // The run may end by itself meanwhile (an idle station whose phone left): start it again.
-        if (!RunUntil([&] { return station_->stationRunning && AnySlotBusy(); }, 120000, [&] {
-                if (station_->stationRunning || clock_.Now() - pressed < 5000) return;
-                loop_.Post(Command{CommandId::START_STOP});
-                pressed = clock_.Now();
-            }))
+        if (!RunUntil([&] { return station_->stationRunning && AnySlotBusy(); }, 120000,
+                      [&] {
+                          if (station_->stationRunning || clock_.Now() - pressed < 5000) return;
+                          loop_.Post(Command{CommandId::START_STOP});
+                          pressed = clock_.Now();
+                      }))
             return Fail("no job started for the close; " + Slots());
         // The close saves the bindings and stops the loop, which may have to finish a
         // handler that sleeps; from then on virtual time stands still, so every job
@@ -298,8 +300,7 @@ private:
     bool CheckWorkers() {
         const int workers = rig_->Run().Manager().WorkerCount();
         if (workers != sockets_) return Fail("workers: " + std::to_string(workers));
-        const bool ok = RunUntil(
-            [&] { return RunningWorkers() == (station_->stationRunning ? workers : 0); }, 60000);
+        const bool ok = RunUntil([&] { return RunningWorkers() == (station_->stationRunning ? workers : 0); }, 60000);
         return ok || Fail(std::to_string(RunningWorkers()) + " of " + std::to_string(workers) + " workers running; " +
                           Slots() + " at " + std::to_string(clock_.Now()));
     }
@@ -363,8 +364,9 @@ private:
             closing = closing || !count;
             counted += count ? 1 : 0;
             failed += count && job.result != app::JobResult::Pass ? 1 : 0;
-            if (*job.countedFail != failed) return Fail(what + " says " + std::to_string(*job.countedFail) +
-                                                        " failures, the history before it " + std::to_string(failed));
+            if (*job.countedFail != failed)
+                return Fail(what + " says " + std::to_string(*job.countedFail) + " failures, the history before it " +
+                            std::to_string(failed));
         }
         if (counted != jobs_ || failed != station_->statistics.Fail())
             return Fail("history: " + std::to_string(counted) + " jobs counted, " + std::to_string(failed) +
@@ -427,12 +429,14 @@ std::vector<Plan> Plans() {
     const int steps = EnvOr("QUORVEL_COUNT_STEPS", 0);
     const char* only = std::getenv("QUORVEL_COUNT_PLATFORMS");
     std::vector<Plan> runs;
-    for (const auto& [kind, name] : {std::pair{sim::PhoneKind::MTK_BROM, "MTK"}, std::pair{sim::PhoneKind::SPRD, "SPRD"},
-                                     std::pair{sim::PhoneKind::CFG, "CFG"}}) {
+    for (const auto& [kind, name] : {std::pair{sim::PhoneKind::MTK_BROM, "MTK"},
+                                     std::pair{sim::PhoneKind::SPRD, "SPRD"}, std::pair{sim::PhoneKind::CFG, "CFG"}}) {
         if (only && *only && std::string(only) != "all" && std::string(only).find(name) == std::string::npos) continue;
-        std::vector<Plan> mine = {{kind, name, 1, 4, 250, 50}, {kind, name, 2, 4, 30, 50}, {kind, name, 3, 16, 250, 30}};
-        for (int i = 0; i < soak; ++i) mine.push_back({kind, name, 100u + static_cast<unsigned>(i), 4 + 4 * (i % 4),
-                                                       i % 2 ? Millis{30} : Millis{250}, 150});
+        std::vector<Plan> mine = {
+            {kind, name, 1, 4, 250, 50}, {kind, name, 2, 4, 30, 50}, {kind, name, 3, 16, 250, 30}};
+        for (int i = 0; i < soak; ++i)
+            mine.push_back(
+                {kind, name, 100u + static_cast<unsigned>(i), 4 + 4 * (i % 4), i % 2 ? Millis{30} : Millis{250}, 150});
         for (Plan& run : mine) {
             if (replay > 0 && run.seed != static_cast<unsigned>(replay)) continue;
             if (steps > 0) run.steps = steps;
@@ -452,7 +456,8 @@ TEST(CountOnce, SeededStormsOfPressesPhonesFaultsAndACloseCountEveryJobOnce) {
         for (int step = 0; ok && step < run.steps; ++step, ++total) ok = storm.Step(step);
         ok = ok && storm.CloseMidJob();
         jobs += storm.Jobs();
-        EXPECT_TRUE(ok) << Describe(run) << ": " << storm.Failure() << "\n  replay with QUORVEL_COUNT_PLATFORMS=" << run.platform
+        EXPECT_TRUE(ok) << Describe(run) << ": " << storm.Failure()
+                        << "\n  replay with QUORVEL_COUNT_PLATFORMS=" << run.platform
                         << " QUORVEL_COUNT_SEED=" << run.seed
                         << (run.seed >= 100 ? " QUORVEL_COUNT_SOAK=" + std::to_string(run.seed - 99) : "");
     }

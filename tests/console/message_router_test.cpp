@@ -5,8 +5,8 @@
 namespace quorvel::console {
 namespace {
 
-using test::EngineHarness;
 using app::SprdStep;
+using test::EngineHarness;
 
 // Steps named by number, so the routing's counter shows in the names it asks for.
 class NamingSprd final : public engine::SprdEngine {
@@ -56,10 +56,10 @@ TEST_F(MessageRouterTest, StepMessagesGoToTheSlotOfThePortOrNowhere) {
 
     // Messages without a slot change nothing.
     const auto before = h.st.slotList.Snapshot();
-    Step(77, SprdStep::CONNECTING);                                        // no slot has COM77
-    h.loop.Send(app::SlotBar{20, app::BarValue::PERCENT, 50});             // row 20 of 8
-    h.loop.Send(app::SlotStatus{-1, "nowhere"});                           // no row at all
-    h.st.bindings.SetComName(9, "Far (COM40)");                            // slot 9 has no row
+    Step(77, SprdStep::CONNECTING);                             // no slot has COM77
+    h.loop.Send(app::SlotBar{20, app::BarValue::PERCENT, 50});  // row 20 of 8
+    h.loop.Send(app::SlotStatus{-1, "nowhere"});                // no row at all
+    h.st.bindings.SetComName(9, "Far (COM40)");                 // slot 9 has no row
     Step(40, SprdStep::CONNECTING);
     EXPECT_EQ(h.st.slotList.Snapshot().version, before.version);
 }

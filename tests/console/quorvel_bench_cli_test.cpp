@@ -32,7 +32,8 @@ TEST(QuorvelBenchTool, CommandLineAndExitCodes) {
     };
     const Scrubs scrubs{{dir.Path(), "$DIR/"}};
     for (const auto& [name, line] : runs)
-        EXPECT_TRUE(MatchesGolden(std::string("quorvel-bench/") + name + ".txt", RunTranscript("quorvel-bench", line, scrubs)));
+        EXPECT_TRUE(
+            MatchesGolden(std::string("quorvel-bench/") + name + ".txt", RunTranscript("quorvel-bench", line, scrubs)));
     std::string speeds;
     for (const char* speed : {"inf", "nan", "1e7", "0", "-3", "10x", ""})
         speeds += RunTranscript("quorvel-bench", args + " --speed '" + speed + "'", scrubs);
@@ -47,7 +48,7 @@ TEST(QuorvelBenchTool, RelativeStationFolderKeepsItsWrites) {
     dir.Write("station/fw/MT6765_Android_scatter.txt", "scatter\n");
     dir.Write("station/Config/CommonSetting.ini",
               UnboundSettings("CheckSum=0\nFilePath=" + dir.File("station/fw/MT6765_Android_scatter.txt") +
-                              "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=2\n",
+                                  "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=2\n",
                               platform::FirstAdapterMac()));  // the tool's stamp, so the package is kept
     // Left by a writer killed before its rename (no process has that id).
     dir.Write("station/Config/TestResult.ini.tmp4194304.1", "[total]\n");

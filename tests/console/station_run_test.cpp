@@ -5,10 +5,10 @@
 #include "console/ConsoleController.h"
 #include "console/StationRun.h"
 #include "devices/DeviceTestKit.h"
-#include "slots/EngineHarness.h"
-#include "sim/SimEngines.h"
 #include "platform/ProfileIni.h"
 #include "sim/SimBench.h"
+#include "sim/SimEngines.h"
+#include "slots/EngineHarness.h"
 #include "support/StationFixture.h"
 
 namespace quorvel::console {
@@ -114,8 +114,9 @@ TEST_F(StationRunTest, MissingFileOrFailedVerificationRefusesStartAndNoPackageSt
     Click();
     EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
     EXPECT_TRUE(Messages().empty());
-    EXPECT_EQ(st.view.Notice(), "No package selected: phones are bound, but there is nothing to download to them. "
-                                "Stop, choose a package in Settings and start again.");
+    EXPECT_EQ(st.view.Notice(),
+              "No package selected: phones are bound, but there is nothing to download to them. "
+              "Stop, choose a package in Settings and start again.");
     Click();
     st.package.kind = PACKAGE_MTK_SCATTER;
     registry.SetVerifyPasses(true);
@@ -212,8 +213,8 @@ TEST(StationRunJobs, AJobThatBeganKeepsItsSlotBusyUntilItEnds) {
     devices::PortBinding binding(h.st, *h.manager, probe, h.loop);
     auto event = [&](int socket, bool arrived) {
         const std::string port = std::to_string(socket);
-        return DeviceEvent{"USB\\VID_0E8D&PID_2000\\1-1." + port + ":1.0", "MTK PreLoader (COM" + port + ")",
-                           EVENT_MTK, arrived, "1-1\\PORT" + port};
+        return DeviceEvent{"USB\\VID_0E8D&PID_2000\\1-1." + port + ":1.0", "MTK PreLoader (COM" + port + ")", EVENT_MTK,
+                           arrived, "1-1\\PORT" + port};
     };
     bool accepted = false;
     auto stop = [&] { h.loop.Call([&] { accepted = h.manager->StopAll(); }); };

@@ -2,8 +2,8 @@
 
 #include <condition_variable>
 
-#include "station/Messages.h"
 #include "devices/DeviceMonitor.h"
+#include "station/Messages.h"
 #include "support/StationFixture.h"
 
 namespace quorvel::devices {

@@ -31,9 +31,9 @@ TEST(DeviceText, ClassesPortNamesAndSerialNodes) {
         EXPECT_EQ(PortNumberOf(port), number) << name;
     }
 
-    const std::pair<const char*, int> nodes[] = {
-        {"ttyACM0", 1}, {"ttyACM7", 8}, {"ttyUSB0", 101}, {"ttyUSB155", 256}, {"ttyUSB156", 0}, {"ttyACM100", 0},
-        {"ttyS0", 0},   {"ttyACMx", 0}};
+    const std::pair<const char*, int> nodes[] = {{"ttyACM0", 1},     {"ttyACM7", 8},   {"ttyUSB0", 101},
+                                                 {"ttyUSB155", 256}, {"ttyUSB156", 0}, {"ttyACM100", 0},
+                                                 {"ttyS0", 0},       {"ttyACMx", 0}};
     for (const auto& [node, com] : nodes) EXPECT_EQ(ComNumberOfNode(node), com) << node;
     for (int n : {1, 8, 100, 101, 140}) EXPECT_EQ(ComNumberOfNode(NodeOfComNumber(n)), n) << n;
     EXPECT_EQ(NodeOfComNumber(0), "");

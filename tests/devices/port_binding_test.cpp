@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
 #include "DeviceTestKit.h"
-#include "station/Messages.h"
 #include "devices/PortBinding.h"
-#include "slots/DownloadManager.h"
 #include "sim/SimEngines.h"
+#include "slots/DownloadManager.h"
+#include "station/Messages.h"
 
 namespace quorvel::devices {
 namespace {

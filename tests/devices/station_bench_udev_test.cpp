@@ -9,15 +9,15 @@
 #include <fstream>
 
 #include "UmockdevBench.h"
-#include "station/Messages.h"
 #include "devices/DeviceMonitor.h"
 #include "devices/DeviceText.h"
 #include "devices/KernelDrivers.h"
-#include "slots/DownloadWorker.h"
 #include "platform/ProfileIni.h"
+#include "slots/DownloadWorker.h"
+#include "station/Messages.h"
 #include "support/PacWriter.h"
-#include "support/StationProcess.h"
 #include "support/StationFixture.h"
+#include "support/StationProcess.h"
 
 namespace quorvel::devices {
 namespace {
@@ -36,8 +36,9 @@ class StationBenchTest : public test::UmockdevBench {
 protected:
     void WriteSettings(const std::string& package = "fw/MT6765_Android_scatter.txt") {
         if (package.find("scatter") != std::string::npos) dir.Write(package, "scatter\n");
-        dir.Write("Config/CommonSetting.ini", test::UnboundSettings("CheckSum=0\nEnableDebug=1\nLANGUAGE=1033\nFilePath=" +
-                                                                    dir.File(package) + "\n[BENCH]\nSimulated=0\n"));
+        dir.Write("Config/CommonSetting.ini",
+                  test::UnboundSettings("CheckSum=0\nEnableDebug=1\nLANGUAGE=1033\nFilePath=" + dir.File(package) +
+                                        "\n[BENCH]\nSimulated=0\n"));
     }
     std::string Saved(int slot) {
         return platform::ProfileIni::ReadString(dir.File("Config/CommonSetting.ini"), "USBPORTINFO",
@@ -331,7 +332,8 @@ TEST_F(StationBenchTest, StartUpBenchCheckLogsEveryFindingAndNeverHoldsUpStartUp
         // while the rule that tells it to keep off is missing.
         for (const std::string& also :
              {"no access to " + roots.File("dev") + "/ttyACM0", std::string("autosuspend is on for the phone at 1-1"),
-              "no access to " + roots.File("dev") + "/bus/usb/001/009", std::string("autosuspend is on for the phone at 1-2")})
+              "no access to " + roots.File("dev") + "/bus/usb/001/009",
+              std::string("autosuspend is on for the phone at 1-2")})
             EXPECT_NE(std::find(problems.begin(), problems.end(), also), problems.end()) << also;
         const bool modemManager = std::any_of(problems.begin(), problems.end(),
                                               [](const std::string& x) { return x.rfind("ModemManager", 0) == 0; });

@@ -115,7 +115,8 @@ TEST_F(UdevBackendTest, ADriverThatIsInstallableButNotLoadedCountsAsPresent) {
     test::TempDir modules;
     platform::SysPaths paths;
     paths.modules = modules.Path();
-    UdevBackend backend(paths, {{"usbser", "option_gone"}, {"sprdvcom", "option_gone"}, {"custom", "usbserial_generic"}});
+    UdevBackend backend(paths,
+                        {{"usbser", "option_gone"}, {"sprdvcom", "option_gone"}, {"custom", "usbserial_generic"}});
     modules.Write(KernelRelease() + "/modules.builtin", "");
     EXPECT_FALSE(backend.ServiceExists("usbser"));
     // Its phones served through their USB node need no driver.

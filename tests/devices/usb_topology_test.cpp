@@ -42,13 +42,14 @@ TEST(UsbTopologyTest, OneInterfacePerPhone) {
     // Served through its USB node: the vendor interface of a download-mode phone, while no
     // serial driver holds it (an engine's claim shows as usbfs).
     const std::tuple<const char*, const char*, const char*, const char*, bool> usb[] = {
-        {"1782", "4d00", "ff", "", true},         {"1782", "4d00", "ff", "usbfs", true},
-        {"1782", "4d03", "ff", "", true},         {"1782", "4d00", "ff", "option", false},
-        {"1782", "4d00", "02", "", false},        {"0e8d", "2000", "ff", "", false},
+        {"1782", "4d00", "ff", "", true},  {"1782", "4d00", "ff", "usbfs", true},
+        {"1782", "4d03", "ff", "", true},  {"1782", "4d00", "ff", "option", false},
+        {"1782", "4d00", "02", "", false}, {"0e8d", "2000", "ff", "", false},
         {"1782", "4d01", "ff", "", false},
     };
     for (const auto& [vid, pid, cls, driver, served] : usb)
-        EXPECT_EQ(IsUsbDownloadInterface(vid, pid, cls, driver), served) << vid << ":" << pid << " " << cls << " " << driver;
+        EXPECT_EQ(IsUsbDownloadInterface(vid, pid, cls, driver), served)
+            << vid << ":" << pid << " " << cls << " " << driver;
 }
 
 TEST(UsbTopologyTest, HubsAreNamedByPhysicalPathAndUsb11RootHubsSkipped) {

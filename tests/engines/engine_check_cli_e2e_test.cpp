@@ -15,11 +15,10 @@ namespace {
 
 // Says hello, reports progress once, then hangs deaf to SIGTERM; notes its pid.
 void WriteDeafProgram(const TempDir& dir) {
-    dir.Write("deaf.sh",
-              "#!/bin/sh\ntrap '' TERM\necho $$ >> " + dir.File("pids") +
-                  "\necho '{\"t\":\"hello\",\"protocol\":1,\"program\":\"deaf 1\"}'\n"
-                  "[ \"$1\" = --version ] && exit 0\necho '{\"t\":\"progress\",\"percent\":10}'\n"
-                  "while :; do sleep 0.1; done\n");
+    dir.Write("deaf.sh", "#!/bin/sh\ntrap '' TERM\necho $$ >> " + dir.File("pids") +
+                             "\necho '{\"t\":\"hello\",\"protocol\":1,\"program\":\"deaf 1\"}'\n"
+                             "[ \"$1\" = --version ] && exit 0\necho '{\"t\":\"progress\",\"percent\":10}'\n"
+                             "while :; do sleep 0.1; done\n");
     ::chmod(dir.File("deaf.sh").c_str(), 0755);
 }
 

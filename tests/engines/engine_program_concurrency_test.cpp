@@ -17,16 +17,16 @@
 #include <sstream>
 #include <thread>
 
-#include "slots/EngineHarness.h"
-#include "station/Messages.h"
-#include "station/Station.h"
 #include "console/MessageRouter.h"
-#include "slots/DownloadManager.h"
-#include "engines/program/ProgramContext.h"
 #include "console/ProgramEngineFactory.h"
+#include "engines/program/ProgramContext.h"
 #include "engines/program/ProgramJob.h"
 #include "platform/ChildProcess.h"
 #include "platform/ExeDir.h"
+#include "slots/DownloadManager.h"
+#include "slots/EngineHarness.h"
+#include "station/Messages.h"
+#include "station/Station.h"
 #include "station/StationLoop.h"
 #include "support/FixedOptions.h"
 #include "support/SmallDisk.h"
@@ -210,8 +210,8 @@ TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
         std::filesystem::permissions(dir.File(script), std::filesystem::perms::owner_all);
     struct Case {
         std::string program, scatter;
-        int preload;  // 0: passed
-        int verify;   // 1: passed
+        int preload;                          // 0: passed
+        int verify;                           // 1: passed
         std::string preloadSaid, verifySaid;  // in the notice pane and the log; empty: nothing
     };
     // The program's answers differ from what the in-process engine would say.

@@ -6,15 +6,15 @@
 
 #include <filesystem>
 
-#include "station/Messages.h"
-#include "station/Station.h"
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
 #include "platform/ExeDir.h"
 #include "sim/SimBench.h"
+#include "station/Messages.h"
+#include "station/Station.h"
+#include "support/StationFixture.h"
 #include "support/StationProcess.h"
 #include "support/TempDir.h"
-#include "support/StationFixture.h"
 
 namespace quorvel::console {
 namespace {

@@ -83,8 +83,8 @@ TEST(QuorvelHistoryTool, PortColumnNeverOverflows) {
     failed.failedStep = "DA";
     failed.errorText = "no answer";
     ASSERT_TRUE(history.Append(failed));
-    ASSERT_TRUE(history.Append(Job(1, "Télé (COM3)", "2026-11-23T10:00:00+01:00", "2026-11-23T10:03:00+01:00",
-                                   JobResult::Pass)));
+    ASSERT_TRUE(history.Append(
+        Job(1, "Télé (COM3)", "2026-11-23T10:00:00+01:00", "2026-11-23T10:03:00+01:00", JobResult::Pass)));
     EXPECT_TRUE(MatchesGolden("quorvel-history/port_column.txt",
                               RunTranscript("quorvel-history", dir.Path(), {{dir.Path(), "$DIR/"}}, "TZ=UTC-1 ")));
 }

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "station/Texts.h"
 #include "packages/MtkPreparation.h"
+#include "station/Texts.h"
 #include "support/StationFixture.h"
 
 using namespace quorvel;
@@ -12,8 +12,12 @@ using namespace quorvel::packages;
 namespace {
 
 TEST(DaVariant, TableOfChipNames) {
-    for (auto [chip, variant] : {std::pair{"MT6755_V1", 3}, {"xxMT6799yy", 1}, {"MT6580_V1", 2}, {"MT6580", 0},
-                                 {"mt6755", 0} /* case-sensitive */, {"MT6755_v1", 1}})
+    for (auto [chip, variant] : {std::pair{"MT6755_V1", 3},
+                                 {"xxMT6799yy", 1},
+                                 {"MT6580_V1", 2},
+                                 {"MT6580", 0},
+                                 {"mt6755", 0} /* case-sensitive */,
+                                 {"MT6755_v1", 1}})
         EXPECT_EQ(DaVariantOf(chip), variant) << chip;
     EXPECT_EQ(DaFolderOf("/st/", 2), "/st/MTKDA_SP/Sec11_V1");
 }

@@ -26,16 +26,21 @@ std::map<std::string, std::string> ParseSeeds() {
     repartition.repartitionFlag = 1;
     repartition.repartitionMode = 0;
     repartition.entries[4].checkFlag = 0;
-    return {{"typical.pac", test::BuildPac(test::TypicalSprdPac())}, {"no_crc.pac", test::BuildPac(noCrc)},
-            {"duplicates.pac", test::BuildPac(dup)}, {"refused_name.pac", test::BuildPac(refused)},
+    return {{"typical.pac", test::BuildPac(test::TypicalSprdPac())},
+            {"no_crc.pac", test::BuildPac(noCrc)},
+            {"duplicates.pac", test::BuildPac(dup)},
+            {"refused_name.pac", test::BuildPac(refused)},
             {"repartition.pac", test::BuildPac(repartition)}};
 }
 
 // Seeds of the extraction: names repeated, dotted, and a configuration file last.
 std::map<std::string, std::string> ExtractSeeds() {
     PacSpec names;
-    names.entries = {{"A", "same", "1"}, {"B", "same(1)", "2"}, {"C", "same", "3"},
-                     {"D", "boot..img", "4"}, {"", "config.xml", std::string("<c/>\0", 5)}};
+    names.entries = {{"A", "same", "1"},
+                     {"B", "same(1)", "2"},
+                     {"C", "same", "3"},
+                     {"D", "boot..img", "4"},
+                     {"", "config.xml", std::string("<c/>\0", 5)}};
     PacSpec noCrc = names;
     noCrc.withCrc = false;
     return {{"typical.pac", test::BuildPac(test::TypicalSprdPac())},

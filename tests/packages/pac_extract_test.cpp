@@ -14,13 +14,12 @@
 #include <random>
 
 #include "console/ConsoleUi.h"
-#include "station/Messages.h"
-#include "station/Texts.h"
 #include "packages/BinPack.h"
 #include "packages/Crc16.h"
 #include "packages/PacInspect.h"
 #include "packages/PackageHousekeeping.h"
 #include "station/Messages.h"
+#include "station/Texts.h"
 #include "support/Golden.h"
 #include "support/PacWriter.h"
 #include "support/TempDir.h"
@@ -172,15 +171,17 @@ TEST_F(PacExtract, ExtractsEveryFileAndHandsBackTheTable) {
 
 // Also the trailing-zero rule: only the last file loses its final NUL.
 TEST_F(PacExtract, DuplicateNamesZeroSizedAndUnnamedEntries) {
-    EXPECT_TRUE(test::MatchesGolden("pac-extract/names.txt", Describe(Unpack(With({
-        {"", "same.bin", "1"},  // unnamed, first: the LAST entry is dropped
-        {"B", "same.bin(2)", std::string("2\0\0", 3)},  // a name that a later duplicate would have taken
-        {"C", "same.bin", "3"},
-        {"D", "same.bin", "4"},
-        {"", "empty.bin", ""},  // no data: not unnamed, bare name kept
-        {"F", "boot..img", "6"},  // dots inside a name are not a way out of the folder
-        {"G", "a...b", std::string("7\0\0", 3)},
-    })))));
+    EXPECT_TRUE(test::MatchesGolden(
+        "pac-extract/names.txt",
+        Describe(Unpack(With({
+            {"", "same.bin", "1"},                          // unnamed, first: the LAST entry is dropped
+            {"B", "same.bin(2)", std::string("2\0\0", 3)},  // a name that a later duplicate would have taken
+            {"C", "same.bin", "3"},
+            {"D", "same.bin", "4"},
+            {"", "empty.bin", ""},    // no data: not unnamed, bare name kept
+            {"F", "boot..img", "6"},  // dots inside a name are not a way out of the folder
+            {"G", "a...b", std::string("7\0\0", 3)},
+        })))));
 }
 
 TEST_F(PacExtract, ProductPrefixAndNoCrcWithoutMagic) {
@@ -208,8 +209,12 @@ TEST_F(PacExtract, LargeFileSendsOneNoticePerChunkFromThePositionBeforeIt) {
     const std::uint64_t size = test::BuildPac(layout).size();
     const std::uint64_t start = kPacHeaderSize + 2 * kPacEntrySize;
     auto at = [&](std::uint64_t pos) { return Notice{1, static_cast<std::int64_t>(pos * 100 / size)}; };
-    EXPECT_EQ(r.notices, (Notices{{0, static_cast<std::int64_t>(size)}, at(start), at(start + kPacChunkSize),
-                                  at(start + 2 * kPacChunkSize), at(start + big), {2, 1}}));
+    EXPECT_EQ(r.notices, (Notices{{0, static_cast<std::int64_t>(size)},
+                                  at(start),
+                                  at(start + kPacChunkSize),
+                                  at(start + 2 * kPacChunkSize),
+                                  at(start + big),
+                                  {2, 1}}));
     EXPECT_EQ(fs::file_size(r.folder + "/big.bin"), big);
 }
 
@@ -245,8 +250,11 @@ TEST_F(PacExtract, EachFailureShowsItsMessageAndEndsWithTheFailureNotice) {
         {"name_empty", [](PacSpec& s) { s.entries[1].name = ""; }, {}},
         // The full path must fit the entry's field too.
         {"name_path_too_long", [&](PacSpec& s) { s.entries[0].name = longName; }, {}},
-        {"name_unterminated", {}, [](H&, T& t) { std::fill(std::begin(t[1].FileName), std::end(t[1].FileName), u'a'); }},
-        {"product_unterminated", {},
+        {"name_unterminated",
+         {},
+         [](H&, T& t) { std::fill(std::begin(t[1].FileName), std::end(t[1].FileName), u'a'); }},
+        {"product_unterminated",
+         {},
          [](H& h, T&) { std::fill(std::begin(h.ProductName), std::end(h.ProductName), u'p'); }},
         {"product_no_room_for_prefix", [](PacSpec& s) { s.productName = std::string(253, 'p'); }, {}},
     };

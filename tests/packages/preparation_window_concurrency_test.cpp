@@ -4,10 +4,10 @@
 
 #include <thread>
 
+#include "present/PreparationWindowLogic.h"
 #include "station/Messages.h"
 #include "station/Station.h"
 #include "station/Texts.h"
-#include "present/PreparationWindowLogic.h"
 #include "support/PacWriter.h"
 #include "support/StationFixture.h"
 

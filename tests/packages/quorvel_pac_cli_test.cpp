@@ -52,8 +52,8 @@ TEST(QuorvelPacTool, EveryCommandOnGoodBadAndHostilePackages) {
         {"help", "--help"},
     };
     for (const auto& [name, args] : runs) {
-        std::string run = RunTranscript("quorvel-pac", "--no-progress " + args, {{dir.Path(), "$DIR/"}},
-                                        "cd " + dir.Path() + " && ");
+        std::string run =
+            RunTranscript("quorvel-pac", "--no-progress " + args, {{dir.Path(), "$DIR/"}}, "cd " + dir.Path() + " && ");
         // The extraction folder is numbered by the tick count.
         if (std::filesystem::exists(dir.File("out")))
             for (const auto& e : std::filesystem::directory_iterator(dir.File("out")))

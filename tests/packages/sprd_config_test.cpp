@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "station/Texts.h"
 #include "packages/SprdDownloadConfig.h"
 #include "platform/ProfileIni.h"
+#include "station/Texts.h"
 #include "support/Golden.h"
 #include "support/PacWriter.h"
 #include "support/StationFixture.h"
@@ -47,11 +47,23 @@ TEST(SprdSelection, VerdictsAndMessages) {
         {"nv_lower_case", [](PacSpec& s) { s.entries[1].id = "nv_cal"; }},
         {"nv_not_first", [](PacSpec& s) { s.entries[1].id = "ANV"; }},
         {"no_nv_backup", [](PacSpec& s) { s.nvBackupFlag = 0; }},
-        {"omittable_left_out", [](PacSpec& s) { s.entries.push_back({"UserData", "u.img", "u", 0, 1}); }},
+        {"omittable_left_out",
+         [](PacSpec& s) {
+             s.entries.push_back({"UserData", "u.img", "u", 0, 1});
+         }},
         // A FLASH file left out fails without a message; NV first makes it no FLASH file.
-        {"flash_left_out", [](PacSpec& s) { s.entries.push_back({"FLASH_A", "f.bin", "x", 0, 1}); }},
-        {"flash_chosen", [](PacSpec& s) { s.entries.push_back({"FLASH_A", "f.bin", "x", 1, 1}); }},
-        {"nvflash_left_out", [](PacSpec& s) { s.entries.push_back({"NVFLASH", "f.bin", "x", 0, 1}); }},
+        {"flash_left_out",
+         [](PacSpec& s) {
+             s.entries.push_back({"FLASH_A", "f.bin", "x", 0, 1});
+         }},
+        {"flash_chosen",
+         [](PacSpec& s) {
+             s.entries.push_back({"FLASH_A", "f.bin", "x", 1, 1});
+         }},
+        {"nvflash_left_out",
+         [](PacSpec& s) {
+             s.entries.push_back({"NVFLASH", "f.bin", "x", 0, 1});
+         }},
         {"repartition_mode_0", [&](PacSpec& s) { leaveOut(s, 1, 0); }},
         {"repartition_mode_3", [&](PacSpec& s) { leaveOut(s, 1, 3); }},
         {"keep_partitions_mode_1", [&](PacSpec& s) { leaveOut(s, 1, 1); }},
@@ -71,8 +83,8 @@ TEST(SprdSelection, VerdictsAndMessages) {
              s.entries.push_back({"Boot", "b.img", "b", 1, 1, 1});
          }},
     };
-    const char* verdicts[] = {"ok", "warn-missing", "fail-flash", "fail-no-nv", "fail-no-nv-backup",
-                              "fail-repartition"};
+    const char* verdicts[] = {"ok",         "warn-missing",      "fail-flash",
+                              "fail-no-nv", "fail-no-nv-backup", "fail-repartition"};
     std::string text;
     for (const auto& row : rows) {
         PacSpec layout = test::SmallSprdPac();

@@ -69,7 +69,8 @@ TEST(ManualClockTest, ManySleepersWakeInDeadlineOrder) {
         clock.AdvanceTo(step * 100);
         // Wait until that sleeper has left before moving on.
         std::unique_lock lk(m);
-        ASSERT_TRUE(changed.wait_for(lk, std::chrono::seconds(5), [&] { return static_cast<int>(order.size()) == step; }));
+        ASSERT_TRUE(
+            changed.wait_for(lk, std::chrono::seconds(5), [&] { return static_cast<int>(order.size()) == step; }));
     }
     for (auto& t : threads) t.join();
     EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4, 5}));

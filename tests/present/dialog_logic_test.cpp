@@ -105,7 +105,7 @@ TEST_F(SettingsDialogTest, KindRulesAndRefusals) {
     d.Load(std::nullopt);
     EXPECT_EQ(d.PathText(), "/fw/readme.md");
     EXPECT_EQ(f.ui.Messages(), (std::vector<std::string>{"Please select folder for upgrading!",
-                                                          "Please select MTK Scatter file first!"}));
+                                                         "Please select MTK Scatter file first!"}));
 }
 
 TEST_F(SettingsDialogTest, CfgBackupRestoreFromSettingOrEntry) {

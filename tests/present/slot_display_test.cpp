@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
+#include "present/SlotDisplay.h"
 #include "station/Messages.h"
 #include "station/Texts.h"
-#include "present/SlotDisplay.h"
 #include "support/StationFixture.h"
 
 namespace quorvel::engine {

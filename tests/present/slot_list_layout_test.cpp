@@ -43,13 +43,13 @@ TEST(SlotListLayoutTest, TilesFollowTheRows) {
         list.rows.push_back(r);
     };
     row(SlotPhase::PASS, true, kIconPhone, 100, "PASS(10/11)");
-    row(SlotPhase::FAIL, true, kIconSocket, 37, "FAIL(9/12)");  // pulled out after its verdict
+    row(SlotPhase::FAIL, true, kIconSocket, 37, "FAIL(9/12)");   // pulled out after its verdict
     row(SlotPhase::FLASHING, true, kIconPhone, 130, "OnSwith");  // a bar past its end still reads 100 %
     row(SlotPhase::INTERRUPTED, true, kIconPhone, 50, "FAIL(0/1)");
     row(SlotPhase::IDLE, true, kIconPhone, 0, "PASS(1/1)");  // a phone that has not begun: its bar is no flash
     row(SlotPhase::IDLE, false, kIconSocket);                // shown at 0 % before, as a bound row came
-    row(SlotPhase::PASS, false, kIconPhone, 100);           // a new phone came after the verdict
-    row(SlotPhase::FAIL, false, kIconSocket, 37);           // the station started again
+    row(SlotPhase::PASS, false, kIconPhone, 100);            // a new phone came after the verdict
+    row(SlotPhase::FAIL, false, kIconSocket, 37);            // the station started again
     list.rows[0].passCount = 10;
     list.rows[0].jobCount = 11;
     const auto tiles = BenchTiles(list);

@@ -5,14 +5,14 @@
 #include <mutex>
 #include <thread>
 
-#include "station/Messages.h"
 #include "devices/ComProbe.h"
-#include "devices/DeviceTestKit.h"
 #include "devices/DeviceMonitor.h"
+#include "devices/DeviceTestKit.h"
 #include "devices/DeviceText.h"
-#include "sim/SimEngineProgram.h"
 #include "sim/Scenario.h"
 #include "sim/SimBench.h"
+#include "sim/SimEngineProgram.h"
+#include "station/Messages.h"
 #include "support/StationFixture.h"
 
 namespace quorvel::sim {

@@ -12,10 +12,10 @@
 #include <thread>
 #include <vector>
 
-#include "station/Messages.h"
 #include "console/MessageRouter.h"
-#include "slots/DownloadManager.h"
 #include "sim/SimEngines.h"
+#include "slots/DownloadManager.h"
+#include "station/Messages.h"
 #include "station/StationLoop.h"
 #include "support/StationFixture.h"
 
@@ -112,7 +112,8 @@ public:
             std::lock_guard g(mutex_);
             statuses_.push_back({status->slot, status->text});
         }
-        if (const auto* command = std::get_if<app::Command>(&message); command && command->id == app::CommandId::START_STOP)
+        if (const auto* command = std::get_if<app::Command>(&message);
+            command && command->id == app::CommandId::START_STOP)
             ++startStopCommands;
         platform::LResult r = 0;
         router->Route(message, r);

@@ -6,8 +6,8 @@
 #include <map>
 #include <sstream>
 
-#include "slots/EngineHarness.h"
 #include "history/JobHistoryReader.h"
+#include "slots/EngineHarness.h"
 #include "station/Texts.h"
 #include "support/TempDir.h"
 
@@ -226,7 +226,7 @@ TEST(DownloadWorkerJobs, FailuresKeepTheEnginesStepAndReason) {
         SCOPED_TRACE(c.name);
         EngineHarness h(1);
         h.st.language.SetLanguageId(app::kLangEnglish);  // the system's: Chinese is chosen
-        std::mutex seen;  // the observer runs on the worker and the station thread
+        std::mutex seen;                                 // the observer runs on the worker and the station thread
         std::vector<std::string> pastTheTotal;
         h.st.slotList.SetObserver([&] {
             double done = 0, total = 0;
@@ -243,7 +243,8 @@ TEST(DownloadWorkerJobs, FailuresKeepTheEnginesStepAndReason) {
         h.StartStation();
         const auto serve = [&](const char* phone, std::uint32_t total) {
             h.HandOver(0, h.Device(static_cast<int>(c.kind), "Phone (COM1)", phone));
-            ASSERT_TRUE(h.RunUntil([&] { return h.Total() == total && h.st.slotList.Row(0).phase != app::SlotPhase::FLASHING; }));
+            ASSERT_TRUE(h.RunUntil(
+                [&] { return h.Total() == total && h.st.slotList.Row(0).phase != app::SlotPhase::FLASHING; }));
         };
         serve("big", 1);
         if (std::string(c.name) == "empty scatter file") h.fx.dir.Write("pkg/scatter.txt", "# nothing\n\n");

@@ -40,7 +40,8 @@ TEST(SprdChecks, KnownValues) {
     const std::uint16_t high = LoaderSum(odd);
     EXPECT_EQ(high, static_cast<std::uint16_t>(~(0x1234 + 0x5600)));
     const std::uint16_t low = static_cast<std::uint16_t>(~(0x1234 + 0x56));
-    for (std::uint16_t v : {high, low, std::uint16_t((high << 8) | (high >> 8)), std::uint16_t((low << 8) | (low >> 8))})
+    for (std::uint16_t v :
+         {high, low, std::uint16_t((high << 8) | (high >> 8)), std::uint16_t((low << 8) | (low >> 8))})
         EXPECT_TRUE(LoaderSumMatches(odd, v)) << std::hex << v;
     EXPECT_TRUE(LoaderSumMatches(B({0x12, 0x34}), 0xEDCB));
     EXPECT_FALSE(LoaderSumMatches(B({0x12, 0x34}), 0xCBED));  // an even body has one byte order

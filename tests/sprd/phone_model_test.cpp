@@ -46,7 +46,7 @@ struct Host {
     PhoneModel phone;
     Check check = Check::BOOT_ROM_CRC;
     bool escape = true;
-    std::size_t piece = 0;  // feed the phone in pieces of this many bytes (0: whole writes)
+    std::size_t piece = 0;             // feed the phone in pieces of this many bytes (0: whole writes)
     std::vector<PhoneAction> actions;  // everything but SEND from the last exchange
     int logs = 0;
 
@@ -58,7 +58,8 @@ struct Host {
             got = phone.Receive(wire);
         } else {
             for (std::size_t i = 0; i < wire.size(); i += piece) {
-                auto part = phone.Receive(std::span<const std::uint8_t>(wire).subspan(i, std::min(piece, wire.size() - i)));
+                auto part =
+                    phone.Receive(std::span<const std::uint8_t>(wire).subspan(i, std::min(piece, wire.size() - i)));
                 got.insert(got.end(), part.begin(), part.end());
             }
         }
@@ -66,14 +67,18 @@ struct Host {
         FrameDecoder dec(check);
         dec.SetEscaping(escape);
         for (auto& a : got) {
-            if (a.kind == PhoneAction::SEND) dec.Feed(a.bytes);
-            else actions.push_back(a);
+            if (a.kind == PhoneAction::SEND)
+                dec.Feed(a.bytes);
+            else
+                actions.push_back(a);
         }
         std::vector<Frame> frames;
         while (auto d = dec.Next()) {
             EXPECT_EQ(d->kind, Decoded::FRAME) << DecodedKindName(d->kind);
-            if (d->frame.type == rep::LOG) ++logs;
-            else frames.push_back(std::move(d->frame));
+            if (d->frame.type == rep::LOG)
+                ++logs;
+            else
+                frames.push_back(std::move(d->frame));
         }
         return frames;
     }
@@ -96,7 +101,8 @@ struct Host {
     int Download(const Bytes& start, const Bytes& data, std::size_t chunk) {
         if (int r = Send(cmd::START_DATA, start); r != rep::ACK) return r;
         for (std::size_t i = 0; i < data.size(); i += chunk)
-            if (int r = Send(cmd::MIDST_DATA, Bytes(data.begin() + i, data.begin() + std::min(data.size(), i + chunk))); r != rep::ACK)
+            if (int r = Send(cmd::MIDST_DATA, Bytes(data.begin() + i, data.begin() + std::min(data.size(), i + chunk)));
+                r != rep::ACK)
                 return r;
         return Send(cmd::END_DATA);
     }
@@ -154,7 +160,8 @@ TEST(SprdSha256, KnownDigests) {
     // Streamed in uneven pieces, across block boundaries.
     const Bytes data = Pattern(1000, 9);
     Sha256 s;
-    for (std::size_t i = 0; i < data.size(); i += 63) s.Update(std::span<const std::uint8_t>(data).subspan(i, std::min<std::size_t>(63, data.size() - i)));
+    for (std::size_t i = 0; i < data.size(); i += 63)
+        s.Update(std::span<const std::uint8_t>(data).subspan(i, std::min<std::size_t>(63, data.size() - i)));
     EXPECT_EQ(s.Hex(), Sha256::HexOf(data));
 }
 
@@ -238,8 +245,16 @@ TEST(SprdPhone, RefusesWhatARealPhoneRefuses) {
     };
     const std::vector<Row> rows = {
         {"data before START_DATA", {}, cmd::MIDST_DATA, Bytes(16), rep::DOWN_NOT_START},
-        {"past the announced size", {{cmd::START_DATA, Named("boot", 10)}}, cmd::MIDST_DATA, Bytes(11), rep::DOWN_SIZE_ERROR},
-        {"ended early", {{cmd::START_DATA, Named("boot", 10)}, {cmd::MIDST_DATA, Bytes(9)}}, cmd::END_DATA, {}, rep::DOWN_EARLY_END},
+        {"past the announced size",
+         {{cmd::START_DATA, Named("boot", 10)}},
+         cmd::MIDST_DATA,
+         Bytes(11),
+         rep::DOWN_SIZE_ERROR},
+        {"ended early",
+         {{cmd::START_DATA, Named("boot", 10)}, {cmd::MIDST_DATA, Bytes(9)}},
+         cmd::END_DATA,
+         {},
+         rep::DOWN_EARLY_END},
         {"unknown partition", {}, cmd::START_DATA, Named("nosuch", 10), rep::DOWN_DEST_ERROR},
         {"image larger than the partition", {}, cmd::START_DATA, Named("boot", 33u << 20), rep::DOWN_SIZE_ERROR},
         {"wrong byte sum appended", {}, cmd::END_DATA, {}, -2},
@@ -247,7 +262,11 @@ TEST(SprdPhone, RefusesWhatARealPhoneRefuses) {
         {"repartition past the storage", {}, cmd::REPARTITION, Named("huge", 9000), rep::DOWN_SIZE_ERROR},
         {"erase of an unknown partition", {}, cmd::ERASE_FLASH, Named("nosuch", 0), rep::DOWN_DEST_ERROR},
         {"read of a hashed-only partition", {}, cmd::READ_START, Named("system", 100), rep::OPERATION_FAILED},
-        {"read chunk past the requested size", {{cmd::READ_START, Named("fixnv1", 100)}}, cmd::READ_MIDST, Be32(0x64000000, 0x01000000), rep::DOWN_SIZE_ERROR},
+        {"read chunk past the requested size",
+         {{cmd::READ_START, Named("fixnv1", 100)}},
+         cmd::READ_MIDST,
+         Be32(0x64000000, 0x01000000),
+         rep::DOWN_SIZE_ERROR},
         {"EXEC in the second loader", {}, cmd::EXEC_DATA, {}, rep::UNKNOWN_CMD},
     };
     for (const Row& row : rows) {
@@ -288,20 +307,27 @@ TEST(SprdPhone, Faults) {
     };
     const Bytes image = Pattern(10000, 3);
     const std::vector<Row> rows = {
-        {"bad-frame", [](Host& h) { EXPECT_EQ(h.Send(cmd::CONNECT), rep::VERIFY_ERROR); EXPECT_EQ(h.Send(cmd::CONNECT), rep::ACK); }},
+        {"bad-frame",
+         [](Host& h) {
+             EXPECT_EQ(h.Send(cmd::CONNECT), rep::VERIFY_ERROR);
+             EXPECT_EQ(h.Send(cmd::CONNECT), rep::ACK);
+         }},
         {"overrun", [&](Host& h) { EXPECT_EQ(h.Download(Named("boot", 10000), image, 4096), rep::DOWN_SIZE_ERROR); }},
         {"early-end", [&](Host& h) { EXPECT_EQ(h.Download(Named("boot", 10000), image, 4096), rep::DOWN_EARLY_END); }},
-        {"signature@system", [&](Host& h) {
+        {"signature@system",
+         [&](Host& h) {
              EXPECT_EQ(h.Download(Named("boot", 10000), image, 4096), rep::ACK);
              EXPECT_EQ(h.Download(Named("system", 10000), image, 4096), rep::SIGNATURE_REFUSED);
          }},
-        {"slow", [](Host& h) {
+        {"slow",
+         [](Host& h) {
              EXPECT_EQ(h.Send(cmd::CONNECT), rep::ACK);
              ASSERT_EQ(h.actions.size(), 1u);
              EXPECT_EQ(h.actions[0].kind, PhoneAction::DELAY);
              EXPECT_EQ(h.actions[0].ms, 20000u);
          }},
-        {"unplug", [&](Host& h) {
+        {"unplug",
+         [&](Host& h) {
              ASSERT_EQ(h.Send(cmd::START_DATA, Named("boot", 10000)), rep::ACK);
              EXPECT_EQ(h.Send(cmd::MIDST_DATA, image), -1);
              ASSERT_EQ(h.actions.size(), 1u);
@@ -341,13 +367,23 @@ TEST(SprdPhone, Faults) {
     EXPECT_EQ(slow.Baud(4), "Spreadtrum Boot Block version 1.1");
 
     // Counted faults strike where the count says, from the phone's first frame or byte.
-    Host early([] { PhoneConfig c; std::string e; c.faults = {*ParsePhoneFault("bad-frame@2", e)}; return c; }());
+    Host early([] {
+        PhoneConfig c;
+        std::string e;
+        c.faults = {*ParsePhoneFault("bad-frame@2", e)};
+        return c;
+    }());
     ASSERT_EQ(early.Baud(1), "SPRD3");
     EXPECT_EQ(early.Send(cmd::CONNECT), rep::ACK);
     EXPECT_EQ(early.Send(cmd::CONNECT), rep::VERIFY_ERROR);
     EXPECT_EQ(early.Send(cmd::CONNECT), rep::ACK);
     // Unplug at a given byte: the phone takes the bytes before it and nothing after.
-    Host cut([] { PhoneConfig c; std::string e; c.faults = {*ParsePhoneFault("unplug@3", e)}; return c; }());
+    Host cut([] {
+        PhoneConfig c;
+        std::string e;
+        c.faults = {*ParsePhoneFault("unplug@3", e)};
+        return c;
+    }());
     EXPECT_EQ(cut.Baud(1), "SPRD3");
     EXPECT_EQ(cut.Send(cmd::CONNECT), -1);
     ASSERT_EQ(cut.actions.size(), 1u);

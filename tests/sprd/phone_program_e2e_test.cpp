@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/ChildProcess.h"
 #include "engines/sprd/Frame.h"
 #include "engines/sprd/PhoneCodes.h"
+#include "platform/ChildProcess.h"
 #include "support/RunTool.h"
 #include "support/TempDir.h"
 
@@ -108,11 +108,14 @@ TEST(SprdPhoneProgram, ServesUnixAndPtyAndReportsOnTerm) {
         ASSERT_GE(fd, 0);
         Frame ver = Exchange(fd, Bytes{kFlag}, Check::BOOT_ROM_CRC);
         EXPECT_EQ(std::string(ver.payload.begin(), ver.payload.end()), std::string("SPRD3", 6));
-        EXPECT_EQ(Exchange(fd, EncodeFrame(cmd::CONNECT, {}, Check::BOOT_ROM_CRC, true), Check::BOOT_ROM_CRC).type, rep::ACK);
+        EXPECT_EQ(Exchange(fd, EncodeFrame(cmd::CONNECT, {}, Check::BOOT_ROM_CRC, true), Check::BOOT_ROM_CRC).type,
+                  rep::ACK);
         const Bytes start = {0, 0, 0x50, 0, 0, 0, 0, 4};
         for (const auto& [type, payload] : std::vector<std::pair<std::uint16_t, Bytes>>{
                  {cmd::START_DATA, start}, {cmd::MIDST_DATA, {1, 2, 3, 4}}, {cmd::END_DATA, {}}, {cmd::EXEC_DATA, {}}})
-            EXPECT_EQ(Exchange(fd, EncodeFrame(type, payload, Check::BOOT_ROM_CRC, true), Check::BOOT_ROM_CRC).type, rep::ACK) << type;
+            EXPECT_EQ(Exchange(fd, EncodeFrame(type, payload, Check::BOOT_ROM_CRC, true), Check::BOOT_ROM_CRC).type,
+                      rep::ACK)
+                << type;
         // The phone leaves and comes back on the same path, still running its first loader.
         // It says "ready" again once back: the old path may linger until it has left.
         ::close(fd);
@@ -139,9 +142,14 @@ TEST(SprdPhoneProgram, ReplayChecksEachHostWrite) {
     dir.Write("job.log",
               "engine started\n"
               "{\"rec\":\"sprd-wire\",\"at_ms\":1,\"dir\":\"out\",\"hex\":\"7e\"}\n"
-              "{\"rec\":\"sprd-wire\",\"at_ms\":2,\"dir\":\"in\",\"hex\":\"" + Hex(ver) + "\"}\n"
-              "{\"rec\":\"sprd-wire\",\"at_ms\":3,\"dir\":\"out\",\"hex\":\"" + Hex(connect) + "\"}\n"
-              "{\"rec\":\"sprd-wire\",\"at_ms\":4,\"dir\":\"in\",\"hex\":\"" + Hex(ack) + "\"}\n");
+              "{\"rec\":\"sprd-wire\",\"at_ms\":2,\"dir\":\"in\",\"hex\":\"" +
+                  Hex(ver) +
+                  "\"}\n"
+                  "{\"rec\":\"sprd-wire\",\"at_ms\":3,\"dir\":\"out\",\"hex\":\"" +
+                  Hex(connect) +
+                  "\"}\n"
+                  "{\"rec\":\"sprd-wire\",\"at_ms\":4,\"dir\":\"in\",\"hex\":\"" +
+                  Hex(ack) + "\"}\n");
     std::string divergence;
     for (bool diverge : {false, true}) {
         SCOPED_TRACE(diverge ? "diverging host" : "faithful host");

@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 
 #include "engines/sprd/Codes.h"
-#include "sprd/PackageFixture.h"
 #include "engines/sprd/Plan.h"
+#include "sprd/PackageFixture.h"
 
 using namespace quorvel::sprd;
 

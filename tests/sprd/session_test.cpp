@@ -8,8 +8,8 @@
 
 #include "engines/sprd/Codes.h"
 #include "engines/sprd/FdTransport.h"
-#include "sprd/ModelPhone.h"
 #include "engines/sprd/NvImage.h"
+#include "sprd/ModelPhone.h"
 #include "sprd/PackageFixture.h"
 
 using namespace quorvel;

@@ -10,9 +10,9 @@
 #include <thread>
 
 #include "history/JobHistoryReader.h"
-#include "station/Station.h"
 #include "platform/ExeDir.h"
 #include "platform/ProfileIni.h"
+#include "station/Station.h"
 #include "support/FixedOptions.h"
 #include "support/TempDir.h"
 

@@ -3,10 +3,10 @@
 
 #include <fstream>
 
-#include "station/Texts.h"
 #include "platform/DayLog.h"
 #include "platform/ExeDir.h"
 #include "platform/ProfileIni.h"
+#include "station/Texts.h"
 #include "support/StationFixture.h"
 #include "support/Unprivileged.h"
 

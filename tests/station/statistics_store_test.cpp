@@ -2,9 +2,9 @@
 #include <sys/stat.h>
 
 #include "history/JobHistoryReader.h"
+#include "platform/ProfileIni.h"
 #include "station/Station.h"
 #include "station/Texts.h"
-#include "platform/ProfileIni.h"
 #include "support/SmallDisk.h"
 #include "support/StationFixture.h"
 

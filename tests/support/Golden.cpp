@@ -58,9 +58,9 @@ std::string Printable(const std::string& bytes) {
     }
     std::ifstream in(file, std::ios::binary);
     if (!in) {
-        return ::testing::AssertionFailure() << "no golden file " << file.string()
-                                             << "; run with QUORVEL_UPDATE_GOLDEN=1 to write it. Output:\n"
-                                             << actual;
+        return ::testing::AssertionFailure()
+               << "no golden file " << file.string() << "; run with QUORVEL_UPDATE_GOLDEN=1 to write it. Output:\n"
+               << actual;
     }
     std::stringstream stored;
     stored << in.rdbuf();
@@ -70,8 +70,8 @@ std::string Printable(const std::string& bytes) {
     std::size_t i = 0;
     while (i < want.size() && i < got.size() && want[i] == got[i]) ++i;
     auto failure = ::testing::AssertionFailure();
-    failure << name << " differs at line " << i + 1 << "\n  expected: "
-            << (i < want.size() ? want[i] : "(end)") << "\n  actual:   " << (i < got.size() ? got[i] : "(end)")
+    failure << name << " differs at line " << i + 1 << "\n  expected: " << (i < want.size() ? want[i] : "(end)")
+            << "\n  actual:   " << (i < got.size() ? got[i] : "(end)")
             << "\nrun with QUORVEL_UPDATE_GOLDEN=1 if the change is meant. Output:\n"
             << actual;
     return failure;
@@ -83,9 +83,9 @@ std::string RunTranscript(const std::string& tool, const std::string& args, cons
     const CommandResult r = RunCommand(prefix + ToolPath(tool) + (line.empty() ? "" : " " + line));
     Scrubs all{{ToolPath(tool), tool}};
     all.insert(all.end(), scrubs.begin(), scrubs.end());
-    return Scrub("$ " + prefix + tool + (line.empty() ? "" : " " + line) + "\nexit " + std::to_string(r.exitCode) +
-                     "\n" + r.out,
-                 all);
+    return Scrub(
+        "$ " + prefix + tool + (line.empty() ? "" : " " + line) + "\nexit " + std::to_string(r.exitCode) + "\n" + r.out,
+        all);
 }
 
 }  // namespace quorvel::test

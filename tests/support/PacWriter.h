@@ -17,12 +17,9 @@ inline PacSpec TypicalSprdPac() {
     PacSpec layout;
     layout.productName = "SC9863A";
     layout.entries = {
-        {"FDL", "fdl1.bin", std::string(300, '\x11')},
-        {"FDL2", "fdl2.bin", std::string(500, '\x22')},
-        {"NV_W", "nvitem.bin", std::string(200, '\x33')},
-        {"FLASH", "flash.img", std::string(1000, '\x44')},
-        {"System", "system.img", std::string(4096, '\x55')},
-        {"PhaseCheck", "", "", 1, 1},
+        {"FDL", "fdl1.bin", std::string(300, '\x11')},          {"FDL2", "fdl2.bin", std::string(500, '\x22')},
+        {"NV_W", "nvitem.bin", std::string(200, '\x33')},       {"FLASH", "flash.img", std::string(1000, '\x44')},
+        {"System", "system.img", std::string(4096, '\x55')},    {"PhaseCheck", "", "", 1, 1},
         {"", "product.xml", std::string("<config/>\n") + '\0'},
     };
     return layout;

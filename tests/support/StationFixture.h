@@ -6,8 +6,8 @@
 #include <string>
 
 #include "console/ConsoleUi.h"
-#include "station/Station.h"
 #include "platform/Clock.h"
+#include "station/Station.h"
 #include "support/FixedOptions.h"
 #include "support/TempDir.h"
 

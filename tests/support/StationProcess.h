@@ -6,13 +6,13 @@
 #include <functional>
 #include <memory>
 
-#include "station/Station.h"
 #include "console/ConsoleController.h"
 #include "console/StationRig.h"
 #include "platform/Clock.h"
-#include "station/StationLoop.h"
 #include "platform/SysPaths.h"
 #include "sim/SimBench.h"
+#include "station/Station.h"
+#include "station/StationLoop.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {

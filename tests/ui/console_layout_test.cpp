@@ -6,8 +6,8 @@
 #include <QScrollBar>
 #include <QtTest>
 
-#include "present/SlotListLayout.h"
 #include "console/ConsoleController.h"
+#include "present/SlotListLayout.h"
 #include "qt/MainWindow.h"
 #include "station/StationLoop.h"
 #include "support/StationFixture.h"
@@ -29,18 +29,30 @@ void FillShift(app::SlotListModel& list) {
         const char* timer;
     };
     const Look looks[] = {
-        {10, 11, app::SlotPhase::PASS, {"PASS(10/11)", kDarkGreen}, {100, "Download Completely!(100%)(7.31 MB/s)"},
+        {10,
+         11,
+         app::SlotPhase::PASS,
+         {"PASS(10/11)", kDarkGreen},
+         {100, "Download Completely!(100%)(7.31 MB/s)"},
          "00:02:41"},
-        {9, 12, app::SlotPhase::FAIL, {"FAIL(9/12)", kRed},
-         {37, "Failed: Download failed!", app::kBlack, app::kBlack, kRed, kBlue}, "00:01:07"},
+        {9,
+         12,
+         app::SlotPhase::FAIL,
+         {"FAIL(9/12)", kRed},
+         {37, "Failed: Download failed!", app::kBlack, app::kBlack, kRed, kBlue},
+         "00:01:07"},
         {0,
          0,
          app::SlotPhase::FLASHING,
          {"Ongoing", kBlue},
          {30, "Downloading...(3.00/10.00M)(30%)", app::kWhite, app::kBlack, app::MakeRgb(0, 160, 0), kBlue},
          "00:00:52"},
-        {4, 5, app::SlotPhase::INTERRUPTED, {"FAIL(4/5)", kRed},
-         {62, "Download cancelled!(62%)", app::kBlack, app::kBlack, kRed, kBlue}, "00:01:30"},
+        {4,
+         5,
+         app::SlotPhase::INTERRUPTED,
+         {"FAIL(4/5)", kRed},
+         {62, "Download cancelled!(62%)", app::kBlack, app::kBlack, kRed, kBlue},
+         "00:01:30"},
     };
     list.DeleteAllRows();
     for (int n = 0; n < app::kSlotCount; ++n) {
@@ -53,7 +65,8 @@ void FillShift(app::SlotListModel& list) {
             r.cells[app::COL_BINDED].text = "ALL_BINDED";
             if (n % 6 >= 4) {  // a phone waiting for its job; a bound socket without a phone
                 r.progress.visible = r.result.visible = false;
-                if (n % 6 == 5) r.cells[app::COL_DEVICE] = {"(COM" + std::to_string(n + 10) + ")", 0x808080, app::kIconSocket};
+                if (n % 6 == 5)
+                    r.cells[app::COL_DEVICE] = {"(COM" + std::to_string(n + 10) + ")", 0x808080, app::kIconSocket};
                 return;
             }
             const Look& l = looks[n % 6];

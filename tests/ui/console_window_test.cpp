@@ -14,15 +14,15 @@
 #include <memory>
 #include <thread>
 
-#include "present/AboutDialogLogic.h"
-#include "station/BindState.h"
-#include "station/Texts.h"
 #include "console/ConsoleController.h"
+#include "present/AboutDialogLogic.h"
 #include "qt/MainWindow.h"
 #include "qt/QtConsoleUi.h"
 #include "qt/dialogs/AboutDialog.h"
 #include "qt/dialogs/SettingsDialog.h"
+#include "station/BindState.h"
 #include "station/StationLoop.h"
+#include "station/Texts.h"
 #include "support/StationFixture.h"
 
 using namespace quorvel;
@@ -221,7 +221,8 @@ private Q_SLOTS:
     // Load's file dialog shows the filter's name as it stands, its patterns apart; the
     // about dialog shows the program's icon.
     void dialogsShowTheFilterNameAndTheIcon() {
-        std::unique_ptr<QFileDialog> files(dialogs::SettingsDialog::MakeFileDialog(nullptr, "Settings", QDir::tempPath()));
+        std::unique_ptr<QFileDialog> files(
+            dialogs::SettingsDialog::MakeFileDialog(nullptr, "Settings", QDir::tempPath()));
         auto* types = files->findChild<QComboBox*>("fileTypeCombo");
         QVERIFY(types);
         QCOMPARE(types->count(), 1);

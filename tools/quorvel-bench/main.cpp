@@ -6,25 +6,25 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
-#include <filesystem>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 
 #include "console/AppStartup.h"
-#include "station/BindState.h"
-#include "station/Station.h"
 #include "console/ConsoleController.h"
 #include "console/ScenarioStation.h"
 #include "console/StationRig.h"
 #include "platform/InstanceLock.h"
 #include "platform/JsonText.h"
 #include "sim/Scenario.h"
+#include "station/BindState.h"
+#include "station/Station.h"
 
 using namespace quorvel;
 using platform::JsonQuote;
@@ -167,8 +167,8 @@ int main(int argc, char** argv) {
     // The station's own share, its engine programs and simulated phones left out.
     rusage self{};
     ::getrusage(RUSAGE_SELF, &self);
-    const long long cpuMs = (self.ru_utime.tv_sec + self.ru_stime.tv_sec) * 1000LL +
-                            (self.ru_utime.tv_usec + self.ru_stime.tv_usec) / 1000;
+    const long long cpuMs =
+        (self.ru_utime.tv_sec + self.ru_stime.tv_sec) * 1000LL + (self.ru_utime.tv_usec + self.ru_stime.tv_usec) / 1000;
     const long long maxRssKiB = self.ru_maxrss;
 
     // The report, taken on the station thread so no handler changes it meanwhile.
@@ -202,8 +202,8 @@ int main(int argc, char** argv) {
             for (std::size_t i = 0; i < messages.size(); ++i) report += (i ? "," : "") + JsonQuote(messages[i]);
             report += "],\"steps\":[";
             for (std::size_t i = 0; i < log.lines.size(); ++i) report += (i ? "," : "") + JsonQuote(log.lines[i]);
-            report += "],\"plugged\":" + std::to_string(log.plugged) +
-                      ",\"served\":" + std::to_string(tally.phones) + ",\"results\":" + std::to_string(tally.results) +
+            report += "],\"plugged\":" + std::to_string(log.plugged) + ",\"served\":" + std::to_string(tally.phones) +
+                      ",\"results\":" + std::to_string(tally.results) +
                       ",\"mostForOnePhone\":" + std::to_string(tally.mostForOnePhone);
             report += ",\"virtualMs\":" + std::to_string(virtualMs) + ",\"realMs\":" + std::to_string(realMs) +
                       ",\"cpuMs\":" + std::to_string(cpuMs) + ",\"maxRssKiB\":" + std::to_string(maxRssKiB) + "}\n";
@@ -229,9 +229,9 @@ int main(int argc, char** argv) {
         }
         report += "message boxes:\n";
         for (const auto& m : ui.Messages()) report += "  " + m + "\n";
-        std::snprintf(line, sizeof line,
-                      "phones: plugged %d, served %llu, results %llu, at most %llu for one phone\n", log.plugged,
-                      static_cast<unsigned long long>(tally.phones), static_cast<unsigned long long>(tally.results),
+        std::snprintf(line, sizeof line, "phones: plugged %d, served %llu, results %llu, at most %llu for one phone\n",
+                      log.plugged, static_cast<unsigned long long>(tally.phones),
+                      static_cast<unsigned long long>(tally.results),
                       static_cast<unsigned long long>(tally.mostForOnePhone));
         report += line;
         report += "steps:\n";

@@ -139,15 +139,13 @@ struct Run {
         return outcome.kind == JobOutcome::FAULT && outcome.text.find(what) != std::string::npos;
     }
     // It wrote protocol lines, good or bad, so the protocol cases can be judged.
-    bool Spoke() const {
-        return hello || Fault("garbage") || Fault("protocol version") || Fault("before its hello");
-    }
+    bool Spoke() const { return hello || Fault("garbage") || Fault("protocol version") || Fault("before its hello"); }
     // It had to be waited out: silent for the whole limit, or deaf to SIGTERM.
     bool Hung() const { return outcome.killed || Fault("silent for"); }
 };
 
-Run RunOnce(Interrupts& interrupts, platform::Clock& clock, std::vector<std::string> argv,
-            platform::Millis silenceMs, bool cancelAtFirstProgress = false) {
+Run RunOnce(Interrupts& interrupts, platform::Clock& clock, std::vector<std::string> argv, platform::Millis silenceMs,
+            bool cancelAtFirstProgress = false) {
     engine::ProgramJob job(clock);
     interrupts.SetRunning(&job);
     Run r;
@@ -290,8 +288,7 @@ int main(int argc, char** argv) {
             const bool version = pass.Fault("protocol version") || pass.Fault("before its hello");
             report(!garbage, "garbage", garbage ? pass.outcome.text : "every line free text or a valid protocol line");
             report(!silent, "silence",
-                   silent ? pass.outcome.text
-                          : "longest gap between lines " + std::to_string(pass.longestGap) + " ms");
+                   silent ? pass.outcome.text : "longest gap between lines " + std::to_string(pass.longestGap) + " ms");
             report(!version, "protocol", version ? pass.outcome.text : "hello first, protocol version 1");
         }
         if (!pass.Spoke()) stop = "not run: the job case wrote no protocol line";
@@ -306,8 +303,10 @@ int main(int argc, char** argv) {
         std::vector<std::string> failing = job;
         failing.insert(failing.end(), extra.begin(), extra.end());
         const Run fail = RunOnce(interrupts, clock, failing, silenceMs);
-        if (!stopped().empty()) skip("fail", stop);
-        else report(fail.outcome.kind == JobOutcome::FAILED && !fail.outcome.killed, "fail", Describe(fail.outcome));
+        if (!stopped().empty())
+            skip("fail", stop);
+        else
+            report(fail.outcome.kind == JobOutcome::FAILED && !fail.outcome.killed, "fail", Describe(fail.outcome));
         if (fail.Hung()) hung = "not run: the program hung in the failing job (" + Describe(fail.outcome) + ")";
     }
 
@@ -317,11 +316,15 @@ int main(int argc, char** argv) {
         skip("cancel", stop.empty() ? hung : stop);
     } else {
         const Run cancel = RunOnce(interrupts, clock, job, silenceMs, true);
-        if (!stopped().empty()) skip("cancel", stop);
-        else report(cancel.outcome.kind == JobOutcome::CANCELLED && !cancel.outcome.killed, "cancel",
-               cancel.outcome.kind != JobOutcome::CANCELLED ? "no progress to cancel at: " + Describe(cancel.outcome)
-               : cancel.outcome.killed ? "ignored SIGTERM; killed after " + std::to_string(engine::kProgramGraceMs) + " ms"
-                                       : "ended on SIGTERM");
+        if (!stopped().empty())
+            skip("cancel", stop);
+        else
+            report(cancel.outcome.kind == JobOutcome::CANCELLED && !cancel.outcome.killed, "cancel",
+                   cancel.outcome.kind != JobOutcome::CANCELLED
+                       ? "no progress to cancel at: " + Describe(cancel.outcome)
+                   : cancel.outcome.killed
+                       ? "ignored SIGTERM; killed after " + std::to_string(engine::kProgramGraceMs) + " ms"
+                       : "ended on SIGTERM");
     }
 
     // The optional package-wide operations: a result, or an exit without one, conforms.
@@ -353,8 +356,9 @@ int main(int argc, char** argv) {
     std::error_code ec;
     if (dir != "/tmp/") std::filesystem::remove_all(dir, ec);
 
-    const bool conforms =
-        !interrupts.Signal() && std::none_of(cases.begin(), cases.end(), [](const Case& c) { return c.verdict == Verdict::Fail; });
+    const bool conforms = !interrupts.Signal() && std::none_of(cases.begin(), cases.end(), [](const Case& c) {
+        return c.verdict == Verdict::Fail;
+    });
     Print(cases, job[0], conforms, json);
     if (interrupts.Signal()) {
         std::fprintf(stderr, "quorvel-engine-check: interrupted (%s); the program under test was ended\n",

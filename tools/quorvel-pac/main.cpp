@@ -12,13 +12,12 @@
 #include <vector>
 
 #include "console/ConsoleUi.h"
-#include "station/Messages.h"
-#include "platform/JsonText.h"
 #include "packages/BinPack.h"
 #include "packages/DemoSprdPackage.h"
 #include "packages/PacInspect.h"
 #include "packages/SprdDownloadConfig.h"
 #include "platform/Clock.h"
+#include "platform/JsonText.h"
 #include "station/Messages.h"
 
 using namespace quorvel;
@@ -79,7 +78,6 @@ Exit status:
   1  the package failed a check; the station's message is printed on standard error
   2  the command line was not understood
 )HELP";
-
 
 // Draws a bar on standard error when it is a terminal.
 class ProgressBar {
@@ -206,7 +204,9 @@ std::string Column(const std::string& text, std::size_t width) {
 }
 
 int Fail(bool json, const std::string& command, const std::string& message) {
-    if (json) std::printf("{\"command\":%s,\"ok\":false,\"message\":%s}\n", platform::JsonQuote(command).c_str(), platform::JsonQuote(message).c_str());
+    if (json)
+        std::printf("{\"command\":%s,\"ok\":false,\"message\":%s}\n", platform::JsonQuote(command).c_str(),
+                    platform::JsonQuote(message).c_str());
     std::fprintf(stderr, "%s\n", ShownLines(message).c_str());
     return kExitPackage;
 }
@@ -217,19 +217,21 @@ int List(const std::string& path, bool json) {
     if (!ReadPacContents(path, c, message)) return Fail(json, "list", message);
     const PacHeader& h = c.header;
     if (json) {
-        std::printf("{\"command\":\"list\",\"ok\":true,\"version\":%s,\"packageSize\":%u,\"productName\":%s,"
-                    "\"productVersion\":%s,\"productAlias\":%s,\"fileCount\":%d,\"repartitionFlag\":%u,"
-                    "\"repartitionMode\":%u,\"nvBackupFlag\":%u,\"crc\":%s,\"headerCrc\":%u,\"dataCrc\":%u,\"files\":[",
-                    platform::JsonQuote(FIELD(h.Version)).c_str(), h.PackageSize, platform::JsonQuote(FIELD(h.ProductName)).c_str(),
-                    platform::JsonQuote(FIELD(h.ProductVersion)).c_str(), platform::JsonQuote(FIELD(h.ProductAlias)).c_str(), h.FileCount,
-                    h.RepartitionFlag, h.RepartitionMode, h.NvBackupFlag, PacCrcOn(h) ? "true" : "false",
-                    h.HeaderCrc, h.DataCrc);
+        std::printf(
+            "{\"command\":\"list\",\"ok\":true,\"version\":%s,\"packageSize\":%u,\"productName\":%s,"
+            "\"productVersion\":%s,\"productAlias\":%s,\"fileCount\":%d,\"repartitionFlag\":%u,"
+            "\"repartitionMode\":%u,\"nvBackupFlag\":%u,\"crc\":%s,\"headerCrc\":%u,\"dataCrc\":%u,\"files\":[",
+            platform::JsonQuote(FIELD(h.Version)).c_str(), h.PackageSize,
+            platform::JsonQuote(FIELD(h.ProductName)).c_str(), platform::JsonQuote(FIELD(h.ProductVersion)).c_str(),
+            platform::JsonQuote(FIELD(h.ProductAlias)).c_str(), h.FileCount, h.RepartitionFlag, h.RepartitionMode,
+            h.NvBackupFlag, PacCrcOn(h) ? "true" : "false", h.HeaderCrc, h.DataCrc);
         for (std::size_t i = 0; i < c.table.size(); ++i) {
             const PacFileEntry& e = c.table[i];
-            std::printf("%s{\"index\":%zu,\"id\":%s,\"name\":%s,\"size\":%u,\"fileFlags\":%u,\"checkFlag\":%u,"
-                        "\"omitFlag\":%u}",
-                        i ? "," : "", i, platform::JsonQuote(FIELD(e.FileId)).c_str(), platform::JsonQuote(FIELD(e.FileName)).c_str(), e.FileSize,
-                        e.FileFlags, e.CheckFlag, e.OmitFlag);
+            std::printf(
+                "%s{\"index\":%zu,\"id\":%s,\"name\":%s,\"size\":%u,\"fileFlags\":%u,\"checkFlag\":%u,"
+                "\"omitFlag\":%u}",
+                i ? "," : "", i, platform::JsonQuote(FIELD(e.FileId)).c_str(),
+                platform::JsonQuote(FIELD(e.FileName)).c_str(), e.FileSize, e.FileFlags, e.CheckFlag, e.OmitFlag);
         }
         std::printf("]}\n");
         return kExitOk;
@@ -264,9 +266,10 @@ int Verify(const std::string& path, bool json, bool progress) {
     bar.Finish();
     if (!ok) return Fail(json, "verify", message);
     if (json) {
-        std::printf("{\"command\":\"verify\",\"ok\":true,\"crc\":%s,\"headerCrcOk\":%s,\"dataCrcOk\":%s,\"dataBytes\":%llu}\n",
-                    v.crcPresent ? "true" : "false", v.headerCrcOk ? "true" : "false", v.dataCrcOk ? "true" : "false",
-                    static_cast<unsigned long long>(v.dataBytes));
+        std::printf(
+            "{\"command\":\"verify\",\"ok\":true,\"crc\":%s,\"headerCrcOk\":%s,\"dataCrcOk\":%s,\"dataBytes\":%llu}\n",
+            v.crcPresent ? "true" : "false", v.headerCrcOk ? "true" : "false", v.dataCrcOk ? "true" : "false",
+            static_cast<unsigned long long>(v.dataBytes));
         return kExitOk;
     }
     if (v.crcPresent)
@@ -305,15 +308,16 @@ int Extract(const std::string& path, const std::string& folder, bool json, bool 
         files.push_back(pack.GetLastFilePath());
     if (json) {
         std::printf("{\"command\":\"extract\",\"ok\":true,\"folder\":%s,\"configFile\":%s,\"files\":[",
-                    platform::JsonQuote(pack.GetOutputFolder()).c_str(), platform::JsonQuote(pack.GetLastFilePath()).c_str());
-        for (std::size_t i = 0; i < files.size(); ++i) std::printf("%s%s", i ? "," : "", platform::JsonQuote(files[i]).c_str());
+                    platform::JsonQuote(pack.GetOutputFolder()).c_str(),
+                    platform::JsonQuote(pack.GetLastFilePath()).c_str());
+        for (std::size_t i = 0; i < files.size(); ++i)
+            std::printf("%s%s", i ? "," : "", platform::JsonQuote(files[i]).c_str());
         std::printf("]}\n");
         return kExitOk;
     }
     std::printf("Extracted into %s\n", Shown(pack.GetOutputFolder()).c_str());
     for (const auto& f : files) std::printf("  %s\n", Shown(f).c_str());
-    if (!pack.GetLastFilePath().empty())
-        std::printf("Configuration file: %s\n", Shown(pack.GetLastFilePath()).c_str());
+    if (!pack.GetLastFilePath().empty()) std::printf("Configuration file: %s\n", Shown(pack.GetLastFilePath()).c_str());
     return kExitOk;
 }
 
@@ -337,7 +341,8 @@ int Plan(const std::string& path, bool json, bool progress) {
     {
         ProgressBar bar(progress);
         PacVerification v;
-        const bool ok = VerifyPac(path, v, message, [&bar](int p) { bar.Show(p); }, &c);
+        const bool ok = VerifyPac(
+            path, v, message, [&bar](int p) { bar.Show(p); }, &c);
         bar.Finish();
         if (!ok) {
             if (!json) std::printf("Verdict: refused-package\n");
@@ -362,14 +367,15 @@ int Plan(const std::string& path, bool json, bool progress) {
         std::printf("{\"command\":\"plan\",\"ok\":%s,\"productName\":%s,\"selectedFileCount\":%d,\"files\":[",
                     s.Passed() ? "true" : "false", platform::JsonQuote(product).c_str(), s.selectedCount);
         for (std::size_t i = 0; i < s.files.size(); ++i)
-            std::printf("%s{\"index\":%zu,\"id\":%s,\"name\":%s,\"size\":%u,\"checkFlag\":%u,\"chosen\":%s,"
-                        "\"omittable\":%s}",
-                        i ? "," : "", i, platform::JsonQuote(s.files[i].FileId).c_str(), platform::JsonQuote(s.files[i].FilePath).c_str(),
-                        s.files[i].FileSize, s.files[i].CheckFlag, s.chosen[i] ? "true" : "false",
-                        s.omittable[i] ? "true" : "false");
+            std::printf(
+                "%s{\"index\":%zu,\"id\":%s,\"name\":%s,\"size\":%u,\"checkFlag\":%u,\"chosen\":%s,"
+                "\"omittable\":%s}",
+                i ? "," : "", i, platform::JsonQuote(s.files[i].FileId).c_str(),
+                platform::JsonQuote(s.files[i].FilePath).c_str(), s.files[i].FileSize, s.files[i].CheckFlag,
+                s.chosen[i] ? "true" : "false", s.omittable[i] ? "true" : "false");
         std::printf("],\"missingFileList\":%s,\"repartitions\":%s,\"verdict\":%s,\"message\":%s}\n",
-                    platform::JsonQuote(s.missingFileList).c_str(), s.repartitions ? "true" : "false", platform::JsonQuote(VerdictName(s.verdict)).c_str(),
-                    platform::JsonQuote(explanation).c_str());
+                    platform::JsonQuote(s.missingFileList).c_str(), s.repartitions ? "true" : "false",
+                    platform::JsonQuote(VerdictName(s.verdict)).c_str(), platform::JsonQuote(explanation).c_str());
     } else {
         std::printf("Product %s: %d of %zu files chosen for download\n\n", Shown(product).c_str(), s.selectedCount,
                     s.files.size());
@@ -396,10 +402,13 @@ int Demo(const std::string& folder) {
     {
         std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
         out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        if (!out.flush()) return std::fprintf(stderr, "quorvel-pac: cannot write %s\n", temporary.c_str()), kExitPackage;
+        if (!out.flush())
+            return std::fprintf(stderr, "quorvel-pac: cannot write %s\n", temporary.c_str()), kExitPackage;
     }
     std::filesystem::rename(temporary, path, ec);
-    if (ec) return std::fprintf(stderr, "quorvel-pac: cannot write %s: %s\n", path.c_str(), ec.message().c_str()), kExitPackage;
+    if (ec)
+        return std::fprintf(stderr, "quorvel-pac: cannot write %s: %s\n", path.c_str(), ec.message().c_str()),
+               kExitPackage;
     std::printf("%s\n", path.c_str());
     return kExitOk;
 }
@@ -420,10 +429,14 @@ int main(int argc, char** argv) {
             std::fputs(kHelp, stdout);
             return kExitOk;
         }
-        if (a == "--json") json = true;
-        else if (a == "--no-progress") progress = false;
-        else if (a.size() > 1 && a[0] == '-') return Usage(("unknown option " + a).c_str());
-        else args.push_back(a);
+        if (a == "--json")
+            json = true;
+        else if (a == "--no-progress")
+            progress = false;
+        else if (a.size() > 1 && a[0] == '-')
+            return Usage(("unknown option " + a).c_str());
+        else
+            args.push_back(a);
     }
     if (args.empty()) return Usage("no command given");
     const std::string command = args[0];

@@ -57,9 +57,10 @@ std::string Line(const devices::SocketRow& r) {
 }
 
 std::string JsonRow(const devices::SocketRow& r) {
-    return "{\"location\":" + JsonQuote(r.location) + ",\"ids\":" + JsonQuote(r.ids) + ",\"product\":" + JsonQuote(r.product) +
-           ",\"class\":" + JsonQuote(r.cls) + ",\"driver\":" + JsonQuote(r.driver) + ",\"node\":" + JsonQuote(r.node) +
-           ",\"com\":" + JsonQuote(r.com) + ",\"binding\":" + JsonQuote(r.binding) + "}";
+    return "{\"location\":" + JsonQuote(r.location) + ",\"ids\":" + JsonQuote(r.ids) +
+           ",\"product\":" + JsonQuote(r.product) + ",\"class\":" + JsonQuote(r.cls) +
+           ",\"driver\":" + JsonQuote(r.driver) + ",\"node\":" + JsonQuote(r.node) + ",\"com\":" + JsonQuote(r.com) +
+           ",\"binding\":" + JsonQuote(r.binding) + "}";
 }
 
 std::vector<devices::SocketRow> Map(devices::UdevBackend& backend, const std::string& folder) {

@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "engines/program/EngineProtocol.h"
-#include "sim/SimEngines.h"
 #include "platform/JsonText.h"
+#include "sim/SimEngines.h"
 
 namespace {
 
@@ -233,8 +233,8 @@ static double Number(const std::string& option, const std::string& text) {
     errno = 0;
     const double v = std::strtod(text.c_str(), &end);
     if (text.empty() || *end != '\0' || errno != 0 || !std::isfinite(v) || v < 0) {
-        std::fprintf(stderr, "quorvel-sim-engine: %s needs a number, not \"%s\" (--help tells more)\n",
-                     option.c_str(), text.c_str());
+        std::fprintf(stderr, "quorvel-sim-engine: %s needs a number, not \"%s\" (--help tells more)\n", option.c_str(),
+                     text.c_str());
         std::exit(2);
     }
     return v;

@@ -12,12 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "platform/JsonText.h"
 #include "engines/sprd/Plan.h"
 #include "engines/sprd/Scheme.h"
 #include "engines/sprd/Session.h"
 #include "engines/sprd/Transport.h"
 #include "engines/sprd/WireRecorder.h"
+#include "platform/JsonText.h"
 
 namespace {
 

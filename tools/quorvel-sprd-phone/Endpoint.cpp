@@ -13,7 +13,9 @@
 
 namespace quorvel::sprdphone {
 
-Endpoint::~Endpoint() { Close(); }
+Endpoint::~Endpoint() {
+    Close();
+}
 
 bool Endpoint::Valid(const std::string& where) {
     return (where.rfind("unix:", 0) == 0 && where.size() > 5) || (where.rfind("pty:", 0) == 0 && where.size() > 4);
@@ -31,7 +33,8 @@ bool Endpoint::Open(std::string& error) {
         }
         std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
         listen_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        if (!listen_.valid() || ::bind(listen_.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || ::listen(listen_.get(), 1) != 0) {
+        if (!listen_.valid() || ::bind(listen_.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+            ::listen(listen_.get(), 1) != 0) {
             error = "cannot listen on " + path + ": " + std::strerror(errno);
             Close();
             return false;

@@ -5,8 +5,8 @@
 #include <fstream>
 #include <vector>
 
-#include "engines/sprd/Frame.h"
 #include "engines/sprd/Codes.h"
+#include "engines/sprd/Frame.h"
 
 namespace quorvel::sprdphone {
 namespace {
@@ -30,7 +30,12 @@ bool Field(const std::string& line, const char* key, std::string& value) {
 
 bool FromHex(const std::string& hex, std::vector<std::uint8_t>& out) {
     if (hex.size() % 2) return false;
-    auto nibble = [](char c) { return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1; };
+    auto nibble = [](char c) {
+        return c >= '0' && c <= '9'   ? c - '0'
+               : c >= 'a' && c <= 'f' ? c - 'a' + 10
+               : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                      : -1;
+    };
     for (std::size_t i = 0; i < hex.size(); i += 2) {
         const int hi = nibble(hex[i]), lo = nibble(hex[i + 1]);
         if (hi < 0 || lo < 0) return false;
@@ -48,7 +53,8 @@ std::string Describe(const std::vector<std::uint8_t>& w) {
     // The type's bytes are never escaped in practice (codes stay below 0x7D).
     const unsigned type = (unsigned{w[i]} << 8) | w[i + 1];
     char text[64];
-    std::snprintf(text, sizeof text, "%s frame (type 0x%02X)", sprd::CommandName(static_cast<std::uint16_t>(type)), type);
+    std::snprintf(text, sizeof text, "%s frame (type 0x%02X)", sprd::CommandName(static_cast<std::uint16_t>(type)),
+                  type);
     return text;
 }
 
@@ -77,7 +83,8 @@ int Replay(const std::string& logPath, Endpoint& endpoint, int silenceMs) {
         std::string dir, hex;
         Record r;
         r.line = n;
-        if (!Field(line, "dir", dir) || !Field(line, "hex", hex) || (dir != "out" && dir != "in") || !FromHex(hex, r.bytes)) {
+        if (!Field(line, "dir", dir) || !Field(line, "hex", hex) || (dir != "out" && dir != "in") ||
+            !FromHex(hex, r.bytes)) {
             std::fprintf(stderr, "replay: %s line %d is not a wire record\n", logPath.c_str(), n);
             return 2;
         }
@@ -109,10 +116,11 @@ int Replay(const std::string& logPath, Endpoint& endpoint, int silenceMs) {
             }
             if (got < 0) {
                 if (endpoint.Stopped()) return 1;
-                std::fprintf(stderr,
-                             "replay: host silent for %d ms before write %ld of %ld (%s, line %d): %zu of %zu bytes came\n",
-                             silenceMs, writeNo, static_cast<long>(writes), Describe(r.bytes).c_str(), r.line,
-                             pending.size(), r.bytes.size());
+                std::fprintf(
+                    stderr,
+                    "replay: host silent for %d ms before write %ld of %ld (%s, line %d): %zu of %zu bytes came\n",
+                    silenceMs, writeNo, static_cast<long>(writes), Describe(r.bytes).c_str(), r.line, pending.size(),
+                    r.bytes.size());
                 return 1;
             }
             pending.insert(pending.end(), buf, buf + got);
@@ -121,7 +129,8 @@ int Replay(const std::string& logPath, Endpoint& endpoint, int silenceMs) {
         if (diff.first != r.bytes.end()) {
             const std::size_t at = static_cast<std::size_t>(diff.first - r.bytes.begin());
             const std::size_t show = std::min<std::size_t>(16, r.bytes.size() - at);
-            std::fprintf(stderr, "replay: host write %ld of %ld (%s, line %d) differs at byte %zu: expected %s, got %s\n",
+            std::fprintf(stderr,
+                         "replay: host write %ld of %ld (%s, line %d) differs at byte %zu: expected %s, got %s\n",
                          writeNo, static_cast<long>(writes), Describe(r.bytes).c_str(), r.line, at,
                          HexOf(&*diff.first, show).c_str(), HexOf(&*diff.second, show).c_str());
             return 1;

@@ -16,9 +16,9 @@
 
 #include "Endpoint.h"
 #include "Replay.h"
+#include "engines/sprd/PhoneModel.h"
 #include "platform/AtomicFile.h"
 #include "platform/UniqueFd.h"
-#include "engines/sprd/PhoneModel.h"
 
 using namespace quorvel;
 using sprdphone::Endpoint;
@@ -62,9 +62,12 @@ bool ParsePartitions(const std::string& text, std::vector<sprd::PartitionSpec>& 
         sprd::PartitionSpec s{item.substr(0, colon), 0};
         const std::string size = item.substr(colon + 1);
         unsigned long long mib = 0;
-        if (size == "rest") s.mib = 0xFFFFFFFF;
-        else if (ParseUint(size.c_str(), mib) && mib < 0xFFFFFFFF) s.mib = static_cast<std::uint32_t>(mib);
-        else return false;
+        if (size == "rest")
+            s.mib = 0xFFFFFFFF;
+        else if (ParseUint(size.c_str(), mib) && mib < 0xFFFFFFFF)
+            s.mib = static_cast<std::uint32_t>(mib);
+        else
+            return false;
         out.push_back(std::move(s));
         at = comma + 1;
     }
@@ -78,7 +81,8 @@ public:
     void Write(const std::string& name, std::uint64_t offset, std::span<const std::uint8_t> data) {
         const int fd = File(name);
         if (offset == 0) (void)::ftruncate(fd, 0);
-        if (fd >= 0 && ::pwrite(fd, data.data(), data.size(), static_cast<off_t>(offset)) != static_cast<ssize_t>(data.size()))
+        if (fd >= 0 &&
+            ::pwrite(fd, data.data(), data.size(), static_cast<off_t>(offset)) != static_cast<ssize_t>(data.size()))
             std::fprintf(stderr, "quorvel-sprd-phone: cannot write %s/%s.img\n", dir_.c_str(), name.c_str());
     }
     void Erase(const std::string& name) {
@@ -118,14 +122,24 @@ int main(int argc, char** argv) {
             std::printf(kUsage, sprd::PhoneFaultNames());
             return 0;
         }
-        if (a == "--keep") { keep = true; continue; }
-        if (a == "--incompatible") { config.incompatibleAfterFdl2 = true; continue; }
+        if (a == "--keep") {
+            keep = true;
+            continue;
+        }
+        if (a == "--incompatible") {
+            config.incompatibleAfterFdl2 = true;
+            continue;
+        }
         if (!v) return bad(a + " needs a value");
         ++i;
-        if (a == "--listen") where = v;
-        else if (a == "--report") report = v;
-        else if (a == "--dump") dump = v;
-        else if (a == "--replay") replay = v;
+        if (a == "--listen")
+            where = v;
+        else if (a == "--report")
+            report = v;
+        else if (a == "--dump")
+            dump = v;
+        else if (a == "--replay")
+            replay = v;
         else if (a == "--fault") {
             std::string error;
             auto f = sprd::ParsePhoneFault(v, error);
@@ -133,20 +147,31 @@ int main(int argc, char** argv) {
             config.faults.push_back(*f);
         } else if (a == "--reenumerate") {
             const std::string s = v;
-            if (s == "none") config.reenumerate = sprd::Reenumerate::NONE;
-            else if (s == "fdl1") config.reenumerate = sprd::Reenumerate::FDL1;
-            else if (s == "fdl2") config.reenumerate = sprd::Reenumerate::FDL2;
-            else return bad("--reenumerate takes none, fdl1 or fdl2");
-        } else if (a == "--absence-ms" && ParseUint(v, n) && n < 600000) config.absenceMs = static_cast<std::uint32_t>(n);
-        else if (a == "--slow-ms" && ParseUint(v, n) && n < 3600000) config.slowMs = static_cast<std::uint32_t>(n);
-        else if (a == "--replay-silence-ms" && ParseUint(v, n) && n < 3600000) silenceMs = static_cast<int>(n);
-        else if (a == "--seed" && ParseUint(v, n)) config.seed = static_cast<std::uint32_t>(n);
-        else if (a == "--storage-mib" && ParseUint(v, n) && n > 0) config.storageMib = n;
-        else if (a == "--nv-partition") config.nvPartition = v;
+            if (s == "none")
+                config.reenumerate = sprd::Reenumerate::NONE;
+            else if (s == "fdl1")
+                config.reenumerate = sprd::Reenumerate::FDL1;
+            else if (s == "fdl2")
+                config.reenumerate = sprd::Reenumerate::FDL2;
+            else
+                return bad("--reenumerate takes none, fdl1 or fdl2");
+        } else if (a == "--absence-ms" && ParseUint(v, n) && n < 600000)
+            config.absenceMs = static_cast<std::uint32_t>(n);
+        else if (a == "--slow-ms" && ParseUint(v, n) && n < 3600000)
+            config.slowMs = static_cast<std::uint32_t>(n);
+        else if (a == "--replay-silence-ms" && ParseUint(v, n) && n < 3600000)
+            silenceMs = static_cast<int>(n);
+        else if (a == "--seed" && ParseUint(v, n))
+            config.seed = static_cast<std::uint32_t>(n);
+        else if (a == "--storage-mib" && ParseUint(v, n) && n > 0)
+            config.storageMib = n;
+        else if (a == "--nv-partition")
+            config.nvPartition = v;
         else if (a == "--log-frames") {
             char* end = nullptr;
             config.logChance = std::strtod(v, &end);
-            if (*end || !(config.logChance >= 0 && config.logChance <= 1)) return bad("--log-frames takes a chance from 0 to 1");
+            if (*end || !(config.logChance >= 0 && config.logChance <= 1))
+                return bad("--log-frames takes a chance from 0 to 1");
         } else if (a == "--partitions") {
             if (!ParsePartitions(v, config.partitions)) return bad("--partitions takes NAME:MIB[,NAME:MIB...]");
         } else {
@@ -182,7 +207,8 @@ int main(int argc, char** argv) {
     if (!dump.empty()) {
         ::mkdir(dump.c_str(), 0755);
         dumper = std::make_unique<Dumper>(dump);
-        phone.SetSinks([&](const std::string& name, std::uint64_t offset, std::span<const std::uint8_t> data) { dumper->Write(name, offset, data); },
+        phone.SetSinks([&](const std::string& name, std::uint64_t offset,
+                           std::span<const std::uint8_t> data) { dumper->Write(name, offset, data); },
                        [&](const std::string& name) { dumper->Erase(name); });
     }
 
@@ -199,36 +225,34 @@ int main(int argc, char** argv) {
         for (const sprd::PhoneAction& act : phone.Receive({buf.data(), static_cast<std::size_t>(got)})) {
             bool ok = true;
             switch (act.kind) {
-            case sprd::PhoneAction::SEND:
-                ok = endpoint.Write(act.bytes);
-                break;
-            case sprd::PhoneAction::DELAY:
-                ok = endpoint.Pause(static_cast<int>(act.ms));
-                break;
-            case sprd::PhoneAction::REENUMERATE:
-            case sprd::PhoneAction::RESET:
-                phone.HostClosed();
-                endpoint.Close();
-                if (act.kind == sprd::PhoneAction::RESET && !keep) {
+                case sprd::PhoneAction::SEND: ok = endpoint.Write(act.bytes); break;
+                case sprd::PhoneAction::DELAY: ok = endpoint.Pause(static_cast<int>(act.ms)); break;
+                case sprd::PhoneAction::REENUMERATE:
+                case sprd::PhoneAction::RESET:
+                    phone.HostClosed();
+                    endpoint.Close();
+                    if (act.kind == sprd::PhoneAction::RESET && !keep) {
+                        done = true;
+                        break;
+                    }
+                    ok = endpoint.Pause(
+                             static_cast<int>(act.kind == sprd::PhoneAction::RESET ? config.absenceMs : act.ms)) &&
+                         endpoint.Open(error);
+                    if (!ok && !endpoint.Stopped()) std::fprintf(stderr, "quorvel-sprd-phone: %s\n", error.c_str());
+                    if (ok) {
+                        // Back on the path: a host must not mistake the old one for it.
+                        std::printf("ready %s\n", where.c_str());
+                        std::fflush(stdout);
+                    }
+                    break;
+                case sprd::PhoneAction::UNPLUG:
+                    endpoint.Close();
                     done = true;
                     break;
-                }
-                ok = endpoint.Pause(static_cast<int>(act.kind == sprd::PhoneAction::RESET ? config.absenceMs : act.ms)) &&
-                     endpoint.Open(error);
-                if (!ok && !endpoint.Stopped()) std::fprintf(stderr, "quorvel-sprd-phone: %s\n", error.c_str());
-                if (ok) {
-                    // Back on the path: a host must not mistake the old one for it.
-                    std::printf("ready %s\n", where.c_str());
-                    std::fflush(stdout);
-                }
-                break;
-            case sprd::PhoneAction::UNPLUG:
-                endpoint.Close();
-                done = true;
-                break;
             }
             if (!ok) {
-                if (endpoint.Stopped()) done = true;
+                if (endpoint.Stopped())
+                    done = true;
                 else if (endpoint.Connected()) {
                     phone.HostClosed();
                     endpoint.Hangup();

@@ -9,10 +9,10 @@
 #include <ctime>
 #include <filesystem>
 
-#include "station/Station.h"
 #include "platform/AtomicFile.h"
 #include "platform/ChildProcess.h"
 #include "platform/JsonText.h"
+#include "station/Station.h"
 
 namespace quorvel::engine {
 
@@ -88,12 +88,9 @@ std::string ProgramContext::LogPath(const char* platform, const std::string& uni
 std::map<std::string, std::string> ProgramContext::PhoneValues(const app::DeviceInfo& device,
                                                                const std::string& package) const {
     const int com = ExtractComNumber(device.friendlyName);
-    return {{"port", std::to_string(com)},
-            {"node", com > 0 ? DeviceOfPort(static_cast<unsigned long>(com)).node : ""},
-            {"device", device.instanceId},
-            {"location", device.location},
-            {"package", package},
-            {"phase", "1"}};
+    return {{"port", std::to_string(com)}, {"node", com > 0 ? DeviceOfPort(static_cast<unsigned long>(com)).node : ""},
+            {"device", device.instanceId}, {"location", device.location},
+            {"package", package},          {"phase", "1"}};
 }
 
 bool ProgramContext::MakeJob(const std::string& commandLine, const char* platform, int slot,
@@ -141,8 +138,8 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
     request.argv = ExpandCommandLine(args, values, options);
     if (benchPhones_ && profileArgs_.find(" " + std::string(platform) + " ") != std::string::npos) {
         const bool sprd = std::string(platform) == "SPRD";
-        for (auto& a : benchPhones_->ProfileArgs(sprd ? "" : values["device"],
-                                                 std::strtoul(values["port"].c_str(), nullptr, 10)))
+        for (auto& a :
+             benchPhones_->ProfileArgs(sprd ? "" : values["device"], std::strtoul(values["port"].c_str(), nullptr, 10)))
             request.argv.push_back(std::move(a));
     }
     if (!station.ExeDir().empty()) request.recordDir = station.ExeDir() + kRunningFolder;

@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
+#include "engines/EngineInterfaces.h"
 #include "engines/program/ProgramJob.h"
 #include "engines/program/ProgramSettings.h"
-#include "engines/EngineInterfaces.h"
 
 namespace quorvel::app {
 class Station;
@@ -79,9 +79,8 @@ public:
     // `profileArgs`: platforms whose jobs get the bench phone's profile as arguments (the
     // simulated engine program's), e.g. "MTK FP SPRD".
     ProgramContext(app::Station& station, ProgramSettings settings,
-                   std::function<void(const SwitchEvent&)> switchHook = nullptr,
-                   BenchPhones* benchPhones = nullptr, PortDevices portDevices = nullptr,
-                   std::string profileArgs = "MTK FP SPRD");
+                   std::function<void(const SwitchEvent&)> switchHook = nullptr, BenchPhones* benchPhones = nullptr,
+                   PortDevices portDevices = nullptr, std::string profileArgs = "MTK FP SPRD");
 
     app::Station& station;
     const ProgramSettings settings;

@@ -1,7 +1,7 @@
 #include "engines/program/ProgramFpEngine.h"
 
-#include "station/Station.h"
 #include "engines/program/ProgramMtkEngine.h"
+#include "station/Station.h"
 
 namespace quorvel::engine {
 
@@ -35,8 +35,7 @@ int ProgramFpEngine::MTKFP_OperationStart() {
     context_.MakeJob(context_.settings.fp, "FP", slot_,
                      context_.PhoneValues(device_, context_.station.package.cfgFilePath),
                      {"DownloadType=" + std::to_string(downloadType_)}, &noFiles, request, error);
-    return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, false,
-                              device_.instanceId);
+    return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, false, device_.instanceId);
 }
 
 }  // namespace quorvel::engine

@@ -105,7 +105,9 @@ public:
     }
 
 private:
-    void Put(std::string_view text) const { [[maybe_unused]] const ssize_t r = ::write(fd_.get(), text.data(), text.size()); }
+    void Put(std::string_view text) const {
+        [[maybe_unused]] const ssize_t r = ::write(fd_.get(), text.data(), text.size());
+    }
     void Cut(std::size_t bytes) {
         tail_.erase(0, bytes);
         cut_ += bytes;

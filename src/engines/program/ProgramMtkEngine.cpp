@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "engines/SlotOutcome.h"
+#include "engines/program/ProgramCheck.h"
 #include "station/Messages.h"
 #include "station/Station.h"
 #include "station/Texts.h"
-#include "engines/SlotOutcome.h"
-#include "engines/program/ProgramCheck.h"
 
 namespace quorvel::engine {
 
@@ -141,7 +141,7 @@ int RunPackageOperation(ProgramContext& context, ProgramJob& job, const std::str
     const JobOutcome outcome = job.Run(request, onEvent);
     if (outcome.kind == JobOutcome::FAULT && outcome.noResult) return -1;
     if (outcome.kind == JobOutcome::PASSED) return 1;
-    const std::string reason = !outcome.text.empty()                  ? outcome.text
+    const std::string reason = !outcome.text.empty()                   ? outcome.text
                                : outcome.kind == JobOutcome::CANCELLED ? app::texts::kReasonCancelled
                                                                        : app::texts::kReasonEngineGaveNone;
     char text[2048];
@@ -211,8 +211,8 @@ int ProgramMtkEngine::DLOperationStart() {
     JobRequest request;
     std::string error;
     context_.MakeJob(context_.settings.mtk, "MTK", slot_,
-                     context_.PhoneValues(device_, context_.station.package.scatterFilePath),
-                     options, &noFiles, request, error);
+                     context_.PhoneValues(device_, context_.station.package.scatterFilePath), options, &noFiles,
+                     request, error);
     return RunMtkStyleProgram(context_, job_, window_, slot_, request, error, true, device_.instanceId);
 }
 

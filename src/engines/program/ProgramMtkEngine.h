@@ -34,8 +34,7 @@ int RunPackageOperation(ProgramContext& context, ProgramJob& job, const std::str
 
 class ProgramMtkEngine final : public MtkEngine {
 public:
-    ProgramMtkEngine(ProgramContext& context, app::MessageWindow& window,
-                     std::unique_ptr<MtkEngine> packageEngine);
+    ProgramMtkEngine(ProgramContext& context, app::MessageWindow& window, std::unique_ptr<MtkEngine> packageEngine);
 
     void SetDLPara(int threadIndex, int checkVersion, int bromLog, int flashCheckSum, int forceWatchdogReset,
                    int enableAutoPulling, int battery, int arg8, const char* arg9, const char* nvramFile,

@@ -97,7 +97,7 @@ private:
     platform::UniqueFd wake_;  // eventfd: ends the epoll wait on shutdown
     int setupError_ = 0;       // errno of a failed set-up: no program can be watched
     std::mutex mutex_;
-    std::condition_variable cv_;  // the pacing wait
+    std::condition_variable cv_;    // the pacing wait
     std::condition_variable made_;  // a call has returned
     std::uint64_t calling_ = 0;     // the watch whose client is being called; 0: none
     bool stop_ = false;

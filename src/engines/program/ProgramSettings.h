@@ -39,5 +39,4 @@ std::vector<std::string> ExpandCommandLine(const std::vector<std::string>& args,
 // A program path with a '/' that is not absolute is taken from the station folder.
 std::string ResolveProgram(const std::string& program, const std::string& stationDir);
 
-
 }  // namespace quorvel::engine

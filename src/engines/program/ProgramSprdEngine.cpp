@@ -111,7 +111,8 @@ void ProgramSprdEngine::RunPort(unsigned long port, JobRequest request, std::str
     // phone fails its step.
     if (outcome.kind == JobOutcome::CANCELLED && !phone.Lost()) return;
     std::string error;
-    if (outcome.kind == JobOutcome::CANCELLED) error = app::texts::kSprdStepNames[static_cast<int>(app::SprdStep::UNPLUGGED)];
+    if (outcome.kind == JobOutcome::CANCELLED)
+        error = app::texts::kSprdStepNames[static_cast<int>(app::SprdStep::UNPLUGGED)];
     if (outcome.kind == JobOutcome::FAILED) error = outcome.text.empty() ? "Download failed" : outcome.text;
     if (outcome.kind == JobOutcome::FAULT) error = outcome.text;
     // A passing first phase hands over to the second; anything else is the phone's result.

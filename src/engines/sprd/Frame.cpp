@@ -69,7 +69,9 @@ std::uint16_t Fold(std::uint64_t sum) {
     return static_cast<std::uint16_t>(~sum & 0xFFFF);
 }
 
-std::uint16_t Swap(std::uint16_t v) { return static_cast<std::uint16_t>((v << 8) | (v >> 8)); }
+std::uint16_t Swap(std::uint16_t v) {
+    return static_cast<std::uint16_t>((v << 8) | (v >> 8));
+}
 
 std::uint16_t CrcUpdate(std::uint16_t crc, std::span<const std::uint8_t> data) {
     for (std::uint8_t b : data) crc = static_cast<std::uint16_t>((crc << 8) ^ kCrcTable[((crc >> 8) ^ b) & 0xFF]);
@@ -78,7 +80,9 @@ std::uint16_t CrcUpdate(std::uint16_t crc, std::span<const std::uint8_t> data) {
 
 }  // namespace
 
-std::uint16_t Crc16Xmodem(std::span<const std::uint8_t> data) { return CrcUpdate(0, data); }
+std::uint16_t Crc16Xmodem(std::span<const std::uint8_t> data) {
+    return CrcUpdate(0, data);
+}
 
 std::uint16_t LoaderSum(std::span<const std::uint8_t> data) {
     std::uint64_t sum = WordSum(data);
@@ -127,11 +131,11 @@ std::vector<std::uint8_t> EncodeFrame(std::uint16_t type, std::span<const std::u
 
 const char* DecodedKindName(Decoded::Kind kind) {
     switch (kind) {
-    case Decoded::FRAME: return "frame";
-    case Decoded::BAD_CHECK: return "bad check value";
-    case Decoded::BAD_ESCAPE: return "bad escape";
-    case Decoded::BAD_END: return "frame not closed where its length ends";
-    case Decoded::GARBAGE: return "bytes outside a frame";
+        case Decoded::FRAME: return "frame";
+        case Decoded::BAD_CHECK: return "bad check value";
+        case Decoded::BAD_ESCAPE: return "bad escape";
+        case Decoded::BAD_END: return "frame not closed where its length ends";
+        case Decoded::GARBAGE: return "bytes outside a frame";
     }
     return "?";
 }
@@ -178,7 +182,9 @@ void FrameDecoder::Reset() {
     readyHead_ = 0;
 }
 
-void FrameDecoder::Emit(Decoded d) { ready_.push_back(std::move(d)); }
+void FrameDecoder::Emit(Decoded d) {
+    ready_.push_back(std::move(d));
+}
 
 void FrameDecoder::FlushGarbage() {
     if (garbage_ == 0) return;
@@ -201,47 +207,47 @@ void FrameDecoder::Step(std::uint8_t byte) {
         return;
     }
     switch (state_) {
-    case State::IDLE:
-        if (byte == kFlag) {
-            FlushGarbage();
-            state_ = State::OPEN;
-        } else {
-            ++garbage_;
-        }
-        return;
-    case State::OPEN:
-        if (byte == kFlag) return;  // a lone flag before a frame, or check baud
-        body_.clear();
-        state_ = State::HEADER;
-        need_ = 4;
-        if (escaping_ && byte == kEscape) {
-            pendingEscape_ = true;
+        case State::IDLE:
+            if (byte == kFlag) {
+                FlushGarbage();
+                state_ = State::OPEN;
+            } else {
+                ++garbage_;
+            }
             return;
-        }
-        Take(byte);
-        return;
-    case State::HEADER:
-    case State::PAYLOAD:
-    case State::CHECK:
-        if (escaping_ && byte == kFlag) {  // the frame was cut short; this flag opens the next
-            Emit(Decoded{Decoded::BAD_END, {}, check_, 0});
-            state_ = State::OPEN;
+        case State::OPEN:
+            if (byte == kFlag) return;  // a lone flag before a frame, or check baud
+            body_.clear();
+            state_ = State::HEADER;
+            need_ = 4;
+            if (escaping_ && byte == kEscape) {
+                pendingEscape_ = true;
+                return;
+            }
+            Take(byte);
             return;
-        }
-        if (escaping_ && byte == kEscape) {
-            pendingEscape_ = true;
+        case State::HEADER:
+        case State::PAYLOAD:
+        case State::CHECK:
+            if (escaping_ && byte == kFlag) {  // the frame was cut short; this flag opens the next
+                Emit(Decoded{Decoded::BAD_END, {}, check_, 0});
+                state_ = State::OPEN;
+                return;
+            }
+            if (escaping_ && byte == kEscape) {
+                pendingEscape_ = true;
+                return;
+            }
+            Take(byte);
             return;
-        }
-        Take(byte);
-        return;
-    case State::END:
-        if (byte == kFlag) {
-            Finish();
-        } else {
-            Emit(Decoded{Decoded::BAD_END, {}, check_, 0});
-        }
-        state_ = State::IDLE;
-        return;
+        case State::END:
+            if (byte == kFlag) {
+                Finish();
+            } else {
+                Emit(Decoded{Decoded::BAD_END, {}, check_, 0});
+            }
+            state_ = State::IDLE;
+            return;
     }
 }
 
@@ -249,22 +255,19 @@ void FrameDecoder::Take(std::uint8_t byte) {
     body_.push_back(byte);
     if (--need_ > 0) return;
     switch (state_) {
-    case State::HEADER: {
-        const std::size_t len = (std::size_t{body_[2]} << 8) | body_[3];
-        body_.reserve(len + 6);
-        state_ = len ? State::PAYLOAD : State::CHECK;
-        need_ = len ? len : 2;
-        return;
-    }
-    case State::PAYLOAD:
-        state_ = State::CHECK;
-        need_ = 2;
-        return;
-    case State::CHECK:
-        state_ = State::END;
-        return;
-    default:
-        return;
+        case State::HEADER: {
+            const std::size_t len = (std::size_t{body_[2]} << 8) | body_[3];
+            body_.reserve(len + 6);
+            state_ = len ? State::PAYLOAD : State::CHECK;
+            need_ = len ? len : 2;
+            return;
+        }
+        case State::PAYLOAD:
+            state_ = State::CHECK;
+            need_ = 2;
+            return;
+        case State::CHECK: state_ = State::END; return;
+        default: return;
     }
 }
 

@@ -49,16 +49,16 @@ std::vector<std::uint8_t> EncodeFrame(std::uint16_t type, std::span<const std::u
 // frame are dropped.
 struct Decoded {
     enum Kind {
-        FRAME,        // a whole frame with a matching check
-        BAD_CHECK,    // the check value did not match
-        BAD_ESCAPE,   // 0x7D followed by a byte other than 0x5E or 0x5D
-        BAD_END,      // LEN bytes later there was no closing flag
-        GARBAGE,      // bytes outside any frame (not a flag)
+        FRAME,       // a whole frame with a matching check
+        BAD_CHECK,   // the check value did not match
+        BAD_ESCAPE,  // 0x7D followed by a byte other than 0x5E or 0x5D
+        BAD_END,     // LEN bytes later there was no closing flag
+        GARBAGE,     // bytes outside any frame (not a flag)
     };
     Kind kind = FRAME;
-    Frame frame;             // FRAME (and BAD_CHECK: what was read)
+    Frame frame;                          // FRAME (and BAD_CHECK: what was read)
     Check matched = Check::BOOT_ROM_CRC;  // FRAME: the check that matched
-    std::size_t skipped = 0; // GARBAGE: how many bytes
+    std::size_t skipped = 0;              // GARBAGE: how many bytes
 };
 
 const char* DecodedKindName(Decoded::Kind kind);

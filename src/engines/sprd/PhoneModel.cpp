@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "platform/JsonText.h"
 #include "engines/sprd/PhoneCodes.h"
+#include "platform/JsonText.h"
 
 namespace quorvel::sprd {
 
@@ -21,10 +21,12 @@ constexpr std::uint64_t kMib = 1024 * 1024;
 constexpr std::uint64_t kMaxLoaderBytes = 64 * kMib;
 
 std::uint32_t Be32(std::span<const std::uint8_t> p, std::size_t at) {
-    return (std::uint32_t{p[at]} << 24) | (std::uint32_t{p[at + 1]} << 16) | (std::uint32_t{p[at + 2]} << 8) | p[at + 3];
+    return (std::uint32_t{p[at]} << 24) | (std::uint32_t{p[at + 1]} << 16) | (std::uint32_t{p[at + 2]} << 8) |
+           p[at + 3];
 }
 std::uint32_t Le32(std::span<const std::uint8_t> p, std::size_t at) {
-    return (std::uint32_t{p[at + 3]} << 24) | (std::uint32_t{p[at + 2]} << 16) | (std::uint32_t{p[at + 1]} << 8) | p[at];
+    return (std::uint32_t{p[at + 3]} << 24) | (std::uint32_t{p[at + 2]} << 16) | (std::uint32_t{p[at + 1]} << 8) |
+           p[at];
 }
 void PutLe32(Bytes& out, std::uint32_t v) {
     for (int i = 0; i < 4; ++i) out.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
@@ -85,10 +87,14 @@ const struct {
     const char* name;
     PhoneFault::Kind kind;
 } kFaultNames[] = {
-    {"bad-frame", PhoneFault::BAD_FRAME},      {"overrun", PhoneFault::OVERRUN},
-    {"early-end", PhoneFault::EARLY_END},      {"signature", PhoneFault::SIGNATURE},
-    {"no-check-baud", PhoneFault::NO_CHECK_BAUD}, {"fdl1-misses", PhoneFault::FDL1_MISSES},
-    {"slow", PhoneFault::SLOW},                {"unplug", PhoneFault::UNPLUG},
+    {"bad-frame", PhoneFault::BAD_FRAME},
+    {"overrun", PhoneFault::OVERRUN},
+    {"early-end", PhoneFault::EARLY_END},
+    {"signature", PhoneFault::SIGNATURE},
+    {"no-check-baud", PhoneFault::NO_CHECK_BAUD},
+    {"fdl1-misses", PhoneFault::FDL1_MISSES},
+    {"slow", PhoneFault::SLOW},
+    {"unplug", PhoneFault::UNPLUG},
     {"no-read-partition", PhoneFault::NO_READ_PARTITION},
 };
 
@@ -101,9 +107,9 @@ const char* FaultName(PhoneFault::Kind kind) {
 }  // namespace
 
 std::vector<PartitionSpec> DefaultPartitions() {
-    return {{"splloader", 1}, {"prodnv", 5},  {"miscdata", 1},  {"fixnv1", 1},   {"fixnv2", 1},
-            {"runtimenv1", 1}, {"boot", 32},  {"recovery", 32}, {"system", 2048}, {"vendor", 512},
-            {"cache", 256},   {"userdata", kRestOfStorage}};
+    return {{"splloader", 1}, {"prodnv", 5},     {"miscdata", 1}, {"fixnv1", 1},
+            {"fixnv2", 1},    {"runtimenv1", 1}, {"boot", 32},    {"recovery", 32},
+            {"system", 2048}, {"vendor", 512},   {"cache", 256},  {"userdata", kRestOfStorage}};
 }
 
 const char* PhoneFaultNames() {
@@ -163,7 +169,8 @@ void PhoneModel::ApplyTable(const std::vector<PartitionSpec>& specs) {
         if (s.mib != kRestOfStorage) fixed += s.mib;
     std::vector<Region> next;
     for (const auto& s : specs) {
-        const std::uint64_t mib = s.mib == kRestOfStorage ? (config_.storageMib > fixed ? config_.storageMib - fixed : 0) : s.mib;
+        const std::uint64_t mib =
+            s.mib == kRestOfStorage ? (config_.storageMib > fixed ? config_.storageMib - fixed : 0) : s.mib;
         Region r;
         r.name = s.name;
         r.size = mib * kMib;
@@ -197,9 +204,12 @@ bool PhoneModel::Fires(PhoneFault::Kind kind, std::uint64_t count, const std::st
     for (FaultState& f : faults_) {
         if (f.spent || f.fault.kind != kind) continue;
         bool hit;
-        if (kind == PhoneFault::SIGNATURE) hit = SameName(f.fault.partition, partition);
-        else if (f.fault.n) hit = count >= *f.fault.n;
-        else hit = stage_ == Stage::FDL2;
+        if (kind == PhoneFault::SIGNATURE)
+            hit = SameName(f.fault.partition, partition);
+        else if (f.fault.n)
+            hit = count >= *f.fault.n;
+        else
+            hit = stage_ == Stage::FDL2;
         if (!hit) continue;
         f.spent = true;
         fired_.push_back(std::string(FaultName(kind)) + (f.fault.n ? "@" + std::to_string(*f.fault.n) : ""));
@@ -219,7 +229,8 @@ bool PhoneModel::CalibrationKept() const {
     std::string error;
     if (!NvCrcValid(NvContent()) || !ReadNvItems(NvContent(), items, error)) return false;
     for (std::uint16_t id : config_.calibrationIds) {
-        const auto want = std::find_if(config_.nv.begin(), config_.nv.end(), [&](const NvItem& i) { return i.id == id; });
+        const auto want =
+            std::find_if(config_.nv.begin(), config_.nv.end(), [&](const NvItem& i) { return i.id == id; });
         if (want == config_.nv.end()) continue;
         const auto got = std::find_if(items.begin(), items.end(), [&](const NvItem& i) { return i.id == id; });
         if (got == items.end() || got->data != want->data) return false;
@@ -238,7 +249,9 @@ std::vector<PhoneAction> PhoneModel::Receive(std::span<const std::uint8_t> bytes
     for (FaultState& f : faults_) {
         if (f.spent || f.fault.kind != PhoneFault::UNPLUG) continue;
         // Without a count the phone leaves in the middle of the first image chunk.
-        const std::uint64_t at = f.fault.n ? *f.fault.n : (stage_ == Stage::FDL2 && download_.active ? hostBytes_ + bytes.size() / 2 + 1 : 0);
+        const std::uint64_t at =
+            f.fault.n ? *f.fault.n
+                      : (stage_ == Stage::FDL2 && download_.active ? hostBytes_ + bytes.size() / 2 + 1 : 0);
         if (at == 0 || hostBytes_ + bytes.size() < at) continue;
         bytes = bytes.first(at - 1 > hostBytes_ ? at - 1 - hostBytes_ : 0);
         f.spent = true;
@@ -262,7 +275,8 @@ std::vector<PhoneAction> PhoneModel::Receive(std::span<const std::uint8_t> bytes
             break;
         }
     }
-    const bool allFlags = !bytes.empty() && std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t b) { return b == kFlag; });
+    const bool allFlags =
+        !bytes.empty() && std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t b) { return b == kFlag; });
     if (!any && allFlags && decoder_.AtFlag() && !gone_) OnCheckBaud(out);
     if (gone_) out.push_back({PhoneAction::UNPLUG, {}, 0});
     return out;
@@ -284,7 +298,9 @@ void PhoneModel::OnCheckBaud(std::vector<PhoneAction>& out) {
         }
     }
     synced_ = true;
-    const char* text = stage_ == Stage::BOOT_ROM ? "SPRD3" : stage_ == Stage::FDL1 ? "Spreadtrum Boot Block version 1.1" : "SPRD4-fdl2";
+    const char* text = stage_ == Stage::BOOT_ROM ? "SPRD3"
+                       : stage_ == Stage::FDL1   ? "Spreadtrum Boot Block version 1.1"
+                                                 : "SPRD4-fdl2";
     const std::size_t n = std::strlen(text) + 1;
     Reply(rep::VER, {reinterpret_cast<const std::uint8_t*>(text), n}, out);
 }
@@ -296,7 +312,8 @@ void PhoneModel::Reply(std::uint16_t type, std::span<const std::uint8_t> payload
         char text[64];
         const int n = std::snprintf(text, sizeof text, "log %llu: stage %d ~}\n",
                                     static_cast<unsigned long long>(hostFrames_), static_cast<int>(stage_));
-        EncodeFrame(rep::LOG, {reinterpret_cast<const std::uint8_t*>(text), static_cast<std::size_t>(n) + 1}, check, escaping_, send.bytes);
+        EncodeFrame(rep::LOG, {reinterpret_cast<const std::uint8_t*>(text), static_cast<std::size_t>(n) + 1}, check,
+                    escaping_, send.bytes);
     }
     EncodeFrame(type, payload, check, escaping_, send.bytes);
     out.push_back(std::move(send));
@@ -314,86 +331,73 @@ void PhoneModel::OnFrame(const Frame& f, std::vector<PhoneAction>& out) {
     }
     const std::span<const std::uint8_t> p = f.payload;
     switch (f.type) {
-    case cmd::CONNECT:
-        Reply(rep::ACK, out);
-        return;
-    case cmd::START_DATA:
-        Reply(StartData(p), out);
-        return;
-    case cmd::MIDST_DATA:
-        ++midstFrames_;
-        Reply(MidstData(p), out);
-        return;
-    case cmd::END_DATA:
-        ++endFrames_;
-        Reply(EndData(), out);
-        return;
-    case cmd::EXEC_DATA:
-        if (stage_ == Stage::FDL2) break;
-        if (loads_.empty() || download_.active) {
-            Reply(rep::OPERATION_FAILED, out);
+        case cmd::CONNECT: Reply(rep::ACK, out); return;
+        case cmd::START_DATA: Reply(StartData(p), out); return;
+        case cmd::MIDST_DATA:
+            ++midstFrames_;
+            Reply(MidstData(p), out);
             return;
-        }
-        if (stage_ == Stage::BOOT_ROM) {
+        case cmd::END_DATA:
+            ++endFrames_;
+            Reply(EndData(), out);
+            return;
+        case cmd::EXEC_DATA:
+            if (stage_ == Stage::FDL2) break;
+            if (loads_.empty() || download_.active) {
+                Reply(rep::OPERATION_FAILED, out);
+                return;
+            }
+            if (stage_ == Stage::BOOT_ROM) {
+                Reply(rep::ACK, out);
+                stage_ = Stage::FDL1;
+                synced_ = false;
+                missedTries_ = 0;
+                decoder_.SetCheck(Check::LOADER_SUM);
+                if (config_.reenumerate == Reenumerate::FDL1)
+                    out.push_back({PhoneAction::REENUMERATE, {}, config_.absenceMs});
+            } else {
+                Reply(config_.incompatibleAfterFdl2 ? rep::INCOMPATIBLE_PARTITION : rep::ACK, out);
+                stage_ = Stage::FDL2;
+                if (config_.reenumerate == Reenumerate::FDL2)
+                    out.push_back({PhoneAction::REENUMERATE, {}, config_.absenceMs});
+            }
+            return;
+        case cmd::NORMAL_RESET:
+        case cmd::POWER_OFF:
+            if (stage_ == Stage::BOOT_ROM) break;
             Reply(rep::ACK, out);
-            stage_ = Stage::FDL1;
-            synced_ = false;
-            missedTries_ = 0;
-            decoder_.SetCheck(Check::LOADER_SUM);
-            if (config_.reenumerate == Reenumerate::FDL1) out.push_back({PhoneAction::REENUMERATE, {}, config_.absenceMs});
-        } else {
-            Reply(config_.incompatibleAfterFdl2 ? rep::INCOMPATIBLE_PARTITION : rep::ACK, out);
-            stage_ = Stage::FDL2;
-            if (config_.reenumerate == Reenumerate::FDL2) out.push_back({PhoneAction::REENUMERATE, {}, config_.absenceMs});
-        }
-        return;
-    case cmd::NORMAL_RESET:
-    case cmd::POWER_OFF:
-        if (stage_ == Stage::BOOT_ROM) break;
-        Reply(rep::ACK, out);
-        Reboot();
-        out.push_back({PhoneAction::RESET, {}, 0});
-        return;
-    default:
-        break;
+            Reboot();
+            out.push_back({PhoneAction::RESET, {}, 0});
+            return;
+        default: break;
     }
     if (stage_ != Stage::FDL2) {
         Reply(rep::UNKNOWN_CMD, out);
         return;
     }
     switch (f.type) {
-    case cmd::DISABLE_TRANSCODE:
-        Reply(rep::ACK, out);
-        escaping_ = false;
-        decoder_.SetEscaping(false);
-        return;
-    case cmd::READ_PARTITION:
-        if (HasFault(PhoneFault::NO_READ_PARTITION)) {
-            Fires(PhoneFault::NO_READ_PARTITION, hostFrames_);
-            Reply(rep::UNSUPPORTED, out);
+        case cmd::DISABLE_TRANSCODE:
+            Reply(rep::ACK, out);
+            escaping_ = false;
+            decoder_.SetEscaping(false);
             return;
-        }
-        Reply(rep::PARTITION_TABLE, PartitionTable(), out);
-        return;
-    case cmd::REPARTITION:
-        Reply(Repartition(p), out);
-        return;
-    case cmd::ERASE_FLASH:
-        Reply(Erase(p), out);
-        return;
-    case cmd::READ_START:
-        ReadStart(p, out);
-        return;
-    case cmd::READ_MIDST:
-        ReadMidst(p, out);
-        return;
-    case cmd::READ_END:
-        reading_ = {};
-        Reply(rep::ACK, out);
-        return;
-    default:
-        Reply(rep::UNKNOWN_CMD, out);
-        return;
+        case cmd::READ_PARTITION:
+            if (HasFault(PhoneFault::NO_READ_PARTITION)) {
+                Fires(PhoneFault::NO_READ_PARTITION, hostFrames_);
+                Reply(rep::UNSUPPORTED, out);
+                return;
+            }
+            Reply(rep::PARTITION_TABLE, PartitionTable(), out);
+            return;
+        case cmd::REPARTITION: Reply(Repartition(p), out); return;
+        case cmd::ERASE_FLASH: Reply(Erase(p), out); return;
+        case cmd::READ_START: ReadStart(p, out); return;
+        case cmd::READ_MIDST: ReadMidst(p, out); return;
+        case cmd::READ_END:
+            reading_ = {};
+            Reply(rep::ACK, out);
+            return;
+        default: Reply(rep::UNKNOWN_CMD, out); return;
     }
 }
 
@@ -511,8 +515,10 @@ std::uint16_t PhoneModel::Repartition(std::span<const std::uint8_t> p) {
     for (std::size_t at = 0; at < p.size(); at += kEntryBytes) {
         PartitionSpec s{ReadName(p.subspan(at, kNameBytes)), Le32(p, at + kNameBytes)};
         if (s.name.empty()) return rep::INVALID_CMD;
-        if (s.mib == kRestOfStorage) ++rest;
-        else fixed += s.mib;
+        if (s.mib == kRestOfStorage)
+            ++rest;
+        else
+            fixed += s.mib;
         specs.push_back(std::move(s));
     }
     if (fixed > config_.storageMib || rest > 1) return rep::DOWN_SIZE_ERROR;
@@ -585,7 +591,8 @@ std::string PhoneModel::ReportJson() const {
     for (std::size_t i = 0; i < partitions_.size(); ++i) s += (i ? "," : "") + region(partitions_[i]);
     const Bytes& nv = NvContent();
     s += "],\"nv\":{\"partition\":" + JsonQuote(config_.nvPartition) + ",\"bytes\":" + std::to_string(nv.size()) +
-         ",\"sha256\":" + JsonQuote(Sha256::HexOf(nv)) + ",\"calibration\":" + (CalibrationKept() ? "\"kept\"" : "\"lost\"") +
+         ",\"sha256\":" + JsonQuote(Sha256::HexOf(nv)) +
+         ",\"calibration\":" + (CalibrationKept() ? "\"kept\"" : "\"lost\"") +
          ",\"hex\":" + JsonQuote(Hex(TrimErased(nv))) + "}";
     s += ",\"faults_fired\":[";
     for (std::size_t i = 0; i < fired_.size(); ++i) s += (i ? "," : "") + JsonQuote(fired_[i]);

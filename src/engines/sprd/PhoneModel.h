@@ -55,7 +55,7 @@ struct PhoneConfig {
     std::vector<PartitionSpec> partitions = DefaultPartitions();
     std::uint64_t storageMib = 8192;
     std::string nvPartition = "fixnv1";
-    std::vector<NvItem> nv;                          // factory NV items; empty: built-in calibration
+    std::vector<NvItem> nv;                              // factory NV items; empty: built-in calibration
     std::vector<std::uint16_t> calibrationIds = {2, 5};  // items that must survive a flash
     std::vector<PhoneFault> faults;
     double logChance = 0;  // chance of a log frame before each reply
@@ -91,8 +91,8 @@ public:
     void HostClosed();
 
     // Called for every accepted data chunk of a partition (offset within it); --dump uses it.
-    using WriteSink = std::function<void(const std::string& partition, std::uint64_t offset,
-                                         std::span<const std::uint8_t> data)>;
+    using WriteSink =
+        std::function<void(const std::string& partition, std::uint64_t offset, std::span<const std::uint8_t> data)>;
     using EraseSink = std::function<void(const std::string& partition)>;
     void SetSinks(WriteSink write, EraseSink erase) {
         writeSink_ = std::move(write);
@@ -108,12 +108,12 @@ public:
 
     struct Region {
         std::string name;
-        std::uint64_t size = 0;      // bytes (partitions) or the announced size (address loads)
-        std::uint64_t written = 0;   // bytes of the last completed download
-        std::string sha256;          // of those bytes; empty when none
+        std::uint64_t size = 0;     // bytes (partitions) or the announced size (address loads)
+        std::uint64_t written = 0;  // bytes of the last completed download
+        std::string sha256;         // of those bytes; empty when none
         std::uint32_t writes = 0;
         bool erased = false;
-        bool keep = false;           // content kept in memory (the NV area)
+        bool keep = false;  // content kept in memory (the NV area)
         std::vector<std::uint8_t> content;
     };
     const Region* Find(const std::string& name) const;

@@ -20,7 +20,9 @@ constexpr std::uint32_t kK[64] = {
     0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
 
-inline std::uint32_t Rotr(std::uint32_t x, int n) { return (x >> n) | (x << (32 - n)); }
+inline std::uint32_t Rotr(std::uint32_t x, int n) {
+    return (x >> n) | (x << (32 - n));
+}
 
 #if defined(__x86_64__)
 // The processor's SHA extensions: several times the portable speed, which is what lets one
@@ -35,12 +37,12 @@ bool HasShaExtensions() {
 }
 
 __attribute__((target("sha,sse4.1,ssse3"))) void BlocksWithExtensions(std::uint32_t* h, const std::uint8_t* p,
-                                                                       std::size_t blocks) {
+                                                                      std::size_t blocks) {
     const __m128i mask = _mm_set_epi64x(0x0c0d0e0f08090a0bULL, 0x0405060700010203ULL);
-    __m128i tmp = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h)), 0xB1);  // CDAB
+    __m128i tmp = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h)), 0xB1);         // CDAB
     __m128i state1 = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + 4)), 0x1B);  // EFGH
-    __m128i state0 = _mm_alignr_epi8(tmp, state1, 8);  // ABEF
-    state1 = _mm_blend_epi16(state1, tmp, 0xF0);       // CDGH
+    __m128i state0 = _mm_alignr_epi8(tmp, state1, 8);                                                    // ABEF
+    state1 = _mm_blend_epi16(state1, tmp, 0xF0);                                                         // CDGH
     for (; blocks > 0; --blocks, p += 64) {
         const __m128i abef = state0, cdgh = state1;
         __m128i m[4];
@@ -101,8 +103,14 @@ void Sha256::Block(const std::uint8_t* p) {
         b = a;
         a = t1 + t2;
     }
-    h_[0] += a; h_[1] += b; h_[2] += c; h_[3] += d;
-    h_[4] += e; h_[5] += f; h_[6] += g; h_[7] += h;
+    h_[0] += a;
+    h_[1] += b;
+    h_[2] += c;
+    h_[3] += d;
+    h_[4] += e;
+    h_[5] += f;
+    h_[6] += g;
+    h_[7] += h;
 }
 
 void Sha256::Update(std::span<const std::uint8_t> data) {

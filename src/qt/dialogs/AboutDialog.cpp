@@ -8,13 +8,15 @@
 #include <QRadioButton>
 #include <QVBoxLayout>
 
-#include "station/Texts.h"
 #include "qt/widgets/Artwork.h"
+#include "station/Texts.h"
 
 namespace quorvel::dialogs {
 
 namespace {
-QString Q(const std::string& s) { return QString::fromUtf8(s.c_str()); }
+QString Q(const std::string& s) {
+    return QString::fromUtf8(s.c_str());
+}
 }  // namespace
 
 AboutDialog::AboutDialog(app::AboutDialogLogic& logic, QWidget* parent) : QDialog(parent), logic_(logic) {

@@ -12,7 +12,9 @@
 namespace quorvel::dialogs {
 
 namespace {
-QString Q(const std::string& s) { return QString::fromUtf8(s.c_str()); }
+QString Q(const std::string& s) {
+    return QString::fromUtf8(s.c_str());
+}
 }  // namespace
 
 SettingsDialog::SettingsDialog(app::SettingsDialogLogic& logic, QWidget* parent) : QDialog(parent), logic_(logic) {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "station/Language.h"
 #include "history/SlotHistory.h"
+#include "station/Language.h"
 
 namespace quorvel::dialogs {
 

@@ -161,8 +161,8 @@ BenchView::TileLayout BenchView::FirstTileLayout() const {
     // Faces fitted to the widest texts each place can show, so that all tiles look alike.
     l.numberFont = Fitted(QStringLiteral("16"), l.number.size(), true);
     l.stateFont = Fitted(QStringLiteral("100%"), l.stateText.size(), true);
-    for (TileState state : {TileState::IDLE, TileState::WAITING, TileState::PASS, TileState::FAIL,
-                            TileState::INTERRUPTED}) {
+    for (TileState state :
+         {TileState::IDLE, TileState::WAITING, TileState::PASS, TileState::FAIL, TileState::INTERRUPTED}) {
         const QString word = StateWord(state, 0);
         const QFont f = Fitted(word, l.stateText.size(), true);
         if (f.pixelSize() < l.stateFont.pixelSize()) l.stateFont = f;
