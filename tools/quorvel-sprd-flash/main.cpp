@@ -35,15 +35,15 @@ void Result(bool ok, const std::string& error = "") {
             : "{\"t\":\"result\",\"ok\":false,\"error\":" + platform::JsonQuote(error) + "}");
 }
 
-void Usage() {
+void Usage(std::FILE* to = stderr) {
     std::fputs(
         "usage: quorvel-sprd-flash --package XML --files LIST --phase 1|2|all\n"
         "         [--transport usb|unix:PATH|pty:PATH] [--device ID] [--location LOC]\n"
         "         [--timeout-ms N] [--chunk BYTES] [--record] [NAME=VALUE ...]\n"
         "         [--baud-tries N] [--baud-interval-ms N] [--reenumerate-ms N] [--keep-escaping]\n"
-        "       quorvel-sprd-flash --version\n"
+        "       quorvel-sprd-flash --version | --help\n"
         "Flashes one SPRD phone; see docs/sprd-engine.md.\n",
-        stderr);
+        to);
 }
 
 // Job lines on standard output; the rest to standard error, which is the job's log.
@@ -92,6 +92,10 @@ int main(int argc, char** argv) {
     const std::string hello = "{\"t\":\"hello\",\"protocol\":1,\"program\":\"quorvel-sprd-flash 1.0\"}";
     if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
         Emit(hello);
+        return 0;
+    }
+    if (argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
+        Usage(stdout);
         return 0;
     }
     if (argc >= 2 && (std::strcmp(argv[1], "--preload") == 0 || std::strcmp(argv[1], "--verify") == 0)) {
