@@ -30,6 +30,12 @@ bool PlugOption(const std::string& word, engine::PhoneProfile& p) {
     if (eq == std::string::npos) return false;
     const std::string key = word.substr(0, eq);
     if (key == "fault") return p.sprdFault = word.substr(eq + 1), !p.sprdFault.empty();
+    if (key == "misbehave") {
+        p.misbehave = word.substr(eq + 1);
+        for (const char* mode : {"crash", "garbage", "silent", "no-result", "no-hello"})
+            if (p.misbehave == mode) return true;
+        return false;
+    }
     long long v = 0;
     if (!Number(word.substr(eq + 1), 100000000, v)) return false;
     if (key == "duration") return p.durationMs = v, true;

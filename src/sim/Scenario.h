@@ -13,6 +13,8 @@
 //   200    plug 0 brom              socket 0 gets a phone (brom, preloader, sprd, cfg)
 //   200    plug 1 sprd fail step=2 duration=3000 size=64
 //   200    plug 2 sprd stay fault=signature@system   (NativeSprd: stays connected; the phone's fault)
+//   200    plug 3 brom misbehave=crash              (engine programs: crash, garbage, silent,
+//                                                    no-result or no-hello instead of the job)
 //   300    await total 2            wait (bench time, 30 s at most) until it holds
 //   300    await 5000 slot 1 result ~ PASS          ... at most 5 s; "~": contains
 //   9000   expect slot 1 hs socket 0                holds now, or the scenario fails

@@ -66,6 +66,7 @@ std::vector<std::string> SimProfileArgs(const PhoneProfile& p) {
             a.push_back("--fail");
     }
     if (!p.switchPort) a.push_back("--no-switch");
+    if (!p.misbehave.empty()) a.insert(a.end(), {"--misbehave", p.misbehave});
     return a;
 }
 

@@ -36,6 +36,8 @@ struct PhoneProfile {
     // SPRD phones at the protocol level ([BENCH] NativeSprd=1):
     bool sprdStays = false;   // stays connected from boot ROM to reset instead of re-enumerating
     std::string sprdFault{};  // the simulated phone's --fault, e.g. "signature@system"
+    // Engine programs ([BENCH] EngineProgram=1): how the phone's engine program misbehaves.
+    std::string misbehave{};  // quorvel-sim-engine's --misbehave, e.g. "crash"; empty: it behaves
 };
 
 class CancellableWait;

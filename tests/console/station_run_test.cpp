@@ -78,34 +78,14 @@ TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWor
     run.Manager().JoinWalks();
 }
 
-TEST_F(StationRunTest, MissingFileOrFailedVerificationRefusesStartAndNoPackageStartsWithANotice) {
-    const struct {
-        std::int32_t kind;
-        std::string* path;
-        const char* message;
-    } refusals[] = {
-        {PACKAGE_MTK_CFG, &st.package.cfgFilePath, "Please select MTK CFG file first!"},
-        {PACKAGE_SPRD_PAC, &st.package.pacFilePath, "Please select SPRD pac file first!"},
-    };
-    for (const auto& r : refusals) {
-        SCOPED_TRACE(r.kind);
-        f.ui.Clear();
-        st.package.kind = r.kind;
-        if (r.path) *r.path = f.dir.File("fw/gone");
-        Click();
-        EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_INIT);
-        EXPECT_FALSE(st.stationRunning);
-        EXPECT_EQ(Messages(), std::vector<std::string>{r.message});
-    }
-    EXPECT_TRUE(sleep.held.empty());
-
-    st.package.kind = PACKAGE_MTK_SCATTER;
+TEST_F(StationRunTest, FailedVerificationRefusesStartAndNoPackageStartsWithANotice) {
     registry.SetVerifyPasses(false);
     Click();
     EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_INIT);
     EXPECT_FALSE(st.stationRunning);
     EXPECT_FALSE(st.package.verified);
     EXPECT_EQ(run.Manager().State(), engine::Unverified);
+    EXPECT_TRUE(sleep.held.empty());
 
     // Without a package the run starts, as asked, and the notice says why nothing is
     // flashed, until a Start with a package.
@@ -171,8 +151,8 @@ TEST_F(StationRunTest, PhonesAlreadyInPreloaderModeGoToTheWorkerOfTheirPort) {
     EXPECT_EQ(run.Manager().WorkerAt(0)->Device().friendlyName, "");
 }
 
-// Runs a test's hooks on the worker thread: one step before its job begins, and once it
-// has begun. A job passes unless cancelled after its set-up.
+// Runs a test's hook on the worker thread one step before its job begins. A job passes
+// unless cancelled after its set-up.
 class HookedMtk final : public engine::MtkEngine {
 public:
     void SetDLPara(int, int, int, int, int, int, int, int, const char*, const char*, const char*, int, int,
@@ -187,7 +167,6 @@ public:
     }
     int DLOperationStart() override {
         ++jobs;
-        if (inJob) std::exchange(inJob, nullptr)();
         return cancelled.exchange(false) ? 1 : 0;
     }
     void CancelTask() override { cancelled = true; }
@@ -197,56 +176,36 @@ public:
     int VerifyHostBufferBeforeStart(const char*) override { return 1; }
     void SetChkSumWnd(app::MessageWindow*) override {}
 
-    std::function<void()> beforeJob, inJob;
+    std::function<void()> beforeJob;
     std::atomic<int> jobs{0};
     std::atomic<bool> cancelled{false};
 };
 
-// A job that has begun keeps its slot BUSY until it ends: a Stop, or a removal that
-// would stop an idle run, while it runs is refused and cancels nothing, also on a
-// socket bound for this very phone. A Stop one step before the job begins keeps it
-// from beginning; the phone is served after the next Start.
-TEST(StationRunJobs, AJobThatBeganKeepsItsSlotBusyUntilItEnds) {
-    test::EngineHarness h(2, {.mtk = [] { return std::make_unique<HookedMtk>(); }});
-    auto mtk = [&](int slot) -> HookedMtk& { return static_cast<HookedMtk&>(h.manager->WorkerAt(slot)->Mtk()); };
+// A Stop one step before the job begins keeps it from beginning; the phone is served
+// after the next Start.
+TEST(StationRunJobs, AStopJustBeforeTheJobKeepsItFromBeginning) {
+    test::EngineHarness h(1, {.mtk = [] { return std::make_unique<HookedMtk>(); }});
+    auto& mtk = static_cast<HookedMtk&>(h.manager->WorkerAt(0)->Mtk());
     devices::ComProbe probe(h.fx.clock, [](int) { return std::string(); });
     devices::PortBinding binding(h.st, *h.manager, probe, h.loop);
-    auto event = [&](int socket, bool arrived) {
-        const std::string port = std::to_string(socket);
-        return DeviceEvent{"USB\\VID_0E8D&PID_2000\\1-1." + port + ":1.0", "MTK PreLoader (COM" + port + ")", EVENT_MTK,
-                           arrived, "1-1\\PORT" + port};
-    };
     bool accepted = false;
-    auto stop = [&] { h.loop.Call([&] { accepted = h.manager->StopAll(); }); };
-    for (int slot : {0, 1}) {
-        h.st.bindings.SetHsLocation(slot, "NA");
-        h.st.bindings.SetLsLocation(slot, "NA");
-        h.st.bindings.SetState(slot, BIND_IDLE);
-    }
+    h.st.bindings.SetHsLocation(0, "NA");
+    h.st.bindings.SetLsLocation(0, "NA");
+    h.st.bindings.SetState(0, BIND_IDLE);
 
     h.StartStation();
-    mtk(0).inJob = [&] {
-        EXPECT_EQ(h.State(0), BIND_BUSY);
-        stop();
-        const auto gone = event(9, false);
-        h.loop.Call([&] { binding.OnDeviceEvent(gone); });
-    };
-    h.loop.PostTask([&, r = event(7, true)] { binding.OnDeviceEvent(r); });
-    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1 && h.State(0) == BIND_PRELOADER_BINDED; }));
-    EXPECT_FALSE(accepted);
-    EXPECT_EQ(h.Fail(), 0u);
-    EXPECT_EQ(h.startStopCommands.load(), 0);
-    EXPECT_EQ(h.st.bindings.HsLocation(0), "1-1\\PORT7");
-
-    mtk(1).beforeJob = stop;
-    h.loop.PostTask([&, r = event(8, true)] { binding.OnDeviceEvent(r); });
+    mtk.beforeJob = [&] { h.loop.Call([&] { accepted = h.manager->StopAll(); }); };
+    h.loop.PostTask([&] {
+        binding.OnDeviceEvent(
+            DeviceEvent{"USB\\VID_0E8D&PID_2000\\1-1.8:1.0", "MTK PreLoader (COM8)", EVENT_MTK, true, "1-1\\PORT8"});
+    });
     ASSERT_TRUE(h.RunUntil([&] { return h.RunningWorkers() == 0; }));
     EXPECT_TRUE(accepted);
-    EXPECT_EQ(mtk(1).jobs.load(), 0);
-    EXPECT_EQ(h.State(1), BIND_PRELOADER_BINDED);
+    EXPECT_EQ(mtk.jobs.load(), 0);
+    EXPECT_EQ(h.State(0), BIND_PRELOADER_BINDED);
     h.StartStation();
-    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 2; }));
-    EXPECT_EQ(mtk(1).jobs.load(), 1);
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1; }));
+    EXPECT_EQ(mtk.jobs.load(), 1);
     EXPECT_EQ(h.Fail(), 0u);
 }
 

@@ -1,7 +1,6 @@
 // Engine programs run as child processes: the protocol's outcomes and faults, cancel
-// and kill, crash isolation between slots, no zombie or descriptor after many jobs,
-// replay of a recorded session and the package-wide operations. The programs run in
-// real time.
+// and kill, no zombie or descriptor after many jobs, replay of a recorded session and
+// the package-wide operations. The programs run in real time.
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -17,17 +16,13 @@
 #include <sstream>
 #include <thread>
 
-#include "console/MessageRouter.h"
 #include "console/ProgramEngineFactory.h"
 #include "engines/program/ProgramContext.h"
 #include "engines/program/ProgramJob.h"
 #include "platform/ChildProcess.h"
 #include "platform/ExeDir.h"
-#include "slots/DownloadManager.h"
 #include "slots/EngineHarness.h"
-#include "station/Messages.h"
 #include "station/Station.h"
-#include "station/StationLoop.h"
 #include "support/FixedOptions.h"
 #include "support/SmallDisk.h"
 #include "support/TempDir.h"
@@ -259,107 +254,6 @@ TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
         ASSERT_FALSE(window.Seen().empty());
         EXPECT_EQ(window.Seen().back(), dir.File("fw/scatter.txt") + " 100");
     }
-}
-
-// A station of sixteen slots whose engines are programs of [ENGINES], in real time.
-class ProgramStation : public app::MessageHandler {
-public:
-    ProgramStation(int slots, const std::string& engines) {
-        dir.Write("Config/CommonSetting.ini", "[COMMON]\n[ENGINES]\n" + engines);
-        st->language.SetLanguageId(app::kLangEnglish + 1);
-        programs = std::make_unique<ProgramEngineFactory>(*st, sim, [this](const SwitchEvent& e) { OnSwitch(e); });
-        manager = std::make_unique<DownloadManager>(*st, loop, *programs);
-        router = std::make_unique<console::MessageRouter>(*st, *manager);
-        test::AddBoundWorkers(*st, *manager, slots);
-        loop.SetHandler(this);
-        loop.Start();
-        st->stationRunning = true;
-        manager->SetState(Ready);
-        loop.Call([&] { manager->StartAll(); });
-    }
-    ~ProgramStation() override {
-        for (auto& t : replugs_) t.join();
-        loop.Stop();
-        manager->JoinWalks();
-        manager.reset();
-    }
-
-    platform::LResult HandleMessage(const app::Message& message) override {
-        platform::LResult r = 0;
-        router->Route(message, r);
-        return r;
-    }
-    void OnTimer(int id) override { router->RouteTimer(id); }
-
-    void HandOver(int slot, std::uint32_t type, const std::string& name, const std::string& id) {
-        app::DeviceInfo d{};
-        d.type = type;
-        d.friendlyName = name;
-        d.instanceId = id;
-        loop.PostTask([this, slot, d] {
-            manager->WorkerAt(slot)->SetThreadIndex(slot);
-            manager->WorkerAt(slot)->AcceptDevice(d);
-        });
-    }
-    // As the bench does: an SPRD phone that switched comes back on its download port
-    // once it has re-enumerated.
-    void OnSwitch(const SwitchEvent& e) {
-        if (e.kind != SwitchEvent::SPRD_TO_DOWNLOAD_PORT) return;
-        std::lock_guard g(mutex_);
-        replugs_.emplace_back([this, port = e.comPort] {
-            clock.Sleep(1500);
-            HandOver(static_cast<int>(port) - 1, app::EVENT_SPRD, "SPRD DL (COM" + std::to_string(port) + ")", "dl");
-        });
-    }
-    bool WaitFor(const std::function<bool()>& done) {
-        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (!done()) {
-            if (std::chrono::steady_clock::now() > limit) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return true;
-    }
-
-    test::TempDir dir;
-    platform::ScaledClock clock{5};
-    std::unique_ptr<app::Station> st = std::make_unique<app::Station>(test::FixedOptions(dir.Path()), clock);
-    app::StationLoop loop{clock};
-    SimPhoneRegistry registry;
-    SimEngineFactory sim{*st, registry};
-    std::unique_ptr<ProgramEngineFactory> programs;
-    std::unique_ptr<DownloadManager> manager;
-    std::unique_ptr<console::MessageRouter> router;
-
-private:
-    std::mutex mutex_;
-    std::vector<std::thread> replugs_;
-};
-
-// One slot's program segfaults while fifteen others pass; SPRD phones go through both
-// phases on the program as well.
-TEST(EngineProgram, CrashFailsOnlyItsOwnSlot) {
-    const std::string sim = SimEngine() + " --time-scale 5 --duration 1500 --size 1048576 --sprd-phase1 600";
-    ProgramStation s(16, "MTK=" + sim + " --device {device} --misbehave crash@phone5 {options}\nSPRD=" + sim +
-                             " --platform SPRD --phase {phase} --files {files}\n");
-    ASSERT_TRUE(s.WaitFor([&] { return s.manager->WorkerAt(15)->IsRunning(); }));
-    for (int slot = 0; slot < 16; ++slot) {
-        const std::string port = "(COM" + std::to_string(slot + 1) + ")";
-        if (slot % 4 == 3)
-            s.HandOver(slot, app::EVENT_SPRD, "SPRD U2S Diag " + port, "sprd" + std::to_string(slot));
-        else
-            s.HandOver(slot, app::EVENT_MTK, "MTK PreLoader " + port, "phone" + std::to_string(slot));
-    }
-    ASSERT_TRUE(s.WaitFor([&] { return s.st->statistics.Total() == 16; }))
-        << s.st->slotList.ResultText(3) << " | " << s.st->slotList.Row(3).progress.text;
-    EXPECT_EQ(s.st->statistics.Fail(), 1u);
-    for (int slot = 0; slot < 16; ++slot) {
-        SCOPED_TRACE(slot);
-        EXPECT_EQ(s.st->slotList.ResultText(slot), slot == 5 ? "FAIL(0/1)" : "PASS(1/1)");
-    }
-    EXPECT_NE(s.st->slotList.Row(5).progress.text.find("engine program crashed (signal 11)"), std::string::npos)
-        << s.st->slotList.Row(5).progress.text;
-    EXPECT_NE(s.st->slotList.Row(0).progress.text.find("Download Completely!"), std::string::npos)
-        << s.st->slotList.Row(0).progress.text;
 }
 
 // True once `pid` is gone or a zombie: killed, whoever reaps it.

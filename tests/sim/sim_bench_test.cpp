@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <future>
-#include <mutex>
 #include <thread>
 
 #include "devices/ComProbe.h"
@@ -12,7 +10,6 @@
 #include "sim/Scenario.h"
 #include "sim/SimBench.h"
 #include "sim/SimEngineProgram.h"
-#include "station/Messages.h"
 #include "support/StationFixture.h"
 
 namespace quorvel::sim {
@@ -122,73 +119,10 @@ TEST_F(SimBenchTest, ComPortsArePseudoTerminalsThatVanishWithThePhone) {
     EXPECT_EQ(bench.SerialNodeOf(com), "");
 }
 
-// Keeps the texts and results the engines report, copied while the sender waits.
-class ReportRecorder final : public app::MessageWindow {
-public:
-    platform::LResult Send(app::Message message) override {
-        std::lock_guard g(mutex_);
-        if (const auto* status = std::get_if<app::SlotStatus>(&message)) texts_.push_back(status->text);
-        if (const auto* result = std::get_if<app::SprdResult>(&message)) texts_.push_back(result->error);
-        return 0;
-    }
-    void Post(app::Message message) override { Send(std::move(message)); }
-    void SetTimer(int, platform::Millis) override {}
-    void KillTimer(int) override {}
-    std::string Last() const {
-        std::lock_guard g(mutex_);
-        return texts_.empty() ? "" : texts_.back();
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> texts_;
-};
-
-TEST(SimEngineUnplug, APulledPhoneFailsItsRunningJobAtOnceWithoutTimePassing) {
-    test::StationFixture f;
-    engine::SimPhoneRegistry registry;
-    SimBench bench{1, 4, registry, f.clock};
-    ASSERT_TRUE(f.clock.AwaitWaiters(1));  // the bench's returner
-    ReportRecorder window;
-    engine::PhoneProfile slow;
-    slow.switchPort = false;
-    slow.durationMs = 60000;
-
-    // MTK: the job blocks its caller, as the vendor's does (on a package it accepts).
-    f.station->package.scatterFilePath = f.dir.Path() + "MT6580_Android_scatter.txt";
-    f.dir.Write("MT6580_Android_scatter.txt", "- partition_index: SYS0\n  partition_name: preloader\n");
-    ASSERT_TRUE(bench.Plug(0, PhoneKind::MTK_BROM, slow));
-    engine::SimMtkEngine mtk(*f.station, registry, window);
-    app::DeviceInfo device{};
-    device.instanceId = bench.InstanceIdAt(0);
-    mtk.SetDeviceInfo(&device);
-    mtk.SetDLPara(0, 0, 0, 0, 0, 0, 0, 0, "", "", "", 0, 0, 0);
-    auto job = std::async(std::launch::async, [&] { return mtk.DLOperationStart(); });
-    ASSERT_TRUE(f.clock.AwaitWaiters(2));
-    EXPECT_TRUE(bench.JobRunningAt(0));  // the automatic bench keeps such a phone in
-    EXPECT_FALSE(bench.JobRunningAt(1));
-    ASSERT_TRUE(bench.Unplug(0));
-    const bool ended = job.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
-    if (!ended) mtk.CancelTask();
-    EXPECT_TRUE(ended);
-    EXPECT_EQ(job.get(), 1);
-    EXPECT_EQ(window.Last(), "Download failed!");
-
-    // SPRD: the engine's own thread ends the port with an error.
-    ASSERT_TRUE(bench.Plug(1, PhoneKind::SPRD, slow));
-    const int com = devices::PortNumberOf(devices::PortNameOf(bench.FriendlyNameAt(1)));
-    engine::SimSprdEngine sprd(*f.station, registry, window);
-    sprd.StartWork();
-    sprd.StartOnePortWork(static_cast<unsigned long>(com), 0);
-    ASSERT_TRUE(f.clock.AwaitWaiters(2));
-    ASSERT_TRUE(bench.Unplug(1));
-    sprd.StopOnePortWork(static_cast<unsigned long>(com), 0);  // joins the port's thread
-    EXPECT_EQ(window.Last(), "Unplugged");
-}
-
 TEST(ScenarioTest, ParsesStepsAndOptions) {
     const auto s = ParseScenario(
-        "# bench\n0 press\n200 plug 0 brom\n200 plug 1 sprd fail step=2 duration=3000 size=64\n\n9000 unplug 0\n"
+        "# bench\n0 press\n200 plug 0 brom\n200 plug 1 sprd fail step=2 duration=3000 size=64 misbehave=crash\n\n9000 "
+        "unplug 0\n"
         "9000 serial-delay 300\n9500 plug 2 sprd stay fault=signature@system\n15000 end # done\n");
     ASSERT_TRUE(s);
     ASSERT_EQ(s->steps.size(), 7u);
@@ -202,6 +136,7 @@ TEST(ScenarioTest, ParsesStepsAndOptions) {
     EXPECT_EQ(s->steps[2].profile.failingStep, 2);
     EXPECT_EQ(s->steps[2].profile.durationMs, 3000);
     EXPECT_EQ(s->steps[2].profile.sizeBytes, 64u << 20);
+    EXPECT_EQ(s->steps[2].profile.misbehave, "crash");
     EXPECT_EQ(s->steps[3].socket, 0);
     EXPECT_EQ(s->end, 15000);
 
@@ -283,6 +218,7 @@ TEST(ScenarioTest, RefusesWithTheLine) {
     EXPECT_FALSE(ParseScenario("0 plug 1 toaster\n", &error));
     EXPECT_EQ(error, "line 1: unknown phone \"toaster\"");
     EXPECT_FALSE(ParseScenario("0 plug 1 brom colour=red\n", &error));
+    EXPECT_FALSE(ParseScenario("0 plug 1 brom misbehave=dance\n", &error));
     EXPECT_FALSE(ParseScenario("0 plug 1 sprd fault=\n", &error));
     EXPECT_FALSE(ParseScenario("0 plug 256 brom\n", &error));
     EXPECT_FALSE(ParseScenario("-1 press\n", &error));
