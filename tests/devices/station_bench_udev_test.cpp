@@ -7,6 +7,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 
 #include "UmockdevBench.h"
 #include "devices/DeviceMonitor.h"
@@ -273,6 +274,63 @@ TEST_F(StationBenchTest, VendorInterfacePhonesReachTheSecondPhaseInBothShapes) {
     const std::string nameS = "SPRD U2S Diag (COM" + std::to_string(s) + ")";
     EXPECT_EQ(LogLines(nameR), 3) << "in, out, back";
     EXPECT_EQ(LogLines(nameS), 2) << "in, announced again";
+    p.PressStartStop();
+}
+
+// One 2.0 hub serves both speeds: a phone's boot ROM (full speed) and its DA (high speed)
+// enumerate on the same socket. Two phones switch together and their DA forms come back
+// in the other order; each goes to the slot that held it in boot ROM, not the first
+// DA_BINDED one.
+TEST_F(StationBenchTest, PhonesSwitchingToDaTogetherEachKeepTheirSlot) {
+    RUN_UNDER_UMOCKDEV();
+    const std::string usb1 = RootHub("0000:00:14.0", "usb1", " 2.00", "480", "1");
+    const std::string hub = Hub(usb1, "1-1", "1", "4");
+    LoadDriver("cdc_acm");
+    WriteSettings();
+    nodes = dir.File("dev");
+    std::filesystem::create_directories(nodes);
+    platform::SysPaths paths;
+    paths.dev = nodes;
+    StationProcess p(dir, paths);
+    ASSERT_TRUE(p.Init());
+    const std::string socket = "pci-0000:00:14.0-usbv2-0:1\\PORT";
+    struct Socket {
+        const char* name;
+        const char* devpath;
+        const char* tty;
+        std::string brom;
+    } phones[] = {{"1-1.1", "1.1", "ttyACM0", ""}, {"1-1.3", "1.3", "ttyACM1", ""}};
+    std::mutex lock;
+    std::vector<std::string> switched;  // instance IDs, as the engines report them
+    p.rig->Phones().SetSwitchHook([&](const engine::SwitchEvent& e) {
+        std::lock_guard g(lock);
+        switched.push_back(e.instanceId);
+    });
+    for (const Socket& s : phones)
+        p.rig->Phones().SetProfile("USB\\VID_0E8D&PID_0003\\" + std::string(s.name) + ":1.0", Job(6000));
+    p.PressStartStop();
+    ASSERT_EQ(p.Button(), console::DOWNLOAD_BUTTON_STATUS_STOP);
+    for (Socket& s : phones) {
+        s.brom = Phone(hub, s.name, "0e8d", "0003", s.devpath, "MT65xx BROM", s.tty);
+        mock.setAttribute(tb, s.brom.c_str(), "speed", "12");
+        Announce(s.brom);
+    }
+    ASSERT_TRUE(StationProcess::Await([&] {
+        std::lock_guard g(lock);
+        return switched.size() == 2;
+    }));
+    for (const Socket& s : phones) Unplug(s.brom);
+    for (const Socket& s : {phones[1], phones[0]})
+        Announce(Phone(hub, s.name, "0e8d", "2001", s.devpath, "MTK USB Port", s.tty));
+    ASSERT_TRUE(StationProcess::Await([&] { return p.station->statistics.Total() == 2; }));
+    EXPECT_EQ(p.station->statistics.Fail(), 0u);
+    for (int slot : {0, 1}) {
+        const std::string location = socket + (slot == 0 ? "1" : "3");
+        EXPECT_EQ(p.station->bindings.LsLocation(slot), location) << slot;
+        EXPECT_EQ(p.station->bindings.HsLocation(slot), location) << slot;
+        EXPECT_EQ(p.station->bindings.State(slot), BIND_ALL_BINDED) << slot;
+    }
+    EXPECT_EQ(p.station->slotList.RowCount(), 2);
     p.PressStartStop();
 }
 
