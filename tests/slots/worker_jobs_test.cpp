@@ -305,34 +305,22 @@ TEST(DownloadWorkerJobs, SprdSlotsServeTheirOwnPhones) {
     EXPECT_EQ(h.st.slotList.CellText(1, app::COL_NUMBER), "02");
 }
 
-// The phone re-enumerates in DA mode because its job switched it: whether binding
-// hands that over during the job or only once the job has ended, it is part of that
-// job, never a second one, and the slot does not stay BUSY.
+// The phone re-enumerates in DA mode because its job switched it: handed over once
+// the job has ended, it is part of that job, never a second one, and the slot does not
+// stay BUSY. (Handed over during the job: the boot-ROM scenario files.)
 TEST(DownloadWorkerJobs, TheDaFormOfAServedPhoneIsNeverServedAgain) {
-    for (const bool duringJob : {true, false}) {
-        SCOPED_TRACE(duringJob ? "during the job" : "after the job");
-        EngineHarness h(2);
-        h.StartStation();
-        h.HandOver(1, h.Device(app::EVENT_MTK, "MTK PreLoader (COM2)", "USB\\VID_0E8D&PID_2000\\1-1.2:1.0"));
-        // The engine's DA switch marks the slot DA_BINDED.
-        ASSERT_TRUE(h.RunUntil([&] { return h.State(1) == app::BIND_DA_BINDED; }));
-        const auto da = h.Device(app::EVENT_MTK, "MTK DA USB VCOM (COM2)", "p");
-        if (duringJob) {
-            EXPECT_TRUE(h.HandOver(1, da, HandOver::DA_MODE));
-            EXPECT_EQ(h.State(1), app::BIND_BUSY);
-            EXPECT_EQ(h.Result(1), "Ongoing");
-        }
-        ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1; }));
-        if (!duringJob) {
-            EXPECT_FALSE(h.HandOver(1, da, HandOver::DA_MODE));
-        }
-        h.fx.clock.Advance(60000);
-        h.Settle();
-        EXPECT_EQ(h.Slot(1), "PASS(1/1) | Download Completely!(100%) | ALL_BINDED");
-        EXPECT_EQ(h.Total(), 1u);
-        EXPECT_EQ(h.Fail(), 0u);
-        EXPECT_EQ(h.st.slotList.CellText(1, app::COL_BINDED), "ALL_BINDED");
-    }
+    EngineHarness h(2);
+    h.StartStation();
+    h.HandOver(1, h.Device(app::EVENT_MTK, "MTK PreLoader (COM2)", "USB\\VID_0E8D&PID_2000\\1-1.2:1.0"));
+    // The engine's DA switch marks the slot DA_BINDED.
+    ASSERT_TRUE(h.RunUntil([&] { return h.State(1) == app::BIND_DA_BINDED; }));
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1; }));
+    EXPECT_FALSE(h.HandOver(1, h.Device(app::EVENT_MTK, "MTK DA USB VCOM (COM2)", "p"), HandOver::DA_MODE));
+    h.fx.clock.Advance(60000);
+    h.Settle();
+    EXPECT_EQ(h.Slot(1), "PASS(1/1) | Download Completely!(100%) | ALL_BINDED");
+    EXPECT_EQ(h.Total(), 1u);
+    EXPECT_EQ(h.Fail(), 0u);
 }
 
 TEST(DownloadWorkerJobs, RemovalGreysThePortAndReleasesCfgSlots) {
