@@ -32,7 +32,7 @@ bool PlugOption(const std::string& word, engine::PhoneProfile& p) {
     if (key == "fault") return p.sprdFault = word.substr(eq + 1), !p.sprdFault.empty();
     if (key == "misbehave") {
         p.misbehave = word.substr(eq + 1);
-        for (const char* mode : {"crash", "garbage", "silent", "no-result", "no-hello"})
+        for (const char* mode : {"crash", "garbage", "silent", "no-result", "no-hello", "late-result"})
             if (p.misbehave == mode) return true;
         return false;
     }

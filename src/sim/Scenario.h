@@ -14,7 +14,9 @@
 //   200    plug 1 sprd fail step=2 duration=3000 size=64
 //   200    plug 2 sprd stay fault=signature@system   (NativeSprd: stays connected; the phone's fault)
 //   200    plug 3 brom misbehave=crash              (engine programs: crash, garbage, silent,
-//                                                    no-result or no-hello instead of the job)
+//                                                    no-result or no-hello instead of the job;
+//                                                    late-result: an SPRD first phase's result
+//                                                    comes 15 s after its switch)
 //   300    await total 2            wait (bench time, 30 s at most) until it holds
 //   300    await 5000 slot 1 result ~ PASS          ... at most 5 s; "~": contains
 //   9000   expect slot 1 hs socket 0                holds now, or the scenario fails

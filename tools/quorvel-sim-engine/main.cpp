@@ -37,7 +37,7 @@ struct Options {
     double timeScale = 1.0;
     int progressRate = 0;  // progress lines a second during the transfer; 0: ten in all
     int announce = protocol::kVersion;
-    std::string misbehave;  // crash, garbage, silent, no-result, ignore-term, no-hello
+    std::string misbehave;  // crash, garbage, silent, no-result, ignore-term, no-hello, late-result
     std::string device;     // the phone's device instance ID ({device})
     bool stamp = false;     // progress "done" = the monotonic clock in microseconds, for latency benchmarks
     std::string replay;
@@ -57,7 +57,8 @@ void Usage() {
         "       quorvel-sim-engine --version   (writes its hello and exits)\n"
         "       quorvel-sim-engine --preload [--package FILE]   (passes when FILE lists an entry)\n"
         "       quorvel-sim-engine --verify CHECKSUM [--fail]   (checks the files beside CHECKSUM)\n"
-        "MODE: crash, garbage, silent, no-result, ignore-term or no-hello; with @DEVICE only for\n"
+        "MODE: crash, garbage, silent, no-result, ignore-term, no-hello or late-result (SPRD: the\n"
+        "first phase's result 15 s after its switch); with @DEVICE only for\n"
         "the job whose --device is DEVICE.\n"
         "       quorvel-sim-engine --replay LOG [--time-scale F]\n"
         "Other arguments (NAME=VALUE options, paths) are accepted and ignored.");
@@ -170,6 +171,8 @@ int SprdJob() {
     }
     if (!g.pass && !phase1) return Result(false, "Download failed"), 0;
     if (phase1 && g.switchPort) Emit("{\"t\":\"switch\"}");
+    // A phone slow to come back: the switch is said, its result comes after the station gave up.
+    if (phase1 && g.misbehave == "late-result") SleepMs(15000);
     Result(true);
     return 0;
 }

@@ -108,10 +108,13 @@ void ProgramSprdEngine::RunPort(unsigned long port, JobRequest request, std::str
         });
     }
     // Stopped by the station: nothing more to say, as the in-process engine. A pulled
-    // phone fails its step.
-    if (outcome.kind == JobOutcome::CANCELLED && !phone.Lost()) return;
+    // phone fails its step. A first phase stopped after its switch was said is not
+    // undone: the phone comes back on its download port all the same, and counted failed
+    // here it would be served there again and counted twice.
+    const bool switched = phase1 && switching;
+    if (outcome.kind == JobOutcome::CANCELLED && !phone.Lost() && !switched) return;
     std::string error;
-    if (outcome.kind == JobOutcome::CANCELLED)
+    if (outcome.kind == JobOutcome::CANCELLED && phone.Lost())
         error = app::texts::kSprdStepNames[static_cast<int>(app::SprdStep::UNPLUGGED)];
     if (outcome.kind == JobOutcome::FAILED) error = outcome.text.empty() ? "Download failed" : outcome.text;
     if (outcome.kind == JobOutcome::FAULT) error = outcome.text;
