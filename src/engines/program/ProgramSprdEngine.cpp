@@ -107,12 +107,16 @@ void ProgramSprdEngine::RunPort(unsigned long port, JobRequest request, std::str
             }
         });
     }
-    // Stopped by the station: nothing more to say, as the in-process engine. A pulled
-    // phone fails its step. A first phase stopped after its switch was said is not
-    // undone: the phone comes back on its download port all the same, and counted failed
-    // here it would be served there again and counted twice.
+    // Stopped by the station: nothing more to say, as the in-process engine, and the
+    // phone's tally counts it failed as the station does. A pulled phone fails its step.
+    // A first phase stopped after its switch was said is not undone: the phone comes
+    // back on its download port all the same, and counted failed here it would be
+    // served there again and counted twice.
     const bool switched = phase1 && switching;
-    if (outcome.kind == JobOutcome::CANCELLED && !phone.Lost() && !switched) return;
+    if (outcome.kind == JobOutcome::CANCELLED && !phone.Lost() && !switched) {
+        phone.Result(true);
+        return;
+    }
     std::string error;
     if (outcome.kind == JobOutcome::CANCELLED && phone.Lost())
         error = app::texts::kSprdStepNames[static_cast<int>(app::SprdStep::UNPLUGGED)];
