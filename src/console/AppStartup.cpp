@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "platform/AtomicFile.h"
+#include "platform/ErrnoText.h"
 #include "station/Texts.h"
 
 namespace quorvel::app {
@@ -15,7 +16,7 @@ constexpr char kLockName[] = "QuorvelTool.lock";
 
 std::string Format(const char* format, const std::string& a, int error, const std::string& b = {}) {
     char text[1024];
-    std::snprintf(text, sizeof text, format, a.c_str(), std::strerror(error), b.c_str());
+    std::snprintf(text, sizeof text, format, a.c_str(), platform::ErrnoText(error).c_str(), b.c_str());
     return text;
 }
 }  // namespace

@@ -65,6 +65,7 @@ void ConsoleController::SetUpControls() {
                                                               SlotColumnHeader::CENTRE, SlotColumnHeader::CENTRE,
                                                               SlotColumnHeader::CENTRE, SlotColumnHeader::LEFT};
     std::vector<SlotColumnHeader> columns;
+    columns.reserve(kSlotColumnCount);
     for (int c = 0; c < kSlotColumnCount; ++c)
         columns.push_back({lang.ChooseText(texts::kSlotColumns[c]), aligns[c], widths[static_cast<std::size_t>(c)]});
     station_.slotList.SetColumns(std::move(columns));

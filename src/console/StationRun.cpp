@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <utility>
 
 #include "console/ConsoleController.h"
 #include "console/MessageRouter.h"
@@ -50,7 +51,8 @@ void StationRun::BuildSlots() {
 
 bool StationRun::RunPreparation(bool verify) {
     packages::PreparationWindowLogic::StartVerify start;
-    if (verify) start = [this](std::shared_ptr<app::MessageWindow> receiver) { manager_.VerifyPackage(receiver); };
+    if (verify)
+        start = [this](std::shared_ptr<app::MessageWindow> receiver) { manager_.VerifyPackage(std::move(receiver)); };
     packages::PreparationWindowLogic dialog(
         station_, [this](const std::string& text) { console_.Tell(text); }, start);
     console_.Ui().RunPreparationDialog(dialog);

@@ -1,5 +1,6 @@
 #include "devices/BenchSurvey.h"
 
+#include <cerrno>
 #include <dirent.h>
 #include <grp.h>
 #include <sys/stat.h>
@@ -7,6 +8,7 @@
 
 #include <fstream>
 #include <map>
+#include <vector>
 
 #include "platform/ProfileIni.h"
 
@@ -73,7 +75,14 @@ BenchFacts GatherSystemFacts(const platform::SysPaths& paths) {
     const std::string release = KernelRelease();
     for (const char* driver : {"cdc_acm", "usbserial", "option"})
         f.drivers.emplace_back(driver, DriverPresenceOf(paths, release, driver));
-    if (const group* g = ::getgrnam(kOperatorGroup)) {
+    group entry{};
+    std::vector<char> buffer(4096);
+    group* g = nullptr;
+    // getgrnam_r: the survey may run beside the station's own threads.
+    while (::getgrnam_r(kOperatorGroup, &entry, buffer.data(), buffer.size(), &g) == ERANGE &&
+           buffer.size() < (1u << 20))
+        buffer.resize(buffer.size() * 2);
+    if (g) {
         f.userInGroup = ::getuid() == 0 || ::getegid() == g->gr_gid;
         gid_t groups[256];
         const int n = ::getgroups(256, groups);

@@ -132,7 +132,7 @@ int DeviceMonitor::LiveWatches() const {
     return n;
 }
 
-void DeviceMonitor::Run(Watch& w, MonitorChoice choice) {
+void DeviceMonitor::Run(Watch& w, const MonitorChoice& choice) {
     std::vector<std::string> previous;                // what has been reported as present
     std::map<std::string, platform::Millis> waiting;  // arrived, serial port not yet there: until when
     platform::Millis again = platform::kForever;      // a switched phone to look at then

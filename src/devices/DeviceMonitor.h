@@ -96,7 +96,7 @@ private:
         std::atomic<bool> ended{false};
         std::thread thread;
     };
-    void Run(Watch& watch, MonitorChoice choice);
+    void Run(Watch& watch, const MonitorChoice& choice);
     void SendEvent(const std::string& instanceId, bool arrived, const MonitorChoice& choice);
     // Announces the switched phones that are due; the next time to look again, or kForever.
     platform::Millis Reannounce(Watch& w, const std::vector<std::string>& present, const MonitorChoice& choice);

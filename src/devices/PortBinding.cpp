@@ -152,7 +152,7 @@ bool PortBinding::Bind_MTKDev_LS(const app::DeviceInfo& info) {
         engine::DownloadWorker* worker = manager_.WorkerAt(i);
         worker->SetThreadIndex(i);
         // Spreads the BROM handshakes of phones plugged together over time.
-        station_.clock.Sleep(100 * i);
+        station_.clock.Sleep(platform::Millis{100} * i);
         t.SetLsLocation(i, location);
         t.SetState(i, app::BIND_BROM_BINDED);
         worker->AcceptDevice(info);

@@ -486,7 +486,7 @@ void UdevBackend::AddDeviceFacts(BenchFacts& facts) {
 
 std::string UdevBackend::SerialNodeOf(int comNumber) {
     // A socket's own number: the USB node of the phone there.
-    if (const std::string usb = UsbNodeOfPort(comNumber); !usb.empty()) return usb;
+    if (std::string usb = UsbNodeOfPort(comNumber); !usb.empty()) return usb;
     const std::string node = NodeOfComNumber(comNumber);
     return node.empty() ? "" : paths_.dev + "/" + node;
 }

@@ -21,6 +21,7 @@ std::vector<std::size_t> PhoneInterfaces(const std::vector<InterfaceFacts>& in) 
             it->second = i;
     }
     std::vector<std::size_t> out;
+    out.reserve(chosen.size());
     for (const auto& [device, i] : chosen) out.push_back(i);
     std::sort(out.begin(), out.end(), [&](std::size_t a, std::size_t b) { return in[a].sysname < in[b].sysname; });
     return out;

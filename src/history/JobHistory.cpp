@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/ErrnoText.h"
 #include "platform/JsonText.h"
 #include "platform/UniqueFd.h"
 
@@ -94,7 +95,7 @@ bool JobHistory::WriteLine(const JobRecord& record, std::string* error) const {
     const std::string line = JobLine(record);
     const std::string path = FileFor(record.end);
     const auto fail = [&](const char* what) {
-        if (error) *error = std::string(what) + " " + path + ": " + std::strerror(errno);
+        if (error) *error = std::string(what) + " " + path + ": " + platform::ErrnoText(errno);
         return false;
     };
     if (::mkdir(dir_.c_str(), 0775) != 0 && errno != EEXIST) return fail("Cannot make the folder of");

@@ -41,6 +41,7 @@ std::vector<SlotSummary> Summarise(const std::vector<JobRecord>& jobs) {
         all.push_back(&j);
     }
     std::vector<SlotSummary> out;
+    out.reserve(bySlot.size() + 1);
     for (const auto& [slot, list] : bySlot) out.push_back(SummariseOne(slot, list));
     out.push_back(SummariseOne(-1, all));
     return out;

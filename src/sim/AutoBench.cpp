@@ -45,7 +45,7 @@ void AutoBench::Run() {
     std::vector<platform::Millis> due(static_cast<std::size_t>(sockets));
     std::vector<bool> taken(static_cast<std::size_t>(sockets), false);
     const platform::Millis start = clock_.Now();
-    for (int s = 0; s < sockets; ++s) due[static_cast<std::size_t>(s)] = start + 1500 + s * 700;
+    for (int s = 0; s < sockets; ++s) due[static_cast<std::size_t>(s)] = start + 1500 + platform::Millis{700} * s;
 
     std::unique_lock lk(mutex_);
     while (!stopping_) {

@@ -424,7 +424,7 @@ std::string SimSprdEngine::GetStepName(int step) {
 }
 
 // The engine's own thread for one port: step, progress and result messages keyed by port.
-void SimSprdEngine::RunPort(unsigned long port, bool phase1, PhoneProfile p, std::uint64_t bytes) {
+void SimSprdEngine::RunPort(unsigned long port, bool phase1, const PhoneProfile& p, std::uint64_t bytes) {
     const SimPhoneRegistry::Link link(registry_, p.plug, wait_);
     window_.Send(app::SprdBegin{port});
     const Step* steps = phase1 ? kPhase1Steps : kPhase2Steps;

@@ -192,7 +192,7 @@ public:
     std::string GetStepName(int step) override;
 
 private:
-    void RunPort(unsigned long port, bool phase1, PhoneProfile profile, std::uint64_t bytes);
+    void RunPort(unsigned long port, bool phase1, const PhoneProfile& profile, std::uint64_t bytes);
     void Join();
 
     app::Station& station_;

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "platform/DayLog.h"
+#include "platform/ErrnoText.h"
 #include "platform/ExeDir.h"
 #include "platform/MachineStamp.h"
 #include "platform/ProfileIni.h"
@@ -253,7 +254,7 @@ void SettingsStore::Written(const std::string& path, bool ok) {
         if (!reported_.insert(path).second) return;
     }
     char text[1024];
-    std::snprintf(text, sizeof text, texts::kFileWriteFailedFormat, path.c_str(), std::strerror(error));
+    std::snprintf(text, sizeof text, texts::kFileWriteFailedFormat, path.c_str(), platform::ErrnoText(error).c_str());
     std::fprintf(stderr, "%s\n", text);
     if (station_.settings.EnableDebug) UiLog(text);
     station_.view.SetPane(0, text);

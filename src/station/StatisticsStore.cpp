@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "history/JobHistoryReader.h"
+#include "platform/ErrnoText.h"
 #include "platform/ProfileIni.h"
 #include "station/Station.h"
 #include "station/Texts.h"
@@ -99,7 +100,7 @@ void StatisticsStore::FlushLocked() {
                                                   {"fail", "NUM", std::to_string(e.fail)}};
             if (!e.lastJob.empty()) writes.push_back({kLastSection, kLastKey, e.lastJob});
             if (!ProfileIni::WriteMany(FilePath(), writes))
-                return Failing("Cannot write " + FilePath() + ": " + std::strerror(errno));
+                return Failing("Cannot write " + FilePath() + ": " + platform::ErrnoText(errno));
         }
         pending_.pop_front();
     }

@@ -1,4 +1,5 @@
 #include "support/SmallDisk.h"
+#include "platform/ErrnoText.h"
 
 #include <fcntl.h>
 #include <sys/mount.h>
@@ -19,7 +20,7 @@ SmallDisk::SmallDisk(const char* size) {
     if (::mount("tmpfs", dir_.Path().c_str(), "tmpfs", 0, options.c_str()) == 0)
         mounted_ = true;
     else
-        reason_ = std::string("cannot mount a small tmpfs for the disk-full cases (") + std::strerror(errno) +
+        reason_ = std::string("cannot mount a small tmpfs for the disk-full cases (") + platform::ErrnoText(errno) +
                   "); they need root or the mount capability";
 }
 

@@ -361,8 +361,9 @@ int main(int argc, char** argv) {
     });
     Print(cases, job[0], conforms, json);
     if (interrupts.Signal()) {
+        const char* name = ::sigdescr_np(interrupts.Signal());  // strsignal shares a buffer between threads
         std::fprintf(stderr, "quorvel-engine-check: interrupted (%s); the program under test was ended\n",
-                     ::strsignal(interrupts.Signal()));
+                     name ? name : "a signal");
         return kExitFails;
     }
     return conforms ? kExitConforms : kExitFails;

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -125,7 +126,7 @@ std::string LocalText(const TimeStamp& t) {
 }
 
 std::string Minutes(double seconds) {
-    const long s = static_cast<long>(seconds + 0.5);
+    const long s = std::lround(seconds);
     char buf[32];
     std::snprintf(buf, sizeof buf, "%ld:%02ld", s / 60, s % 60);
     return buf;

@@ -238,7 +238,7 @@ static double Number(const std::string& option, const std::string& text) {
     if (text.empty() || *end != '\0' || errno != 0 || !std::isfinite(v) || v < 0) {
         std::fprintf(stderr, "quorvel-sim-engine: %s needs a number, not \"%s\" (--help tells more)\n", option.c_str(),
                      text.c_str());
-        std::exit(2);
+        std::exit(2);  // NOLINT(concurrency-mt-unsafe): options are read before any thread starts
     }
     return v;
 }

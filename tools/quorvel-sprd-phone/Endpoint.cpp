@@ -1,4 +1,5 @@
 #include "Endpoint.h"
+#include "platform/ErrnoText.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -35,7 +36,7 @@ bool Endpoint::Open(std::string& error) {
         listen_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         if (!listen_.valid() || ::bind(listen_.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
             ::listen(listen_.get(), 1) != 0) {
-            error = "cannot listen on " + path + ": " + std::strerror(errno);
+            error = "cannot listen on " + path + ": " + platform::ErrnoText(errno);
             Close();
             return false;
         }
@@ -43,22 +44,23 @@ bool Endpoint::Open(std::string& error) {
     }
     conn_.reset(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
     if (!conn_.valid() || ::grantpt(conn_.get()) != 0 || ::unlockpt(conn_.get()) != 0) {
-        error = std::string("cannot make a pseudo-terminal: ") + std::strerror(errno);
+        error = std::string("cannot make a pseudo-terminal: ") + platform::ErrnoText(errno);
         Close();
         return false;
     }
-    const char* slave = ::ptsname(conn_.get());
-    heldSlave_.reset(slave ? ::open(slave, O_RDWR | O_NOCTTY | O_CLOEXEC) : -1);
+    char slave[128];
+    const bool named = ::ptsname_r(conn_.get(), slave, sizeof slave) == 0;
+    heldSlave_.reset(named ? ::open(slave, O_RDWR | O_NOCTTY | O_CLOEXEC) : -1);
     termios tio{};
     if (!heldSlave_.valid() || ::tcgetattr(heldSlave_.get(), &tio) != 0) {
-        error = std::string("cannot open the pseudo-terminal's slave: ") + std::strerror(errno);
+        error = std::string("cannot open the pseudo-terminal's slave: ") + platform::ErrnoText(errno);
         Close();
         return false;
     }
     ::cfmakeraw(&tio);
     ::tcsetattr(heldSlave_.get(), TCSANOW, &tio);
     if (::symlink(slave, path.c_str()) != 0) {
-        error = "cannot link " + path + ": " + std::strerror(errno);
+        error = "cannot link " + path + ": " + platform::ErrnoText(errno);
         Close();
         return false;
     }

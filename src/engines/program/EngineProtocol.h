@@ -15,7 +15,7 @@ namespace quorvel::engine::protocol {
 
 inline constexpr int kVersion = 1;
 // A longer line is garbage: no program has a reason to write one.
-inline constexpr std::size_t kMaxLineBytes = 64 * 1024;
+inline constexpr std::size_t kMaxLineBytes = std::size_t{64} * 1024;
 
 using Value = platform::JsonValue;
 using Object = platform::JsonObject;

@@ -20,9 +20,9 @@ std::string FindInPath(const std::string& name) {
     for (std::size_t start = 0; start <= dirs.size();) {
         std::size_t colon = dirs.find(':', start);
         if (colon == std::string::npos) colon = dirs.size();
-        std::string dir = dirs.substr(start, colon - start);
-        if (dir.empty()) dir = ".";
-        const std::string candidate = dir + "/" + name;
+        std::string candidate = dirs.substr(start, colon - start);
+        if (candidate.empty()) candidate = ".";
+        candidate.append("/").append(name);
         if (::access(candidate.c_str(), F_OK) == 0) return candidate;
         start = colon + 1;
     }

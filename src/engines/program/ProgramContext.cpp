@@ -11,6 +11,7 @@
 
 #include "platform/AtomicFile.h"
 #include "platform/ChildProcess.h"
+#include "platform/ErrnoText.h"
 #include "platform/JsonText.h"
 #include "station/Station.h"
 
@@ -31,7 +32,7 @@ ProgramContext::ProgramContext(app::Station& st, ProgramSettings s, std::functio
       switchHook_(std::move(hook)),
       benchPhones_(benchPhones),
       portDevices_(std::move(portDevices)),
-      profileArgs_(" " + profileArgs + " ") {
+      profileArgs_(" " + std::move(profileArgs) + " ") {
     if (station.ExeDir().empty()) return;
     // Programs a killed station left running hold their phones: they go before any job.
     if (const int ended = platform::ChildProcess::EndLeftovers(station.ExeDir() + kRunningFolder); ended > 0) {
@@ -130,7 +131,7 @@ bool ProgramContext::MakeJob(const std::string& commandLine, const char* platfor
         std::error_code ec;
         std::filesystem::create_directories(std::filesystem::path(listPath).parent_path(), ec);
         if (!platform::ReplaceFileAtomically(listPath, list)) {
-            error = "engine program's file list not written: " + listPath + ": " + std::strerror(errno);
+            error = "engine program's file list not written: " + listPath + ": " + platform::ErrnoText(errno);
             return false;
         }
         values["files"] = listPath;

@@ -30,7 +30,7 @@ inline constexpr const char* kLogFolder = "TestLog/engine/";
 inline constexpr const char* kRunningFolder = "TestLog/engine/running/";
 // Old job logs (and file lists) go: those older than the age, then the oldest until the
 // rest fit the size. At the station's start and every kCleanEveryJobs jobs.
-inline constexpr std::int64_t kLogMaxAgeSeconds = 30 * 86400;
+inline constexpr std::int64_t kLogMaxAgeSeconds = std::int64_t{30} * 86400;
 inline constexpr std::uint64_t kLogMaxTotalBytes = 512ull << 20;
 inline constexpr unsigned kCleanEveryJobs = 200;
 // Returns how many files it removed.

@@ -1,4 +1,5 @@
 #include "engines/program/ProgramReader.h"
+#include "platform/ErrnoText.h"
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -65,7 +66,7 @@ ProgramReader::~ProgramReader() {
 
 std::string ProgramReader::Add(platform::ChildProcess& child, Client& client, Millis paceMs) {
     std::lock_guard g(mutex_);
-    if (!epoll_) return std::string("cannot watch the program: ") + std::strerror(setupError_);
+    if (!epoll_) return std::string("cannot watch the program: ") + platform::ErrnoText(setupError_);
     const std::uint64_t id = nextId_++;
     epoll_event out{}, exit{}, err{};
     out.events = EPOLLIN;
@@ -75,11 +76,11 @@ std::string ProgramReader::Add(platform::ChildProcess& child, Client& client, Mi
     err.events = EPOLLIN;
     err.data.u64 = id << kIdShift | kErr;
     if (::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, child.ExitFd(), &exit) != 0)
-        return std::string("cannot watch the program: ") + std::strerror(errno);
+        return std::string("cannot watch the program: ") + platform::ErrnoText(errno);
     if (::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, child.OutFd(), &out) != 0) {
         const int error = errno;
         ::epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, child.ExitFd(), nullptr);
-        return std::string("cannot watch the program: ") + std::strerror(error);
+        return std::string("cannot watch the program: ") + platform::ErrnoText(error);
     }
     Watch w{&child, &client, paceMs};
     w.errOpen = child.ErrFd() >= 0 && ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, child.ErrFd(), &err) == 0;

@@ -19,7 +19,7 @@ ProgramSettings ProgramSettings::Load(const std::string& iniPath) {
     s.sprd = text("SPRD");
     if (const std::string v = text("SilenceSeconds"); !v.empty()) {
         const long seconds = std::strtol(v.c_str(), nullptr, 10);
-        if (seconds > 0 && seconds <= 24 * 3600) s.silenceMs = seconds * 1000;
+        if (seconds > 0 && seconds <= 24L * 3600) s.silenceMs = seconds * 1000;
     }
     s.record = std::strtol(text("Record").c_str(), nullptr, 10) != 0;
     s.benchProgram =

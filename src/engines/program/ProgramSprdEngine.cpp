@@ -77,7 +77,8 @@ std::string ProgramSprdEngine::GetStepName(int step) {
     return app::texts::kSprdStepNames[steps_[static_cast<std::size_t>(step)]];
 }
 
-void ProgramSprdEngine::RunPort(unsigned long port, JobRequest request, std::string makeError, bool phase1) {
+void ProgramSprdEngine::RunPort(unsigned long port, const JobRequest& request, const std::string& makeError,
+                                bool phase1) {
     // The percent is posted, so the engine thread does not wait for it.
     auto post = [&](std::uint64_t percent) {
         window_.Post(app::SprdProgress{port, static_cast<std::uint32_t>(percent)});

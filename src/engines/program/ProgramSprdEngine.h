@@ -26,7 +26,7 @@ public:
     std::string GetStepName(int step) override;
 
 private:
-    void RunPort(unsigned long port, JobRequest request, std::string makeError, bool phase1);
+    void RunPort(unsigned long port, const JobRequest& request, const std::string& makeError, bool phase1);
     void StopThread();
 
     ProgramContext& context_;

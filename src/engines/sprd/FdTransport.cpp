@@ -1,4 +1,5 @@
 #include "engines/sprd/FdTransport.h"
+#include "platform/ErrnoText.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -43,7 +44,7 @@ bool FdTransport::TryOpen(std::string& error) {
         std::memcpy(addr.sun_path, path_.c_str(), path_.size() + 1);
         fd_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         if (!fd_.valid() || ::connect(fd_.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-            error = "cannot connect to " + path_ + ": " + std::strerror(errno);
+            error = "cannot connect to " + path_ + ": " + platform::ErrnoText(errno);
             Close();
             return false;
         }
@@ -51,7 +52,7 @@ bool FdTransport::TryOpen(std::string& error) {
     }
     fd_.reset(::open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     if (!fd_.valid()) {
-        error = "cannot open " + path_ + ": " + std::strerror(errno) +
+        error = "cannot open " + path_ + ": " + platform::ErrnoText(errno) +
                 (errno == EACCES ? " (add the operator to the group that owns it, for example dialout)" : "");
         return false;
     }

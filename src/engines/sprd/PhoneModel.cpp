@@ -16,7 +16,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 namespace {
 
-constexpr std::uint64_t kMib = 1024 * 1024;
+constexpr std::uint64_t kMib = std::uint64_t{1024} * 1024;
 // Loaders are small; anything larger sent to the boot ROM or first loader is refused.
 constexpr std::uint64_t kMaxLoaderBytes = 64 * kMib;
 

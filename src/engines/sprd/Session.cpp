@@ -69,7 +69,7 @@ void PutPartitionName(const std::string& name, std::vector<std::uint8_t>& out) {
 Session::Session(Transport& transport, const Plan& plan, SessionOptions options, SessionObserver& observer)
     : transport_(transport), plan_(plan), options_(options), observer_(observer) {
     options_.chunk = std::clamp<std::size_t>(options_.chunk & ~std::size_t{1}, 2, 0xFFFE);
-    in_.resize(64 * 1024);
+    in_.resize(std::size_t{64} * 1024);
 }
 
 bool Session::Run() {

@@ -46,7 +46,7 @@ __attribute__((target("sha,sse4.1,ssse3"))) void BlocksWithExtensions(std::uint3
     for (; blocks > 0; --blocks, p += 64) {
         const __m128i abef = state0, cdgh = state1;
         __m128i m[4];
-        for (int i = 0; i < 16; ++i) {
+        for (std::size_t i = 0; i < 16; ++i) {
             if (i < 4) {
                 m[i] = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * i)), mask);
             } else {
@@ -82,7 +82,7 @@ void Sha256::Reset() {
 
 void Sha256::Block(const std::uint8_t* p) {
     std::uint32_t w[64];
-    for (int i = 0; i < 16; ++i)
+    for (std::size_t i = 0; i < 16; ++i)
         w[i] = (std::uint32_t{p[4 * i]} << 24) | (std::uint32_t{p[4 * i + 1]} << 16) |
                (std::uint32_t{p[4 * i + 2]} << 8) | p[4 * i + 3];
     for (int i = 16; i < 64; ++i) {
