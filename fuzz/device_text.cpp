@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (std::size_t i = 0; i < lines.size(); ++i) {
         const std::string& text = lines[i];
         const PidClass c = ClassOf(text);
-        if (c < PID_BROM || c > PID_OTHER) std::abort();
+        if (c < PidClass::BROM || c > PidClass::OTHER) std::abort();
         const std::string port = PortNameOf(text);
         if (port.size() > text.size()) std::abort();
         (void)PortNumberOf(port);

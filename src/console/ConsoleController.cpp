@@ -86,12 +86,12 @@ bool ConsoleController::OnInitDialog() {
     loop_.SetTimer(TIMER_CLOCK, 1000);
     ShowClock();
     ShowDownloadTypeName();
-    buttonStatus_ = DOWNLOAD_BUTTON_STATUS_INIT;
+    buttonStatus_ = DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_INIT;
     if (!station_.settingsStore.SettingsLoad()) return SettingsUnreadable();
     station_.view.SetBenchView(station_.settingsStore.BenchViewLoad());
     if (run_) run_->BuildSlots();
     ShowPackage(true);
-    SetButtonStatus(DOWNLOAD_BUTTON_STATUS_START);
+    SetButtonStatus(DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START);
     station_.view.SetTitle(WindowTitle());
     return true;
 }
@@ -101,10 +101,10 @@ void ConsoleController::SetBenchView(bool on) {
     station_.settingsStore.BenchViewSave(on);
 }
 
-void ConsoleController::SetButtonStatus(int n) {
+void ConsoleController::SetButtonStatus(DownloadButtonStatus n) {
     const Language& lang = station_.language;
     ConsoleView& view = station_.view;
-    const bool stop = n == DOWNLOAD_BUTTON_STATUS_STOP;
+    const bool stop = n == DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP;
     view.SetToolTip(IDC_START_STOP, lang.ChooseText(stop ? texts::kStopTip : texts::kStartTip));
     view.SetIcons(IDC_START_STOP, stop ? 165 : 161, stop ? 164 : 162);
     view.SetEnabled(IDC_SETTINGS, !stop);
@@ -195,7 +195,7 @@ platform::LResult ConsoleController::HandleMessage(const Message& message) {
 void ConsoleController::OnCommand(const Command& command) {
     switch (command.id) {
         case CommandId::START_STOP:
-            if (command.autoStop && buttonStatus_ != DOWNLOAD_BUTTON_STATUS_STOP) return;
+            if (command.autoStop && buttonStatus_ != DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP) return;
             if (run_) run_->StartStopClick();
             return;
         case CommandId::REMOVE_STATISTICS: station_.statistics.StatisticsReset(); return;

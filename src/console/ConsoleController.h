@@ -19,10 +19,10 @@ class StationRun;
 
 namespace quorvel::console {
 
-enum DownloadButtonStatus : int {
-    DOWNLOAD_BUTTON_STATUS_INIT = 0,
-    DOWNLOAD_BUTTON_STATUS_START = 1,
-    DOWNLOAD_BUTTON_STATUS_STOP = 2,
+enum class DownloadButtonStatus {
+    DOWNLOAD_BUTTON_STATUS_INIT,
+    DOWNLOAD_BUTTON_STATUS_START,
+    DOWNLOAD_BUTTON_STATUS_STOP
 };
 
 class ConsoleController : public app::MessageHandler, public packages::PackageDisplayConsole {
@@ -34,12 +34,12 @@ public:
     // Station thread. False when the console closed itself (settings missing).
     bool OnInitDialog();
 
-    void SetButtonStatus(int n);
+    void SetButtonStatus(DownloadButtonStatus n);
     // Commands of the Settings and Help buttons.
     void SettingsClick();
     void HelpClick();
     void ShowDownloadTypeName();
-    int ButtonStatus() const { return buttonStatus_; }
+    DownloadButtonStatus ButtonStatus() const { return buttonStatus_; }
     // The window title: version, build identification and date.
     std::string WindowTitle() const;
     // Its three lines, as the about dialog also shows them.
@@ -92,7 +92,7 @@ private:
     app::StationLoop& loop_;
     app::ConsoleUi& ui_;
     int listClientWidth_;
-    int buttonStatus_ = DOWNLOAD_BUTTON_STATUS_INIT;
+    DownloadButtonStatus buttonStatus_ = DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_INIT;
     int selectedRow_ = -1;
     MessageRouter* router_ = nullptr;
     StationRun* run_ = nullptr;

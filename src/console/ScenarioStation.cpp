@@ -187,8 +187,10 @@ std::string ScenarioStation::Observe(const std::vector<std::string>& subject) {
                 idle = idle && !st.slots.jobRunning[i] && st.bindings.State(i) != app::BIND_BUSY;
             seen = idle ? "yes" : "no";
         } else if (what == "button") {
-            const int b = p.controller.ButtonStatus();
-            seen = b == DOWNLOAD_BUTTON_STATUS_INIT ? "INIT" : b == DOWNLOAD_BUTTON_STATUS_START ? "START" : "STOP";
+            const auto b = p.controller.ButtonStatus();
+            seen = b == DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_INIT    ? "INIT"
+                   : b == DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START ? "START"
+                                                                             : "STOP";
         } else if (what == "messages") {
             for (const auto& m : p.ui.Messages()) seen += (seen.empty() ? "" : " | ") + m;
             if (seen.empty()) seen = "none";

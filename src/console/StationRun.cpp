@@ -77,15 +77,15 @@ int StationRun::PreStartCheck() {
                 return 0;
             }
             if (station_.settings.CheckSum != 0 && !p.verified) {
-                manager_.SetState(engine::Unverified);
+                manager_.SetState(engine::ManagerState::Unverified);
                 if (!RunPreparation(true)) {
-                    manager_.SetState(engine::Unverified);
+                    manager_.SetState(engine::ManagerState::Unverified);
                     return 0;
                 }
-                manager_.SetState(engine::Ready);
+                manager_.SetState(engine::ManagerState::Ready);
                 p.verified = true;
             }
-            manager_.SetState(engine::Ready);
+            manager_.SetState(engine::ManagerState::Ready);
             break;
         case PACKAGE_SPRD_PAC:
             if (const std::string problem = monitor_.SelectMonitorService(); !problem.empty()) {
@@ -97,14 +97,14 @@ int StationRun::PreStartCheck() {
                 return 0;
             }
             if (!p.prepared) {
-                manager_.SetState(engine::Unverified);
+                manager_.SetState(engine::ManagerState::Unverified);
                 if (!RunPreparation(false)) {
-                    manager_.SetState(engine::Unverified);
+                    manager_.SetState(engine::ManagerState::Unverified);
                     return 0;
                 }
                 p.prepared = true;
             }
-            manager_.SetState(engine::Ready);
+            manager_.SetState(engine::ManagerState::Ready);
             break;
         case PACKAGE_MTK_CFG:
             monitor_.SelectMonitorService();
@@ -112,7 +112,7 @@ int StationRun::PreStartCheck() {
                 console_.Tell(station_.language.ChooseText(texts::kSelectCfgFirst));
                 return 0;
             }
-            manager_.SetState(engine::Ready);
+            manager_.SetState(engine::ManagerState::Ready);
             break;
         default: {
             // The run starts, as asked; the operator learns why no phone gets flashed
@@ -129,7 +129,7 @@ int StationRun::PreStartCheck() {
 }
 
 void StationRun::StartStopClick() {
-    if (console_.buttonStatus_ != DOWNLOAD_BUTTON_STATUS_STOP) {
+    if (console_.buttonStatus_ != DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP) {
         console_.ShowDownloadTypeName();
         if (PreStartCheck() == 0) return;
         station_.stationRunning = true;
@@ -138,8 +138,8 @@ void StationRun::StartStopClick() {
         station_.clock.Sleep(20);
         manager_.StartAll();
         if (inhibitor_) inhibitor_->Hold(true);
-        console_.buttonStatus_ = DOWNLOAD_BUTTON_STATUS_STOP;
-        console_.SetButtonStatus(DOWNLOAD_BUTTON_STATUS_STOP);
+        console_.buttonStatus_ = DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP;
+        console_.SetButtonStatus(DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
         return;
     }
     std::function<bool()> releaseCfgSlots;
@@ -158,8 +158,8 @@ void StationRun::StartStopClick() {
     }
     station_.stationRunning = false;
     if (inhibitor_) inhibitor_->Hold(false);
-    console_.buttonStatus_ = DOWNLOAD_BUTTON_STATUS_START;
-    console_.SetButtonStatus(DOWNLOAD_BUTTON_STATUS_START);
+    console_.buttonStatus_ = DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START;
+    console_.SetButtonStatus(DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START);
     station_.settingsStore.SaveBindings();
 }
 

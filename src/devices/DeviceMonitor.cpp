@@ -27,9 +27,9 @@ std::string EventText(const std::string& text, std::size_t chars) {
 }
 
 app::EventKind EventKindOf(int contextKind) {
-    if (contextKind == 1 || contextKind == 2) return app::EVENT_SPRD;
-    if (contextKind == 3) return app::EVENT_CFG;
-    return app::EVENT_MTK;
+    if (contextKind == 1 || contextKind == 2) return app::EventKind::SPRD;
+    if (contextKind == 3) return app::EventKind::CFG;
+    return app::EventKind::MTK;
 }
 
 ListDiff DiffLists(const std::vector<std::string>& previous, const std::vector<std::string>& current) {

@@ -24,10 +24,10 @@ long Digits(const std::string& s) {
 
 PidClass ClassOf(const std::string& instanceId) {
     const std::string id = Upper(instanceId);
-    PidClass c = PID_OTHER;
-    if (id.find("PID_0003") != std::string::npos) c = PID_BROM;
-    if (id.find("PID_2000") != std::string::npos) c = PID_PRELOADER;
-    if (id.find("PID_2001") != std::string::npos) c = PID_DA;
+    PidClass c = PidClass::OTHER;
+    if (id.find("PID_0003") != std::string::npos) c = PidClass::BROM;
+    if (id.find("PID_2000") != std::string::npos) c = PidClass::PRELOADER;
+    if (id.find("PID_2001") != std::string::npos) c = PidClass::DA;
     return c;
 }
 

@@ -8,7 +8,7 @@
 
 namespace quorvel::devices {
 
-enum PidClass : int { PID_BROM = 0, PID_PRELOADER = 1, PID_DA = 2, PID_OTHER = 3 };
+enum class PidClass { BROM, PRELOADER, DA, OTHER };
 
 // On the upper-cased ID; the later test wins.
 PidClass ClassOf(const std::string& instanceId);

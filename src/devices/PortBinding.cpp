@@ -39,9 +39,9 @@ platform::LResult PortBinding::OnDeviceEvent(const app::DeviceEvent& event) {
         return 0;
     }
     switch (event.kind) {
-        case app::EVENT_MTK: OnMtkEvent(event); break;
-        case app::EVENT_SPRD: OnSerialEvent(event, false); break;
-        case app::EVENT_CFG: OnSerialEvent(event, true); break;
+        case app::EventKind::MTK: OnMtkEvent(event); break;
+        case app::EventKind::SPRD: OnSerialEvent(event, false); break;
+        case app::EventKind::CFG: OnSerialEvent(event, true); break;
         default: break;
     }
     return 0;
@@ -51,11 +51,11 @@ void PortBinding::OnMtkEvent(const app::DeviceEvent& event) {
     const app::DeviceInfo info = InfoOf(event);
     const PidClass c = ClassOf(info.instanceId);
     Log(info.friendlyName);
-    if (c != PID_OTHER) {
+    if (c != PidClass::OTHER) {
         if (event.arrived) {
             probe_.Probe(info.friendlyName);  // only lets the port settle
             if (!HasBinded_MTK(info)) {
-                if (c == PID_BROM) {
+                if (c == PidClass::BROM) {
                     Log("Bind_MTKDev_LS run ");
                     Bind_MTKDev_LS(info);
                 } else {
@@ -125,14 +125,14 @@ bool PortBinding::HasBinded_MTK(const app::DeviceInfo& info) {
     BindingTable& t = station_.bindings;
     for (int i = 0; i < kSlotCount; ++i) {
         const auto e = t.Get(i);
-        const bool match =
-            (e.hs == location && (c == PID_PRELOADER || c == PID_DA)) || (e.ls == location && c == PID_BROM);
+        const bool match = (e.hs == location && (c == PidClass::PRELOADER || c == PidClass::DA)) ||
+                           (e.ls == location && c == PidClass::BROM);
         if (!match) continue;
         if (e.state == app::BIND_BUSY) return false;
-        if (c == PID_DA && e.state == app::BIND_PRELOADER_BINDED) continue;
+        if (c == PidClass::DA && e.state == app::BIND_PRELOADER_BINDED) continue;
         if (!HasWorker(i)) return false;
         // The worker marks the slot BUSY for a DA phone, or leaves it when that phone's job has ended.
-        DispatchToSlot(i, info, c == PID_DA ? engine::HandOver::DA_MODE : engine::HandOver::PLAIN);
+        DispatchToSlot(i, info, c == PidClass::DA ? engine::HandOver::DA_MODE : engine::HandOver::PLAIN);
         return true;
     }
     station_.clock.Sleep(10);
@@ -168,9 +168,9 @@ bool PortBinding::Bind_MTKDev_HS(const app::DeviceInfo& info) {
     BindingTable& t = station_.bindings;
     for (int i = 0; i < kSlotCount; ++i) {
         if (t.HsLocation(i) != location) continue;
-        if (c != PID_DA || t.State(i) != app::BIND_PRELOADER_BINDED) return false;
+        if (c != PidClass::DA || t.State(i) != app::BIND_PRELOADER_BINDED) return false;
     }
-    if (c == PID_DA) {
+    if (c == PidClass::DA) {
         const int i = SlotAwaitingDa(location);
         if (i < 0) return false;
         // The worker takes it (BUSY) only as part of the job under way.
@@ -212,7 +212,7 @@ bool PortBinding::HasBinded_SPRD(const app::DeviceInfo& info) {
             // A new SPRD phone while the last one's job still ends (its worker looks
             // every 5 s): reported once, so the row tells the operator to plug it in again.
             engine::DownloadWorker* w = manager_.WorkerAt(i);
-            if (w && info.type == app::EVENT_SPRD) w->NoteUnserved(info);
+            if (w && info.type == app::EventKind::SPRD) w->NoteUnserved(info);
             return false;
         }
         return DispatchToSlot(i, info, engine::HandOver::BUSY);

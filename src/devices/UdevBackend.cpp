@@ -239,13 +239,13 @@ std::vector<app::DeviceInfo> UdevBackend::EnumeratePreloaderDevices() {
         // its ids count as well as the name; PID 2000 alone is any vendor's.
         const auto name = FriendlyNameOfDevice(u.get(), d);
         if (!name) return;
-        const bool mtkPreloader = Attr(d, "idVendor") == "0e8d" && ClassOf(InstanceIdOf(d)) == PID_PRELOADER;
+        const bool mtkPreloader = Attr(d, "idVendor") == "0e8d" && ClassOf(InstanceIdOf(d)) == PidClass::PRELOADER;
         if (name->find("PreLoader") == std::string::npos && !mtkPreloader) return;
         udev_device* hub = nullptr;
         unsigned port = 0;
         if (!HubPortOf(d, hub, port)) return;
         app::DeviceInfo info{};
-        info.type = app::EVENT_MTK;
+        info.type = app::EventKind::MTK;
         info.friendlyName = *name;
         info.location = Text(udev_device_get_syspath(d));
         info.hubPort.hubId = InstanceIdOf(hub);

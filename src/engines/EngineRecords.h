@@ -32,14 +32,14 @@ struct HubPortEntry {
     bool operator==(const HubPortEntry&) const = default;
 };
 
-// The device kinds of EventKind.
-enum EventKind : std::uint32_t { EVENT_MTK = 2, EVENT_SPRD = 3, EVENT_CFG = 4 };
+// The kinds of phone a device event announces; their numbers are also NotifyCodes.
+enum class EventKind : std::uint32_t { MTK = 2, SPRD = 3, CFG = 4 };
 
 // One plugged-in phone, handed to a worker and to the MTK engines. A value: no engine
 // outside the station reads its bytes (an engine program gets the phone on its command
 // line), so its texts are kept whole.
 struct DeviceInfo {
-    std::uint32_t type = 0;  // EventKind
+    EventKind type{};  // 0: none of the kinds
     std::string friendlyName;
     std::string location;
     std::string instanceId;

@@ -333,7 +333,7 @@ std::vector<app::DeviceInfo> SimBench::EnumeratePreloaderDevices() {
     for (const auto& [socket, phone] : phones_) {
         if (phone.mode != PhoneMode::PRELOADER || !phone.present) continue;
         app::DeviceInfo info{};
-        info.type = app::EVENT_MTK;
+        info.type = app::EventKind::MTK;
         info.friendlyName = FriendlyNameOf(phone);
         info.location = InstanceIdOf(socket, phone);
         info.hubPort.hubId = HubName(socket, true);

@@ -48,7 +48,7 @@ void DownloadManager::Walker() {
         const std::uint64_t generation = walked_ = generation_;
         walking_ = true;
         // A stop has told the workers already; only a start walks.
-        for (std::size_t i = 0; state_ == Running && i < workers_.size() && Current(generation); ++i) {
+        for (std::size_t i = 0; state_ == ManagerState::Running && i < workers_.size() && Current(generation); ++i) {
             // Start never blocks, so the lock keeps a Stop from slipping in between the
             // check and the step.
             workers_[i]->Start();
@@ -120,8 +120,8 @@ void DownloadManager::StartAll() {
     }
     {
         std::lock_guard g(stateLock_);
-        if (state_ != Ready) return;
-        state_ = Running;
+        if (state_ != ManagerState::Ready) return;
+        state_ = ManagerState::Running;
         ++generation_;
         if (!walker_.joinable()) walker_ = std::thread([this] { Walker(); });
     }
@@ -147,8 +147,8 @@ bool DownloadManager::StopAll(const std::function<bool()>& first) {
         }
         if (!refused) {
             for (int r = 0; r < rows; ++r) station_.slotList.SetCellText(r, app::COL_TIMER, "");
-            if (state_ == Running) {
-                state_ = Stopped;
+            if (state_ == ManagerState::Running) {
+                state_ = ManagerState::Stopped;
                 ++generation_;
                 for (auto& w : workers_) w->Stop();
                 stopped = true;
@@ -163,7 +163,7 @@ bool DownloadManager::StopAll(const std::function<bool()>& first) {
 }
 
 void DownloadManager::VerifyPackage(std::shared_ptr<app::MessageWindow> window) {
-    if (State() != Unverified || workers_.empty()) return;
+    if (State() != ManagerState::Unverified || workers_.empty()) return;
     workers_.front()->SetChecksumWindow(std::move(window));
     verifications_.emplace_back([this] { workers_.front()->VerifyPackage(); });
 }

@@ -26,7 +26,7 @@
 
 namespace quorvel::engine {
 
-enum ManagerState : int { Unverified = 0, Ready = 1, Running = 2, Stopped = 3 };
+enum class ManagerState { Unverified, Ready, Running, Stopped };
 
 class DownloadManager {
 public:
@@ -72,7 +72,7 @@ private:
     bool Current(std::uint64_t generation) const { return generation_ == generation; }
     void DestroyWorkers();
 
-    ManagerState state_ = Unverified;
+    ManagerState state_ = ManagerState::Unverified;
     std::uint64_t generation_ = 0;  // moved on by every accepted StartAll and StopAll
     std::uint64_t walked_ = 0;      // the last generation the walk thread has taken up
     bool walking_ = false;

@@ -110,15 +110,15 @@ bool DownloadWorker::AcceptDevice(const app::DeviceInfo& device, HandOver how) {
         // socket to another phone's slot, whose job then flashes it a second time.
         if (!inJob_) return false;
         if (slotKnown) station_.bindings.SetState(slot, app::BIND_BUSY);
-        NotifyDevice(app::EVENT_MTK, device.friendlyName);
+        NotifyDevice(NotifyCodeOf(app::EventKind::MTK), device.friendlyName);
         return true;
     }
     const std::string name = device.friendlyName;
     WorkerEvents::Event event;
     switch (device.type) {
-        case app::EVENT_SPRD: event = WorkerEvents::SPRD; break;
-        case app::EVENT_MTK: event = WorkerEvents::MTK; break;
-        case app::EVENT_CFG: event = WorkerEvents::FP; break;
+        case app::EventKind::SPRD: event = WorkerEvents::SPRD; break;
+        case app::EventKind::MTK: event = WorkerEvents::MTK; break;
+        case app::EventKind::CFG: event = WorkerEvents::FP; break;
         default: NotifyDevice(NOTIFY_NONE, app::texts::kNoDevice); return true;
     }
     NotifyDevice(device.type, name);
@@ -149,7 +149,8 @@ void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
     if (slot < 0 || slot >= app::kSlotCount) return;
     auto& list = station_.slotList;
     const auto s = static_cast<std::size_t>(slot);
-    if (code == app::EVENT_MTK || code == app::EVENT_SPRD || code == app::EVENT_CFG) {
+    if (code == NotifyCodeOf(app::EventKind::MTK) || code == NotifyCodeOf(app::EventKind::SPRD) ||
+        code == NotifyCodeOf(app::EventKind::CFG)) {
         // Nothing is drawn or kept while stopped: the job that serves this phone after
         // the next Start draws it and keeps its port name then.
         if (!station_.stationRunning.load()) return;
@@ -159,7 +160,7 @@ void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
             ShowRow(slot, shown);
             return;
         }
-        const bool ongoing = code == app::EVENT_MTK && shown.find("DA") != std::string::npos;
+        const bool ongoing = code == NotifyCodeOf(app::EventKind::MTK) && shown.find("DA") != std::string::npos;
         list.EditRow(slot, [&](app::SlotRow& r) {
             r.progress.visible = false;
             r.result.visible = false;
@@ -268,9 +269,9 @@ void DownloadWorker::Start() {
             if (thread_.joinable()) thread_.join();
             // The device handed over while the worker was stopped is served now.
             const std::uint32_t code = LastNotifyCode();
-            if (code == app::EVENT_SPRD) events_.Set(WorkerEvents::SPRD);
-            if (code == app::EVENT_MTK) events_.Set(WorkerEvents::MTK);
-            if (code == app::EVENT_CFG) events_.Set(WorkerEvents::FP);
+            if (code == NotifyCodeOf(app::EventKind::SPRD)) events_.Set(WorkerEvents::SPRD);
+            if (code == NotifyCodeOf(app::EventKind::MTK)) events_.Set(WorkerEvents::MTK);
+            if (code == NotifyCodeOf(app::EventKind::CFG)) events_.Set(WorkerEvents::FP);
             thread_ = std::thread([this] { ThreadMain(); });
         }
     }
@@ -288,8 +289,8 @@ void DownloadWorker::Stop() {
     events_.Clear(WorkerEvents::FP);
     events_.Set(WorkerEvents::STOP);
     const std::uint32_t code = LastNotifyCode();
-    if (code == app::EVENT_MTK) mtk_->CancelTask();
-    if (code == app::EVENT_CFG) fp_->CancelTask();
+    if (code == NotifyCodeOf(app::EventKind::MTK)) mtk_->CancelTask();
+    if (code == NotifyCodeOf(app::EventKind::CFG)) fp_->CancelTask();
 }
 
 void DownloadWorker::BeginClose() {
@@ -404,7 +405,7 @@ bool DownloadWorker::JobStart(int slot, WorkerEvents::Event event) {
     // kept, only now.
     if (draw || !station_.slots.rowShown[s].load()) {
         const app::DeviceInfo device = Device();
-        NotifyDevice(device.type, device.friendlyName);
+        NotifyDevice(NotifyCodeOf(device.type), device.friendlyName);
     }
     station_.slots.startTime[s].store(station_.clock.WallSeconds());
     window_.SetTimer(slot, 1000);

@@ -45,7 +45,10 @@ namespace quorvel::engine {
 // The MTK engine refused to pre-load the package: the console tells the operator.
 inline constexpr int kPreLoadRefused = -1;
 
-// NotifyCode values besides the EventKinds 2, 3, 4.
+// NotifyCode values: an EventKind's own number, or one of these.
+constexpr std::uint32_t NotifyCodeOf(app::EventKind kind) {
+    return static_cast<std::uint32_t>(kind);
+}
 inline constexpr std::uint32_t NOTIFY_NONE = 0;
 inline constexpr std::uint32_t NOTIFY_REMOVED = 5;
 

@@ -50,7 +50,7 @@ inline constexpr int TIMER_PLACE_CELLS = 1001;
 struct DeviceEvent {
     std::string instanceId;
     std::string friendlyName;
-    EventKind kind = EVENT_MTK;
+    EventKind kind = EventKind::MTK;
     bool arrived = false;  // false: it disappeared
     std::string location;  // empty when the socket was not found
     static constexpr std::uint32_t Number() { return MSG_DEVICE_EVENT; }

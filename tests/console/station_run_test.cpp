@@ -49,7 +49,7 @@ TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWor
     EXPECT_EQ(run.Manager().WorkerCount(), 4);
     ASSERT_EQ(st.settings.CheckSum, 1u);
     Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     EXPECT_TRUE(st.stationRunning);
     EXPECT_TRUE(st.package.verified);
     EXPECT_FALSE(st.view.Snapshot().controls[IDC_SETTINGS].enabled);
@@ -57,14 +57,14 @@ TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWor
     st.slotList.InsertRow("01");
     st.bindings.SetState(0, BIND_BROM_BINDED);
     Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     EXPECT_EQ(Messages(), std::vector<std::string>{"At least one thread is running, Please wait for a moment!"});
     EXPECT_EQ(sleep.held, std::vector<bool>{true});  // no suspend while a phone is flashed
 
     st.bindings.SetState(0, BIND_ALL_BINDED);
     st.bindings.SetHsLocation(0, "1-1\\PORT1");
     Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_START);
+    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START);
     EXPECT_FALSE(st.stationRunning);
     EXPECT_TRUE(st.view.Snapshot().controls[IDC_SETTINGS].enabled);
     EXPECT_EQ(platform::ProfileIni::ReadString(f.SettingsFile(), "USBPORTINFO", "Index0", "?", 64), "1-1\\PORT1");
@@ -73,7 +73,7 @@ TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWor
     // Verified once: a second Start does not verify again, even if it would fail now.
     registry.SetVerifyPasses(false);
     Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     Click();
     run.Manager().JoinWalks();
 }
@@ -81,10 +81,10 @@ TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWor
 TEST_F(StationRunTest, FailedVerificationRefusesStartAndNoPackageStartsWithANotice) {
     registry.SetVerifyPasses(false);
     Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_INIT);
+    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_INIT);
     EXPECT_FALSE(st.stationRunning);
     EXPECT_FALSE(st.package.verified);
-    EXPECT_EQ(run.Manager().State(), engine::Unverified);
+    EXPECT_EQ(run.Manager().State(), engine::ManagerState::Unverified);
     EXPECT_TRUE(sleep.held.empty());
 
     // Without a package the run starts, as asked, and the notice says why nothing is
@@ -92,7 +92,7 @@ TEST_F(StationRunTest, FailedVerificationRefusesStartAndNoPackageStartsWithANoti
     f.ui.Clear();
     st.package.kind = PACKAGE_NONE;
     Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     EXPECT_TRUE(Messages().empty());
     EXPECT_EQ(st.view.Notice(),
               "No package selected: phones are bound, but there is nothing to download to them. "
@@ -101,7 +101,7 @@ TEST_F(StationRunTest, FailedVerificationRefusesStartAndNoPackageStartsWithANoti
     st.package.kind = PACKAGE_MTK_SCATTER;
     registry.SetVerifyPasses(true);
     Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     EXPECT_EQ(st.view.Notice(), "");
     Click();
     run.Manager().JoinWalks();
@@ -117,7 +117,7 @@ TEST_F(StationRunTest, CfgStopWaitsForRunningJobsAndEndsFinishedOnes) {
     st.package.kind = PACKAGE_MTK_CFG;
     st.package.cfgFilePath = f.dir.File("fw/phone.cfg");
     Click();
-    ASSERT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
+    ASSERT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     EXPECT_EQ(run.Monitor().MonitorService(), 3);
 
     st.slotList.InsertRow("01");
@@ -126,7 +126,7 @@ TEST_F(StationRunTest, CfgStopWaitsForRunningJobsAndEndsFinishedOnes) {
     st.bindings.SetState(0, BIND_BUSY);
     st.slots.fpJob[1] = 1;
     Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     EXPECT_EQ(Messages().size(), 1u);
     // Slot 0 was passed before the refusal: its finished job is cleared and it is no longer busy.
     EXPECT_EQ(st.slots.fpJob[0], 0);
@@ -137,7 +137,7 @@ TEST_F(StationRunTest, CfgStopWaitsForRunningJobsAndEndsFinishedOnes) {
     st.slots.fpJob[1] = 2;
     st.bindings.SetState(2, BIND_BUSY);
     Click();
-    EXPECT_EQ(controller.ButtonStatus(), DOWNLOAD_BUTTON_STATUS_START);
+    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START);
     EXPECT_EQ(st.bindings.State(2), BIND_ALL_BINDED);
 
     run.Manager().JoinWalks();
@@ -196,8 +196,8 @@ TEST(StationRunJobs, AStopJustBeforeTheJobKeepsItFromBeginning) {
     h.StartStation();
     mtk.beforeJob = [&] { h.loop.Call([&] { accepted = h.manager->StopAll(); }); };
     h.loop.PostTask([&] {
-        binding.OnDeviceEvent(
-            DeviceEvent{"USB\\VID_0E8D&PID_2000\\1-1.8:1.0", "MTK PreLoader (COM8)", EVENT_MTK, true, "1-1\\PORT8"});
+        binding.OnDeviceEvent(DeviceEvent{"USB\\VID_0E8D&PID_2000\\1-1.8:1.0", "MTK PreLoader (COM8)", EventKind::MTK,
+                                          true, "1-1\\PORT8"});
     });
     ASSERT_TRUE(h.RunUntil([&] { return h.RunningWorkers() == 0; }));
     EXPECT_TRUE(accepted);

@@ -70,7 +70,7 @@ public:
         std::lock_guard g(m);
         if (clock) at.push_back(clock->Now());
         seen.push_back((r->arrived ? "+" : "-") + r->instanceId + " " + r->friendlyName + " @" + r->location + " " +
-                       std::to_string(r->kind));
+                       std::to_string(static_cast<std::uint32_t>(r->kind)));
         cv.notify_all();
         return 0;
     }

@@ -11,9 +11,11 @@ namespace {
 
 TEST(DeviceText, ClassesPortNamesAndSerialNodes) {
     const std::pair<const char*, PidClass> classes[] = {
-        {"USB\\VID_0E8D&PID_0003\\2-1.3:1.0", PID_BROM}, {"usb\\vid_0e8d&pid_2000\\1-1.3:1.0", PID_PRELOADER},
-        {"USB\\VID_0E8D&PID_2001\\1-1.3:1.0", PID_DA},   {"USB\\VID_1782&PID_4D00\\1-1.3:1.0", PID_OTHER},
-        {"USB\\VID_0E8D&PID_0003\\PID_2001", PID_DA},  // the later test wins: DA beats BROM
+        {"USB\\VID_0E8D&PID_0003\\2-1.3:1.0", PidClass::BROM},
+        {"usb\\vid_0e8d&pid_2000\\1-1.3:1.0", PidClass::PRELOADER},
+        {"USB\\VID_0E8D&PID_2001\\1-1.3:1.0", PidClass::DA},
+        {"USB\\VID_1782&PID_4D00\\1-1.3:1.0", PidClass::OTHER},
+        {"USB\\VID_0E8D&PID_0003\\PID_2001", PidClass::DA},  // the later test wins: DA beats BROM
     };
     for (const auto& [id, cls] : classes) EXPECT_EQ(ClassOf(id), cls) << id;
 
@@ -83,8 +85,12 @@ TEST(MonitorTest, ListDiffAndServiceChoice) {
     EXPECT_EQ(d.removed, (std::vector<std::string>{"B"}));
     EXPECT_EQ(d.arrived, (std::vector<std::string>{"D", "E"}));
 
-    const std::tuple<int, const char*, std::uint32_t> choices[] = {
-        {0, "wdm_usb", 2}, {1, "usbser", 2}, {2, "sprdvcom", 3}, {3, "wdm_usb", 4}, {4, "vendor_usb", 2}};
+    using app::EventKind;
+    const std::tuple<int, const char*, EventKind> choices[] = {{0, "wdm_usb", EventKind::MTK},
+                                                               {1, "usbser", EventKind::MTK},
+                                                               {2, "sprdvcom", EventKind::SPRD},
+                                                               {3, "wdm_usb", EventKind::CFG},
+                                                               {4, "vendor_usb", EventKind::MTK}};
     for (const auto& [service, name, kind] : choices) {
         const MonitorChoice c = MonitorChoiceOf(service, "vendor_usb");
         EXPECT_EQ(c.service, name) << service;

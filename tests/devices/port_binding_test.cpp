@@ -31,7 +31,7 @@ protected:
         return DeviceEvent{id, name, kind, arrived, location};
     }
     static DeviceInfo Mtk(const std::string& id, const std::string& location) {
-        return PortBinding::InfoOf(Event(id, location, EVENT_MTK));
+        return PortBinding::InfoOf(Event(id, location, EventKind::MTK));
     }
     std::string DeviceOf(int slot) { return manager.WorkerAt(slot)->Device().instanceId; }
 
@@ -117,27 +117,27 @@ TEST_F(PortBindingTest, SerialPhoneFillsTheGapAndSecondArrivalIsFedToItsSlot) {
     Workers(4);
     Bind(0, "1-1\\PORT1", BIND_ALL_BINDED);
     Bind(2, "1-1\\PORT3", BIND_ALL_BINDED);
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EVENT_SPRD));
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EventKind::SPRD));
     EXPECT_EQ(Table(2)[1], "1-1\\PORT2 NA ALL_BINDED");
     EXPECT_EQ(Saved("USBPORTINFO", 1), "1-1\\PORT2");
     EXPECT_EQ(Saved("THREADSTATUS", 1), "ALL_BINDED");
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EVENT_SPRD));
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EventKind::SPRD));
     EXPECT_EQ(st.bindings.State(1), BIND_ALL_BINDED);
-    EXPECT_EQ(manager.WorkerAt(1)->LastNotifyCode(), static_cast<std::uint32_t>(EVENT_SPRD));
+    EXPECT_EQ(manager.WorkerAt(1)->LastNotifyCode(), static_cast<std::uint32_t>(EventKind::SPRD));
 }
 
 TEST_F(PortBindingTest, SlotsWithoutAWorkerAreNeverChosenAndStoredOnesAreNotFed) {
     Workers(2);
     Bind(0, "1-1\\PORT1", BIND_ALL_BINDED);
     Bind(5, "1-1\\PORT6", BIND_ALL_BINDED);
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EVENT_SPRD));
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EventKind::SPRD));
     EXPECT_EQ(st.bindings.Get(1).hs, "1-1\\PORT2");
     // Slot 2 is idle but has no worker: the phone is not served, the table is still saved.
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT3", EVENT_SPRD));
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT3", EventKind::SPRD));
     for (int i = 2; i < kSlotCount; ++i) EXPECT_NE(st.bindings.Get(i).hs, "1-1\\PORT3");
     EXPECT_EQ(Saved("USBPORTINFO", 2), "NA");
     // A stored binding beyond the workers keeps its state.
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT6", EVENT_SPRD));
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT6", EventKind::SPRD));
     EXPECT_EQ(st.bindings.State(5), BIND_ALL_BINDED);
     EXPECT_FALSE(binding.Bind_MTKDev_LS(Mtk(kBrom, "2-1\\PORT9")));
     EXPECT_EQ(st.bindings.State(2), BIND_IDLE);
@@ -147,9 +147,9 @@ TEST_F(PortBindingTest, MtkRemovalStopsAnIdleRunAfterOneSecondSerialRemovalDoesN
     Workers(2);
     st.stationRunning = true;
     const auto t0 = f.clock.Now();
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EVENT_SPRD, false));
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EventKind::SPRD, false));
     EXPECT_TRUE(window.Sent().empty());
-    binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_MTK, false));
+    binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EventKind::MTK, false));
     using Msg = test::RecordingWindow::Msg;
     EXPECT_EQ(window.Sent(), std::vector<Msg>{"command 1019 auto"});
     EXPECT_TRUE(window.Posted().empty());
@@ -159,15 +159,16 @@ TEST_F(PortBindingTest, MtkRemovalStopsAnIdleRunAfterOneSecondSerialRemovalDoesN
 TEST_F(PortBindingTest, UnknownDevicesUnlocatedOnesAndUnopenableCfgPortsAreDropped) {
     Workers(2);
     // Nowhere to bind it: dropped before probing, for every kind.
-    for (EventKind kind : {EVENT_MTK, EVENT_SPRD, EVENT_CFG}) binding.OnDeviceEvent(Event(kPreloader, "", kind));
+    for (EventKind kind : {EventKind::MTK, EventKind::SPRD, EventKind::CFG})
+        binding.OnDeviceEvent(Event(kPreloader, "", kind));
     EXPECT_EQ(probed, 0);
     EXPECT_EQ(Table(2), (std::vector<std::string>{"NA NA IDLE", "NA NA IDLE"}));
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EVENT_MTK));  // class OTHER
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EventKind::MTK));  // class OTHER
     EXPECT_EQ(st.bindings.State(0), BIND_IDLE);
     EXPECT_EQ(Saved("THREADSTATUS", 0), "?") << "nothing saved";
-    binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_CFG, true, "Phone (C)"));  // no port name
+    binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EventKind::CFG, true, "Phone (C)"));  // no port name
     EXPECT_EQ(st.bindings.State(0), BIND_IDLE);
-    binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EVENT_CFG));
+    binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EventKind::CFG));
     EXPECT_EQ(st.bindings.State(0), BIND_ALL_BINDED);
     EXPECT_EQ(DeviceOf(0), kPreloader);
 }
@@ -177,19 +178,19 @@ TEST_F(PortBindingTest, AGonePhoneSteersNothingWhenItsPortNumberIsReusedElsewher
     const std::string a = "USB\\VID_1782&PID_4D00\\1-1.3:1.0", b = "USB\\VID_1782&PID_4D00\\1-1.4:1.0";
     st.stationRunning = true;  // slot rows and COM names are kept while running
     // Phone A on socket 3 had COM4 and left; phone B on socket 4 now has COM4.
-    binding.OnDeviceEvent(Event(a, "1-1\\PORT3", EVENT_SPRD, true, "SPRD (COM4)"));
-    binding.OnDeviceEvent(Event(a, "", EVENT_SPRD, false, "sprd (com4)"));
+    binding.OnDeviceEvent(Event(a, "1-1\\PORT3", EventKind::SPRD, true, "SPRD (COM4)"));
+    binding.OnDeviceEvent(Event(a, "", EventKind::SPRD, false, "sprd (com4)"));
     EXPECT_EQ(manager.WorkerAt(0)->LastNotifyCode(), engine::NOTIFY_REMOVED);
-    binding.OnDeviceEvent(Event(b, "1-1\\PORT4", EVENT_SPRD, true, "SPRD (COM4)"));
+    binding.OnDeviceEvent(Event(b, "1-1\\PORT4", EventKind::SPRD, true, "SPRD (COM4)"));
     ASSERT_EQ(DeviceOf(1), b);
     // SPRD messages are keyed by "(COM4)": only B's slot may still carry it.
     EXPECT_EQ(st.bindings.ComName(0).find("(COM4)"), std::string::npos) << st.bindings.ComName(0);
     EXPECT_NE(st.bindings.ComName(1).find("(COM4)"), std::string::npos);
     // B's removal reaches B's worker, not the one still holding A's name.
-    binding.OnDeviceEvent(Event(b, "", EVENT_SPRD, false, "SPRD (COM4)"));
+    binding.OnDeviceEvent(Event(b, "", EventKind::SPRD, false, "SPRD (COM4)"));
     EXPECT_EQ(manager.WorkerAt(1)->LastNotifyCode(), engine::NOTIFY_REMOVED);
     // A removal that matches no worker is ignored.
-    EXPECT_FALSE(binding.SignalRemoval(PortBinding::InfoOf(Event(b, "", EVENT_SPRD, false, "Other (COM6)"))));
+    EXPECT_FALSE(binding.SignalRemoval(PortBinding::InfoOf(Event(b, "", EventKind::SPRD, false, "Other (COM6)"))));
 }
 
 }  // namespace

@@ -89,7 +89,7 @@ TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
         p.rig->Phones().SetProfile(idB, Job(16000));  // keeps the run going while A and C come and go
         p.rig->Phones().SetProfile(idC, Job(800));
         p.PressStartStop();
-        ASSERT_EQ(p.Button(), console::DOWNLOAD_BUTTON_STATUS_STOP);
+        ASSERT_EQ(p.Button(), console::DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
         auto worker = [&](int slot) { return p.run->Manager().WorkerAt(slot); };
         auto removed = [&](int slot) { return worker(slot)->LastNotifyCode() == engine::NOTIFY_REMOVED; };
         // A phone leaving while no other is at work would stop the run.
@@ -175,7 +175,7 @@ TEST_F(StationBenchTest, AReusedPortNumberCarriesProgressOnlyToItsOwnSlot) {
     std::atomic<int> switches = 0;
     p.rig->Phones().SetSwitchHook([&](const engine::SwitchEvent&) { ++switches; });
     p.PressStartStop();
-    ASSERT_EQ(p.Button(), console::DOWNLOAD_BUTTON_STATUS_STOP);
+    ASSERT_EQ(p.Button(), console::DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     auto worker = [&](int slot) { return p.run->Manager().WorkerAt(slot); };
     auto row = [&](int slot) { return p.station->slotList.Row(slot); };
     // One phone through both phases: in, switched, out, back on its download port.
@@ -241,7 +241,7 @@ TEST_F(StationBenchTest, VendorInterfacePhonesReachTheSecondPhaseInBothShapes) {
     });
     Announce(Phone(hub, "1-1.2", "0e8d", "2000", "1.2", "MT65xx Preloader", "ttyACM0"));
     p.PressStartStop();
-    ASSERT_EQ(p.Button(), console::DOWNLOAD_BUTTON_STATUS_STOP);
+    ASSERT_EQ(p.Button(), console::DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     auto vendorPhone = [&](const char* name, const char* devpath) {
         return Phone(hub, name, "1782", "4d00", devpath, "SPRD U2S Diag", nullptr, false, nullptr);
     };
@@ -309,7 +309,7 @@ TEST_F(StationBenchTest, PhonesSwitchingToDaTogetherEachKeepTheirSlot) {
     for (const Socket& s : phones)
         p.rig->Phones().SetProfile("USB\\VID_0E8D&PID_0003\\" + std::string(s.name) + ":1.0", Job(6000));
     p.PressStartStop();
-    ASSERT_EQ(p.Button(), console::DOWNLOAD_BUTTON_STATUS_STOP);
+    ASSERT_EQ(p.Button(), console::DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     for (Socket& s : phones) {
         s.brom = Phone(hub, s.name, "0e8d", "0003", s.devpath, "MT65xx BROM", s.tty);
         mock.setAttribute(tb, s.brom.c_str(), "speed", "12");

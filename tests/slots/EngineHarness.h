@@ -124,7 +124,7 @@ public:
     // Starts the station: Ready, StartAll, and the start walk run through.
     void StartStation() {
         st.stationRunning = true;
-        manager->SetState(engine::Ready);
+        manager->SetState(engine::ManagerState::Ready);
         loop.Call([&] { manager->StartAll(); });
         RunUntil([&] { return RunningWorkers() == manager->WorkerCount(); });
     }
@@ -154,9 +154,9 @@ public:
         }
     }
 
-    app::DeviceInfo Device(int type, const std::string& name, const std::string& instanceId) const {
+    app::DeviceInfo Device(app::EventKind type, const std::string& name, const std::string& instanceId) const {
         app::DeviceInfo d{};
-        d.type = static_cast<std::uint32_t>(type);
+        d.type = type;
         d.friendlyName = name;
         d.instanceId = instanceId;
         return d;
@@ -178,7 +178,7 @@ public:
         registry.SetSwitchHook([this, ms](const engine::SwitchEvent& e) {
             if (e.kind != engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT) return;
             const int slot = static_cast<int>(e.comPort) - 1;
-            const auto d = Device(app::EVENT_SPRD, "SPRD DL (COM" + std::to_string(e.comPort) + ")", "dl");
+            const auto d = Device(app::EventKind::SPRD, "SPRD DL (COM" + std::to_string(e.comPort) + ")", "dl");
             std::lock_guard g(mutex_);
             later_.emplace_back([this, ms, slot, d] {
                 fx.clock.Sleep(ms);

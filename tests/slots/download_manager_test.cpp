@@ -34,7 +34,7 @@ TEST(DownloadManagerTest, AddWorkerFillsBoundRowsAndSharesTheIndexOfAnUnfilledRo
 
 TEST(DownloadManagerTest, StartUpPickupByHubPort) {
     EngineHarness h(8);  // hub ids hub0, hub1; ports 1..4
-    app::DeviceInfo d = h.Device(app::EVENT_MTK, "Same (COM9)", "x");
+    app::DeviceInfo d = h.Device(app::EventKind::MTK, "Same (COM9)", "x");
     d.hubPort.hubId = "hub1";
     d.hubPort.port = 2;
     h.loop.Call([&] { h.manager->AcceptDeviceByHubPort(d); });
@@ -47,26 +47,26 @@ TEST(DownloadManagerTest, StartUpPickupByHubPort) {
 TEST(DownloadManagerTest, StopIsRefusedWhileASlotWorks) {
     EngineHarness h(3);
     h.StartStation();
-    EXPECT_EQ(h.manager->State(), Running);
+    EXPECT_EQ(h.manager->State(), ManagerState::Running);
     for (auto state : {app::BIND_BUSY, app::BIND_BROM_BINDED, app::BIND_DA_BINDED}) {
         h.st.bindings.SetState(1, state);
         bool stopped = true;
         h.loop.Call([&] { stopped = h.manager->StopAll(); });
         EXPECT_FALSE(stopped);
-        EXPECT_EQ(h.manager->State(), Running);
+        EXPECT_EQ(h.manager->State(), ManagerState::Running);
     }
     h.st.bindings.SetState(1, app::BIND_ALL_BINDED);
     bool stopped = false;
     h.loop.Call([&] { stopped = h.manager->StopAll(); });
     EXPECT_TRUE(stopped);
-    EXPECT_EQ(h.manager->State(), Stopped);
+    EXPECT_EQ(h.manager->State(), ManagerState::Stopped);
     ASSERT_TRUE(h.RunUntil([&] { return h.RunningWorkers() == 0; }));
     EXPECT_EQ(h.st.slotList.CellText(0, app::COL_DEVICE), "Phone (COM1)");  // the thread's "no device"
 }
 
 TEST(DownloadManagerTest, StartWalkIsSpacedAndEndsOnStop) {
     EngineHarness h(4);
-    h.manager->SetState(Ready);
+    h.manager->SetState(ManagerState::Ready);
     const auto t0 = h.fx.clock.Now();
     h.loop.Call([&] { h.manager->StartAll(); });
     ASSERT_TRUE(h.RunUntil([&] { return h.manager->WorkerAt(1)->IsRunning(); }));
@@ -79,7 +79,7 @@ TEST(DownloadManagerTest, StartWalkIsSpacedAndEndsOnStop) {
     // StartAll outside Ready starts nothing.
     h.loop.Call([&] { h.manager->StartAll(); });
     h.Settle();
-    EXPECT_EQ(h.manager->State(), Stopped);
+    EXPECT_EQ(h.manager->State(), ManagerState::Stopped);
 }
 
 TEST(DownloadManagerTest, VerifyPackageReportsEachFileThenTheVerdictAndCloses) {

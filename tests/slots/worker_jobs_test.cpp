@@ -108,7 +108,7 @@ TEST(DownloadWorkerJobs, MtkCallOrderRestartNoticeAndEndStateByBoundLocations) {
     RecordingMtk::Of(h, 2).result = 1;
     h.StartStation();
     for (int i = 0; i < 3; ++i)
-        h.HandOver(i, h.Device(app::EVENT_MTK, "MTK DA (COM" + std::to_string(i + 1) + ")", "id"));
+        h.HandOver(i, h.Device(app::EventKind::MTK, "MTK DA (COM" + std::to_string(i + 1) + ")", "id"));
     ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 3; }));
     EXPECT_EQ(RecordingMtk::Of(h, 0).Calls(),  // no efuse call while efuse is off
               "SetDLPara(0,1,2,3,1,0,5,0,,nv.bin,pro.bin,6,7,8) SetMemoryTestPara(1,0,1,0,9) SetDAPort(0) "
@@ -139,7 +139,7 @@ TEST(DownloadWorkerJobs, SprdJobReleasedInPhase2FailsWithoutAVerdict) {
     h.registry.SetPortProfile(1, {.durationMs = 600000});
     h.ReplugSprdOnSwitch(2000);
     h.StartStation();
-    h.HandOver(0, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM1)", "s"));
+    h.HandOver(0, h.Device(app::EventKind::SPRD, "SPRD U2S Diag (COM1)", "s"));
     ASSERT_TRUE(h.RunUntil([&] { return h.Result(0) == "OnSwith"; }));
     ASSERT_TRUE(h.RunUntil([&] { return h.State(0) == app::BIND_BUSY && h.Result(0) == "Ongoing"; }));
     h.loop.Call([&] { h.st.bindings.SetState(0, app::BIND_IDLE); });
@@ -157,7 +157,7 @@ TEST(DownloadWorkerJobs, SprdJobReleasedInPhase2FailsWithoutAVerdict) {
 TEST(DownloadWorkerJobs, FailuresKeepTheEnginesStepAndReason) {
     struct Case {
         const char* name;
-        std::uint32_t kind;
+        app::EventKind kind;
         PhoneProfile phone;
         std::string kept;
     };
@@ -169,9 +169,9 @@ TEST(DownloadWorkerJobs, FailuresKeepTheEnginesStepAndReason) {
         return p;
     };
     const Case cases[] = {
-        {"writing", app::EVENT_CFG, failing(2), "FAIL | Downloading | write error at 50 %"},
-        {"after writing", app::EVENT_MTK, failing(-1), "FAIL | Downloading | image check failed after writing"},
-        {"empty scatter file", app::EVENT_MTK, small, "FAIL | Connecting | * lists nothing to download"},
+        {"writing", app::EventKind::CFG, failing(2), "FAIL | Downloading | write error at 50 %"},
+        {"after writing", app::EventKind::MTK, failing(-1), "FAIL | Downloading | image check failed after writing"},
+        {"empty scatter file", app::EventKind::MTK, small, "FAIL | Connecting | * lists nothing to download"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -193,7 +193,7 @@ TEST(DownloadWorkerJobs, FailuresKeepTheEnginesStepAndReason) {
         h.registry.SetProfile("case", c.phone);
         h.StartStation();
         const auto serve = [&](const char* phone, std::uint32_t total) {
-            h.HandOver(0, h.Device(static_cast<int>(c.kind), "Phone (COM1)", phone));
+            h.HandOver(0, h.Device(c.kind, "Phone (COM1)", phone));
             ASSERT_TRUE(h.RunUntil(
                 [&] { return h.Total() == total && h.st.slotList.Row(0).phase != app::SlotPhase::FLASHING; }));
         };
@@ -248,9 +248,9 @@ TEST(DownloadWorkerJobs, StopCancelsMtkAndCfgJobsButNotSprd) {
     h.registry.SetPortProfile(3, {.durationMs = 20000});
     h.ReplugSprdOnSwitch(2000);
     h.StartStation();
-    h.HandOver(0, h.Device(app::EVENT_MTK, "M (COM1)", "mtk"));
-    h.HandOver(1, h.Device(app::EVENT_CFG, "C (COM2)", "cfg"));
-    h.HandOver(2, h.Device(app::EVENT_SPRD, "S (COM3)", "sprd"));
+    h.HandOver(0, h.Device(app::EventKind::MTK, "M (COM1)", "mtk"));
+    h.HandOver(1, h.Device(app::EventKind::CFG, "C (COM2)", "cfg"));
+    h.HandOver(2, h.Device(app::EventKind::SPRD, "S (COM3)", "sprd"));
     ASSERT_TRUE(h.RunUntil([&] { return h.st.slots.fpJob[1] == 1 && h.Result(2) == "OnSwith"; }));
     ASSERT_TRUE(h.RunUntil([&] { return h.State(2) == app::BIND_BUSY && h.Result(2) == "Ongoing"; }));  // phase 2
     for (int i = 0; i < 3; ++i) h.manager->WorkerAt(i)->Stop();
@@ -281,13 +281,13 @@ TEST(DownloadWorkerJobs, SprdSlotsServeTheirOwnPhones) {
     for (auto& shown : h.st.slots.rowShown) shown = false;
     h.registry.SetPortProfile(5, {.pass = false, .failingStep = 1});
     h.ReplugSprdOnSwitch(500);
-    h.HandOver(0, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM5)", "a"));
+    h.HandOver(0, h.Device(app::EventKind::SPRD, "SPRD U2S Diag (COM5)", "a"));
     h.Settle();
     EXPECT_EQ(h.Total(), 0u);
     EXPECT_EQ(h.st.bindings.ComName(0), "Phone (COM1)");
     EXPECT_EQ(h.st.slotList.RowCount(), 0);
     h.StartStation();
-    h.HandOver(1, h.Device(app::EVENT_SPRD, "SPRD U2S Diag", "b"), HandOver::BUSY);
+    h.HandOver(1, h.Device(app::EventKind::SPRD, "SPRD U2S Diag", "b"), HandOver::BUSY);
     ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1; }));
     h.fx.clock.Advance(60000);
     h.Settle();
@@ -295,7 +295,7 @@ TEST(DownloadWorkerJobs, SprdSlotsServeTheirOwnPhones) {
     EXPECT_EQ(h.Total(), 1u);
     h.loop.Call([&] { h.manager->WorkerAt(1)->NotifyDevice(NOTIFY_REMOVED, ""); });
     EXPECT_EQ(h.State(1), app::BIND_ALL_BINDED);
-    h.HandOver(1, h.Device(app::EVENT_SPRD, "SPRD U2S Diag (COM2)", "b"), HandOver::BUSY);
+    h.HandOver(1, h.Device(app::EventKind::SPRD, "SPRD U2S Diag (COM2)", "b"), HandOver::BUSY);
     ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 2 && h.State(1) == app::BIND_ALL_BINDED; }));
     EXPECT_EQ(h.Fail(), 1u);
     EXPECT_EQ(h.Result(0), "FAIL(0/1)");
@@ -311,11 +311,11 @@ TEST(DownloadWorkerJobs, SprdSlotsServeTheirOwnPhones) {
 TEST(DownloadWorkerJobs, TheDaFormOfAServedPhoneIsNeverServedAgain) {
     EngineHarness h(2);
     h.StartStation();
-    h.HandOver(1, h.Device(app::EVENT_MTK, "MTK PreLoader (COM2)", "USB\\VID_0E8D&PID_2000\\1-1.2:1.0"));
+    h.HandOver(1, h.Device(app::EventKind::MTK, "MTK PreLoader (COM2)", "USB\\VID_0E8D&PID_2000\\1-1.2:1.0"));
     // The engine's DA switch marks the slot DA_BINDED.
     ASSERT_TRUE(h.RunUntil([&] { return h.State(1) == app::BIND_DA_BINDED; }));
     ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1; }));
-    EXPECT_FALSE(h.HandOver(1, h.Device(app::EVENT_MTK, "MTK DA USB VCOM (COM2)", "p"), HandOver::DA_MODE));
+    EXPECT_FALSE(h.HandOver(1, h.Device(app::EventKind::MTK, "MTK DA USB VCOM (COM2)", "p"), HandOver::DA_MODE));
     h.fx.clock.Advance(60000);
     h.Settle();
     EXPECT_EQ(h.Slot(1), "PASS(1/1) | Download Completely!(100%) | ALL_BINDED");
@@ -326,7 +326,7 @@ TEST(DownloadWorkerJobs, TheDaFormOfAServedPhoneIsNeverServedAgain) {
 TEST(DownloadWorkerJobs, RemovalGreysThePortAndReleasesCfgSlots) {
     EngineHarness h(2);
     h.st.stationRunning = true;
-    h.HandOver(0, h.Device(app::EVENT_MTK, "Gadget (COM1)", "g"));
+    h.HandOver(0, h.Device(app::EventKind::MTK, "Gadget (COM1)", "g"));
     EXPECT_EQ(h.st.slotList.CellText(0, app::COL_DEVICE), "(COM1)Gadget ");
     EXPECT_EQ(h.st.bindings.ComName(0), "(COM1)Gadget ");
     h.loop.Call([&] { h.manager->WorkerAt(0)->NotifyDevice(NOTIFY_REMOVED, ""); });

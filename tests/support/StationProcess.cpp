@@ -30,8 +30,8 @@ void StationProcess::PressStartStop() {
     loop.Send(app::Command{app::CommandId::START_STOP});
 }
 
-int StationProcess::Button() {
-    int b = -1;
+console::DownloadButtonStatus StationProcess::Button() {
+    auto b = console::DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_INIT;
     loop.Call([&] { b = controller->ButtonStatus(); });
     return b;
 }

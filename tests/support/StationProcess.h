@@ -25,7 +25,7 @@ struct StationProcess {
     bool Init();        // OnInitDialog on the station thread
     sim::SimBench& Bench() { return *rig->Bench(); }
     void PressStartStop();
-    int Button();
+    console::DownloadButtonStatus Button();
     // Waits in real time for `done`, at most 30 s.
     static bool Await(const std::function<bool()>& done);
 
