@@ -11,6 +11,16 @@
 
 namespace quorvel::engine {
 
+namespace {
+// The SPRD timings the station has always kept, which benches are tuned to: the first
+// phase reads the result cell every 500 ms and gives the engine 26 readings (about 13 s)
+// to switch the phone to its download port; the second phase has no limit and needs no
+// finer reading than every 5 s.
+constexpr platform::Millis kSwitchPollMs = 500;
+constexpr int kSwitchPolls = 26;
+constexpr platform::Millis kDownloadPollMs = 5000;
+}  // namespace
+
 // ---- events ----
 
 void WorkerEvents::Set(Event e) {
@@ -469,12 +479,12 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
         bool switched = false, failed = false;
         for (int polls = 1;; ++polls) {
             const SlotStage stage = display_.Stage();
-            if (!events_.Pause(500)) break;
+            if (!events_.Pause(kSwitchPollMs)) break;
             if (stage == SlotStage::SWITCHING) {
                 switched = true;
                 break;
             }
-            if (stage == SlotStage::FAIL || polls == 26) {
+            if (stage == SlotStage::FAIL || polls == kSwitchPolls) {
                 failed = true;
                 break;
             }
@@ -502,7 +512,7 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
     bool failed = false;
     for (;;) {
         const SlotStage stage = display_.Stage();
-        if (!events_.Pause(5000)) {
+        if (!events_.Pause(kDownloadPollMs)) {
             failed = true;
             break;
         }
