@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "engines/EngineInterfaces.h"
+
 namespace quorvel::devices {
 
 namespace {
@@ -52,9 +54,10 @@ bool NamesSerialPort(const std::string& name) {
 }
 
 int ComNumberOfName(const std::string& name) {
+    // The worker's reading decides the number, so binding and the engines' messages never
+    // disagree on a port; a name that is no serial port name has none here.
     if (!NamesSerialPort(name)) return 0;
-    const auto open = name.rfind("(COM");
-    return static_cast<int>(Digits(name.substr(open + 4, name.size() - open - 5)));
+    return std::max(engine::ExtractComNumber(name), 0);
 }
 
 std::string ComTag(unsigned long n) {

@@ -20,7 +20,7 @@ std::string PortNameOf(const std::string& friendlyName);
 int PortNumberOf(const std::string& portName);
 // Whether the friendly name ends in a COM port, "(COM<n>)" with n > 0.
 bool NamesSerialPort(const std::string& friendlyName);
-// n of a friendly name ending in "(COM<n>)"; 0 otherwise.
+// n of a friendly name ending in "(COM<n>)", n in 1..256 as ExtractComNumber reads it; 0 otherwise.
 int ComNumberOfName(const std::string& friendlyName);
 // "(COM<n>)", as a friendly name ends in it and a COM name holds it.
 std::string ComTag(unsigned long comNumber);

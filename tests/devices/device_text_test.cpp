@@ -41,8 +41,13 @@ TEST(DeviceText, ClassesPortNamesAndSerialNodes) {
     EXPECT_EQ(NodeOfComNumber(0), "");
     EXPECT_EQ(NodeOfComNumber(257), "") << "a worker reads no port past 256";
 
-    const std::pair<const char*, int> ends[] = {
-        {"SPRD U2S Diag (COM203)", 203}, {"Port (COM7) x", 0}, {"Port (COMx)", 0}, {"(COM0)", 0}, {"", 0}};
+    const std::pair<const char*, int> ends[] = {{"SPRD U2S Diag (COM203)", 203},
+                                                {"Port (COM7) x", 0},
+                                                {"Port (COMx)", 0},
+                                                {"(COM0)", 0},
+                                                {"(COM257)", 0},
+                                                {"(AB12)", 0},
+                                                {"", 0}};
     for (const auto& [name, n] : ends) EXPECT_EQ(ComNumberOfName(name), n) << name;
     EXPECT_TRUE(IsUsbNode("/dev/bus/usb/001/007"));
     EXPECT_FALSE(IsUsbNode("/dev/ttyUSB0"));
