@@ -27,8 +27,8 @@
 
 #include "console/ConsoleController.h"
 #include "platform/Clock.h"
-#include "present/SlotDisplay.h"
 #include "qt/MainWindow.h"
+#include "slots/SlotDisplay.h"
 #include "station/Station.h"
 #include "station/StationLoop.h"
 #include "support/FixedOptions.h"

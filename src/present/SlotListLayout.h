@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "present/SlotListModel.h"
 #include "station/BindingTable.h"
+#include "station/SlotListModel.h"
 
 namespace quorvel::app {
 

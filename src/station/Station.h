@@ -8,13 +8,13 @@
 
 #include "history/JobHistory.h"
 #include "platform/Clock.h"
-#include "present/ConsoleView.h"
-#include "present/SlotListModel.h"
 #include "station/BindingTable.h"
+#include "station/ConsoleView.h"
 #include "station/Language.h"
 #include "station/PackageState.h"
 #include "station/Settings.h"
 #include "station/SettingsStore.h"
+#include "station/SlotListModel.h"
 #include "station/StatisticsStore.h"
 
 namespace quorvel::app {

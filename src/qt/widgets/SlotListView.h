@@ -10,7 +10,7 @@
 #include <QStyledItemDelegate>
 #include <QTableView>
 
-#include "present/SlotListModel.h"
+#include "station/SlotListModel.h"
 
 namespace quorvel::widgets {
 

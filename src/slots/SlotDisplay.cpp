@@ -1,4 +1,4 @@
-#include "present/SlotDisplay.h"
+#include "slots/SlotDisplay.h"
 
 #include <cstdio>
 #include <ctime>

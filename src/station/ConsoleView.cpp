@@ -1,4 +1,4 @@
-#include "present/ConsoleView.h"
+#include "station/ConsoleView.h"
 
 namespace quorvel::app {
 

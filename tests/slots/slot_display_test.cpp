@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "present/SlotDisplay.h"
+#include "slots/SlotDisplay.h"
 #include "station/Messages.h"
 #include "station/Texts.h"
 #include "support/StationFixture.h"

@@ -1,4 +1,4 @@
-#include "present/SlotListModel.h"
+#include "station/SlotListModel.h"
 
 namespace quorvel::app {
 

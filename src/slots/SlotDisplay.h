@@ -11,9 +11,9 @@
 #include <string>
 
 #include "engines/EngineInterfaces.h"
-#include "present/SlotListModel.h"
 #include "slots/SlotState.h"
 #include "station/Messages.h"
+#include "station/SlotListModel.h"
 
 namespace quorvel::app {
 class Station;
