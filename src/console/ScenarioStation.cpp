@@ -8,6 +8,7 @@
 #include "console/AppStartup.h"
 #include "packages/DemoSprdPackage.h"
 #include "packages/PacWriter.h"
+#include "platform/MachineStamp.h"
 #include "platform/ProfileIni.h"
 #include "present/CloseCheck.h"
 #include "station/BindState.h"
@@ -223,9 +224,16 @@ bool ScenarioStation::Write(const Setting& setting, std::string& why) {
     const app::StationOptions options = options_();
     const std::string ini = options.exeDir + "Config/CommonSetting.ini";
     const bool package = section.empty() && key == "package";
-    const bool done =
-        package ? platform::ProfileIni::WriteString(ini, "COMMON", "FilePath", PackageFile(options.exeDir, value))
-                : platform::ProfileIni::WriteString(ini, section, key, value);
+    bool done;
+    if (package) {
+        // The package counts as chosen on this PC: the station drops the choice of a
+        // folder whose machine stamp is not its own, as on a fresh copy of the template.
+        const std::string stamp = options.machineStamp ? options.machineStamp() : platform::FirstAdapterMac();
+        done = platform::ProfileIni::WriteString(ini, "COMMON", "FilePath", PackageFile(options.exeDir, value)) &&
+               platform::ProfileIni::WriteString(ini, "COMMON", "Mac", stamp);
+    } else {
+        done = platform::ProfileIni::WriteString(ini, section, key, value);
+    }
     if (!done) why = "cannot write " + ini;
     return done;
 }

@@ -139,7 +139,9 @@ bool DownloadManager::StopAll(const std::function<bool()>& first) {
         held.reserve(workers_.size());
         for (auto& w : workers_) held.push_back(w->HoldJobSteps());
         refused = first && !first();
-        for (int r = 0; !refused && r < rows && r < app::kSlotCount; ++r) {
+        // Without running workers no job runs: a slot bound by a phone that waits for a
+        // package (a Start without one) must not hold the station running for good.
+        for (int r = 0; !refused && state_ == ManagerState::Running && r < rows && r < app::kSlotCount; ++r) {
             const auto state = station_.bindings.State(r);
             refused = state == app::BIND_BUSY || state == app::BIND_BROM_BINDED || state == app::BIND_DA_BINDED;
         }

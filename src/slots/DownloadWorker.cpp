@@ -187,6 +187,13 @@ void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
             // The phone that held its slot without a port number has left: the slot
             // serves the next phone on its socket, and a Stop is no longer refused.
             std::lock_guard handOver(handOverLock_);
+            // A phone that waited for the next Start has left: no job serves it then, and
+            // a slot its BROM form bound is given back as after a job on it.
+            if (std::exchange(pending_, WorkerEvents::STOP) == WorkerEvents::MTK &&
+                station_.bindings.State(slot) == app::BIND_BROM_BINDED) {
+                RestoreMtkBinding(slot);
+                ShowBindState(slot);
+            }
             if (std::exchange(dropped_, false)) {
                 const bool bound = station_.bindings.HsLocation(slot) != app::kUnbound;
                 station_.bindings.ChangeState(slot, app::BIND_BUSY, bound ? app::BIND_ALL_BINDED : app::BIND_IDLE);
@@ -435,6 +442,17 @@ void DownloadWorker::JobEnd(Restore restore) {
         station_.slots.jobRunning[static_cast<std::size_t>(slot)].store(false);
 }
 
+void DownloadWorker::RestoreMtkBinding(int slot) {
+    auto& b = station_.bindings;
+    if (b.LsLocation(slot) == app::kUnbound) b.SetState(slot, app::BIND_PRELOADER_BINDED);
+    if (b.HsLocation(slot) == app::kUnbound) {
+        b.SetState(slot, app::BIND_IDLE);
+        b.SetLsLocation(slot, app::kUnbound);
+    }
+    if (b.LsLocation(slot) != app::kUnbound && b.HsLocation(slot) != app::kUnbound)
+        b.SetState(slot, app::BIND_ALL_BINDED);
+}
+
 void DownloadWorker::ShowBindState(int slot) {
     station_.slotList.EditRow(slot, [&](app::SlotRow& r) {
         r.cells[app::COL_BINDED].text = app::BindStateName(station_.bindings.State(slot));
@@ -546,16 +564,7 @@ void DownloadWorker::MtkJob() {
     // The rules apply in turn: a slot with neither location bound ends IDLE. The DA
     // form of this phone, handed over during the job or arriving later, is not served
     // again (HandOver::DA_MODE).
-    JobEnd([&] {
-        auto& b = station_.bindings;
-        if (b.LsLocation(slot) == app::kUnbound) b.SetState(slot, app::BIND_PRELOADER_BINDED);
-        if (b.HsLocation(slot) == app::kUnbound) {
-            b.SetState(slot, app::BIND_IDLE);
-            b.SetLsLocation(slot, app::kUnbound);
-        }
-        if (b.LsLocation(slot) != app::kUnbound && b.HsLocation(slot) != app::kUnbound)
-            b.SetState(slot, app::BIND_ALL_BINDED);
-    });
+    JobEnd([&] { RestoreMtkBinding(slot); });
     ShowBindState(slot);
     window_.KillTimer(slot);
     FinishJob(slot, "MTK", station_.slots.startTime[static_cast<std::size_t>(slot)].load(), r != 0);

@@ -137,6 +137,9 @@ private:
     void SprdJob(bool& firstPhase);
     void MtkJob();
     void FpJob();
+    // The binding an MTK job leaves behind: by which locations the slot has (worker
+    // thread at a job's end, or the station thread when a waiting phone leaves).
+    void RestoreMtkBinding(int slot);
     void ShowBindState(int slot);
     // The first device of a slot while the station runs: fills its row (and missing rows below).
     void ShowRow(int slot, const std::string& shown);
