@@ -55,6 +55,14 @@ protected:
         }
         return lines;
     }
+    // Serial nodes are made in the station's own folder; the station looks for them there.
+    platform::SysPaths SerialNodes() {
+        nodes = dir.File("dev");
+        std::filesystem::create_directories(nodes);
+        platform::SysPaths paths;
+        paths.dev = nodes;
+        return paths;
+    }
     int LogLines(const std::string& text) {
         const auto lines = Log();
         return static_cast<int>(std::count(lines.begin(), lines.end(), text));
@@ -76,10 +84,7 @@ TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
     const std::string idA = "USB\\VID_0E8D&PID_2000\\1-1.1:1.0", idB = "USB\\VID_0E8D&PID_2000\\1-2.3:1.0",
                       idC = "USB\\VID_0E8D&PID_2000\\1-1.4:1.0";
     WriteSettings();
-    nodes = dir.File("dev");
-    std::filesystem::create_directories(nodes);
-    platform::SysPaths paths;
-    paths.dev = nodes;
+    const platform::SysPaths paths = SerialNodes();
     {
         StationProcess p(dir, paths, 2.0);  // the late port stays well inside the wait on a busy machine
         ASSERT_TRUE(p.Init());
@@ -163,10 +168,7 @@ TEST_F(StationBenchTest, AReusedPortNumberCarriesProgressOnlyToItsOwnSlot) {
     std::filesystem::create_directories(dir.File("fw"));
     test::WritePac(dir.File("fw/phone.pac"), test::TypicalSprdPac());
     WriteSettings("fw/phone.pac");
-    nodes = dir.File("dev");
-    std::filesystem::create_directories(nodes);
-    platform::SysPaths paths;
-    paths.dev = nodes;
+    const platform::SysPaths paths = SerialNodes();
     StationProcess p(dir, paths);
     ASSERT_TRUE(p.Init());
     engine::PhoneProfile quick = Job(800);
@@ -221,10 +223,7 @@ TEST_F(StationBenchTest, VendorInterfacePhonesReachTheSecondPhaseInBothShapes) {
     std::filesystem::create_directories(dir.File("fw"));
     test::WritePac(dir.File("fw/phone.pac"), test::TypicalSprdPac());
     WriteSettings("fw/phone.pac");
-    nodes = dir.File("dev");
-    std::filesystem::create_directories(nodes);
-    platform::SysPaths paths;
-    paths.dev = nodes;
+    const platform::SysPaths paths = SerialNodes();
     StationProcess p(dir, paths);
     ASSERT_TRUE(p.Init());
     const std::string socket = "pci-0000:00:14.0-usbv2-0:1\\PORT";
@@ -287,10 +286,7 @@ TEST_F(StationBenchTest, PhonesSwitchingToDaTogetherEachKeepTheirSlot) {
     const std::string hub = Hub(usb1, "1-1", "1", "4");
     LoadDriver("cdc_acm");
     WriteSettings();
-    nodes = dir.File("dev");
-    std::filesystem::create_directories(nodes);
-    platform::SysPaths paths;
-    paths.dev = nodes;
+    const platform::SysPaths paths = SerialNodes();
     StationProcess p(dir, paths);
     ASSERT_TRUE(p.Init());
     const std::string socket = "pci-0000:00:14.0-usbv2-0:1\\PORT";
