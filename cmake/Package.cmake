@@ -25,6 +25,9 @@ if(TARGET quorvel)
 endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/station-template/ DESTINATION share/quorvel/station-template)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/tools/quorvel-bench/scenarios/ DESTINATION share/quorvel/scenarios)
+# The fleet page, served by the plant's broker (the sample configuration says how).
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/fleet/ DESTINATION share/quorvel/fleet)
+install(FILES ${pkg}/mosquitto-fleet.conf DESTINATION share/doc/quorvel/examples)
 install(FILES ${pkg}/udev/70-quorvel-station.rules DESTINATION lib/udev/rules.d)
 install(FILES ${pkg}/modules-load.d/quorvel-station.conf DESTINATION lib/modules-load.d)
 

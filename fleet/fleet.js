@@ -80,6 +80,7 @@ const Fleet = (() => {
             this.stations = new Map();
             this.failures = [];  // newest first, one per job
             this.now = now;
+            this.linkUp = false;
         }
 
         station(name) {
@@ -147,8 +148,14 @@ const Fleet = (() => {
             this.failures.length = Math.min(this.failures.length, MAX_FAILURES);
         }
 
+        // While the page itself has no broker, silence says nothing about the stations.
+        linkChanged(up) {
+            this.linkUp = up;
+            if (up) for (const s of this.stations.values()) s.lastSeen = this.now();
+        }
+
         isOffline(s) {
-            return s.state === "Offline" || this.now() - s.lastSeen > OFFLINE_AFTER_MS;
+            return s.state === "Offline" || (this.linkUp && this.now() - s.lastSeen > OFFLINE_AFTER_MS);
         }
     }
 
@@ -375,9 +382,23 @@ const Fleet = (() => {
                 view.render();
             }), 250);
         }
+        const banner = document.querySelector("#banner");
+        let lostAt = null;
         function setStatus(word, cls) {
             setText(status, word);
             setClass(status, "link " + cls);
+            const up = cls === "up";
+            if (up !== model.linkUp) model.linkChanged(up);
+            if (up) lostAt = null;
+            else if (lostAt === null) lostAt = new Date();
+            // Without a broker everything shown is old: say so where the supervisor looks.
+            banner.hidden = up || (cls !== "down" && !model.stations.size);
+            if (!up) {
+                const since = model.stations.size ? " since " + lostAt.toTimeString().slice(0, 5) +
+                                                        ": the stations are shown as they were then" : "";
+                setText(banner, "No connection to the broker " + broker + since + ".");
+            }
+            schedule();
         }
         function connect() {
             if (client) client.end(true);
@@ -424,7 +445,7 @@ const Fleet = (() => {
         setInterval(schedule, 5000);
         connect();
         schedule();
-        window.fleet = {model};  // for the page's tests and a curious supervisor's console
+        window.fleet = {model, view};  // for the page's tests and a curious supervisor's console
     }
 
     return {start, parse, Model};

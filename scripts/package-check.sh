@@ -51,8 +51,15 @@ sort >"$work/expected" <<'EOF'
 /usr/share/doc/quorvel/changelog.gz
 /usr/share/doc/quorvel/copyright
 /usr/share/doc/quorvel/engine-protocol.md
+/usr/share/doc/quorvel/examples/mosquitto-fleet.conf
 /usr/share/icons/hicolor/scalable/apps/io.quorvel.Station.svg
 /usr/share/metainfo/io.quorvel.Station.metainfo.xml
+/usr/share/quorvel/fleet/fleet.css
+/usr/share/quorvel/fleet/fleet.js
+/usr/share/quorvel/fleet/index.html
+/usr/share/quorvel/fleet/vendor/LICENSE.md
+/usr/share/quorvel/fleet/vendor/README
+/usr/share/quorvel/fleet/vendor/mqtt.min.js
 /usr/share/quorvel/scenarios/mtk_batch.txt
 /usr/share/quorvel/scenarios/sprd_native16.txt
 /usr/share/quorvel/scenarios/sprd_pair.txt
@@ -71,6 +78,8 @@ echo "== validators"
 dpkg-deb -x "$deb" "$work/root"
 desktop-file-validate "$work/root/usr/share/applications/io.quorvel.Station.desktop"
 echo "desktop-file-validate: passed"
+grep -qx "http_dir /usr/share/quorvel/fleet" "$work/root/usr/share/doc/quorvel/examples/mosquitto-fleet.conf" ||
+    fail "the sample broker configuration does not serve the installed fleet page"
 appstreamcli validate --no-net "$work/root/usr/share/metainfo/io.quorvel.Station.metainfo.xml"
 lrc=0
 lintian --fail-on error "$deb" >"$work/lintian" 2>&1 || lrc=$?
