@@ -111,7 +111,7 @@ const Fleet = (() => {
                 case "slots":
                     s.slots.set(m.slot, b);
                     if (b.State === "fail" && text(b.Reason))
-                        this.addFailure(s.name, b.TransactionID, b.TimeStamp, b.Lane, "", b.Reason);
+                        this.addFailure(s.name, b.TransactionID, b.TimeStamp, m.slot, "", b.Reason);
                     break;
                 case "counters": s.counters = b; break;
                 case "package": s.pkg = b; break;
@@ -141,7 +141,9 @@ const Fleet = (() => {
                 known.reason = known.reason || text(reason);
                 return;
             }
-            this.failures.unshift({station, id, time: text(time), lane: text(lane), step: text(step),
+            // Lanes count from 0, the bench's slots from 1.
+            const slot = count(lane) !== null ? twoDigits(Math.floor(lane) + 1) : "";
+            this.failures.unshift({station, id, time: text(time), slot, step: text(step),
                                    reason: text(reason)});
             const at = f => Date.parse(f.time) || 0;
             this.failures.sort((a, b) => at(b) - at(a));
@@ -342,7 +344,7 @@ const Fleet = (() => {
             const rows = this.model.failures.map(f => {
                 const li = el("li", "failure");
                 li.append(el("span", "f-time", timeOfDay(f.time)),
-                          el("span", "f-where", f.station + (f.lane ? " · slot " + f.lane : "")),
+                          el("span", "f-where", f.station + (f.slot ? " · slot " + f.slot : "")),
                           el("span", "f-reason", f.reason || "(no reason given)"));
                 if (f.step) li.appendChild(el("span", "f-step", f.step));
                 return li;

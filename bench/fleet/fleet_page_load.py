@@ -63,7 +63,7 @@ def slot_life(pub, station, n, stop, rng):
         if failed:
             pub.send(f"quorvel/{station}/faults", fp.message(
                 "CFX.ResourcePerformance.FaultOccurred", station,
-                Fault={"FaultCode": "verify", "Description": end["Reason"], "Lane": n + 1, "TransactionID": job}))
+                Fault={"FaultCode": "verify", "Description": end["Reason"], "Lane": n, "TransactionID": job}))
         stop.wait(rng.uniform(3, 8))
 
 

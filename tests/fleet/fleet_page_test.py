@@ -153,7 +153,7 @@ def message(name, station, **fields):
 
 
 def slot(station, n, state, **fields):
-    base = {"Lane": n + 1, "Percent": 0, "Step": "", "Port": f"COM{n + 3}", "Phone": {}, "JobSeconds": 0,
+    base = {"Lane": n, "Percent": 0, "Step": "", "Port": f"COM{n + 3}", "Phone": {}, "JobSeconds": 0,
             "TransactionID": "", "Reason": ""}
     return message("SlotState", station, State=state, **{**base, **fields})
 
@@ -218,10 +218,11 @@ def run(work):
         tid = "20261124T103812-s08-5f3a9c01d2e4-3"
         broker.publish("quorvel/bench-b/slots/7", slot("bench-b", 7, "fail", Reason=evil, TransactionID=tid), True)
         broker.publish("quorvel/bench-b/faults", message("CFX.ResourcePerformance.FaultOccurred", "bench-b", Fault={
-            "FaultCode": "Checksum", "Description": evil, "Lane": 8, "TransactionID": tid}))
+            "FaultCode": "Checksum", "Description": evil, "Lane": 7, "TransactionID": tid}))
         browser.wait("the failure listed", "[...document.querySelectorAll('#failures .f-reason')]"
                      f".some(e => e.textContent == {json.dumps(evil)})")
-        assert browser.eval("document.querySelectorAll('#failures .failure').length") == 1, "one failure, twice"
+        assert browser.eval("[...document.querySelectorAll('#failures .f-where')].map(e => e.textContent)") == [
+            "bench-b · slot 08"], "one failure, on the tile's slot"
         assert tile(browser, "bench-b", 7) == ["fail", "FAIL", evil]
         assert browser.eval("document.querySelectorAll('img').length == 0 && window.pwned === undefined")
 
