@@ -234,7 +234,7 @@ const Fleet = (() => {
                 fail += count(today.Fail) || 0;
                 pph += count(today.PhonesPerHour) || 0;
             });
-            this.empty.hidden = names.length > 0;
+            this.empty.hidden = names.length > 0 || this.empty.dataset.link === "down";
             setText(this.totals.querySelector(".value.online"), String(online));
             setText(this.totals.querySelector(".value.offline"), String(offline));
             this.totals.querySelector(".offline-box").classList.toggle("alert", offline > 0);
@@ -394,12 +394,15 @@ const Fleet = (() => {
             if (up) lostAt = null;
             else if (lostAt === null) lostAt = new Date();
             // Without a broker everything shown is old: say so where the supervisor looks.
-            banner.hidden = up || (cls !== "down" && !model.stations.size);
-            if (!up) {
-                const since = model.stations.size ? " since " + lostAt.toTimeString().slice(0, 5) +
-                                                        ": the stations are shown as they were then" : "";
-                setText(banner, "No connection to the broker " + broker + since + ".");
+            banner.hidden = cls !== "down";
+            if (!banner.hidden) {
+                setText(banner, model.stations.size
+                    ? "No connection to the broker " + broker + " since " + lostAt.toTimeString().slice(0, 5) +
+                          ": the stations are shown as they were then."
+                    : "Cannot reach the broker " + broker + ": check the address in the Broker field, and " +
+                          "that the broker has a WebSockets listener there.");
             }
+            view.empty.dataset.link = cls;
             schedule();
         }
         function connect() {
@@ -412,17 +415,17 @@ const Fleet = (() => {
                 setStatus("cannot use " + broker + ": " + e.message, "down");
                 return;
             }
+            // A client left behind by a change of broker says nothing any more.
             const mine = client;
-            client.on("connect", () => {
+            const on = (event, handler) => client.on(event, (...args) => mine === client && handler(...args));
+            on("connect", () => {
                 setStatus("connected to " + broker, "up");
                 mine.subscribe("quorvel/+/#", {qos: 1});
             });
-            client.on("reconnect", () => setStatus("reconnecting to " + broker, "connecting"));
-            client.on("close", () => {
-                if (mine === client && !mine.reconnecting) setStatus("no connection to " + broker, "down");
-            });
-            client.on("error", e => setStatus("broker " + broker + ": " + e.message, "down"));
-            client.on("message", (topic, payload, packet) => {
+            on("reconnect", () => setStatus("reconnecting to " + broker, "down"));
+            on("close", () => mine.reconnecting || setStatus("no connection to " + broker, "down"));
+            on("error", e => setStatus("broker " + broker + ": " + e.message, "down"));
+            on("message", (topic, payload, packet) => {
                 try {
                     if (model.take(topic, payload, packet.retain)) schedule();
                 } catch (e) {
