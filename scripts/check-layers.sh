@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/../src"
 
-order=(platform history engines station packages engines/program slots devices sim present console qt)
+order=(platform history engines station packages engines/program slots devices sim present report console qt)
 
 rank() {
     local i

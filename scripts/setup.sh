@@ -7,9 +7,9 @@ packages=(
   g++ clang libclang-rt-14-dev cmake ninja-build pkg-config git
   clang-format clang-tidy shellcheck
   qt6-base-dev libgl-dev libasound2-dev
-  libtinyxml2-dev libudev-dev libusb-1.0-0-dev
+  libtinyxml2-dev libudev-dev libusb-1.0-0-dev libmosquitto-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  umockdev libumockdev-dev
+  umockdev libumockdev-dev mosquitto
   xvfb xauth fonts-dejavu-core
   dpkg-dev file lintian desktop-file-utils appstream
   gcovr

@@ -77,6 +77,7 @@ void JobHistory::Remember(const JobRecord& record) const {
     }
     std::lock_guard g(observerMutex_);
     if (observer_) observer_(record);
+    if (reportObserver_) reportObserver_(record);
 }
 
 std::optional<JobRecord> JobHistory::LastJob(int slot) const {
@@ -89,6 +90,11 @@ std::optional<JobRecord> JobHistory::LastJob(int slot) const {
 void JobHistory::SetObserver(std::function<void(const JobRecord&)> observer) {
     std::lock_guard g(observerMutex_);
     observer_ = std::move(observer);
+}
+
+void JobHistory::SetReportObserver(std::function<void(const JobRecord&)> observer) {
+    std::lock_guard g(observerMutex_);
+    reportObserver_ = std::move(observer);
 }
 
 bool JobHistory::WriteLine(const JobRecord& record, std::string* error) const {

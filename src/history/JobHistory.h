@@ -41,6 +41,8 @@ public:
     // Told of each job on the appending (worker) thread after its line is written: it
     // must return quickly. Once SetObserver returns, the old observer never runs again.
     void SetObserver(std::function<void(const JobRecord&)> observer);
+    // A second observer, told the same way after the first: the reports to a broker.
+    void SetReportObserver(std::function<void(const JobRecord&)> observer);
 
 private:
     std::string dir_;
@@ -48,6 +50,7 @@ private:
     mutable std::map<int, JobRecord> last_;
     mutable std::mutex observerMutex_;  // guards observer_ and its calls
     std::function<void(const JobRecord&)> observer_;
+    std::function<void(const JobRecord&)> reportObserver_;
 };
 
 }  // namespace quorvel::app

@@ -47,6 +47,11 @@ inline constexpr LangText kDownloadTypeNames[12] = {
     {"分区回读", "Read Back"},
 };
 
+// ---- reporting to a broker (the notice pane; never the password) ----
+inline constexpr const char* kReportConnectedFormat = "Reporting to %s as %s.";
+inline constexpr const char* kReportRefusedFormat = "The broker %s refused the station: %s.";
+inline constexpr const char* kReportUnreachableFormat = "The broker %s cannot be reached (%s); trying again.";
+
 // ---- console window ----
 inline constexpr const char* kTitleVersionFormat = "Quorvel, Ver %s; ";
 inline constexpr const char* kTitleVersion = "3.1707.28.14";

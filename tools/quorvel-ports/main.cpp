@@ -15,6 +15,7 @@
 #include "devices/UdevBackend.h"
 #include "platform/Clock.h"
 #include "platform/JsonText.h"
+#include "report/BrokerCheck.h"
 
 using namespace quorvel;
 using platform::JsonQuote;
@@ -27,7 +28,8 @@ const char* const kUsage =
     "  each (IDs, class, driver, serial port, COM name) and the slot it is bound to in\n"
     "  STATION_FOLDER/Config/CommonSetting.ini.\n"
     "  --watch  print changes as phones come and go (Ctrl-C ends)\n"
-    "  --check  check the bench set-up; exit 1 when something needs fixing\n"
+    "  --check  check the bench set-up (and, with a station folder, its broker);\n"
+    "           exit 1 when something needs fixing\n"
     "  --json   machine-readable output\n"
     "  Exit status: 0 fine, 1 the check found something to fix, 2 usage.\n";
 
@@ -103,7 +105,11 @@ int main(int argc, char** argv) {
     if (check) {
         devices::BenchFacts facts = devices::GatherSystemFacts(paths);
         backend.AddDeviceFacts(facts);
-        const auto findings = devices::CheckBench(facts);
+        auto findings = devices::CheckBench(facts);
+        if (!folder.empty()) {
+            platform::SystemClock clock;
+            if (auto broker = report::CheckBroker(folder + "/", clock)) findings.push_back(std::move(*broker));
+        }
         if (json) {
             std::printf("[");
             for (std::size_t i = 0; i < findings.size(); ++i)

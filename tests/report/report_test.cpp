@@ -1,0 +1,162 @@
+// The [REPORT] section's checks, and the outbox over the history files: its order, its
+// mark and what a restart sends again.
+#include <gtest/gtest.h>
+
+#include "history/JobHistory.h"
+#include "platform/JsonText.h"
+#include "report/ReportOutbox.h"
+#include "report/ReportPayloads.h"
+#include "report/ReportSettings.h"
+#include "support/TempDir.h"
+
+namespace quorvel::report {
+namespace {
+
+TEST(ReportSettings, ReadsGoodSectionsAndRefusesBadOnesWithOneMessage) {
+    test::TempDir dir;
+    dir.Write("pw", "s3cret\nsecond line\n");
+    dir.Write("ca.pem", "-----BEGIN CERTIFICATE-----\n");
+    const auto sec = [](std::string broker, std::string station = "", std::string user = "", std::string pw = "",
+                        std::string ca = "") {
+        return ReportSection{std::move(broker), std::move(station), std::move(user), std::move(pw), std::move(ca)};
+    };
+    struct Row {
+        ReportSection in;
+        std::string host;  // empty: refused, with `expect` in its message
+        int port;
+        bool tls;
+        std::string expect;  // the station's name, or the culprit of a refusal
+    };
+    const Row rows[] = {
+        {sec("mqtt://127.0.0.1:1883", "bench-3"), "127.0.0.1", 1883, false, "bench-3"},
+        {sec("mqtt://broker.plant"), "broker.plant", 1883, false, "host-1"},
+        {sec("mqtts://broker.plant/", "", "", "", dir.File("ca.pem")), "broker.plant", 8883, true, "host-1"},
+        {sec("mqtts://[::1]:8884"), "::1", 8884, true, "host-1"},
+        {sec("http://broker"), "", 0, false, "neither mqtt://"},
+        {sec("mqtt://broker:0"), "", 0, false, "port outside"},
+        {sec("mqtt://broker:65536"), "", 0, false, "port outside"},
+        {sec("mqtt://broker:12x"), "", 0, false, "port outside"},
+        {sec("mqtt://:1883"), "", 0, false, "names no host"},
+        {sec("mqtt://user@broker"), "", 0, false, "names no host"},
+        {sec("mqtt://broker", "bench 3"), "", 0, false, "Station bench 3"},
+        {sec("mqtt://broker", "a/b"), "", 0, false, "Station a/b"},
+        {sec("mqtt://broker", std::string(65, 'a')), "", 0, false, "1 to 64"},
+        {sec("mqtt://broker", "", "u", dir.File("missing")), "", 0, false, "PasswordFile"},
+        {sec("mqtt://broker", "", "", "", dir.File("missing.pem")), "", 0, false, "CaFile"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.in.broker + " / " + row.in.station);
+        const ReportSettingsRead r = CheckReportSection(row.in, "host-1");
+        if (row.host.empty()) {
+            EXPECT_FALSE(r.settings);
+            EXPECT_NE(r.error.find(row.expect), std::string::npos) << r.error;
+            EXPECT_NE(r.error.find("without reporting"), std::string::npos) << r.error;
+            continue;
+        }
+        ASSERT_TRUE(r.settings) << r.error;
+        EXPECT_EQ(r.settings->host, row.host);
+        EXPECT_EQ(r.settings->port, row.port);
+        EXPECT_EQ(r.settings->tls, row.tls);
+        EXPECT_EQ(r.settings->station, row.expect);
+    }
+    // No broker: no reporting and nothing to say.
+    const ReportSettingsRead off = CheckReportSection(sec("", "bench-3"), "host-1");
+    EXPECT_FALSE(off.settings);
+    EXPECT_EQ(off.error, "");
+    // The password is the file's first line and never part of a message.
+    const auto withPassword = CheckReportSection(sec("mqtt://b", "", "u", dir.File("pw")), "h");
+    ASSERT_TRUE(withPassword.settings);
+    EXPECT_EQ(withPassword.settings->password, "s3cret");
+}
+
+app::JobRecord Job(const std::string& id, const char* end) {
+    app::JobRecord r;
+    r.jobId = id;
+    r.slot = 3;
+    r.start = *app::ParseIsoText(end);
+    r.end = r.start;
+    r.result = app::JobResult::Fail;
+    r.errorText = "bad \xff byte";
+    return r;
+}
+
+std::vector<std::string> Ids(const std::vector<OutboxJob>& jobs) {
+    std::vector<std::string> ids;
+    for (const auto& j : jobs) ids.push_back(j.record.jobId);
+    return ids;
+}
+
+TEST(ReportOutbox, SendsInHistoryOrderAndMovesTheMarkOnlyOverAcknowledgedRuns) {
+    test::TempDir dir;
+    // Day one: a cut line followed by a record on the same line, a line that is no record.
+    dir.Write("20261123.jsonl", app::JobLine(Job("a", "2026-11-23T10:00:00Z")) + "{\"id\":\"cut\",\"slo" +
+                                    app::JobLine(Job("b", "2026-11-23T11:00:00Z")) + "garbage\n");
+    dir.Write("20261124.jsonl", app::JobLine(Job("c", "2026-11-24T09:00:00Z")));
+    dir.Write("notes.jsonl", app::JobLine(Job("x", "2026-11-24T09:00:00Z")));
+    const std::string testLog = dir.Path();
+
+    ReportOutbox first(testLog, 20261123);
+    auto jobs = first.Next(2);
+    EXPECT_EQ(Ids(jobs), (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(jobs[1].line.rfind("{\"id\":\"b\"", 0), 0u) << "the record after the cut, as the file holds it";
+    auto more = first.Next(10);
+    EXPECT_EQ(Ids(more), (std::vector<std::string>{"c"}));
+    EXPECT_TRUE(first.Next(10).empty());
+
+    // b's acknowledgement alone moves nothing: a is still out.
+    first.Acknowledge(jobs[1].ticket);
+    EXPECT_EQ(first.Mark(), (ReportOutbox::Position{20261123, 0}));
+    first.Acknowledge(jobs[0].ticket);
+    EXPECT_EQ(first.Mark().day, 20261123);
+    EXPECT_EQ(first.InFlight(), 1u);
+    ASSERT_TRUE(first.Save());
+
+    // A restart (or a new connection) sends again what was not acknowledged, and what
+    // was written since.
+    dir.Write("20261124.jsonl", app::JobLine(Job("c", "2026-11-24T09:00:00Z")) +
+                                    app::JobLine(Job("d", "2026-11-24T10:00:00Z")) + "{\"id\":\"half");
+    ReportOutbox second(testLog, 20261125);
+    jobs = second.Next(10);
+    EXPECT_EQ(Ids(jobs), (std::vector<std::string>{"c", "d"})) << "a half-written line waits";
+    second.Rewind();
+    jobs = second.Next(10);
+    EXPECT_EQ(Ids(jobs), (std::vector<std::string>{"c", "d"}));
+    for (const auto& j : jobs) second.Acknowledge(j.ticket);
+    ASSERT_TRUE(second.Save());
+    EXPECT_TRUE(ReportOutbox(testLog, 20261125).Next(10).empty());
+    const auto mark = platform::ReadFlatJsonObject(dir.Read("report-acked.json"), platform::LoneSurrogate::REPLACE);
+    ASSERT_TRUE(mark);
+    EXPECT_EQ(mark->at("id").text, "d");
+
+    // A first start begins at today's file, and a damaged mark counts as none.
+    test::TempDir fresh;
+    fresh.Write("20261123.jsonl", app::JobLine(Job("old", "2026-11-23T10:00:00Z")));
+    fresh.Write("20261124.jsonl", app::JobLine(Job("new", "2026-11-24T10:00:00Z")));
+    fresh.Write("report-acked.json", "{\"day\":\"x\"");
+    EXPECT_EQ(Ids(ReportOutbox(fresh.Path(), 20261124).Next(10)), (std::vector<std::string>{"new"}));
+}
+
+TEST(ReportPayloads, CarryTheHeadAndTheHistoryLineUnchanged) {
+    const app::JobRecord job = Job("20261124T100000-s03-5f3a9c01d2e4-1", "2026-11-24T10:00:00+01:00");
+    const std::string line = app::JobLine(job).substr(0, app::JobLine(job).size() - 1);
+    const std::string done = WorkCompleted("bench-3", job, line);
+    EXPECT_EQ(done.rfind("{\"v\":1,\"MessageName\":\"CFX.Production.WorkCompleted\",\"Station\":\"bench-3\","
+                         "\"TimeStamp\":\"2026-11-24T10:00:00+01:00\",\"TransactionID\":",
+                         0),
+              0u)
+        << done;
+    EXPECT_NE(done.find("\"Result\":\"Failed\",\"Lane\":3"), std::string::npos);
+    EXPECT_NE(done.find(",\"Job\":" + line + "}"), std::string::npos);
+    EXPECT_EQ(done, WorkCompleted("bench-3", job, line)) << "a job sent twice is sent identically";
+
+    const std::string fault = FaultOccurred("bench-3", job);
+    EXPECT_NE(fault.find("\"Description\":\"bad \xef\xbf\xbd byte\""), std::string::npos) << fault;
+    CountersReport counters;
+    counters.total = 5;
+    EXPECT_EQ(UnitsTested("s", job.end, counters).find("PhonesPerHour"), std::string::npos);
+    counters.phonesPerHour = 42.25;
+    EXPECT_NE(UnitsTested("s", job.end, counters).find("\"PhonesPerHour\":42.2"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace quorvel::report

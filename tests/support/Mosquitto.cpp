@@ -1,0 +1,136 @@
+#include "support/Mosquitto.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+namespace quorvel::test {
+
+namespace {
+
+int FreePort() {
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof a;
+    int port = 0;
+    if (bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
+        getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
+        port = ntohs(a.sin_port);
+    close(fd);
+    return port;
+}
+
+bool Listening(int port) {
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    a.sin_port = htons(static_cast<std::uint16_t>(port));
+    const bool ok = connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
+    close(fd);
+    return ok;
+}
+
+bool OnPath(const std::string& name) {
+    for (const char* dir : {"/usr/sbin/", "/usr/bin/", "/usr/local/sbin/", "/usr/local/bin/"})
+        if (access((std::string(dir) + name).c_str(), X_OK) == 0) return true;
+    return false;
+}
+
+}  // namespace
+
+Background::Background(const std::vector<std::string>& argv, const std::string& outFile) {
+    pid_ = fork();
+    if (pid_ != 0) return;
+    setpgid(0, 0);
+    const int out = open(outFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    if (out >= 0) {
+        dup2(out, 1);
+        dup2(out, 2);
+    }
+    std::vector<char*> args;
+    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    execvp(args[0], args.data());
+    _exit(127);
+}
+
+Background& Background::operator=(Background&& o) noexcept {
+    if (this != &o) {
+        if (pid_ > 0) Signal(SIGKILL), Wait(5);
+        pid_ = o.pid_;
+        o.pid_ = -1;
+    }
+    return *this;
+}
+
+Background::~Background() {
+    if (pid_ > 0) {
+        Signal(SIGCONT);
+        Signal(SIGKILL);
+        Wait(5);
+    }
+}
+
+void Background::Signal(int sig) const {
+    if (pid_ > 0) kill(pid_, sig);
+}
+
+int Background::Wait(int seconds) {
+    if (pid_ <= 0) return -1;
+    for (int i = 0; i < seconds * 100; ++i) {
+        int status = 0;
+        if (waitpid(pid_, &status, WNOHANG) == pid_) {
+            pid_ = -1;
+            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return -1;
+}
+
+std::string Mosquitto::Missing() {
+    for (const char* p : {"mosquitto", "mosquitto_sub", "mosquitto_pub"})
+        if (!OnPath(p)) return std::string(p) + " is not installed (scripts/setup.sh installs it)";
+    return {};
+}
+
+Mosquitto::Mosquitto() : port_(FreePort()) {
+    dir.Write("mosquitto.conf", "listener " + std::to_string(port_) +
+                                    " 127.0.0.1\nallow_anonymous true\npersistence true\npersistence_location " +
+                                    dir.Path() + "\n");
+}
+
+Mosquitto::~Mosquitto() = default;
+
+bool Mosquitto::Start() {
+    broker_ = Background({"mosquitto", "-c", dir.File("mosquitto.conf")}, dir.File("broker.log"));
+    for (int i = 0; i < 500; ++i) {
+        if (Listening(port_)) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+}
+
+void Mosquitto::Kill(int sig) {
+    broker_.Signal(sig);
+    if (sig != SIGSTOP) broker_.Wait(10);
+}
+
+std::vector<std::string> Mosquitto::Client(const std::string& program, std::vector<std::string> args) const {
+    std::vector<std::string> argv{program, "-h", "127.0.0.1", "-p", std::to_string(port_)};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return argv;
+}
+
+}  // namespace quorvel::test
