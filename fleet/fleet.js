@@ -238,6 +238,9 @@ const Fleet = (() => {
             setText(this.totals.querySelector(".value.online"), String(online));
             setText(this.totals.querySelector(".value.offline"), String(offline));
             this.totals.querySelector(".offline-box").classList.toggle("alert", offline > 0);
+            // A page left in a background tab still tells of a station gone.
+            const title = (offline ? offline + " offline · " : "") + "Quorvel fleet";
+            if (document.title !== title) document.title = title;
             setText(this.totals.querySelector(".value.pass"), String(pass));
             setText(this.totals.querySelector(".value.fail"), String(fail));
             setText(this.totals.querySelector(".value.pph"), pph ? pph.toFixed(1) : "–");
