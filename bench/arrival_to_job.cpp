@@ -68,7 +68,7 @@ std::vector<double> OneBatch() {
     int seen = 0;
     while (seen < kPhones && Steady::now() - t0 < std::chrono::seconds(10)) {
         for (int slot = 0; slot < kPhones; ++slot) {
-            if (started[slot] >= 0 || s.proc->station->bindings.State(slot) != app::BIND_BUSY) continue;
+            if (started[slot] >= 0 || s.proc->station->bindings.State(slot) != app::BindState::Busy) continue;
             started[slot] = std::chrono::duration<double, std::milli>(Steady::now() - t0).count();
             ++seen;
         }

@@ -51,7 +51,7 @@ void BM_SixteenSlotsProgress(benchmark::State& state) {
     engine::SimEngineFactory engines(station, registry);
     engine::DownloadManager manager(station, loop, engines);
     for (int i = 0; i < app::kSlotCount; ++i) {
-        station.bindings.SetState(i, app::BIND_ALL_BINDED);
+        station.bindings.SetState(i, app::BindState::AllBinded);
         manager.AddWorker(app::HubPortEntry{});
     }
     console::MessageRouter router(station, manager);

@@ -114,7 +114,7 @@ void ConsoleController::SetButtonStatus(DownloadButtonStatus n) {
 void ConsoleController::SettingsClick() {
     SettingsDialogLogic dialog(station_, [this](const std::string& text) { Tell(text); });
     if (!ui_.RunSettingsDialog(dialog)) return;
-    if (station_.package.kind == PACKAGE_MTK_SCATTER) {
+    if (station_.package.kind == PackageKind::MtkScatter) {
         PrepareMtk(false);
         ShowDownloadTypeName();
     }
@@ -124,12 +124,12 @@ void ConsoleController::SettingsClick() {
 
 void ConsoleController::ShowPackage(bool startup) {
     const PackageSelection& pkg = station_.package;
-    if (pkg.kind == PACKAGE_NONE) return;
+    if (pkg.kind == PackageKind::None) return;
     // Engines find a package's relative files from the current folder; a folder that is
     // gone is reported by the package checks that follow, not here.
     if (const std::string& folder = pkg.ActiveFolder(); !folder.empty() && ::chdir(folder.c_str()) != 0) {
     }
-    if (pkg.kind == PACKAGE_MTK_SCATTER) PrepareMtk(startup);
+    if (pkg.kind == PackageKind::MtkScatter) PrepareMtk(startup);
     packages::MtkPreparation::RefreshPackageDisplay(station_, *this);
 }
 

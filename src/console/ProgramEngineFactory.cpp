@@ -64,10 +64,14 @@ std::unique_ptr<SprdEngine> ProgramEngineFactory::MakeSprd(app::MessageWindow& w
     return std::make_unique<ProgramSprdEngine>(c, window);
 }
 
-std::string ProgramEngineFactory::StartProblem(int packageKind) {
+std::string ProgramEngineFactory::StartProblem(app::PackageKind kind) {
+    using app::PackageKind;
     const ProgramSettings& s = Context().settings;
-    const char* platform = packageKind == 1 ? "MTK" : packageKind == 2 ? "SPRD" : packageKind == 3 ? "FP" : nullptr;
-    const std::string& line = packageKind == 1 ? s.mtk : packageKind == 2 ? s.sprd : s.fp;
+    const char* platform = kind == PackageKind::MtkScatter ? "MTK"
+                           : kind == PackageKind::SprdPac  ? "SPRD"
+                           : kind == PackageKind::MtkCfg   ? "FP"
+                                                           : nullptr;
+    const std::string& line = kind == PackageKind::MtkScatter ? s.mtk : kind == PackageKind::SprdPac ? s.sprd : s.fp;
     if (!platform || line.empty()) return {};
     const ProgramCheckResult r = CheckEngineProgram(line, station_.ExeDir(), station_.clock);
     if (r.ok) return {};

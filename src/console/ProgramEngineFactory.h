@@ -27,7 +27,7 @@ public:
     std::unique_ptr<SprdEngine> MakeSprd(app::MessageWindow& window) override;
     // The configured program of the package's platform checked (ProgramCheck.h): its path
     // and the reason when it cannot run.
-    std::string StartProblem(int packageKind) override;
+    std::string StartProblem(app::PackageKind kind) override;
 
     // The settings in use (read on first use).
     const ProgramSettings& Settings();

@@ -184,7 +184,7 @@ std::string ScenarioStation::Observe(const std::vector<std::string>& subject) {
         } else if (what == "idle") {
             bool idle = true;
             for (int i = 0; i < app::kSlotCount; ++i)
-                idle = idle && !st.slots.jobRunning[i] && st.bindings.State(i) != app::BIND_BUSY;
+                idle = idle && !st.slots.jobRunning[i] && st.bindings.State(i) != app::BindState::Busy;
             seen = idle ? "yes" : "no";
         } else if (what == "button") {
             const auto b = p.controller.ButtonStatus();

@@ -70,7 +70,7 @@ int StationRun::PreStartCheck() {
         return 0;
     }
     switch (p.kind) {
-        case PACKAGE_MTK_SCATTER:
+        case PackageKind::MtkScatter:
             monitor_.SelectMonitorService();
             if (!fs::exists(p.scatterFilePath, ec)) {
                 console_.Tell(station_.language.ChooseText(texts::kSelectScatterFirst));
@@ -87,7 +87,7 @@ int StationRun::PreStartCheck() {
             }
             manager_.SetState(engine::ManagerState::Ready);
             break;
-        case PACKAGE_SPRD_PAC:
+        case PackageKind::SprdPac:
             if (const std::string problem = monitor_.SelectMonitorService(); !problem.empty()) {
                 console_.Tell(problem);
                 return 0;
@@ -106,7 +106,7 @@ int StationRun::PreStartCheck() {
             }
             manager_.SetState(engine::ManagerState::Ready);
             break;
-        case PACKAGE_MTK_CFG:
+        case PackageKind::MtkCfg:
             monitor_.SelectMonitorService();
             if (!fs::exists(p.cfgFilePath, ec)) {
                 console_.Tell(station_.language.ChooseText(texts::kSelectCfgFirst));
@@ -143,12 +143,12 @@ void StationRun::StartStopClick() {
         return;
     }
     std::function<bool()> releaseCfgSlots;
-    if (station_.package.kind == PACKAGE_MTK_CFG)
+    if (station_.package.kind == PackageKind::MtkCfg)
         releaseCfgSlots = [this] {
             for (int i = 0; i < kSlotCount; ++i) {
-                if (station_.slots.fpJob[i] == 1) return false;
-                station_.slots.fpJob[i] = 0;
-                station_.bindings.ChangeState(i, BIND_BUSY, BIND_ALL_BINDED);
+                if (station_.slots.fpJob[i] == app::FpJobState::Running) return false;
+                station_.slots.fpJob[i] = app::FpJobState::None;
+                station_.bindings.ChangeState(i, BindState::Busy, BindState::AllBinded);
             }
             return true;
         };

@@ -14,7 +14,7 @@ void Unbind(Station& st, int slot) {
     st.bindings.SetComName(slot, kUnbound);
     st.bindings.SetHsLocation(slot, kUnbound);
     st.bindings.SetLsLocation(slot, kUnbound);
-    st.bindings.SetState(slot, BIND_IDLE);
+    st.bindings.SetState(slot, BindState::Idle);
 }
 }  // namespace
 
@@ -36,7 +36,7 @@ bool BindingCommands::RemoveBindAt(int slot) {
 
 void BindingCommands::CompactBindings() {
     std::array<BindingTable::Entry, kSlotCount> packed;
-    packed.fill({kUnbound, kUnbound, kUnbound, BIND_IDLE});
+    packed.fill({kUnbound, kUnbound, kUnbound, BindState::Idle});
     std::size_t next = 0;
     for (int n = 0; n < kSlotCount; ++n) {
         auto e = station_.bindings.Get(n);
@@ -68,7 +68,7 @@ void BindingCommands::MergeRepeatBind() {
         int qualifying = -1;
         for (int i = 0; i < kSlotCount && qualifying < 0; ++i) {
             const auto e = station_.bindings.Get(i);
-            if (e.state != BIND_PRELOADER_BINDED) continue;
+            if (e.state != BindState::PreloaderBinded) continue;
             for (int j = 0; j < kSlotCount; ++j)
                 if (j != i && station_.bindings.HsLocation(j) == e.hs) {
                     qualifying = i;

@@ -62,7 +62,7 @@ DeviceMonitor::~DeviceMonitor() {
 
 std::string DeviceMonitor::SelectMonitorService() {
     const auto kind = station_.package.kind;
-    if (kind == app::PACKAGE_MTK_SCATTER) {
+    if (kind == app::PackageKind::MtkScatter) {
         const bool wdm = backend_.ServiceExists("wdm_usb");
         const bool ser = backend_.ServiceExists("usbser");
         if (wdm && !ser) {
@@ -83,10 +83,10 @@ std::string DeviceMonitor::SelectMonitorService() {
                 }
             }
         }
-    } else if (kind == app::PACKAGE_SPRD_PAC) {
+    } else if (kind == app::PackageKind::SprdPac) {
         if (!backend_.ServiceExists("sprdvcom")) return app::texts::kSprdServiceMissing;
         monitorService_ = 2;
-    } else if (kind == app::PACKAGE_MTK_CFG) {
+    } else if (kind == app::PackageKind::MtkCfg) {
         monitorService_ = backend_.ServiceExists("wdm_usb") ? 3 : 1;
     }
     if (station_.settings.EnableDebug) {
@@ -215,7 +215,7 @@ platform::Millis DeviceMonitor::Reannounce(Watch& w, const std::vector<std::stri
                     bool busy = false;
                     for (int i = 0; i < app::kSlotCount; ++i)
                         busy = busy || (!location.empty() && station_.bindings.HsLocation(i) == location &&
-                                        station_.bindings.State(i) == app::BIND_BUSY);
+                                        station_.bindings.State(i) == app::BindState::Busy);
                     if (!busy) {
                         announce.push_back(id);
                         it = switched_.erase(it);

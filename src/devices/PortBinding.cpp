@@ -128,8 +128,8 @@ bool PortBinding::HasBinded_MTK(const app::DeviceInfo& info) {
         const bool match = (e.hs == location && (c == PidClass::PRELOADER || c == PidClass::DA)) ||
                            (e.ls == location && c == PidClass::BROM);
         if (!match) continue;
-        if (e.state == app::BIND_BUSY) return false;
-        if (c == PidClass::DA && e.state == app::BIND_PRELOADER_BINDED) continue;
+        if (e.state == app::BindState::Busy) return false;
+        if (c == PidClass::DA && e.state == app::BindState::PreloaderBinded) continue;
         if (!HasWorker(i)) return false;
         // The worker marks the slot BUSY for a DA phone, or leaves it when that phone's job has ended.
         DispatchToSlot(i, info, c == PidClass::DA ? engine::HandOver::DA_MODE : engine::HandOver::PLAIN);
@@ -148,13 +148,13 @@ bool PortBinding::Bind_MTKDev_LS(const app::DeviceInfo& info) {
     for (int i = 0; i < kSlotCount; ++i)
         if (t.LsLocation(i) == location) return false;
     for (int i = 0; i < kSlotCount; ++i) {
-        if (t.State(i) != app::BIND_IDLE || !HasWorker(i)) continue;
+        if (t.State(i) != app::BindState::Idle || !HasWorker(i)) continue;
         engine::DownloadWorker* worker = manager_.WorkerAt(i);
         worker->SetThreadIndex(i);
         // Spreads the BROM handshakes of phones plugged together over time.
         station_.clock.Sleep(platform::Millis{100} * i);
         t.SetLsLocation(i, location);
-        t.SetState(i, app::BIND_BROM_BINDED);
+        t.SetState(i, app::BindState::BromBinded);
         worker->AcceptDevice(info);
         ForgetPortElsewhere(i, info);
         return true;
@@ -168,7 +168,7 @@ bool PortBinding::Bind_MTKDev_HS(const app::DeviceInfo& info) {
     BindingTable& t = station_.bindings;
     for (int i = 0; i < kSlotCount; ++i) {
         if (t.HsLocation(i) != location) continue;
-        if (c != PidClass::DA || t.State(i) != app::BIND_PRELOADER_BINDED) return false;
+        if (c != PidClass::DA || t.State(i) != app::BindState::PreloaderBinded) return false;
     }
     if (c == PidClass::DA) {
         const int i = SlotAwaitingDa(location);
@@ -179,9 +179,9 @@ bool PortBinding::Bind_MTKDev_HS(const app::DeviceInfo& info) {
         return true;
     }
     for (int i = 0; i < kSlotCount; ++i) {
-        if (t.State(i) != app::BIND_IDLE || !HasWorker(i)) continue;
+        if (t.State(i) != app::BindState::Idle || !HasWorker(i)) continue;
         t.SetHsLocation(i, location);
-        t.SetState(i, app::BIND_PRELOADER_BINDED);
+        t.SetState(i, app::BindState::PreloaderBinded);
         DispatchToSlot(i, info, engine::HandOver::PLAIN);
         return true;
     }
@@ -196,7 +196,7 @@ int PortBinding::SlotAwaitingDa(const std::string& location) {
     BindingTable& t = station_.bindings;
     int first = -1;
     for (int i = 0; i < kSlotCount; ++i) {
-        if (t.State(i) != app::BIND_DA_BINDED || !HasWorker(i)) continue;
+        if (t.State(i) != app::BindState::DaBinded || !HasWorker(i)) continue;
         if (t.LsLocation(i) == location) return i;
         if (first < 0) first = i;
     }
@@ -208,7 +208,7 @@ bool PortBinding::HasBinded_SPRD(const app::DeviceInfo& info) {
     BindingTable& t = station_.bindings;
     for (int i = 0; i < kSlotCount; ++i) {
         if (t.HsLocation(i) != location) continue;
-        if (t.State(i) == app::BIND_BUSY) {
+        if (t.State(i) == app::BindState::Busy) {
             // A new SPRD phone while the last one's job still ends (its worker looks
             // every 5 s): reported once, so the row tells the operator to plug it in again.
             engine::DownloadWorker* w = manager_.WorkerAt(i);
@@ -227,9 +227,9 @@ bool PortBinding::Bind_SPRDDev(const app::DeviceInfo& info) {
     for (int i = 0; i < kSlotCount; ++i)
         if (t.HsLocation(i) == location) return true;
     for (int i = 0; i < kSlotCount; ++i) {
-        if (t.State(i) != app::BIND_IDLE || !HasWorker(i)) continue;
+        if (t.State(i) != app::BindState::Idle || !HasWorker(i)) continue;
         t.SetHsLocation(i, location);
-        t.SetState(i, app::BIND_ALL_BINDED);
+        t.SetState(i, app::BindState::AllBinded);
         DispatchToSlot(i, info, engine::HandOver::PLAIN);
         return true;
     }
@@ -257,7 +257,7 @@ void PortBinding::AutoStopCheck() {
     int idle = 0;
     for (int i = 0; i < kSlotCount; ++i) {
         const auto s = station_.bindings.State(i);
-        if (s != app::BIND_BUSY && s != app::BIND_DA_BINDED) ++idle;
+        if (s != app::BindState::Busy && s != app::BindState::DaBinded) ++idle;
     }
     if (idle == kSlotCount && station_.stationRunning) {
         station_.clock.Sleep(1000);

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "engines/EngineRecords.h"
+#include "engines/PackageKind.h"
 
 // The window an engine reports to: its messages are the station's own typed values,
 // declared where the station keeps them.
@@ -76,7 +77,7 @@ public:
     virtual std::unique_ptr<SprdEngine> MakeSprd(app::MessageWindow& window) = 0;
     // Why jobs of `packageKind` cannot run on these engines (an operator's message), or
     // empty. Asked at Start, on the station thread.
-    virtual std::string StartProblem(int /*packageKind*/) { return {}; }
+    virtual std::string StartProblem(app::PackageKind /*kind*/) { return {}; }
 };
 
 // The port number of a friendly name's last parenthesised part ("... (COM23)"), 1..256,

@@ -178,7 +178,7 @@ void MtkPreparation::RefreshPackageDisplay(app::Station& station, PackageDisplay
         console.SetPanelFont({"Arial", static_cast<int>(console.PanelClientHeight() * 0.7), 0});
     };
     switch (package.kind) {
-        case app::PACKAGE_MTK_SCATTER: {
+        case app::PackageKind::MtkScatter: {
             if (!FileExists(package.scatterFilePath)) {
                 console.Tell(station.language.ChooseText(texts::kSelectScatterFirst));
                 station.view.SetPane(0, "");
@@ -195,7 +195,7 @@ void MtkPreparation::RefreshPackageDisplay(app::Station& station, PackageDisplay
             station.view.SetText(app::IDC_PANEL, station.package.version);
             break;
         }
-        case app::PACKAGE_SPRD_PAC:
+        case app::PackageKind::SprdPac:
             station.view.SetPane(0, label + "\"" + package.pacFilePath + "\"");
             console.SetBannerFont(kBannerFont);
             station.view.SetText(app::IDC_PATH_BANNER, package.pacFilePath);
@@ -203,7 +203,7 @@ void MtkPreparation::RefreshPackageDisplay(app::Station& station, PackageDisplay
             station.package.version.clear();
             station.view.SetText(app::IDC_PANEL, "");
             break;
-        case app::PACKAGE_MTK_CFG:
+        case app::PackageKind::MtkCfg:
             station.view.SetPane(0, label + "\"" + package.cfgFilePath + "\"");
             console.SetBannerFont(kBannerFont);
             station.view.SetText(app::IDC_PATH_BANNER, package.cfgFilePath);

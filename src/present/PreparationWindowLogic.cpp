@@ -110,8 +110,8 @@ bool PreparationWindowLogic::Open() {
         view_.barText = FormatBarText(barFormat_, 0);
     }
     bool started = false;
-    const std::int32_t kind = station_.package.kind;
-    if (kind == app::PACKAGE_NONE || kind == app::PACKAGE_MTK_SCATTER) {
+    const app::PackageKind kind = station_.package.kind;
+    if (kind == app::PackageKind::None || kind == app::PackageKind::MtkScatter) {
         {
             std::lock_guard g(mutex_);
             view_.title = station_.language.ChooseText(texts::kPrepTitleValidate);
@@ -120,7 +120,7 @@ bool PreparationWindowLogic::Open() {
             startVerify_(Receiver());
             started = true;
         }
-    } else if (kind == app::PACKAGE_SPRD_PAC) {
+    } else if (kind == app::PackageKind::SprdPac) {
         const std::string path = station_.package.pacFilePath;
         std::shared_ptr<app::MessageWindow> receiver = Receiver();
         work_ = std::thread([this, path, receiver, temp = tempFolder_] {

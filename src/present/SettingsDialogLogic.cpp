@@ -41,13 +41,13 @@ void SettingsDialogLogic::FillList() {
     selected_ = -1;
     const Language& lang = station_.language;
     switch (station_.package.kind) {
-        case PACKAGE_MTK_SCATTER:
+        case PackageKind::MtkScatter:
             for (const auto& e : texts::kScatterOperations) entries_.push_back(lang.ChooseText(e));
             break;
-        case PACKAGE_MTK_CFG:
+        case PackageKind::MtkCfg:
             for (const auto& e : texts::kCfgOperations) entries_.push_back(lang.ChooseText(e));
             break;
-        case PACKAGE_SPRD_PAC: listEnabled_ = false; break;
+        case PackageKind::SprdPac: listEnabled_ = false; break;
         default: break;
     }
 }
@@ -56,7 +56,7 @@ void SettingsDialogLogic::Open() {
     const PackageSelection& pkg = station_.package;
     path_ = pkg.ActivePath();
     FillList();
-    if (pkg.kind == PACKAGE_MTK_SCATTER) {
+    if (pkg.kind == PackageKind::MtkScatter) {
         station_.clock.Sleep(kSettleMs);
         switch (pkg.downloadType) {
             case 0: selected_ = 1; break;
@@ -64,7 +64,7 @@ void SettingsDialogLogic::Open() {
             case 8: selected_ = 3; break;
             default: selected_ = 0; break;
         }
-    } else if (pkg.kind == PACKAGE_MTK_CFG) {
+    } else if (pkg.kind == PackageKind::MtkCfg) {
         selected_ = 0;
     }
 }
@@ -72,16 +72,16 @@ void SettingsDialogLogic::Open() {
 void SettingsDialogLogic::Load(const std::optional<std::string>& path) {
     PackageSelection& pkg = station_.package;
     if (path) {
-        if (Contains(*path, "scatter.txt")) pkg.kind = PACKAGE_MTK_SCATTER;
-        if (Contains(*path, ".pac")) pkg.kind = PACKAGE_SPRD_PAC;
-        if (Contains(*path, ".cfg")) pkg.kind = PACKAGE_MTK_CFG;
+        if (Contains(*path, "scatter.txt")) pkg.kind = PackageKind::MtkScatter;
+        if (Contains(*path, ".pac")) pkg.kind = PackageKind::SprdPac;
+        if (Contains(*path, ".cfg")) pkg.kind = PackageKind::MtkCfg;
         FillList();
         if (listEnabled_ && !entries_.empty()) selected_ = 0;
         path_ = *path;
     }
     // The next start prepares the package again, whatever was chosen here.
-    if (pkg.kind == PACKAGE_MTK_SCATTER) pkg.verified = false;
-    if (pkg.kind == PACKAGE_SPRD_PAC) pkg.prepared = false;
+    if (pkg.kind == PackageKind::MtkScatter) pkg.verified = false;
+    if (pkg.kind == PackageKind::SprdPac) pkg.prepared = false;
 }
 
 bool SettingsDialogLogic::Ok() {
@@ -101,7 +101,7 @@ bool SettingsDialogLogic::Ok() {
                            ? entries_[static_cast<std::size_t>(selected_)][0] - '0'
                            : 0;
     switch (pkg.kind) {
-        case PACKAGE_MTK_SCATTER:
+        case PackageKind::MtkScatter:
             pkg.firmwareFolder = folder;
             pkg.scatterFilePath = path_;
             pkg.reserveUserData = false;
@@ -119,13 +119,13 @@ bool SettingsDialogLogic::Ok() {
             }
             station_.clock.Sleep(kSettleMs);
             break;
-        case PACKAGE_MTK_CFG:
+        case PackageKind::MtkCfg:
             pkg.cfgFolder = folder;
             pkg.cfgFilePath = path_;
             pkg.cfgBackupRestore = station_.settings.BackupandRestore != 0 || number == 3;
             station_.clock.Sleep(kSettleMs);
             break;
-        case PACKAGE_SPRD_PAC:
+        case PackageKind::SprdPac:
             pkg.pacFolder = folder;
             pkg.pacFilePath = path_;
             break;

@@ -299,7 +299,7 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
     if ((!onList && !onBench) || event->type() != QEvent::ToolTip) return QWidget::eventFilter(watched, event);
     auto* help = static_cast<QHelpEvent*>(event);
     const int slot = onList ? SlotOfRow(slotList_->rowAt(help->pos().y())) : SlotOfRow(benchView_->TileAt(help->pos()));
-    if (slot < 0 || station_.bindings.State(slot) == BIND_BUSY) return QWidget::eventFilter(watched, event);
+    if (slot < 0 || station_.bindings.State(slot) == BindState::Busy) return QWidget::eventFilter(watched, event);
     const auto last = station_.history.LastJob(slot);
     const std::string why = last ? FailureText(*last) : std::string();
     if (why.empty()) return QWidget::eventFilter(watched, event);

@@ -88,11 +88,11 @@ int main(int argc, char** argv) {
         if (ready && rig->Bench() && station.settings.benchAuto) {
             // Phones of the platform of the package chosen at the moment they arrive.
             autoBench = std::make_unique<sim::AutoBench>(*rig->Bench(), clock, [&] {
-                int kind = app::PACKAGE_NONE;
+                app::PackageKind kind = app::PackageKind::None;
                 loop.Call([&] { kind = station.package.kind; });
-                return kind == app::PACKAGE_SPRD_PAC  ? sim::PhoneKind::SPRD
-                       : kind == app::PACKAGE_MTK_CFG ? sim::PhoneKind::CFG
-                                                      : sim::PhoneKind::MTK_BROM;
+                return kind == app::PackageKind::SprdPac  ? sim::PhoneKind::SPRD
+                       : kind == app::PackageKind::MtkCfg ? sim::PhoneKind::CFG
+                                                          : sim::PhoneKind::MTK_BROM;
             });
             autoBench->Start();
         }

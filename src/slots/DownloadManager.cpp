@@ -79,7 +79,7 @@ void DownloadManager::AddWorker(const app::HubPortEntry& entry) {
         const auto s = static_cast<std::size_t>(row);
         station_.slots.rowShown[s].store(false);
         const auto state = station_.bindings.State(row);
-        if (state == app::BIND_ALL_BINDED || state == app::BIND_PRELOADER_BINDED) {
+        if (state == app::BindState::AllBinded || state == app::BindState::PreloaderBinded) {
             const int r = list.InsertRow("");
             list.EditRow(r, [&](app::SlotRow& sr) { FillBoundRow(station_, row, sr); });
             station_.slots.rowShown[s].store(true);
@@ -143,7 +143,8 @@ bool DownloadManager::StopAll(const std::function<bool()>& first) {
         // package (a Start without one) must not hold the station running for good.
         for (int r = 0; !refused && state_ == ManagerState::Running && r < rows && r < app::kSlotCount; ++r) {
             const auto state = station_.bindings.State(r);
-            refused = state == app::BIND_BUSY || state == app::BIND_BROM_BINDED || state == app::BIND_DA_BINDED;
+            refused = state == app::BindState::Busy || state == app::BindState::BromBinded ||
+                      state == app::BindState::DaBinded;
         }
         if (!refused) {
             for (int r = 0; r < rows; ++r) station_.slotList.SetCellText(r, app::COL_TIMER, "");
@@ -172,7 +173,7 @@ int DownloadManager::PreLoadPackage() {
     return workers_.empty() ? 1 : workers_.front()->PreLoadPackage();
 }
 
-void DownloadManager::PackageVersionText(int kind, std::string& text) {
+void DownloadManager::PackageVersionText(app::PackageKind kind, std::string& text) {
     if (!workers_.empty()) workers_.front()->PackageVersionText(kind, text);
 }
 

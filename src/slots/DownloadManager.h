@@ -57,7 +57,7 @@ public:
     // (PreLoadPackage: 1).
     void VerifyPackage(std::shared_ptr<app::MessageWindow> window);
     int PreLoadPackage();
-    void PackageVersionText(int kind, std::string& text);
+    void PackageVersionText(app::PackageKind kind, std::string& text);
     app::EngineVersions EngineVersionTexts();
 
     void ShowSlotElapsed(int slot);

@@ -119,7 +119,7 @@ bool DownloadWorker::AcceptDevice(const app::DeviceInfo& device, HandOver how) {
         // serves it. Outside a job it is never served: binding may have tied this
         // socket to another phone's slot, whose job then flashes it a second time.
         if (!inJob_) return false;
-        if (slotKnown) station_.bindings.SetState(slot, app::BIND_BUSY);
+        if (slotKnown) station_.bindings.SetState(slot, app::BindState::Busy);
         NotifyDevice(NotifyCodeOf(app::EventKind::MTK), device.friendlyName);
         return true;
     }
@@ -139,7 +139,7 @@ bool DownloadWorker::AcceptDevice(const app::DeviceInfo& device, HandOver how) {
         undrawn_ = !station_.stationRunning.load();
         return true;
     }
-    if (how == HandOver::BUSY && slotKnown) station_.bindings.SetState(slot, app::BIND_BUSY);
+    if (how == HandOver::BUSY && slotKnown) station_.bindings.SetState(slot, app::BindState::Busy);
     events_.Set(event);
     return true;
 }
@@ -190,25 +190,26 @@ void DownloadWorker::NotifyDevice(std::uint32_t code, const std::string& name) {
             // A phone that waited for the next Start has left: no job serves it then, and
             // a slot its BROM form bound is given back as after a job on it.
             if (std::exchange(pending_, WorkerEvents::STOP) == WorkerEvents::MTK &&
-                station_.bindings.State(slot) == app::BIND_BROM_BINDED) {
+                station_.bindings.State(slot) == app::BindState::BromBinded) {
                 RestoreMtkBinding(slot);
                 ShowBindState(slot);
             }
             if (std::exchange(dropped_, false)) {
                 const bool bound = station_.bindings.HsLocation(slot) != app::kUnbound;
-                station_.bindings.ChangeState(slot, app::BIND_BUSY, bound ? app::BIND_ALL_BINDED : app::BIND_IDLE);
+                station_.bindings.ChangeState(slot, app::BindState::Busy,
+                                              bound ? app::BindState::AllBinded : app::BindState::Idle);
                 window_.KillTimer(slot);
                 ShowBindState(slot);
             }
         }
         app::Rgb colour = kColourGrey;
-        if (station_.package.kind == app::PACKAGE_MTK_CFG) {
-            const int job = station_.slots.fpJob[s].load();
-            if (job == 1) {
-                station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
+        if (station_.package.kind == app::PackageKind::MtkCfg) {
+            const app::FpJobState job = station_.slots.fpJob[s].load();
+            if (job == app::FpJobState::Running) {
+                station_.bindings.SetState(slot, app::BindState::AllBinded);
                 colour = app::kBlack;
-            } else if (job == 2) {
-                station_.bindings.SetState(slot, app::BIND_BUSY);  // served this run: not again until Stop
+            } else if (job == app::FpJobState::Finished) {
+                station_.bindings.SetState(slot, app::BindState::Busy);  // served this run: not again until Stop
             }
             // A departure: no job of this run served it (or the station stopped since),
             // and BUSY would make the slot ignore the next phone on its socket until a
@@ -402,9 +403,9 @@ bool DownloadWorker::JobStart(int slot, WorkerEvents::Event event) {
             return false;
         }
         if (slotKnown) {
-            station_.bindings.SetState(slot, app::BIND_BUSY);
+            station_.bindings.SetState(slot, app::BindState::Busy);
             station_.slots.jobRunning[s].store(true);
-            if (event == WorkerEvents::FP) station_.slots.fpJob[s].store(1);
+            if (event == WorkerEvents::FP) station_.slots.fpJob[s].store(app::FpJobState::Running);
         }
         inJob_ = true;
         dropped_ = false;
@@ -444,13 +445,13 @@ void DownloadWorker::JobEnd(Restore restore) {
 
 void DownloadWorker::RestoreMtkBinding(int slot) {
     auto& b = station_.bindings;
-    if (b.LsLocation(slot) == app::kUnbound) b.SetState(slot, app::BIND_PRELOADER_BINDED);
+    if (b.LsLocation(slot) == app::kUnbound) b.SetState(slot, app::BindState::PreloaderBinded);
     if (b.HsLocation(slot) == app::kUnbound) {
-        b.SetState(slot, app::BIND_IDLE);
+        b.SetState(slot, app::BindState::Idle);
         b.SetLsLocation(slot, app::kUnbound);
     }
     if (b.LsLocation(slot) != app::kUnbound && b.HsLocation(slot) != app::kUnbound)
-        b.SetState(slot, app::BIND_ALL_BINDED);
+        b.SetState(slot, app::BindState::AllBinded);
 }
 
 void DownloadWorker::ShowBindState(int slot) {
@@ -503,7 +504,7 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
             FinishJob(slot, "SPRD", sprdStartedAt_, true, app::texts::kReasonNoSwitch);
         }
         // From here on the phone's return on its download port is a new hand-over.
-        JobEnd([&] { station_.bindings.SetState(slot, app::BIND_ALL_BINDED); });
+        JobEnd([&] { station_.bindings.SetState(slot, app::BindState::AllBinded); });
         return;
     }
     display_.SetSprdPhase(1);
@@ -517,7 +518,7 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
             break;
         }
         if (stage == SlotStage::PASS) break;
-        if (stage == SlotStage::FAIL || station_.bindings.State(slot) != app::BIND_BUSY) {
+        if (stage == SlotStage::FAIL || station_.bindings.State(slot) != app::BindState::Busy) {
             failed = true;
             break;
         }
@@ -525,7 +526,8 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
     display_.SetSprdPhase(0);
     sprd_->StopOnePortWork(n, 1);
     JobEnd([&] {
-        if (station_.bindings.HsLocation(slot) != app::kUnbound) station_.bindings.SetState(slot, app::BIND_ALL_BINDED);
+        if (station_.bindings.HsLocation(slot) != app::kUnbound)
+            station_.bindings.SetState(slot, app::BindState::AllBinded);
     });
     ShowBindState(slot);
     window_.KillTimer(slot);
@@ -547,7 +549,7 @@ void DownloadWorker::MtkJob() {
     if (prep->EfuseEnabled)
         mtk_->SetEfusePara(prep->EfuseEnabled, prep->EfuseXmlPath.c_str(), 0, "", prep->DaBrPath.c_str(),
                            prep->DaPlPath.c_str());
-    if (station_.bindings.State(slot) != app::BIND_ALL_BINDED) mtk_->SetDAPort(slot);
+    if (station_.bindings.State(slot) != app::BindState::AllBinded) mtk_->SetDAPort(slot);
     mtk_->SetDownloadType(station_.package.downloadType);
     app::DeviceInfo device = Device();
     mtk_->SetDeviceInfo(&device);
@@ -583,9 +585,9 @@ void DownloadWorker::FpJob() {
     ShowBindState(slot);
     window_.KillTimer(slot);
     FinishJob(slot, "CFG", station_.slots.startTime[static_cast<std::size_t>(slot)].load(), r != 0);
-    station_.slots.fpJob[static_cast<std::size_t>(slot)].store(2);
+    station_.slots.fpJob[static_cast<std::size_t>(slot)].store(app::FpJobState::Finished);
     bool anyRunning = false;
-    for (const auto& state : station_.slots.fpJob) anyRunning = anyRunning || state.load() == 1;
+    for (const auto& state : station_.slots.fpJob) anyRunning = anyRunning || state.load() == app::FpJobState::Running;
     if (!anyRunning && station_.stationRunning.load() && events_.Pause(1000))
         window_.Send(app::Command{app::CommandId::START_STOP, true});
 }
@@ -598,7 +600,7 @@ void DownloadWorker::SetChecksumWindow(std::shared_ptr<app::MessageWindow> windo
 
 int DownloadWorker::PreLoadPackage() {
     const auto& pkg = station_.package;
-    if (pkg.kind == app::PACKAGE_MTK_SCATTER) {
+    if (pkg.kind == app::PackageKind::MtkScatter) {
         const auto prep = station_.mtkPrep.Get();
         app::SpmtkEfuseInfo efuse{prep->EfuseEnabled,     prep->DaVariant,       0, 0,
                                   prep->DaBrPath.c_str(), prep->DaPlPath.c_str()};
@@ -606,20 +608,20 @@ int DownloadWorker::PreLoadPackage() {
         const int r = mtk_->PreLoadFiles(path.data(), true, static_cast<int>(station_.settings.FlashCheckSum),
                                          pkg.downloadType, efuse, pkg.reserveUserData);
         if (r != 0) return kPreLoadRefused;
-    } else if (pkg.kind == app::PACKAGE_SPRD_PAC || pkg.kind == app::PACKAGE_MTK_CFG || pkg.kind == 4) {
+    } else if (pkg.kind == app::PackageKind::SprdPac || pkg.kind == app::PackageKind::MtkCfg) {
         fp_->PreLoadFiles_FP(pkg.cfgFilePath.c_str());
     }
     return 0;
 }
 
-void DownloadWorker::PackageVersionText(int kind, std::string& text) {
-    if (kind == 1) {
+void DownloadWorker::PackageVersionText(app::PackageKind kind, std::string& text) {
+    if (kind == app::PackageKind::MtkScatter) {
         char buffer[260] = {};
         mtk_->GetPCLoadVersion(buffer);
         const std::string version(buffer, strnlen(buffer, sizeof buffer));
         text = version.rfind("CY", 0) == 0 && version.size() >= 3 ? version.substr(3) : std::string();
-    } else if (kind == 0 || kind == 2 || kind == 4) {
-        text.clear();
+    } else if (kind != app::PackageKind::MtkCfg) {
+        text.clear();  // a CFG package keeps the text it was given
     }
 }
 

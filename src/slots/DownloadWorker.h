@@ -116,7 +116,7 @@ public:
     void SetChecksumWindow(std::shared_ptr<app::MessageWindow> window);
     // 0, or kPreLoadRefused when the MTK engine refused the scatter package.
     int PreLoadPackage();
-    void PackageVersionText(int kind, std::string& text);
+    void PackageVersionText(app::PackageKind kind, std::string& text);
     void FillVersionInfo(app::VersionInfo* info);
     void VerifyPackage();
 

@@ -126,7 +126,7 @@ void SlotDisplay::Show(const app::SlotAccount& m) {
 void SlotDisplay::Show(const app::SlotDaSwitched& m) {
     std::lock_guard g(mutex_);
     state_.daSwitched = true;
-    if (m.slot < app::kSlotCount) station_.bindings.SetState(m.slot, app::BIND_DA_BINDED);
+    if (m.slot < app::kSlotCount) station_.bindings.SetState(m.slot, app::BindState::DaBinded);
 }
 
 void SlotDisplay::Show(const app::SlotVerdict& m) {

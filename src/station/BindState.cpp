@@ -2,14 +2,14 @@
 
 namespace quorvel::app {
 
-const char* BindStateName(std::int32_t code) {
-    switch (code) {
-        case BIND_IDLE: return "IDLE";
-        case BIND_BROM_BINDED: return "BROM_BINDED";
-        case BIND_DA_BINDED: return "DA_BINDED";
-        case BIND_PRELOADER_BINDED: return "PRELOADER_BINDED";
-        case BIND_ALL_BINDED: return "ALL_BINDED";
-        case BIND_BUSY: return "BUSY";
+const char* BindStateName(BindState state) {
+    switch (state) {
+        case BindState::Idle: return "IDLE";
+        case BindState::BromBinded: return "BROM_BINDED";
+        case BindState::DaBinded: return "DA_BINDED";
+        case BindState::PreloaderBinded: return "PRELOADER_BINDED";
+        case BindState::AllBinded: return "ALL_BINDED";
+        case BindState::Busy: return "BUSY";
         default: return "";
     }
 }

@@ -4,17 +4,18 @@
 
 namespace quorvel::app {
 
-// A slot's binding state, stored as a signed 32-bit code.
-enum BindState : std::int32_t {
-    BIND_IDLE = 0,
-    BIND_BROM_BINDED = 1,
-    BIND_DA_BINDED = 2,
-    BIND_PRELOADER_BINDED = 3,
-    BIND_ALL_BINDED = 4,
-    BIND_BUSY = 999,
+// A slot's binding state. The codes are the ones the binding commands and logs have always
+// used, so a state written as a number still reads back the same.
+enum class BindState : std::int32_t {
+    Idle = 0,
+    BromBinded = 1,
+    DaBinded = 2,
+    PreloaderBinded = 3,
+    AllBinded = 4,
+    Busy = 999,
 };
 
-// "IDLE", "BROM_BINDED", ... ; any other code gives the empty text.
-const char* BindStateName(std::int32_t code);
+// "IDLE", "BROM_BINDED", ... ; a value outside the list gives the empty text.
+const char* BindStateName(BindState state);
 
 }  // namespace quorvel::app

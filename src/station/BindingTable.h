@@ -26,17 +26,17 @@ public:
     void SetLsLocation(int slot, std::string text);
     void SetComName(int slot, std::string text);
 
-    std::int32_t State(int slot) const { return state_.at(Index(slot)).load(); }
-    void SetState(int slot, std::int32_t code) { state_.at(Index(slot)).store(code); }
-    // Atomically replaces `expected` by `code`; false when the state was something else.
-    bool ChangeState(int slot, std::int32_t expected, std::int32_t code) {
-        return state_.at(Index(slot)).compare_exchange_strong(expected, code);
+    BindState State(int slot) const { return state_.at(Index(slot)).load(); }
+    void SetState(int slot, BindState state) { state_.at(Index(slot)).store(state); }
+    // Atomically replaces `expected` by `state`; false when the state was something else.
+    bool ChangeState(int slot, BindState expected, BindState state) {
+        return state_.at(Index(slot)).compare_exchange_strong(expected, state);
     }
 
     // All three texts of a slot, read together.
     struct Entry {
         std::string hs, ls, com;
-        std::int32_t state;
+        BindState state = BindState::Idle;
     };
     Entry Get(int slot) const;
 
@@ -45,13 +45,16 @@ private:
 
     mutable std::mutex mutex_;  // guards the texts
     std::array<std::string, kSlotCount> hs_{}, ls_{}, com_{};
-    std::array<std::atomic<std::int32_t>, kSlotCount> state_{};
+    std::array<std::atomic<BindState>, kSlotCount> state_{};
 };
+
+// Where a slot's CFG job stands in this run.
+enum class FpJobState : std::int32_t { None = 0, Running = 1, Finished = 2 };
 
 // Further per-slot tables, all zero at start.
 struct SlotTables {
-    std::array<std::atomic<bool>, kSlotCount> rowShown{};           // SlotRowShown
-    std::array<std::atomic<std::int32_t>, kSlotCount> fpJob{};      // FpJobState: 0 none, 1 running, 2 finished
+    std::array<std::atomic<bool>, kSlotCount> rowShown{};  // SlotRowShown
+    std::array<std::atomic<FpJobState>, kSlotCount> fpJob{};
     std::array<std::atomic<std::int64_t>, kSlotCount> startTime{};  // SlotStartTime, UTC seconds
     // An engine job runs on the slot now (a CFG slot stays BUSY after its job).
     std::array<std::atomic<bool>, kSlotCount> jobRunning{};

@@ -10,18 +10,18 @@ const std::string kNone;
 
 const std::string& PackageSelection::ActivePath() const {
     switch (kind) {
-        case PACKAGE_MTK_SCATTER: return scatterFilePath;
-        case PACKAGE_SPRD_PAC: return pacFilePath;
-        case PACKAGE_MTK_CFG: return cfgFilePath;
+        case PackageKind::MtkScatter: return scatterFilePath;
+        case PackageKind::SprdPac: return pacFilePath;
+        case PackageKind::MtkCfg: return cfgFilePath;
         default: return kNone;
     }
 }
 
 const std::string& PackageSelection::ActiveFolder() const {
     switch (kind) {
-        case PACKAGE_MTK_SCATTER: return firmwareFolder;
-        case PACKAGE_SPRD_PAC: return pacFolder;
-        case PACKAGE_MTK_CFG: return cfgFolder;
+        case PackageKind::MtkScatter: return firmwareFolder;
+        case PackageKind::SprdPac: return pacFolder;
+        case PackageKind::MtkCfg: return cfgFolder;
         default: return kNone;
     }
 }

@@ -10,19 +10,13 @@
 #include <vector>
 
 #include "engines/EngineRecords.h"
+#include "engines/PackageKind.h"
 #include "station/Language.h"
 
 namespace quorvel::app {
 
-enum PackageKind : std::int32_t {
-    PACKAGE_NONE = 0,
-    PACKAGE_MTK_SCATTER = 1,
-    PACKAGE_SPRD_PAC = 2,
-    PACKAGE_MTK_CFG = 3
-};
-
 struct PackageSelection {
-    std::int32_t kind = PACKAGE_NONE;  // PackageKind
+    PackageKind kind = PackageKind::None;
     std::string scatterFilePath, firmwareFolder;
     std::string pacFilePath, pacFolder;
     std::string cfgFilePath, cfgFolder;

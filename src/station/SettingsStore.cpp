@@ -160,7 +160,7 @@ int SettingsStore::SettingsLoad() {
             const std::string hs = r.Text(kHsSection, SlotKey(n).c_str(), kPathBuffer);
             std::string ls = r.Text(kLsSection, SlotKey(n).c_str(), kPathBuffer);
             if (hs != kUnbound) {
-                table.SetState(n, ls != kUnbound ? BIND_ALL_BINDED : BIND_PRELOADER_BINDED);
+                table.SetState(n, ls != kUnbound ? BindState::AllBinded : BindState::PreloaderBinded);
             } else {
                 ls = kUnbound;
             }
@@ -176,19 +176,19 @@ int SettingsStore::SettingsLoad() {
             station_.view.SetText(IDC_PATH_BANNER, path);
         };
         if (path.find("scatter.txt") != std::string::npos) {
-            pkg.kind = PACKAGE_MTK_SCATTER;
+            pkg.kind = PackageKind::MtkScatter;
             pkg.firmwareFolder = platform::FolderOf(path);
             pkg.scatterFilePath = path;
             shown();
         }
         if (path.find(".cfg") != std::string::npos) {
-            pkg.kind = PACKAGE_MTK_CFG;
+            pkg.kind = PackageKind::MtkCfg;
             pkg.cfgFolder = platform::FolderOf(path);
             pkg.cfgFilePath = path;
             shown();
         }
         if (path.find(".pac") != std::string::npos) {
-            pkg.kind = PACKAGE_SPRD_PAC;
+            pkg.kind = PackageKind::SprdPac;
             pkg.pacFolder = platform::FolderOf(path);
             pkg.pacFilePath = path;
             shown();
@@ -240,8 +240,9 @@ void SettingsStore::SaveBindings() {
         writes.push_back({kStateSection, key, BindStateName(e.state)});
     }
     const PackageSelection& pkg = station_.package;
-    if (pkg.kind == PACKAGE_MTK_SCATTER) writes.push_back({"COMMON", "HasScan", station_.settings.HasScan ? "1" : "0"});
-    if (pkg.kind != PACKAGE_NONE) writes.push_back({"COMMON", "FilePath", pkg.ActivePath()});
+    if (pkg.kind == PackageKind::MtkScatter)
+        writes.push_back({"COMMON", "HasScan", station_.settings.HasScan ? "1" : "0"});
+    if (pkg.kind != PackageKind::None) writes.push_back({"COMMON", "FilePath", pkg.ActivePath()});
     // One atomic replacement: a crash leaves either the old or the new table.
     Written(FilePath(), ProfileIni::WriteMany(FilePath(), writes));
 }

@@ -212,7 +212,7 @@ private:
 
     bool AnySlotBusy() const {
         for (int i = 0; i < sockets_; ++i)
-            if (station_->bindings.State(i) == BIND_BUSY) return true;
+            if (station_->bindings.State(i) == BindState::Busy) return true;
         return false;
     }
 
@@ -330,7 +330,7 @@ private:
             for (int s = 0; s < sockets_; ++s)
                 if (Bench().JobRunningAt(s)) return -1;  // not drained; checked next time
             for (int i = 0; i < sockets_; ++i)
-                if (station_->bindings.State(i) == BIND_BUSY) return i;
+                if (station_->bindings.State(i) == BindState::Busy) return i;
             return -1;
         };
         if (!RunUntil([&] { return idleBusy() < 0; }, 15000)) {

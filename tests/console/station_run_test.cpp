@@ -55,13 +55,13 @@ TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWor
     EXPECT_FALSE(st.view.Snapshot().controls[IDC_SETTINGS].enabled);
 
     st.slotList.InsertRow("01");
-    st.bindings.SetState(0, BIND_BROM_BINDED);
+    st.bindings.SetState(0, BindState::BromBinded);
     Click();
     EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     EXPECT_EQ(Messages(), std::vector<std::string>{"At least one thread is running, Please wait for a moment!"});
     EXPECT_EQ(sleep.held, std::vector<bool>{true});  // no suspend while a phone is flashed
 
-    st.bindings.SetState(0, BIND_ALL_BINDED);
+    st.bindings.SetState(0, BindState::AllBinded);
     st.bindings.SetHsLocation(0, "1-1\\PORT1");
     Click();
     EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START);
@@ -90,7 +90,7 @@ TEST_F(StationRunTest, FailedVerificationRefusesStartAndNoPackageStartsWithANoti
     // Without a package the run starts, as asked, and the notice says why nothing is
     // flashed, until a Start with a package.
     f.ui.Clear();
-    st.package.kind = PACKAGE_NONE;
+    st.package.kind = PackageKind::None;
     Click();
     EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     EXPECT_TRUE(Messages().empty());
@@ -98,7 +98,7 @@ TEST_F(StationRunTest, FailedVerificationRefusesStartAndNoPackageStartsWithANoti
               "No package selected: phones are bound, but there is nothing to download to them. "
               "Stop, choose a package in Settings and start again.");
     Click();
-    st.package.kind = PACKAGE_MTK_SCATTER;
+    st.package.kind = PackageKind::MtkScatter;
     registry.SetVerifyPasses(true);
     Click();
     EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
@@ -114,7 +114,7 @@ TEST_F(StationRunTest, FailedVerificationRefusesStartAndNoPackageStartsWithANoti
 }
 
 TEST_F(StationRunTest, CfgStopWaitsForRunningJobsAndEndsFinishedOnes) {
-    st.package.kind = PACKAGE_MTK_CFG;
+    st.package.kind = PackageKind::MtkCfg;
     st.package.cfgFilePath = f.dir.File("fw/phone.cfg");
     Click();
     ASSERT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
@@ -122,23 +122,23 @@ TEST_F(StationRunTest, CfgStopWaitsForRunningJobsAndEndsFinishedOnes) {
 
     st.slotList.InsertRow("01");
     st.slotList.InsertRow("02");
-    st.slots.fpJob[0] = 2;
-    st.bindings.SetState(0, BIND_BUSY);
-    st.slots.fpJob[1] = 1;
+    st.slots.fpJob[0] = FpJobState::Finished;
+    st.bindings.SetState(0, BindState::Busy);
+    st.slots.fpJob[1] = FpJobState::Running;
     Click();
     EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
     EXPECT_EQ(Messages().size(), 1u);
     // Slot 0 was passed before the refusal: its finished job is cleared and it is no longer busy.
-    EXPECT_EQ(st.slots.fpJob[0], 0);
-    EXPECT_EQ(st.bindings.State(0), BIND_ALL_BINDED);
+    EXPECT_EQ(st.slots.fpJob[0], FpJobState::None);
+    EXPECT_EQ(st.bindings.State(0), BindState::AllBinded);
 
     // Any other BUSY slot is released (a job marks its slot BUSY and running in one step).
     st.slotList.InsertRow("03");
-    st.slots.fpJob[1] = 2;
-    st.bindings.SetState(2, BIND_BUSY);
+    st.slots.fpJob[1] = FpJobState::Finished;
+    st.bindings.SetState(2, BindState::Busy);
     Click();
     EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START);
-    EXPECT_EQ(st.bindings.State(2), BIND_ALL_BINDED);
+    EXPECT_EQ(st.bindings.State(2), BindState::AllBinded);
 
     run.Manager().JoinWalks();
 }
@@ -191,7 +191,7 @@ TEST(StationRunJobs, AStopJustBeforeTheJobKeepsItFromBeginning) {
     bool accepted = false;
     h.st.bindings.SetHsLocation(0, "NA");
     h.st.bindings.SetLsLocation(0, "NA");
-    h.st.bindings.SetState(0, BIND_IDLE);
+    h.st.bindings.SetState(0, BindState::Idle);
 
     h.StartStation();
     mtk.beforeJob = [&] { h.loop.Call([&] { accepted = h.manager->StopAll(); }); };
@@ -202,7 +202,7 @@ TEST(StationRunJobs, AStopJustBeforeTheJobKeepsItFromBeginning) {
     ASSERT_TRUE(h.RunUntil([&] { return h.RunningWorkers() == 0; }));
     EXPECT_TRUE(accepted);
     EXPECT_EQ(mtk.jobs.load(), 0);
-    EXPECT_EQ(h.State(0), BIND_PRELOADER_BINDED);
+    EXPECT_EQ(h.State(0), BindState::PreloaderBinded);
     h.StartStation();
     ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1; }));
     EXPECT_EQ(mtk.jobs.load(), 1);

@@ -105,7 +105,7 @@ protected:
         f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n");
         f.UnbindAllSlots();
     }
-    void Bind(int slot, const std::string& hs, std::int32_t state = app::BIND_ALL_BINDED,
+    void Bind(int slot, const std::string& hs, app::BindState state = app::BindState::AllBinded,
               const std::string& ls = "NA") {
         st.bindings.SetHsLocation(slot, hs);
         st.bindings.SetLsLocation(slot, ls);

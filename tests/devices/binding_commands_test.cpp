@@ -20,7 +20,7 @@ protected:
 TEST_F(BindingCommandsTest, RemovingAMiddleBindingMovesTheNextOneDown) {
     Bind(0, "hub\\PORT1");
     Bind(1, "hub\\PORT2");
-    Bind(2, "hub\\PORT3", BIND_PRELOADER_BINDED);
+    Bind(2, "hub\\PORT3", BindState::PreloaderBinded);
     AddRows(3);
     commands.RemoveTheBind(-1);  // rows outside the list: nothing happens
     commands.RemoveTheBind(3);
@@ -36,9 +36,9 @@ TEST_F(BindingCommandsTest, RemovingAMiddleBindingMovesTheNextOneDown) {
 }
 
 TEST_F(BindingCommandsTest, CompactionDropsLsOnlySlotsAndKeepsOrder) {
-    Bind(1, "NA", BIND_BROM_BINDED, "hubB\\PORT2");
+    Bind(1, "NA", BindState::BromBinded, "hubB\\PORT2");
     Bind(3, "hub\\PORT4");
-    Bind(7, "hub\\PORT8", BIND_PRELOADER_BINDED);
+    Bind(7, "hub\\PORT8", BindState::PreloaderBinded);
     commands.CompactBindings();
     EXPECT_EQ(Table(3), (Rows{"hub\\PORT4 NA ALL_BINDED", "hub\\PORT8 NA PRELOADER_BINDED", "NA NA IDLE"}));
 }
@@ -60,10 +60,10 @@ TEST_F(BindingCommandsTest, RemoveAllLeavesEveryKeyUnbound) {
 
 TEST_F(BindingCommandsTest, MergeRemovesTheLowerDuplicateAndEndsAtASlotWithoutARow) {
     Bind(0, "hub\\PORT1");
-    Bind(1, "hub\\PORT5", BIND_PRELOADER_BINDED);
-    Bind(2, "hub\\PORT5", BIND_PRELOADER_BINDED);
-    Bind(4, "hub\\PORT9", BIND_PRELOADER_BINDED);  // a pair without rows: kept
-    Bind(6, "hub\\PORT9", BIND_PRELOADER_BINDED);
+    Bind(1, "hub\\PORT5", BindState::PreloaderBinded);
+    Bind(2, "hub\\PORT5", BindState::PreloaderBinded);
+    Bind(4, "hub\\PORT9", BindState::PreloaderBinded);  // a pair without rows: kept
+    Bind(6, "hub\\PORT9", BindState::PreloaderBinded);
     AddRows(3);
     commands.MergeRepeatBind();  // must return
     EXPECT_EQ(Table(4), (Rows{"hub\\PORT1 NA ALL_BINDED", "hub\\PORT5 NA PRELOADER_BINDED",

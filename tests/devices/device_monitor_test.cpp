@@ -178,7 +178,7 @@ TEST_F(DeviceMonitorTest, LateSerialPortIsAwaitedReportedOnceAndNeverLost) {
 
 TEST_F(DeviceMonitorTest, NoDeviceListYetMeansNoEventsUntilTheFirstDevice) {
     backend.services["sprdvcom"] = std::nullopt;
-    st.package.kind = PACKAGE_SPRD_PAC;
+    st.package.kind = PackageKind::SprdPac;
     ASSERT_EQ(monitor.SelectMonitorService(), "");
     st.stationRunning = true;
     monitor.Start();
@@ -194,10 +194,10 @@ TEST_F(DeviceMonitorTest, NoDeviceListYetMeansNoEventsUntilTheFirstDevice) {
 }
 
 TEST_F(DeviceMonitorTest, ServiceChoiceByPackageKind) {
-    st.package.kind = PACKAGE_SPRD_PAC;
+    st.package.kind = PackageKind::SprdPac;
     EXPECT_EQ(monitor.SelectMonitorService(), "sprdvcom service is not found");
 
-    st.package.kind = PACKAGE_MTK_SCATTER;
+    st.package.kind = PackageKind::MtkScatter;
     st.settings.ServiceNameList = {"vendor_a", "vendor_b"};
     backend.services["vendor_b"] = std::nullopt;
     EXPECT_EQ(monitor.SelectMonitorService(), "");
@@ -213,7 +213,7 @@ TEST_F(DeviceMonitorTest, ServiceChoiceByPackageKind) {
     EXPECT_EQ(monitor.SelectMonitorService(), "");
     EXPECT_EQ(monitor.MonitorService(), 0);
 
-    st.package.kind = PACKAGE_MTK_CFG;
+    st.package.kind = PackageKind::MtkCfg;
     EXPECT_EQ(monitor.SelectMonitorService(), "");
     EXPECT_EQ(monitor.MonitorService(), 3);
 }

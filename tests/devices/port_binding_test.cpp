@@ -56,24 +56,24 @@ TEST_F(PortBindingTest, BromPhoneTakesTheFirstIdleSlotAfterASlotOrderedDelay) {
     EXPECT_EQ(DeviceOf(0), kBrom);
     EXPECT_FALSE(binding.Bind_MTKDev_LS(Mtk(kBrom, "2-1\\PORT1"))) << "already bound";
 
-    for (int i = 1; i < 5; ++i) Bind(i, "1-9\\PORT" + std::to_string(i), BIND_ALL_BINDED);
+    for (int i = 1; i < 5; ++i) Bind(i, "1-9\\PORT" + std::to_string(i), BindState::AllBinded);
     t0 = f.clock.Now();
     EXPECT_TRUE(binding.Bind_MTKDev_LS(Mtk(kBrom, "2-1\\PORT6")));
     EXPECT_EQ(f.clock.Now() - t0, 500);
-    EXPECT_EQ(st.bindings.State(5), BIND_BROM_BINDED);
+    EXPECT_EQ(st.bindings.State(5), BindState::BromBinded);
 }
 
 TEST_F(PortBindingTest, DaPhoneSkipsAPreloaderBoundSlotAndTakesTheFirstDaBoundOne) {
     Workers(4);
-    Bind(0, "1-1\\PORT1", BIND_PRELOADER_BINDED);
+    Bind(0, "1-1\\PORT1", BindState::PreloaderBinded);
     const DeviceInfo da = Mtk(kDa, "1-1\\PORT1");
     EXPECT_FALSE(binding.HasBinded_MTK(da));
     EXPECT_FALSE(binding.Bind_MTKDev_HS(da));  // no slot waits for a DA phone
-    EXPECT_EQ(st.bindings.State(0), BIND_PRELOADER_BINDED);
+    EXPECT_EQ(st.bindings.State(0), BindState::PreloaderBinded);
 
     // The DA-bound slot is chosen, but its worker has no job the phone belongs to (the
     // job that switched it has ended): nothing is bound. Taken during a job: e2e tests.
-    Bind(2, "NA", BIND_DA_BINDED, "2-1\\PORT3");
+    Bind(2, "NA", BindState::DaBinded, "2-1\\PORT3");
     EXPECT_FALSE(binding.Bind_MTKDev_HS(da));
     EXPECT_EQ(Table(3),
               (std::vector<std::string>{"1-1\\PORT1 NA PRELOADER_BINDED", "NA NA IDLE", "NA 2-1\\PORT3 DA_BINDED"}));
@@ -81,26 +81,26 @@ TEST_F(PortBindingTest, DaPhoneSkipsAPreloaderBoundSlotAndTakesTheFirstDaBoundOn
 
     // The slot whose phone was on this very socket in BROM mode (one hub for both speeds)
     // goes before the first by number: two phones switched at once are not swapped.
-    Bind(3, "NA", BIND_DA_BINDED, "1-1\\PORT1");
+    Bind(3, "NA", BindState::DaBinded, "1-1\\PORT1");
     EXPECT_FALSE(binding.Bind_MTKDev_HS(da));
     EXPECT_EQ(DeviceOf(3), kDa);
 }
 
 TEST_F(PortBindingTest, BoundSocketsFeedTheirSlotWithoutChangingOrWithBusy) {
     Workers(4);
-    Bind(3, "1-1\\PORT4", BIND_ALL_BINDED, "2-1\\PORT4");
+    Bind(3, "1-1\\PORT4", BindState::AllBinded, "2-1\\PORT4");
     const struct {
         const char* id;
         const char* location;
-        std::int32_t before;
+        app::BindState before;
         bool fed;
-        std::int32_t after;
+        app::BindState after;
     } arrivals[] = {
-        {kPreloader, "1-1\\PORT4", BIND_ALL_BINDED, true, BIND_ALL_BINDED},
-        {kBrom, "2-1\\PORT4", BIND_ALL_BINDED, true, BIND_ALL_BINDED},
+        {kPreloader, "1-1\\PORT4", BindState::AllBinded, true, BindState::AllBinded},
+        {kBrom, "2-1\\PORT4", BindState::AllBinded, true, BindState::AllBinded},
         // A DA phone outside a job is handled by being dropped.
-        {kDa, "1-1\\PORT4", BIND_ALL_BINDED, true, BIND_ALL_BINDED},
-        {kPreloader, "1-1\\PORT4", BIND_BUSY, false, BIND_BUSY},  // a busy slot's socket is ignored
+        {kDa, "1-1\\PORT4", BindState::AllBinded, true, BindState::AllBinded},
+        {kPreloader, "1-1\\PORT4", BindState::Busy, false, BindState::Busy},  // a busy slot's socket is ignored
     };
     for (const auto& a : arrivals) {
         st.bindings.SetState(3, a.before);
@@ -115,21 +115,21 @@ TEST_F(PortBindingTest, BoundSocketsFeedTheirSlotWithoutChangingOrWithBusy) {
 // the next Start, and the slot is not BUSY meanwhile (BUSY while running: e2e tests).
 TEST_F(PortBindingTest, SerialPhoneFillsTheGapAndSecondArrivalIsFedToItsSlot) {
     Workers(4);
-    Bind(0, "1-1\\PORT1", BIND_ALL_BINDED);
-    Bind(2, "1-1\\PORT3", BIND_ALL_BINDED);
+    Bind(0, "1-1\\PORT1", BindState::AllBinded);
+    Bind(2, "1-1\\PORT3", BindState::AllBinded);
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EventKind::SPRD));
     EXPECT_EQ(Table(2)[1], "1-1\\PORT2 NA ALL_BINDED");
     EXPECT_EQ(Saved("USBPORTINFO", 1), "1-1\\PORT2");
     EXPECT_EQ(Saved("THREADSTATUS", 1), "ALL_BINDED");
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EventKind::SPRD));
-    EXPECT_EQ(st.bindings.State(1), BIND_ALL_BINDED);
+    EXPECT_EQ(st.bindings.State(1), BindState::AllBinded);
     EXPECT_EQ(manager.WorkerAt(1)->LastNotifyCode(), static_cast<std::uint32_t>(EventKind::SPRD));
 }
 
 TEST_F(PortBindingTest, SlotsWithoutAWorkerAreNeverChosenAndStoredOnesAreNotFed) {
     Workers(2);
-    Bind(0, "1-1\\PORT1", BIND_ALL_BINDED);
-    Bind(5, "1-1\\PORT6", BIND_ALL_BINDED);
+    Bind(0, "1-1\\PORT1", BindState::AllBinded);
+    Bind(5, "1-1\\PORT6", BindState::AllBinded);
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EventKind::SPRD));
     EXPECT_EQ(st.bindings.Get(1).hs, "1-1\\PORT2");
     // Slot 2 is idle but has no worker: the phone is not served, the table is still saved.
@@ -138,9 +138,9 @@ TEST_F(PortBindingTest, SlotsWithoutAWorkerAreNeverChosenAndStoredOnesAreNotFed)
     EXPECT_EQ(Saved("USBPORTINFO", 2), "NA");
     // A stored binding beyond the workers keeps its state.
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT6", EventKind::SPRD));
-    EXPECT_EQ(st.bindings.State(5), BIND_ALL_BINDED);
+    EXPECT_EQ(st.bindings.State(5), BindState::AllBinded);
     EXPECT_FALSE(binding.Bind_MTKDev_LS(Mtk(kBrom, "2-1\\PORT9")));
-    EXPECT_EQ(st.bindings.State(2), BIND_IDLE);
+    EXPECT_EQ(st.bindings.State(2), BindState::Idle);
 }
 
 TEST_F(PortBindingTest, MtkRemovalStopsAnIdleRunAfterOneSecondSerialRemovalDoesNot) {
@@ -164,12 +164,12 @@ TEST_F(PortBindingTest, UnknownDevicesUnlocatedOnesAndUnopenableCfgPortsAreDropp
     EXPECT_EQ(probed, 0);
     EXPECT_EQ(Table(2), (std::vector<std::string>{"NA NA IDLE", "NA NA IDLE"}));
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT1", EventKind::MTK));  // class OTHER
-    EXPECT_EQ(st.bindings.State(0), BIND_IDLE);
+    EXPECT_EQ(st.bindings.State(0), BindState::Idle);
     EXPECT_EQ(Saved("THREADSTATUS", 0), "?") << "nothing saved";
     binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EventKind::CFG, true, "Phone (C)"));  // no port name
-    EXPECT_EQ(st.bindings.State(0), BIND_IDLE);
+    EXPECT_EQ(st.bindings.State(0), BindState::Idle);
     binding.OnDeviceEvent(Event(kPreloader, "1-1\\PORT1", EventKind::CFG));
-    EXPECT_EQ(st.bindings.State(0), BIND_ALL_BINDED);
+    EXPECT_EQ(st.bindings.State(0), BindState::AllBinded);
     EXPECT_EQ(DeviceOf(0), kPreloader);
 }
 

@@ -100,7 +100,7 @@ TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
         // A phone leaving while no other is at work would stop the run.
         auto bAtWork = [&] {
             const auto s = p.station->bindings.State(1);
-            return s == BIND_BUSY || s == BIND_DA_BINDED;
+            return s == BindState::Busy || s == BindState::DaBinded;
         };
 
         const std::string a = Phone(hubA, "1-1.1", "0e8d", "2000", "1.1", "MT65xx Preloader", "ttyACM0");
@@ -191,7 +191,7 @@ TEST_F(StationBenchTest, AReusedPortNumberCarriesProgressOnlyToItsOwnSlot) {
         // re-enumeration gives it time to.
         ASSERT_TRUE(StationProcess::Await([&] {
             return worker(slot)->LastNotifyCode() == engine::NOTIFY_REMOVED &&
-                   p.station->bindings.State(slot) == BIND_ALL_BINDED;
+                   p.station->bindings.State(slot) == BindState::AllBinded;
         }));
         phone = Phone(hub, name, "1782", "4d00", devpath, "SPRD U2S Diag", "ttyUSB0", false, "option");
         Announce(phone);
@@ -253,7 +253,7 @@ TEST_F(StationBenchTest, VendorInterfacePhonesReachTheSecondPhaseInBothShapes) {
     p.run->Monitor().PhaseOneSwitched(static_cast<unsigned long>(r));
     ASSERT_TRUE(StationProcess::Await([&] {
         return p.run->Manager().WorkerAt(0)->LastNotifyCode() == engine::NOTIFY_REMOVED &&
-               p.station->bindings.State(0) == BIND_ALL_BINDED;
+               p.station->bindings.State(0) == BindState::AllBinded;
     }));
     phoneR = vendorPhone("1-1.1", "1.1");
     Announce(phoneR);
@@ -324,7 +324,7 @@ TEST_F(StationBenchTest, PhonesSwitchingToDaTogetherEachKeepTheirSlot) {
         const std::string location = socket + (slot == 0 ? "1" : "3");
         EXPECT_EQ(p.station->bindings.LsLocation(slot), location) << slot;
         EXPECT_EQ(p.station->bindings.HsLocation(slot), location) << slot;
-        EXPECT_EQ(p.station->bindings.State(slot), BIND_ALL_BINDED) << slot;
+        EXPECT_EQ(p.station->bindings.State(slot), BindState::AllBinded) << slot;
     }
     EXPECT_EQ(p.station->slotList.RowCount(), 2);
     p.PressStartStop();

@@ -64,7 +64,7 @@ Outcome RunBench(bool engineProgram) {
     EXPECT_TRUE(proc.Await([&] { return station.statistics.Total() == 4; }));
     EXPECT_TRUE(proc.Await([&] {
         for (int i = 0; i < 4; ++i)
-            if (station.bindings.State(i) == app::BIND_BUSY) return false;
+            if (station.bindings.State(i) == app::BindState::Busy) return false;
         return true;
     }));
     out.total = station.statistics.Total();

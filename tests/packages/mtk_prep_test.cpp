@@ -25,7 +25,7 @@ TEST(DaVariant, TableOfChipNames) {
 class MtkPrep : public ::testing::Test {
 protected:
     MtkPrep() {
-        fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
+        fx.station->package.kind = app::PackageKind::MtkScatter;
         fx.station->package.firmwareFolder = fx.dir.Path() + "fw/";
         fx.station->package.scatterFilePath = fx.dir.Path() + "fw/MT6755_Android_scatter.txt";
         fx.dir.Write("fw/MT6755_Android_scatter.txt", "scatter");
@@ -178,7 +178,7 @@ TEST_F(MtkPrep, RefreshDisplayByKind) {
     EXPECT_EQ(refresh(), (Calls{"tell Please select MTK Scatter file first!"}));
     EXPECT_EQ(view.Pane(0), "");
 
-    fx.station->package.kind = app::PACKAGE_SPRD_PAC;
+    fx.station->package.kind = app::PackageKind::SprdPac;
     fx.station->package.pacFilePath = "/p/a.pac";
     EXPECT_EQ(refresh(), (Calls{"banner Arial 24", "panel 32", "repaint"}));
     EXPECT_EQ(view.Pane(0), "Software Path: \"/p/a.pac\"");
@@ -186,7 +186,7 @@ TEST_F(MtkPrep, RefreshDisplayByKind) {
     EXPECT_EQ(fx.station->package.version, "");
 
     console.preloadResult = 1;  // not examined for CFG packages
-    fx.station->package.kind = app::PACKAGE_MTK_CFG;
+    fx.station->package.kind = app::PackageKind::MtkCfg;
     fx.station->package.cfgFilePath = "/c/x.cfg";
     EXPECT_EQ(refresh(), (Calls{"banner Arial 24", "preload", "panel 32", "repaint"}));
     EXPECT_EQ(view.Text(app::IDC_PATH_BANNER), "/c/x.cfg");

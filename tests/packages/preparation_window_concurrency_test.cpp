@@ -20,7 +20,7 @@ namespace {
 // Selects pkg.pac as the station's SPRD package (written only when a layout is given).
 void UsePac(test::StationFixture& fx, const std::optional<PacSpec>& layout) {
     if (layout) fx.dir.Write("pkg.pac", test::BuildPac(*layout));
-    fx.station->package.kind = app::PACKAGE_SPRD_PAC;
+    fx.station->package.kind = app::PackageKind::SprdPac;
     fx.station->package.pacFilePath = fx.dir.File("pkg.pac");
 }
 
@@ -78,7 +78,7 @@ TEST(PreparationWindow, ChecksumRecordsTextsMegabytesResultAndClose) {
     test::StationFixture fx(2052);
     fx.station->language.SetLanguageId(2052);
     fx.station->validatedMegabytes = 99.0;
-    fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
+    fx.station->package.kind = app::PackageKind::MtkScatter;
     std::shared_ptr<app::MessageWindow> receiver;
     PreparationWindowLogic window(*fx.station, fx.ui.Teller(), [&](auto r) { receiver = r; });
     ASSERT_TRUE(window.Open());
@@ -153,7 +153,7 @@ TEST(PreparationWindow, TheOperatorClosesWhileAHandlersMessageBoxWaits) {
         options.exeDir = fx.dir.Path();
         options.systemLanguage = [] { return std::uint16_t{1033}; };
         app::Station station(std::move(options), fx.clock);
-        station.package.kind = app::PACKAGE_MTK_SCATTER;
+        station.package.kind = app::PackageKind::MtkScatter;
         std::shared_ptr<app::MessageWindow> receiver;
         PreparationWindowLogic window(station, gui.Teller(), [&](auto r) { receiver = r; });
         gui.window = &window;
@@ -166,7 +166,7 @@ TEST(PreparationWindow, TheOperatorClosesWhileAHandlersMessageBoxWaits) {
 
 TEST(PreparationWindow, NothingStartedClosesAtOnceWithResultZero) {
     test::StationFixture fx;
-    fx.station->package.kind = app::PACKAGE_MTK_SCATTER;
+    fx.station->package.kind = app::PackageKind::MtkScatter;
     PreparationWindowLogic window(*fx.station, fx.ui.Teller());  // no engine holder
     fx.ui.RunPreparationDialog(window);
     EXPECT_TRUE(window.View().closed);

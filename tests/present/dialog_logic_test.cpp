@@ -38,7 +38,7 @@ protected:
 };
 
 TEST_F(SettingsDialogTest, ScatterPackagePreselectsByDownloadType) {
-    pkg.kind = PACKAGE_MTK_SCATTER;
+    pkg.kind = PackageKind::MtkScatter;
     pkg.scatterFilePath = "/fw/MT_scatter.txt";
     for (auto [type, entry] : {std::pair{8, 3}, {1, 0}, {0, 1}, {3, 2}, {5, 0}}) {
         pkg.downloadType = type;
@@ -55,7 +55,7 @@ TEST_F(SettingsDialogTest, FormatAllWarnsOnceAndSetsTypeZero) {
     SettingsDialogLogic d(*f.station, f.ui.Teller());
     d.Open();
     d.Load(path);
-    EXPECT_EQ(pkg.kind, PACKAGE_MTK_SCATTER);
+    EXPECT_EQ(pkg.kind, PackageKind::MtkScatter);
     d.Select(1);
     ASSERT_TRUE(d.Ok());
     EXPECT_EQ(pkg.downloadType, 0);
@@ -70,7 +70,7 @@ TEST_F(SettingsDialogTest, FormatAllWarnsOnceAndSetsTypeZero) {
 }
 
 TEST_F(SettingsDialogTest, PacDisablesTheListOkKeepsDownloadTypeCancelKeepsTheKind) {
-    pkg.kind = PACKAGE_MTK_CFG;
+    pkg.kind = PackageKind::MtkCfg;
     pkg.pacFilePath = "/old/b.pac";
     pkg.downloadType = 3;
     pkg.prepared = true;
@@ -80,7 +80,7 @@ TEST_F(SettingsDialogTest, PacDisablesTheListOkKeepsDownloadTypeCancelKeepsTheKi
     EXPECT_FALSE(cancelled.ListEnabled());
     EXPECT_FALSE(pkg.prepared);
     cancelled.Cancel();
-    EXPECT_EQ(pkg.kind, PACKAGE_SPRD_PAC);
+    EXPECT_EQ(pkg.kind, PackageKind::SprdPac);
     EXPECT_EQ(pkg.pacFilePath, "/old/b.pac");
     EXPECT_EQ(cancelled.PathText(), "");
 
@@ -97,10 +97,10 @@ TEST_F(SettingsDialogTest, KindRulesAndRefusals) {
     d.Open();
     EXPECT_FALSE(d.Ok());
     d.Load(std::string("/fw/scatter.txt.cfg"));
-    EXPECT_EQ(pkg.kind, PACKAGE_MTK_CFG);
+    EXPECT_EQ(pkg.kind, PackageKind::MtkCfg);
     EXPECT_EQ(d.Entries().size(), 2u);
     d.Load(std::string("/fw/readme.md"));
-    EXPECT_EQ(pkg.kind, PACKAGE_MTK_CFG) << "no match keeps the kind";
+    EXPECT_EQ(pkg.kind, PackageKind::MtkCfg) << "no match keeps the kind";
     EXPECT_FALSE(d.Ok()) << "a file that does not exist";
     d.Load(std::nullopt);
     EXPECT_EQ(d.PathText(), "/fw/readme.md");

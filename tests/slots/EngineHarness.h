@@ -34,7 +34,7 @@ inline void AddBoundWorkers(app::Station& st, engine::DownloadManager& manager, 
         st.bindings.SetHsLocation(i, "hub1\\PORT" + std::to_string(i + 1));
         st.bindings.SetLsLocation(i, "hub2\\PORT" + std::to_string(i + 1));
         st.bindings.SetComName(i, "Phone (COM" + std::to_string(i + 1) + ")");
-        st.bindings.SetState(i, app::BIND_ALL_BINDED);
+        st.bindings.SetState(i, app::BindState::AllBinded);
         app::HubPortEntry entry{};
         entry.hubId = "hub" + std::to_string(i / 4);
         entry.port = static_cast<std::uint32_t>(i % 4 + 1);
@@ -199,7 +199,7 @@ public:
     std::uint32_t Fail() const { return st.statistics.Fail(); }
     std::string Result(int slot) const { return st.slotList.ResultText(slot); }
     std::string Bar(int slot) const { return st.slotList.Row(slot).progress.text; }
-    std::int32_t State(int slot) const { return st.bindings.State(slot); }
+    app::BindState State(int slot) const { return st.bindings.State(slot); }
     // "result | bar | binding state" of a slot, to check what an operator sees at once.
     std::string Slot(int slot) const {
         return Result(slot) + " | " + Bar(slot) + " | " + app::BindStateName(State(slot));

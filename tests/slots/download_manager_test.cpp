@@ -10,9 +10,9 @@ using test::EngineHarness;
 TEST(DownloadManagerTest, AddWorkerFillsBoundRowsAndSharesTheIndexOfAnUnfilledRow) {
     EngineHarness h(0);
     auto& st = h.st;
-    st.bindings.SetState(0, app::BIND_ALL_BINDED);
+    st.bindings.SetState(0, app::BindState::AllBinded);
     st.bindings.SetComName(0, "Diag (COM3)");
-    st.bindings.SetState(1, app::BIND_PRELOADER_BINDED);
+    st.bindings.SetState(1, app::BindState::PreloaderBinded);
     auto& manager = *h.manager;
     app::HubPortEntry entry{};
     for (int i = 0; i < 4; ++i) manager.AddWorker(entry);
@@ -48,14 +48,14 @@ TEST(DownloadManagerTest, StopIsRefusedWhileASlotWorks) {
     EngineHarness h(3);
     h.StartStation();
     EXPECT_EQ(h.manager->State(), ManagerState::Running);
-    for (auto state : {app::BIND_BUSY, app::BIND_BROM_BINDED, app::BIND_DA_BINDED}) {
+    for (auto state : {app::BindState::Busy, app::BindState::BromBinded, app::BindState::DaBinded}) {
         h.st.bindings.SetState(1, state);
         bool stopped = true;
         h.loop.Call([&] { stopped = h.manager->StopAll(); });
         EXPECT_FALSE(stopped);
         EXPECT_EQ(h.manager->State(), ManagerState::Running);
     }
-    h.st.bindings.SetState(1, app::BIND_ALL_BINDED);
+    h.st.bindings.SetState(1, app::BindState::AllBinded);
     bool stopped = false;
     h.loop.Call([&] { stopped = h.manager->StopAll(); });
     EXPECT_TRUE(stopped);

@@ -96,13 +96,13 @@ TEST_F(SlotDisplayTest, PassAfterKnownTotalSwitchesToPercentFormAndCounts) {
 // The binding state follows the engine's DA-switch report, never a status's words.
 TEST_F(SlotDisplayTest, DaSwitchSetsBindStateAndStatusTextsOnlyColour) {
     auto& st = *fx.station;
-    st.bindings.SetState(1, app::BIND_BUSY);
+    st.bindings.SetState(1, app::BindState::Busy);
     st.language.SetLanguageId(1033);  // Chinese chosen
     Status("Switch DA Port Success...");
     Status("端口切换完成...");
-    EXPECT_EQ(st.bindings.State(1), app::BIND_BUSY);
+    EXPECT_EQ(st.bindings.State(1), app::BindState::Busy);
     display.Show(app::SlotDaSwitched{1});
-    EXPECT_EQ(st.bindings.State(1), app::BIND_DA_BINDED);
+    EXPECT_EQ(st.bindings.State(1), app::BindState::DaBinded);
     EXPECT_TRUE(display.State().daSwitched);
     st.language.SetLanguageId(1034);
     Status("Bind Index and Port Success...");

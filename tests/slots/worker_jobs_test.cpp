@@ -100,9 +100,9 @@ TEST(DownloadWorkerJobs, MtkCallOrderRestartNoticeAndEndStateByBoundLocations) {
     s.memoryTest = {1, 0, 1, 0, 9};
     h.st.package.downloadType = 4;
     auto& b = h.st.bindings;
-    b.SetState(0, app::BIND_PRELOADER_BINDED);  // not ALL_BINDED: the DA port is set
-    b.SetLsLocation(1, "NA");                   // HS only: ends PRELOADER_BINDED
-    b.SetLsLocation(2, "NA");                   // neither: ends IDLE, LS stays NA
+    b.SetState(0, app::BindState::PreloaderBinded);  // not ALL_BINDED: the DA port is set
+    b.SetLsLocation(1, "NA");                        // HS only: ends PRELOADER_BINDED
+    b.SetLsLocation(2, "NA");                        // neither: ends IDLE, LS stays NA
     b.SetHsLocation(2, "NA");
     RecordingMtk::Of(h, 1).result = 1;
     RecordingMtk::Of(h, 2).result = 1;
@@ -114,9 +114,9 @@ TEST(DownloadWorkerJobs, MtkCallOrderRestartNoticeAndEndStateByBoundLocations) {
               "SetDLPara(0,1,2,3,1,0,5,0,,nv.bin,pro.bin,6,7,8) SetMemoryTestPara(1,0,1,0,9) SetDAPort(0) "
               "SetDownloadType(4) SetDeviceInfo(MTK DA (COM1)) DLOperationStart() ");
     EXPECT_EQ(h.Fail(), 2u);
-    EXPECT_EQ(h.State(0), app::BIND_ALL_BINDED);
-    EXPECT_EQ(h.State(1), app::BIND_PRELOADER_BINDED);
-    EXPECT_EQ(h.State(2), app::BIND_IDLE);
+    EXPECT_EQ(h.State(0), app::BindState::AllBinded);
+    EXPECT_EQ(h.State(1), app::BindState::PreloaderBinded);
+    EXPECT_EQ(h.State(2), app::BindState::Idle);
     EXPECT_EQ(b.LsLocation(2), "NA");
     // Only the passed job restarts its phone.
     using Status = std::pair<int, std::string>;
@@ -141,8 +141,8 @@ TEST(DownloadWorkerJobs, SprdJobReleasedInPhase2FailsWithoutAVerdict) {
     h.StartStation();
     h.HandOver(0, h.Device(app::EventKind::SPRD, "SPRD U2S Diag (COM1)", "s"));
     ASSERT_TRUE(h.RunUntil([&] { return h.Result(0) == "OnSwith"; }));
-    ASSERT_TRUE(h.RunUntil([&] { return h.State(0) == app::BIND_BUSY && h.Result(0) == "Ongoing"; }));
-    h.loop.Call([&] { h.st.bindings.SetState(0, app::BIND_IDLE); });
+    ASSERT_TRUE(h.RunUntil([&] { return h.State(0) == app::BindState::Busy && h.Result(0) == "Ongoing"; }));
+    h.loop.Call([&] { h.st.bindings.SetState(0, app::BindState::Idle); });
     ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1; }));
     EXPECT_EQ(h.Slot(0), "Ongoing | Checking baudrate | ALL_BINDED");
     EXPECT_EQ(h.Fail(), 1u);
@@ -251,8 +251,9 @@ TEST(DownloadWorkerJobs, StopCancelsMtkAndCfgJobsButNotSprd) {
     h.HandOver(0, h.Device(app::EventKind::MTK, "M (COM1)", "mtk"));
     h.HandOver(1, h.Device(app::EventKind::CFG, "C (COM2)", "cfg"));
     h.HandOver(2, h.Device(app::EventKind::SPRD, "S (COM3)", "sprd"));
-    ASSERT_TRUE(h.RunUntil([&] { return h.st.slots.fpJob[1] == 1 && h.Result(2) == "OnSwith"; }));
-    ASSERT_TRUE(h.RunUntil([&] { return h.State(2) == app::BIND_BUSY && h.Result(2) == "Ongoing"; }));  // phase 2
+    ASSERT_TRUE(
+        h.RunUntil([&] { return h.st.slots.fpJob[1] == app::FpJobState::Running && h.Result(2) == "OnSwith"; }));
+    ASSERT_TRUE(h.RunUntil([&] { return h.State(2) == app::BindState::Busy && h.Result(2) == "Ongoing"; }));  // phase 2
     for (int i = 0; i < 3; ++i) h.manager->WorkerAt(i)->Stop();
     ASSERT_TRUE(h.RunUntil([&] { return h.Total() >= 2; }));
     EXPECT_LT(h.fx.clock.Now(), 600000);  // the long jobs ended early, counted as failed
@@ -294,9 +295,9 @@ TEST(DownloadWorkerJobs, SprdSlotsServeTheirOwnPhones) {
     EXPECT_EQ(h.Slot(1), "Ongoing |  | BUSY");
     EXPECT_EQ(h.Total(), 1u);
     h.loop.Call([&] { h.manager->WorkerAt(1)->NotifyDevice(NOTIFY_REMOVED, ""); });
-    EXPECT_EQ(h.State(1), app::BIND_ALL_BINDED);
+    EXPECT_EQ(h.State(1), app::BindState::AllBinded);
     h.HandOver(1, h.Device(app::EventKind::SPRD, "SPRD U2S Diag (COM2)", "b"), HandOver::BUSY);
-    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 2 && h.State(1) == app::BIND_ALL_BINDED; }));
+    ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 2 && h.State(1) == app::BindState::AllBinded; }));
     EXPECT_EQ(h.Fail(), 1u);
     EXPECT_EQ(h.Result(0), "FAIL(0/1)");
     EXPECT_EQ(h.Result(1), "PASS(1/1)");
@@ -313,7 +314,7 @@ TEST(DownloadWorkerJobs, TheDaFormOfAServedPhoneIsNeverServedAgain) {
     h.StartStation();
     h.HandOver(1, h.Device(app::EventKind::MTK, "MTK PreLoader (COM2)", "USB\\VID_0E8D&PID_2000\\1-1.2:1.0"));
     // The engine's DA switch marks the slot DA_BINDED.
-    ASSERT_TRUE(h.RunUntil([&] { return h.State(1) == app::BIND_DA_BINDED; }));
+    ASSERT_TRUE(h.RunUntil([&] { return h.State(1) == app::BindState::DaBinded; }));
     ASSERT_TRUE(h.RunUntil([&] { return h.Total() == 1; }));
     EXPECT_FALSE(h.HandOver(1, h.Device(app::EventKind::MTK, "MTK DA USB VCOM (COM2)", "p"), HandOver::DA_MODE));
     h.fx.clock.Advance(60000);
@@ -333,34 +334,34 @@ TEST(DownloadWorkerJobs, RemovalGreysThePortAndReleasesCfgSlots) {
     auto cell = h.st.slotList.Row(0).cells[app::COL_DEVICE];
     EXPECT_EQ(cell.colour, kColourGrey);
     EXPECT_EQ(cell.icon, kIconPort);
-    EXPECT_EQ(h.State(0), app::BIND_ALL_BINDED);  // not a CFG package: unchanged
+    EXPECT_EQ(h.State(0), app::BindState::AllBinded);  // not a CFG package: unchanged
 
     // A CFG slot whose job still runs is bound again; one whose job ended stays BUSY;
     // one no job of this run served (a phone pulled after Stop) is left as it was.
-    h.st.package.kind = app::PACKAGE_MTK_CFG;
-    for (auto [job, state, colour] :
-         {std::tuple{1, app::BIND_ALL_BINDED, app::kBlack}, std::tuple{2, app::BIND_BUSY, kColourGrey},
-          std::tuple{0, app::BIND_ALL_BINDED, kColourGrey}}) {
-        h.st.bindings.SetState(0, app::BIND_ALL_BINDED);
+    h.st.package.kind = app::PackageKind::MtkCfg;
+    for (auto [job, state, colour] : {std::tuple{app::FpJobState::Running, app::BindState::AllBinded, app::kBlack},
+                                      std::tuple{app::FpJobState::Finished, app::BindState::Busy, kColourGrey},
+                                      std::tuple{app::FpJobState::None, app::BindState::AllBinded, kColourGrey}}) {
+        h.st.bindings.SetState(0, app::BindState::AllBinded);
         h.st.slots.fpJob[0] = job;
         h.loop.Call([&] { h.manager->WorkerAt(0)->NotifyDevice(NOTIFY_REMOVED, ""); });
-        EXPECT_EQ(h.State(0), state) << "job " << job;
-        EXPECT_EQ(h.st.slotList.Row(0).cells[app::COL_DEVICE].colour, colour) << "job " << job;
+        EXPECT_EQ(h.State(0), state) << "job " << static_cast<int>(job);
+        EXPECT_EQ(h.st.slotList.Row(0).cells[app::COL_DEVICE].colour, colour) << "job " << static_cast<int>(job);
     }
 }
 
 TEST(DownloadWorkerPackage, VersionTextAndPreLoad) {
     EngineHarness h(1, RecordingMtk::Swap());
     std::string text = "keep";
-    h.manager->PackageVersionText(3, text);
+    h.manager->PackageVersionText(app::PackageKind::MtkCfg, text);
     EXPECT_EQ(text, "keep");
-    h.manager->PackageVersionText(1, text);
+    h.manager->PackageVersionText(app::PackageKind::MtkScatter, text);
     EXPECT_EQ(text, "1.0");
     RecordingMtk::Of(h, 0).version = "V1.0";
-    h.manager->PackageVersionText(1, text);
+    h.manager->PackageVersionText(app::PackageKind::MtkScatter, text);
     EXPECT_EQ(text, "");
 
-    h.st.package.kind = app::PACKAGE_MTK_SCATTER;
+    h.st.package.kind = app::PackageKind::MtkScatter;
     EXPECT_EQ(h.manager->PreLoadPackage(), 0);
     RecordingMtk::Of(h, 0).result = 1;
     EXPECT_EQ(h.manager->PreLoadPackage(), kPreLoadRefused);

@@ -66,7 +66,7 @@ TEST(MachineStampRuleTest, MatchingStampLoadsTheBindingTable) {
     // Both keys absent: empty locations, and an empty location counts as bound.
     EXPECT_EQ(Slot(*f.station, 5), "|||ALL_BINDED");
 
-    EXPECT_EQ(f.station->package.kind, PACKAGE_MTK_SCATTER);
+    EXPECT_EQ(f.station->package.kind, PackageKind::MtkScatter);
     EXPECT_EQ(f.station->package.firmwareFolder, "D:\\fw\\");
     EXPECT_EQ(f.station->settings.HasScan, 1u);
     EXPECT_EQ(f.station->view.Pane(0), "Software Path: \"D:\\fw\\MT6580_Android_scatter.txt\"");
@@ -82,7 +82,7 @@ TEST(MachineStampRuleTest, ForeignStampUnbindsEverythingAndIsRewritten) {
         "[COMMON]\nMac=AA-AA-AA-AA-AA-AA\nFilePath=/fw/a.pac\nHasScan=1\n[USBPORTINFO]\nIndex0=hubA\\PORT1\n");
     ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
     for (int n = 0; n < kSlotCount; ++n) EXPECT_EQ(Slot(*f.station, n), "NA|NA|NA|IDLE") << n;
-    EXPECT_EQ(f.station->package.kind, PACKAGE_NONE);
+    EXPECT_EQ(f.station->package.kind, PackageKind::None);
     EXPECT_EQ(f.station->settings.HasScan, 0u);
     EXPECT_EQ(f.station->view.Text(IDC_TOTAL), "0");
     EXPECT_EQ(f.station->view.Text(IDC_PASS_RATE), "0");
@@ -93,22 +93,22 @@ TEST(MachineStampRuleTest, ForeignStampUnbindsEverythingAndIsRewritten) {
     StationFixture again;
     again.WriteSettings(f.ReadSettings());
     again.station->settingsStore.SettingsLoad();
-    EXPECT_EQ(again.station->package.kind, PACKAGE_SPRD_PAC);
+    EXPECT_EQ(again.station->package.kind, PackageKind::SprdPac);
 }
 
 // Later matches override earlier ones; a PC without an adapter matches an empty stored stamp.
 TEST(FilePathClassificationTest, KindFollowsTheLastMatchingPattern) {
-    for (auto [mac, path, kind] : {std::tuple{"00-11-22-33-44-55", "", PACKAGE_NONE},
-                                   {"00-11-22-33-44-55", "/fw/Scatter.TXT", PACKAGE_NONE},  // case-sensitive
-                                   {"00-11-22-33-44-55", "/fw/x.cfg/MT_scatter.txt", PACKAGE_MTK_CFG},
-                                   {"00-11-22-33-44-55", "/fw/scatter.txt.pac", PACKAGE_SPRD_PAC},
-                                   {"", "/fw/x.cfg", PACKAGE_MTK_CFG}}) {
+    for (auto [mac, path, kind] : {std::tuple{"00-11-22-33-44-55", "", PackageKind::None},
+                                   {"00-11-22-33-44-55", "/fw/Scatter.TXT", PackageKind::None},  // case-sensitive
+                                   {"00-11-22-33-44-55", "/fw/x.cfg/MT_scatter.txt", PackageKind::MtkCfg},
+                                   {"00-11-22-33-44-55", "/fw/scatter.txt.pac", PackageKind::SprdPac},
+                                   {"", "/fw/x.cfg", PackageKind::MtkCfg}}) {
         SCOPED_TRACE(path);
         StationFixture f(1033, mac);
         f.WriteSettings(std::string("[COMMON]\nMac=") + mac + "\nFilePath=" + path + "\n");
         ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
         EXPECT_EQ(f.station->package.kind, kind);
-        if (kind == PACKAGE_MTK_CFG) {
+        if (kind == PackageKind::MtkCfg) {
             EXPECT_EQ(f.station->package.cfgFolder, platform::FolderOf(path));
         }
         EXPECT_TRUE(f.station->settings.ServiceNameList.empty()) << "no service names: none, not one empty";
@@ -124,8 +124,8 @@ TEST(SaveBindingsTest, WritesEverySlotInOrderAndThePackagePath) {
     st.bindings.SetHsLocation(3, "hub\\PORT4");
     st.bindings.SetLsLocation(3, "hub2\\PORT4");
     st.bindings.SetComName(3, "Port (COM7)");
-    st.bindings.SetState(3, BIND_BUSY);
-    st.package.kind = PACKAGE_MTK_SCATTER;
+    st.bindings.SetState(3, BindState::Busy);
+    st.package.kind = PackageKind::MtkScatter;
     st.package.scatterFilePath = "/fw/MT_scatter.txt";
     st.settings.HasScan = 1;
     st.settingsStore.SaveBindings();
@@ -205,7 +205,7 @@ TEST(LanguageTest, ChoiceFollowsTheComparisonRuleAtEveryCall) {
 }
 
 TEST(StationStateTest, NamesAtAndBeyondTheirTablesEnds) {
-    EXPECT_STREQ(BindStateName(-1), "");
+    EXPECT_STREQ(BindStateName(static_cast<BindState>(-1)), "");
     EXPECT_STREQ(DownloadTypeName(11).en, "Read Back");
     EXPECT_STREQ(DownloadTypeName(12).en, "");
     EXPECT_STREQ(DownloadTypeName(-1).zh, "");

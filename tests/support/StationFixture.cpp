@@ -33,7 +33,7 @@ void StationFixture::UnbindAllSlots() const {
         station->bindings.SetHsLocation(n, app::kUnbound);
         station->bindings.SetLsLocation(n, app::kUnbound);
         station->bindings.SetComName(n, app::kUnbound);
-        station->bindings.SetState(n, app::BIND_IDLE);
+        station->bindings.SetState(n, app::BindState::Idle);
     }
 }
 

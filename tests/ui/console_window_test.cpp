@@ -146,7 +146,7 @@ private Q_SLOTS:
         QVERIFY(c.ok);
         app::Station& st = *c.f.station;
         st.slotList.InsertRow("07");
-        st.bindings.SetState(6, app::BIND_BUSY);
+        st.bindings.SetState(6, app::BindState::Busy);
         st.slots.jobRunning[6] = true;  // the close question names slots whose job runs
         app::JobRecord failed;
         failed.slot = 6;
@@ -180,7 +180,7 @@ private Q_SLOTS:
         QVERIFY2(asked.contains("slot 07."), qPrintable(asked));
         QVERIFY(window.isVisible());
 
-        st.bindings.SetState(6, app::BIND_ALL_BINDED);
+        st.bindings.SetState(6, app::BindState::AllBinded);
         st.slots.jobRunning[6] = false;
         QCOMPARE(tip(), QString("DA download\nDownload failed!"));
         // Its tile tells the same, and offers the row's menu with the History entry.
@@ -206,7 +206,7 @@ private Q_SLOTS:
         QVERIFY2(entries.contains(history), qPrintable(entries.join("|")));
         st.view.SetBenchView(false);
         window.Refresh();
-        st.bindings.SetState(6, app::BIND_BUSY);
+        st.bindings.SetState(6, app::BindState::Busy);
         window.EndSession(true);
         QVERIFY(!window.isVisible());
     }

@@ -222,7 +222,7 @@ int main(int argc, char** argv) {
         report += "bindings:\n";
         for (int i = 0; i < app::kSlotCount; ++i) {
             const auto e = station.bindings.Get(i);
-            if (e.hs == app::kUnbound && e.ls == app::kUnbound && e.state == app::BIND_IDLE) continue;
+            if (e.hs == app::kUnbound && e.ls == app::kUnbound && e.state == app::BindState::Idle) continue;
             std::snprintf(line, sizeof line, "  Index%-2d HS %-14s LS %-14s %-12s %s\n", i, e.hs.c_str(), e.ls.c_str(),
                           e.com.c_str(), app::BindStateName(e.state));
             report += line;

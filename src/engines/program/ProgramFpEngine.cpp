@@ -11,7 +11,7 @@ ProgramFpEngine::ProgramFpEngine(ProgramContext& context, app::MessageWindow& wi
 
 int ProgramFpEngine::PreLoadFiles_FP(const char* cfgPath) {
     // Other packages pass through here too; only a CFG package is this program's.
-    if (context_.station.package.kind != app::PACKAGE_MTK_CFG) return package_->PreLoadFiles_FP(cfgPath);
+    if (context_.station.package.kind != app::PackageKind::MtkCfg) return package_->PreLoadFiles_FP(cfgPath);
     job_.Reset();
     const int r = RunPackageOperation(context_, job_, context_.settings.fp, "FP", {"--preload"}, cfgPath ? cfgPath : "",
                                       {"DownloadType=" + std::to_string(downloadType_)}, [](const protocol::Event&) {});
