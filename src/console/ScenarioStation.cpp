@@ -238,6 +238,16 @@ bool ScenarioStation::Write(const Setting& setting, std::string& why) {
     return done;
 }
 
+bool ScenarioStation::WriteFile(const std::string& file, const std::string& text, std::string& why) {
+    const std::string path = options_().exeDir + file;
+    std::error_code ec;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+    if (!out.flush()) why = "cannot write " + path;
+    return static_cast<bool>(out);
+}
+
 bool ScenarioStation::Restart(std::string& why) {
     process_.reset();
     for (const Setting& s : std::exchange(pending_, {}))

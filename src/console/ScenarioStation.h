@@ -35,6 +35,7 @@ public:
     std::string Observe(const std::vector<std::string>& subject) override;
     bool Set(const std::string& section, const std::string& key, const std::string& value, std::string& why) override;
     bool Restart(std::string& why) override;
+    bool WriteFile(const std::string& file, const std::string& text, std::string& why) override;
 
     // The station process now; null before the first start.
     struct Process;

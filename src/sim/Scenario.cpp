@@ -169,6 +169,13 @@ std::optional<Scenario> ParseScenario(const std::string& text, std::string* erro
             for (std::size_t i = 4; i < w.size(); ++i)
                 if (!PlugOption(w[i], step.profile))
                     return Fail(error, line, "unknown option \"" + w[i] + "\""), std::nullopt;
+        } else if (action == "write" && w.size() >= 3 && w[2].front() != '/' && w[2].find("..") == std::string::npos) {
+            step.action = ScenarioStep::WRITE;
+            step.key = w[2];
+            for (std::size_t i = 3; i < w.size(); ++i) step.value += (i > 3 ? " " : "") + w[i];
+            if (step.value.size() >= 2 && step.value.front() == '"' && step.value.back() == '"')
+                step.value = step.value.substr(1, step.value.size() - 2);
+            if (!step.value.empty()) step.value += '\n';
         } else if (action == "restart" && w.size() == 2) {
             step.action = ScenarioStep::RESTART;
         } else if (action == "await" || action == "expect") {
@@ -302,6 +309,14 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, Scenar
                     return log;
                 }
                 note(st, "restart");
+                break;
+            }
+            case ScenarioStep::WRITE: {
+                if (!host.WriteFile(st.key, st.value, why)) {
+                    fail(st, "write " + st.key + ": " + why);
+                    return log;
+                }
+                note(st, "write " + st.key);
                 break;
             }
             case ScenarioStep::END: note(st, "end"); break;

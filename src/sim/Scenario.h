@@ -23,6 +23,8 @@
 //   9000   unplug 0
 //   0      serial-delay 300         later phones' serial ports appear 300 ms after them
 //   9500   restart                  the station closes and starts again from its files
+//   9600   write fw/a_scatter.txt ""    a file of the station folder gets this text (and a
+//                                       newline unless empty): a package going bad meanwhile
 //   15000  end                      the scenario ends here (default: after the last step)
 //
 // What await and expect look at (their expected text is the rest of the line; a pair
@@ -62,14 +64,15 @@ struct ScenarioCheck {
 };
 
 struct ScenarioStep {
-    enum Action { PRESS, PLUG, UNPLUG, SERIAL_DELAY, END, START, STOP, AWAIT, EXPECT, SET, RESTART } action = PRESS;
+    enum Action { PRESS, PLUG, UNPLUG, SERIAL_DELAY, END, START, STOP, AWAIT, EXPECT, SET, RESTART, WRITE };
+    Action action = PRESS;
     platform::Millis at = 0;
     int socket = -1;
     platform::Millis delay = 0;  // SERIAL_DELAY
     PhoneKind kind = PhoneKind::MTK_BROM;
     engine::PhoneProfile profile;
     ScenarioCheck check;              // AWAIT, EXPECT
-    std::string section, key, value;  // SET; section "" with key "package"
+    std::string section, key, value;  // SET; section "" with key "package"; WRITE: key is the file
     int line = 0;
 };
 
@@ -101,6 +104,8 @@ public:
     virtual bool Set(const std::string& section, const std::string& key, const std::string& value,
                      std::string& why) = 0;
     virtual bool Restart(std::string& why) = 0;
+    // `file` is relative to the station folder.
+    virtual bool WriteFile(const std::string& file, const std::string& text, std::string& why) = 0;
 };
 
 struct ScenarioLog {

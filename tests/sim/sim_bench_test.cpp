@@ -168,6 +168,7 @@ struct CountingHost final : ScenarioHost {
     std::string Observe(const std::vector<std::string>&) override { return std::to_string(++looks); }
     bool Set(const std::string&, const std::string&, const std::string&, std::string&) override { return true; }
     bool Restart(std::string& why) override { return why = "refused", false; }
+    bool WriteFile(const std::string&, const std::string&, std::string& why) override { return why = "full", false; }
     int looks = 0;
 };
 
@@ -179,6 +180,7 @@ TEST(ScenarioTest, AFailedStepEndsTheScenarioWithItsLineAndWhatWasSeen) {
         {"0 expect total ~ 2\n", "line 1: expected total ~ \"2\", saw \"1\""},
         {"0 set [BENCH] Hubs 2\n0 restart\n", "line 2: restart: refused"},
         {"0 plug 1 brom\n", "line 1: no simulated bench ([BENCH] Simulated=1)"},
+        {"0 write fw/a.txt \"\"\n", "line 1: write fw/a.txt: full"},
         {"0 await total 2\n0 expect total 3\n", ""},
     };
     for (const auto& [text, failure] : plays) {
@@ -233,6 +235,7 @@ TEST(ScenarioTest, RefusesWithTheLine) {
         {"0 expect socket 1 result PASS\n", "line 1: unknown field \"result\""},
         {"0 set BENCH Hubs 2\n", "line 1: not a step: \"set\""},
         {"0 restart now\n", "line 1: not a step: \"restart\""},
+        {"0 write ../x.txt y\n", "line 1: not a step: \"write\""},  // only inside the station folder
         {"#@ engines: toaster\n", "line 1: unknown engines \"toaster\""},
         {"#@ speed: 0\n", "line 1: a speed from 1 to 1000"},
         {"#@ colour: red\n", "line 1: a header line is \"#@ engines: ...\" or \"#@ speed: N\""},
