@@ -1,6 +1,7 @@
 #include "console/ScenarioStation.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <utility>
@@ -11,6 +12,7 @@
 #include "platform/MachineStamp.h"
 #include "platform/ProfileIni.h"
 #include "present/CloseCheck.h"
+#include "slots/SlotDisplay.h"
 #include "station/BindState.h"
 #include "station/Messages.h"
 
@@ -40,6 +42,21 @@ const char* PhaseName(app::SlotPhase phase) {
         case app::SlotPhase::INTERRUPTED: return "INTERRUPTED";
     }
     return "?";
+}
+
+// A cell's colour and icon, "grey socket".
+std::string Look(const app::SlotCell& cell) {
+    const std::string icon = cell.icon == app::kIconSocket  ? " socket"
+                             : cell.icon == app::kIconPhone ? " phone"
+                                                            : " none";
+    const app::Rgb c = cell.colour;
+    if (c == app::kBlack) return "black" + icon;
+    if (c == engine::kColourGrey) return "grey" + icon;
+    if (c == engine::kColourRed) return "red" + icon;
+    if (c == engine::kColourPurple) return "purple" + icon;
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "#%06x", c & 0xFFFFFFu);
+    return hex + icon;
 }
 
 // A bench socket's locations read "socket K" and "socket K LS", so that scenarios need
@@ -166,6 +183,8 @@ std::string ScenarioStation::Observe(const std::vector<std::string>& subject) {
                 seen = st.slotList.Row(slot).progress.text;
             else if (field == "phase")
                 seen = PhaseName(st.slotList.Row(slot).phase);
+            else if (field == "look")
+                seen = Look(st.slotList.Row(slot).cells[app::COL_DEVICE]);
         } else if (what == "socket") {
             seen = bench ? ModeName(bench->ModeAt(std::stoi(subject.at(1)))) : "no bench";
         } else if (what == "total") {

@@ -47,7 +47,8 @@ bool PlugOption(const std::string& word, engine::PhoneProfile& p) {
     return false;
 }
 
-const char* const kSlotFields[] = {"result", "device", "timer", "number", "bar", "phase", "state", "hs", "ls", "com"};
+const char* const kSlotFields[] = {"result", "device", "timer", "number", "bar", "phase",
+                                   "look",   "state",  "hs",    "ls",     "com"};
 const char* const kPlainSubjects[] = {"total", "fail",   "rows",     "workers", "served", "results", "running",
                                       "idle",  "button", "messages", "history", "notice", "banner",  "closing"};
 
@@ -81,8 +82,8 @@ bool ParseCheck(const std::vector<std::string>& w, std::size_t first, bool await
     } else {
         return why = "unknown subject \"" + w[i] + "\"", false;
     }
-    if (i < w.size() && w[i] == "~") {
-        c.contains = true;
+    if (i < w.size() && (w[i] == "~" || w[i] == "!~")) {
+        (w[i] == "~" ? c.contains : c.lacks) = true;
         ++i;
     }
     for (; i < w.size(); ++i) c.expected += (c.expected.empty() ? "" : " ") + w[i];
@@ -215,7 +216,8 @@ std::string Joined(const std::vector<std::string>& words) {
 }
 
 bool Holds(const ScenarioCheck& c, const std::string& seen) {
-    return c.contains ? seen.find(c.expected) != std::string::npos : seen == c.expected;
+    if (c.contains || c.lacks) return (seen.find(c.expected) != std::string::npos) == c.contains;
+    return seen == c.expected;
 }
 
 }  // namespace
@@ -277,7 +279,11 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, Scenar
             case ScenarioStep::AWAIT:
             case ScenarioStep::EXPECT: {
                 const ScenarioCheck& c = st.check;
-                const std::string what = Joined(c.subject) + (c.contains ? " ~ " : " ") + Quoted(c.expected);
+                const std::string what = Joined(c.subject) +
+                                         (c.contains ? " ~ "
+                                          : c.lacks  ? " !~ "
+                                                     : " ") +
+                                         Quoted(c.expected);
                 const platform::Millis until = clock.Now() + c.timeout;
                 std::string seen = host.Observe(c.subject);
                 while (st.action == ScenarioStep::AWAIT && !Holds(c, seen) && clock.Now() < until) {

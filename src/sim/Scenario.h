@@ -19,6 +19,7 @@
 //                                                    comes 15 s after its switch)
 //   300    await total 2            wait (bench time, 30 s at most) until it holds
 //   300    await 5000 slot 1 result ~ PASS          ... at most 5 s; "~": contains
+//   300    expect slot 0 com !~ (COM1)              "!~": does not contain
 //   9000   expect slot 1 hs socket 0                holds now, or the scenario fails
 //   9000   unplug 0
 //   0      serial-delay 300         later phones' serial ports appear 300 ms after them
@@ -30,8 +31,10 @@
 // What await and expect look at (their expected text is the rest of the line; a pair
 // of surrounding quotes is taken off, so "" is the empty text):
 //   slot N result|device|timer|number    the slot's row (the cells' texts); bar: the
-//   slot N bar|phase                     progress bar's text; phase: IDLE, FLASHING, PASS,
-//                                        FAIL or INTERRUPTED
+//   slot N bar|phase|look                progress bar's text; phase: IDLE, FLASHING, PASS,
+//                                        FAIL or INTERRUPTED; look: the device cell's colour
+//                                        (black, grey, red, ... or #rrggbb) and icon
+//                                        (socket, phone or none)
 //   slot N state|hs|ls|com               its binding; the locations of bench socket K
 //                                        read "socket K" (HS) and "socket K LS"
 //   socket N mode                        the phone in the socket (none, brom, da, ...)
@@ -59,6 +62,7 @@ namespace quorvel::sim {
 struct ScenarioCheck {
     std::vector<std::string> subject;  // "slot", "3", "result"
     bool contains = false;             // "~": the seen text contains the expected one
+    bool lacks = false;                // "!~": it does not
     std::string expected;
     platform::Millis timeout = 30000;  // await only
 };

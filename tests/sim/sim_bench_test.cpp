@@ -178,6 +178,7 @@ TEST(ScenarioTest, AFailedStepEndsTheScenarioWithItsLineAndWhatWasSeen) {
         // Looked at 0, 20, 40 and 60 ms.
         {"0 await 50 total 99\n9 press\n", "line 1: waited 50 ms for total \"99\", saw \"4\""},
         {"0 expect total ~ 2\n", "line 1: expected total ~ \"2\", saw \"1\""},
+        {"0 expect total !~ 2\n0 expect total !~ 2\n", "line 2: expected total !~ \"2\", saw \"2\""},
         {"0 set [BENCH] Hubs 2\n0 restart\n", "line 2: restart: refused"},
         {"0 plug 1 brom\n", "line 1: no simulated bench ([BENCH] Simulated=1)"},
         {"0 write fw/a.txt \"\"\n", "line 1: write fw/a.txt: full"},
