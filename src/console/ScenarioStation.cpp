@@ -148,6 +148,10 @@ void ScenarioStation::Read(const std::function<void(Process&)>& read) {
 
 std::string ScenarioStation::Observe(const std::vector<std::string>& subject) {
     if (!process_) return "no station";
+    if (subject.at(0) == "file") {
+        std::error_code ec;
+        return std::filesystem::exists(options_().exeDir + subject.at(1), ec) ? "yes" : "no";
+    }
     std::string seen;
     sim::SimBench* bench = Bench();
     const std::string& what = subject.at(0);

@@ -76,6 +76,11 @@ bool ParseCheck(const std::vector<std::string>& w, std::size_t first, bool await
             return why = "unknown field \"" + w[i + 2] + "\"", false;
         c.subject.assign(w.begin() + static_cast<long>(i), w.begin() + static_cast<long>(i) + 3);
         i += 3;
+    } else if (w[i] == "file") {
+        if (i + 1 >= w.size() || w[i + 1].front() == '/' || w[i + 1].find("..") != std::string::npos)
+            return why = "\"file\" wants a path inside the station folder", false;
+        c.subject = {w[i], w[i + 1]};
+        i += 2;
     } else if (OneOf(w[i], kPlainSubjects)) {
         c.subject = {w[i]};
         ++i;
@@ -89,7 +94,7 @@ bool ParseCheck(const std::vector<std::string>& w, std::size_t first, bool await
     for (; i < w.size(); ++i) c.expected += (c.expected.empty() ? "" : " ") + w[i];
     if (c.expected.size() >= 2 && c.expected.front() == '"' && c.expected.back() == '"')
         c.expected = c.expected.substr(1, c.expected.size() - 2);
-    else if (c.expected.empty() && (c.subject[0] == "running" || c.subject[0] == "idle"))
+    else if (c.expected.empty() && (c.subject[0] == "running" || c.subject[0] == "idle" || c.subject[0] == "file"))
         c.expected = "yes";
     return true;
 }

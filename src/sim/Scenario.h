@@ -46,6 +46,7 @@
 //   history                              the job history's lines, "\n" between
 //   notice, banner                       the window's notice, the package banner
 //   closing                              the slots a close would ask about, or none
+//   file PATH                            yes/no: it exists in the station folder
 //
 // Parsing is pure; running sleeps through the station clock on the caller's thread.
 

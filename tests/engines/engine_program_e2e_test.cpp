@@ -1,15 +1,12 @@
-// The whole station on the simulated bench, once on the in-process simulated engines and
-// once on quorvel-sim-engine as the engine program ([BENCH] EngineProgram=1): the same
-// phones give the same rows and counters, a phone pulled in the middle of its job too.
+// The whole station with an engine program that cannot run. (The same phones give the
+// same rows on the engine program as in process: tests/scenarios/brom_four_rows.txt.)
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 
 #include "console/ConsoleController.h"
-#include "console/StationRig.h"
 #include "platform/ExeDir.h"
-#include "sim/SimBench.h"
 #include "station/Messages.h"
 #include "station/Station.h"
 #include "support/StationFixture.h"
@@ -19,72 +16,12 @@
 namespace quorvel::console {
 namespace {
 
-struct Outcome {
-    std::uint32_t total = 0, fail = 0;
-    std::vector<std::string> results;
-    std::string pulled;  // the status of the row whose phone was pulled
-    bool operator==(const Outcome&) const = default;
-};
-
 // A station folder with an MTK scatter package on a four-socket simulated bench.
 void WriteStation(const test::TempDir& dir, const std::string& extra) {
     dir.Write("fw/MT6765_Android_scatter.txt", "scatter\n");
     dir.Write("Config/CommonSetting.ini",
               test::UnboundSettings("CheckSum=0\nLANGUAGE=1033\nFilePath=" + dir.File("fw/MT6765_Android_scatter.txt") +
                                     "\n[BENCH]\nSimulated=1\nHubs=1\nSocketsPerHub=4\n" + extra));
-}
-
-Outcome RunBench(bool engineProgram) {
-    test::TempDir dir;
-    WriteStation(dir, std::string("EngineProgram=") + (engineProgram ? "1" : "0") + "\n");
-
-    test::StationProcess proc(dir);
-    auto& station = *proc.station;
-    auto& rig = *proc.rig;
-
-    Outcome out;
-    EXPECT_TRUE(proc.Init());
-    proc.PressStartStop();
-    for (int socket = 0; socket < 4; ++socket) {
-        engine::PhoneProfile p;
-        p.durationMs = 800;
-        p.sizeBytes = 4u << 20;
-        p.speedMBps = 32;
-        p.pass = socket != 2;
-        if (socket == 3) p.speedMBps = 0.05;  // pulled in the middle of its transfer
-        EXPECT_TRUE(rig.Bench()->Plug(socket, sim::PhoneKind::MTK_BROM, p));
-        // One at a time, its download-agent port bound too, so each phone takes the slot of
-        // its socket's order.
-        EXPECT_TRUE(proc.Await([&] {
-            const auto b = station.bindings.Get(socket);
-            return b.ls == rig.Bench()->LsLocation(socket) && b.hs == rig.Bench()->HsLocation(socket);
-        }));
-    }
-    EXPECT_TRUE(rig.Bench()->Unplug(3));
-    EXPECT_TRUE(proc.Await([&] { return station.statistics.Total() == 4; }));
-    EXPECT_TRUE(proc.Await([&] {
-        for (int i = 0; i < 4; ++i)
-            if (station.bindings.State(i) == app::BindState::Busy) return false;
-        return true;
-    }));
-    out.total = station.statistics.Total();
-    out.fail = station.statistics.Fail();
-    for (int i = 0; i < 4; ++i) out.results.push_back(station.slotList.ResultText(i));
-    const std::string pulled = station.slotList.Row(3).progress.text;
-    out.pulled = pulled.substr(0, pulled.find('('));  // its status, without the counts
-    proc.PressStartStop();
-    EXPECT_TRUE(proc.ui.Messages().empty());
-    const bool logs = std::filesystem::exists(dir.File("TestLog/engine"));
-    EXPECT_EQ(logs, engineProgram);
-    return out;
-}
-
-TEST(EngineProgramE2e, BenchGivesTheSameRowsOnTheEngineProgram) {
-    const Outcome inProcess = RunBench(false);
-    const Outcome program = RunBench(true);
-    EXPECT_EQ(inProcess.total, 4u);
-    EXPECT_EQ(inProcess.fail, 2u);
-    EXPECT_TRUE(program == inProcess) << program.pulled << " / " << inProcess.pulled;
 }
 
 // A program that cannot run refuses Start with its path and the reason, as a failed
