@@ -113,36 +113,6 @@ TEST_F(StationRunTest, FailedVerificationRefusesStartAndNoPackageStartsWithANoti
     EXPECT_EQ(Messages(), std::vector<std::string>{"PreLoadFiles failed,please check scatter file or DA files"});
 }
 
-TEST_F(StationRunTest, CfgStopWaitsForRunningJobsAndEndsFinishedOnes) {
-    st.package.kind = PackageKind::MtkCfg;
-    st.package.cfgFilePath = f.dir.File("fw/phone.cfg");
-    Click();
-    ASSERT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
-    EXPECT_EQ(run.Monitor().MonitorService(), 3);
-
-    st.slotList.InsertRow("01");
-    st.slotList.InsertRow("02");
-    st.slots.fpJob[0] = FpJobState::Finished;
-    st.bindings.SetState(0, BindState::Busy);
-    st.slots.fpJob[1] = FpJobState::Running;
-    Click();
-    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
-    EXPECT_EQ(Messages().size(), 1u);
-    // Slot 0 was passed before the refusal: its finished job is cleared and it is no longer busy.
-    EXPECT_EQ(st.slots.fpJob[0], FpJobState::None);
-    EXPECT_EQ(st.bindings.State(0), BindState::AllBinded);
-
-    // Any other BUSY slot is released (a job marks its slot BUSY and running in one step).
-    st.slotList.InsertRow("03");
-    st.slots.fpJob[1] = FpJobState::Finished;
-    st.bindings.SetState(2, BindState::Busy);
-    Click();
-    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START);
-    EXPECT_EQ(st.bindings.State(2), BindState::AllBinded);
-
-    run.Manager().JoinWalks();
-}
-
 TEST_F(StationRunTest, PhonesAlreadyInPreloaderModeGoToTheWorkerOfTheirPort) {
     ASSERT_TRUE(bench.Plug(2, sim::PhoneKind::MTK_PRELOADER, {}));
     run.BuildSlots();
