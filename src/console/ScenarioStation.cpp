@@ -152,6 +152,9 @@ std::string ScenarioStation::Observe(const std::vector<std::string>& subject) {
         std::error_code ec;
         return std::filesystem::exists(options_().exeDir + subject.at(1), ec) ? "yes" : "no";
     }
+    if (subject.at(0) == "setting")
+        return platform::ProfileIni::ReadString(options_().exeDir + "Config/CommonSetting.ini", subject.at(1),
+                                                subject.at(2), "", 1024);
     std::string seen;
     sim::SimBench* bench = Bench();
     const std::string& what = subject.at(0);

@@ -81,6 +81,10 @@ bool ParseCheck(const std::vector<std::string>& w, std::size_t first, bool await
             return why = "\"file\" wants a path inside the station folder", false;
         c.subject = {w[i], w[i + 1]};
         i += 2;
+    } else if (w[i] == "setting") {
+        if (i + 2 >= w.size()) return why = "\"setting\" wants a section and a key", false;
+        c.subject.assign(w.begin() + static_cast<long>(i), w.begin() + static_cast<long>(i) + 3);
+        i += 3;
     } else if (OneOf(w[i], kPlainSubjects)) {
         c.subject = {w[i]};
         ++i;

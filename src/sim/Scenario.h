@@ -47,6 +47,7 @@
 //   notice, banner                       the window's notice, the package banner
 //   closing                              the slots a close would ask about, or none
 //   file PATH                            yes/no: it exists in the station folder
+//   setting SECTION KEY                  the value CommonSetting.ini holds now ("" if none)
 //
 // Parsing is pure; running sleeps through the station clock on the caller's thread.
 

@@ -111,27 +111,16 @@ TEST_F(PortBindingTest, BoundSocketsFeedTheirSlotWithoutChangingOrWithBusy) {
     EXPECT_FALSE(binding.Bind_MTKDev_HS(Mtk(kPreloader, "1-1\\PORT4")));
 }
 
-// A second arrival is fed to the slot; with the station stopped the phone waits for
-// the next Start, and the slot is not BUSY meanwhile (BUSY while running: e2e tests).
-TEST_F(PortBindingTest, SerialPhoneFillsTheGapAndSecondArrivalIsFedToItsSlot) {
-    Workers(4);
-    Bind(0, "1-1\\PORT1", BindState::AllBinded);
-    Bind(2, "1-1\\PORT3", BindState::AllBinded);
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EventKind::SPRD));
-    EXPECT_EQ(Table(2)[1], "1-1\\PORT2 NA ALL_BINDED");
-    EXPECT_EQ(Saved("USBPORTINFO", 1), "1-1\\PORT2");
-    EXPECT_EQ(Saved("THREADSTATUS", 1), "ALL_BINDED");
-    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EventKind::SPRD));
-    EXPECT_EQ(st.bindings.State(1), BindState::AllBinded);
-    EXPECT_EQ(manager.WorkerAt(1)->LastNotifyCode(), static_cast<std::uint32_t>(EventKind::SPRD));
-}
-
 TEST_F(PortBindingTest, SlotsWithoutAWorkerAreNeverChosenAndStoredOnesAreNotFed) {
     Workers(2);
     Bind(0, "1-1\\PORT1", BindState::AllBinded);
     Bind(5, "1-1\\PORT6", BindState::AllBinded);
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EventKind::SPRD));
     EXPECT_EQ(st.bindings.Get(1).hs, "1-1\\PORT2");
+    // Its next arrival is fed to its slot; stopped, the slot is not made BUSY.
+    binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT2", EventKind::SPRD));
+    EXPECT_EQ(st.bindings.State(1), BindState::AllBinded);
+    EXPECT_EQ(manager.WorkerAt(1)->LastNotifyCode(), static_cast<std::uint32_t>(EventKind::SPRD));
     // Slot 2 is idle but has no worker: the phone is not served, the table is still saved.
     binding.OnDeviceEvent(Event(kSprd, "1-1\\PORT3", EventKind::SPRD));
     for (int i = 2; i < kSlotCount; ++i) EXPECT_NE(st.bindings.Get(i).hs, "1-1\\PORT3");

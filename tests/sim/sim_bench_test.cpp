@@ -238,6 +238,7 @@ TEST(ScenarioTest, RefusesWithTheLine) {
         {"0 restart now\n", "line 1: not a step: \"restart\""},
         {"0 write ../x.txt y\n", "line 1: not a step: \"write\""},  // only inside the station folder
         {"0 expect file /etc/passwd\n", "line 1: \"file\" wants a path inside the station folder"},
+        {"0 expect setting COMMON\n", "line 1: \"setting\" wants a section and a key"},
         {"#@ engines: toaster\n", "line 1: unknown engines \"toaster\""},
         {"#@ speed: 0\n", "line 1: a speed from 1 to 1000"},
         {"#@ colour: red\n", "line 1: a header line is \"#@ engines: ...\" or \"#@ speed: N\""},
