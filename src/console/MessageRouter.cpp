@@ -24,6 +24,7 @@ bool MessageRouter::Route(const app::Message& message, platform::LResult& result
                           [&](const app::SlotStatus& m) { return toSlot(m); },
                           [&](const app::SlotBar& m) { return toSlot(m); },
                           [&](const app::SlotAccount& m) { return toSlot(m); },
+                          [&](const app::SlotIdentity& m) { return toSlot(m); },
                           [&](const app::SlotDaSwitched& m) { return toSlot(m); },
                           [&](const app::SlotVerdict& m) { return toSlot(m); },
                           [&](const app::SprdBegin& m) {
@@ -54,6 +55,12 @@ bool MessageRouter::Route(const app::Message& message, platform::LResult& result
                           [&](const app::SprdProgress& m) {
                               RouteSprd(m.port, [&](int slot, engine::DownloadWorker& worker) {
                                   worker.Display().ShowSprdProgress(slot, m.percent);
+                              });
+                              return true;
+                          },
+                          [&](const app::SprdIdentity& m) {
+                              RouteSprd(m.port, [&](int, engine::DownloadWorker& worker) {
+                                  worker.Display().ShowIdentity(m.device);
                               });
                               return true;
                           },

@@ -50,6 +50,13 @@ std::string JobLine(const JobRecord& r) {
     Field(out, "result", JobResultText(r.result));
     Field(out, "step", r.failedStep);
     Field(out, "error", r.errorText);
+    if (!r.device.Empty()) {
+        std::string device = "{";
+        for (auto [key, value] :
+             {std::pair{"chip", &r.device.chip}, {"serial", &r.device.serial}, {"imei", &r.device.imei}})
+            if (!value->empty()) Field(device, key, *value);
+        out += ",\"device\":" + device + "}";
+    }
     if (r.countedTotal && r.countedFail) {
         Number(out, "total", *r.countedTotal);
         Number(out, "fail", *r.countedFail);

@@ -22,10 +22,18 @@ bool Integer(const JsonValue& v, T& out) {
     return r.ec == std::errc() && r.ptr == end;
 }
 
-std::optional<JobRecord> ParseObject(std::string_view text) {
-    const auto parsed = platform::ReadFlatJsonObject(text, platform::LoneSurrogate::REPLACE);
-    if (!parsed) return std::nullopt;
-    const JsonObject& f = *parsed;
+// The phone's identity is an object; a little more nesting is read (and ignored), so
+// a later addition inside it does not lose the record.
+constexpr int kRecordDepth = 3;
+
+std::string TextOf(const JsonObject& o, const char* key) {
+    const auto it = o.find(key);
+    return it != o.end() && it->second.kind == JsonValue::STRING ? it->second.text : std::string();
+}
+
+}  // namespace
+
+std::optional<JobRecord> JobFromJson(const JsonObject& f) {
     const auto str = [&](const char* key) -> const std::string* {
         const auto it = f.find(key);
         return it != f.end() && it->second.kind == JsonValue::STRING ? &it->second.text : nullptr;
@@ -60,12 +68,25 @@ std::optional<JobRecord> ParseObject(std::string_view text) {
         std::uint32_t n;
         if (const auto c = f.find(key); c != f.end() && Integer(c->second, n)) *member = n;
     }
+    if (const auto d = f.find("device"); d != f.end() && d->second.kind == JsonValue::OBJECT)
+        r.device = {TextOf(*d->second.object, "chip"), TextOf(*d->second.object, "serial"),
+                    TextOf(*d->second.object, "imei")};
     if (const auto b = f.find("bytes"); b != f.end()) {
         std::uint64_t bytes;
         if (Integer(b->second, bytes)) r.bytesSent = bytes;
     }
     return r;
 }
+
+namespace {
+
+std::optional<JobRecord> ParseObject(std::string_view text) {
+    const auto parsed = platform::ReadJsonObject(text, platform::LoneSurrogate::REPLACE, kRecordDepth);
+    if (!parsed) return std::nullopt;
+    return JobFromJson(*parsed);
+}
+
+}  // namespace
 
 bool DayFileName(const std::string& name, int& day) {
     if (name.size() != 14 || name.compare(8, 6, ".jsonl") != 0) return false;
@@ -76,8 +97,6 @@ bool DayFileName(const std::string& name, int& day) {
     }
     return true;
 }
-
-}  // namespace
 
 std::optional<JobRecord> ParseJobLine(std::string_view line) {
     if (auto r = ParseObject(line)) return r;
@@ -100,8 +119,9 @@ std::vector<std::pair<int, std::filesystem::path>> DayFiles(const std::string& t
     return files;
 }
 
-// False when the file cannot be read.
-bool ReadDayFile(const std::filesystem::path& path, HistoryRead& out) {
+}  // namespace
+
+bool ReadLines(const std::string& path, const std::function<bool(std::string_view)>& take, int& skipped) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return false;
     const std::string contents((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -112,12 +132,23 @@ bool ReadDayFile(const std::filesystem::path& path, HistoryRead& out) {
         const std::string_view line(contents.data() + pos, nl - pos);
         pos = nl + 1;
         if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;
-        if (auto r = ParseJobLine(line))
-            out.jobs.push_back(std::move(*r));
-        else
-            ++out.skippedLines;
+        if (!take(line)) ++skipped;
     }
     return true;
+}
+
+namespace {
+
+// False when the file cannot be read.
+bool ReadDayFile(const std::filesystem::path& path, HistoryRead& out) {
+    return ReadLines(
+        path.string(),
+        [&](std::string_view line) {
+            auto r = ParseJobLine(line);
+            if (r) out.jobs.push_back(std::move(*r));
+            return r.has_value();
+        },
+        out.skippedLines);
 }
 
 }  // namespace

@@ -123,6 +123,11 @@ std::optional<JobResult> ParseJobResult(std::string_view text) {
     return std::nullopt;
 }
 
+void PhoneIdentity::Update(const PhoneIdentity& later) {
+    for (auto [mine, theirs] : {std::pair{&chip, &later.chip}, {&serial, &later.serial}, {&imei, &later.imei}})
+        if (!theirs->empty()) *mine = *theirs;
+}
+
 std::string MakeJobId(const TimeStamp& start, int slot) {
     static std::atomic<unsigned> sequence{0};
     const std::string iso = IsoText(start);  // YYYY-MM-DDTHH:MM:SS...

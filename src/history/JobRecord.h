@@ -37,6 +37,21 @@ enum class JobResult { Pass, Fail, Interrupted };
 const char* JobResultText(JobResult r);
 std::optional<JobResult> ParseJobResult(std::string_view text);
 
+// The phone a job flashed, as its engine read it from the phone; a member is empty when
+// the engine did not tell it.
+struct PhoneIdentity {
+    std::string chip{};
+    std::string serial{};
+    std::string imei{};
+
+    bool Empty() const { return chip.empty() && serial.empty() && imei.empty(); }
+    // What `later` knows replaces what this knows; the rest stays.
+    void Update(const PhoneIdentity& later);
+    // The name a phone is traced by: its IMEI, else its serial number, else empty.
+    const std::string& Primary() const { return imei.empty() ? serial : imei; }
+    bool operator==(const PhoneIdentity&) const = default;
+};
+
 struct JobRecord {
     std::string jobId;
     std::string machine;    // the station's machine stamp
@@ -58,6 +73,7 @@ struct JobRecord {
     // a kill between the two writes finds here what the counters missed.
     std::optional<std::uint32_t> countedTotal;
     std::optional<std::uint32_t> countedFail;
+    PhoneIdentity device{};  // empty when the engine did not say
 
     bool operator==(const JobRecord&) const = default;
 };

@@ -162,31 +162,14 @@ bool ReadJsonString(std::string_view s, std::size_t& i, std::string& out, LoneSu
 namespace quorvel::platform {
 namespace {
 
-class FlatReader {
+class ObjectReader {
 public:
-    FlatReader(std::string_view s, LoneSurrogate lone) : s_(s), lone_(lone) {}
+    ObjectReader(std::string_view s, LoneSurrogate lone, int depth) : s_(s), lone_(lone), depth_(depth) {}
 
     std::optional<JsonObject> Run() {
         JsonObject obj;
         Blank();
-        if (!Eat('{')) return std::nullopt;
-        Blank();
-        if (!Eat('}')) {
-            for (;;) {
-                Blank();
-                std::string key;
-                if (!String(key)) return std::nullopt;
-                Blank();
-                if (!Eat(':')) return std::nullopt;
-                Blank();
-                JsonValue v;
-                if (!Scalar(v)) return std::nullopt;
-                obj.insert_or_assign(std::move(key), std::move(v));
-                Blank();
-                if (Eat('}')) break;
-                if (!Eat(',')) return std::nullopt;
-            }
-        }
+        if (!Object(obj, 0)) return std::nullopt;
         Blank();
         if (i_ != s_.size()) return std::nullopt;
         return obj;
@@ -209,6 +192,54 @@ private:
         return true;
     }
     bool String(std::string& out) { return Eat('"') && ReadJsonString(s_, i_, out, lone_); }
+
+    // An object from its opening brace, `level` levels below the outer one.
+    bool Object(JsonObject& obj, int level) {
+        if (!Eat('{')) return false;
+        Blank();
+        if (Eat('}')) return true;
+        for (;;) {
+            Blank();
+            std::string key;
+            if (!String(key)) return false;
+            Blank();
+            if (!Eat(':')) return false;
+            Blank();
+            JsonValue v;
+            if (!Value(v, level)) return false;
+            obj.insert_or_assign(std::move(key), std::move(v));
+            Blank();
+            if (Eat('}')) return true;
+            if (!Eat(',')) return false;
+        }
+    }
+
+    bool Value(JsonValue& v, int level) {
+        if (i_ < s_.size() && (s_[i_] == '{' || s_[i_] == '[')) {
+            if (level >= depth_) return false;
+            if (s_[i_] == '{') {
+                auto inner = std::make_shared<JsonObject>();
+                if (!Object(*inner, level + 1)) return false;
+                v.kind = JsonValue::OBJECT;
+                v.object = std::move(inner);
+                return true;
+            }
+            ++i_;
+            v.kind = JsonValue::ARRAY;
+            Blank();
+            if (Eat(']')) return true;
+            for (;;) {
+                Blank();
+                JsonValue item;
+                if (!Value(item, level + 1)) return false;
+                v.items.push_back(std::move(item));
+                Blank();
+                if (Eat(']')) return true;
+                if (!Eat(',')) return false;
+            }
+        }
+        return Scalar(v);
+    }
 
     bool Scalar(JsonValue& v) {
         if (i_ >= s_.size()) return false;
@@ -256,13 +287,18 @@ private:
 
     std::string_view s_;
     LoneSurrogate lone_;
+    int depth_;
     std::size_t i_ = 0;
 };
 
 }  // namespace
 
 std::optional<JsonObject> ReadFlatJsonObject(std::string_view text, LoneSurrogate lone) {
-    return FlatReader(text, lone).Run();
+    return ObjectReader(text, lone, 0).Run();
+}
+
+std::optional<JsonObject> ReadJsonObject(std::string_view text, LoneSurrogate lone, int depth) {
+    return ObjectReader(text, lone, depth).Run();
 }
 
 }  // namespace quorvel::platform

@@ -1,13 +1,15 @@
 #pragma once
 // JSON text for every line the station and its tools write or read as JSON: string
-// literals out, flat objects in. Pure functions: any thread.
+// literals out, flat objects (and shallowly nested ones) in. Pure functions: any thread.
 
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quorvel::platform {
 
@@ -29,17 +31,25 @@ enum class LoneSurrogate {
 // escape or a missing closing quote.
 bool ReadJsonString(std::string_view s, std::size_t& i, std::string& out, LoneSurrogate lone);
 
-struct JsonValue {
-    enum Kind { STRING, NUMBER, BOOL, NUL } kind = NUL;
-    std::string text;   // STRING: the text; NUMBER: the number as written
-    double number = 0;  // NUMBER, always finite
-    bool flag = false;  // BOOL
-};
+struct JsonValue;
 using JsonObject = std::map<std::string, JsonValue, std::less<>>;
+
+struct JsonValue {
+    enum Kind { STRING, NUMBER, BOOL, NUL, OBJECT, ARRAY } kind = NUL;
+    std::string text;                          // STRING: the text; NUMBER: the number as written
+    double number = 0;                         // NUMBER, always finite
+    bool flag = false;                         // BOOL
+    std::shared_ptr<const JsonObject> object;  // OBJECT
+    std::vector<JsonValue> items;              // ARRAY
+};
 
 // `text` as exactly one flat JSON object (values strings, numbers, true, false, null),
 // blanks around it allowed; nothing on anything else, however broken. A key given
 // twice keeps its last value.
 std::optional<JsonObject> ReadFlatJsonObject(std::string_view text, LoneSurrogate lone);
+// As ReadFlatJsonObject, but values may also be objects and arrays nested up to `depth`
+// levels below the outer object; deeper nesting is refused, so no input can exhaust the
+// stack.
+std::optional<JsonObject> ReadJsonObject(std::string_view text, LoneSurrogate lone, int depth);
 
 }  // namespace quorvel::platform

@@ -40,7 +40,7 @@ std::string WorkCompleted(const std::string& station, const app::JobRecord& job,
     // The job's end, not the publishing moment: a job published twice is published identically.
     return Head("CFX.Production.WorkCompleted", station, job.end) + ",\"TransactionID\":" + JsonQuote(job.jobId) +
            ",\"Result\":\"" + ResultName(job.result) + "\",\"Lane\":" + std::to_string(job.slot) +
-           ",\"PrimaryIdentifier\":\"\",\"Job\":" + std::string(line) + "}";
+           ",\"PrimaryIdentifier\":" + JsonQuote(job.device.Primary()) + ",\"Job\":" + std::string(line) + "}";
 }
 
 std::string FaultOccurred(const std::string& station, const app::JobRecord& job) {

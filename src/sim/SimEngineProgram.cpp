@@ -67,6 +67,7 @@ std::vector<std::string> SimProfileArgs(const PhoneProfile& p) {
     }
     if (!p.switchPort) a.push_back("--no-switch");
     if (!p.misbehave.empty()) a.insert(a.end(), {"--misbehave", p.misbehave});
+    if (p.plug) a.insert(a.end(), {"--phone", std::to_string(p.plug)});
     return a;
 }
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <iterator>
 #include <system_error>
@@ -195,6 +196,23 @@ std::string SimPackageProblem(const std::string& path) {
     return problem;
 }
 
+app::PhoneIdentity SimPhoneIdentity(const std::string& platform, std::uint64_t phone) {
+    app::PhoneIdentity d;
+    d.chip = platform == "SPRD" ? "SC9863A" : platform == "FP" ? "MT6261" : "MT6765";
+    char digits[32];
+    std::snprintf(digits, sizeof digits, "%010llu", static_cast<unsigned long long>(phone % 10000000000ull));
+    d.serial = std::string("SIM") + digits;
+    std::snprintf(digits, sizeof digits, "35%012llu", static_cast<unsigned long long>(phone % 1000000000000ull));
+    int sum = 0;  // Luhn over the 14 digits, every second one doubled
+    for (int i = 0; i < 14; ++i) {
+        int v = digits[i] - '0';
+        if (i % 2 == 1) v = v * 2 > 9 ? v * 2 - 9 : v * 2;
+        sum += v;
+    }
+    d.imei = std::string(digits) + static_cast<char>('0' + (10 - sum % 10) % 10);
+    return d;
+}
+
 namespace {
 
 Millis TransferMs(const PhoneProfile& p, std::uint64_t bytes) {
@@ -242,6 +260,8 @@ int RunMtkStyleJob(app::Station& station, app::MessageWindow& window, Cancellabl
     status(choose(app::texts::kStatusBindIndex));
     if (!wait.Pause(setupMs)) return fail(true, "");
     if (failsAt(0)) return fail(false, "no answer from the phone's boot ROM");
+    window.Send(app::SlotIdentity{
+        slot, SimPhoneIdentity(daSwitch ? "MTK" : "FP", p.plug ? p.plug : static_cast<std::uint64_t>(slot) + 1)});
 
     if (daSwitch && p.switchPort) {
         step = kStepDaSwitch;
@@ -463,6 +483,8 @@ void SimSprdEngine::RunPort(unsigned long port, bool phase1, const PhoneProfile&
             error = app::texts::kSprdStepNames[static_cast<int>(Step::UNPLUGGED)];
         else if (failing)
             error = std::string(app::texts::kSprdStepNames[static_cast<int>(step)]) + " failed";
+        else if (phase1 && step == Step::CONNECTING)
+            window_.Send(app::SprdIdentity{port, SimPhoneIdentity("SPRD", p.plug ? p.plug : port)});
     }
     if (error.empty() && !p.pass && !phase1) error = "Download failed";
     const bool reEnumerate = phase1 && error.empty() && p.switchPort;

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "engines/EngineInterfaces.h"
+#include "history/JobRecord.h"
 #include "platform/Clock.h"
 
 namespace quorvel::app {
@@ -47,6 +48,11 @@ class CancellableWait;
 // A file that is missing, not a regular file, or lists no entry (only blank and "#"
 // lines) is refused.
 std::string SimPackageProblem(const std::string& path);
+
+// The identity a simulated phone reports: chip by platform (MTK, FP, SPRD), serial number
+// and IMEI (with its check digit) from `phone`, the bench's number for that phone, so
+// tests and every run of a scenario can predict it.
+app::PhoneIdentity SimPhoneIdentity(const std::string& platform, std::uint64_t phone);
 
 // Any thread may call any method.
 class SimPhoneRegistry {

@@ -335,7 +335,7 @@ void DownloadWorker::FinishJob(int slot, const char* platform, std::int64_t star
         if (outcome.error.empty())
             outcome.error = reasonWithoutVerdict ? reasonWithoutVerdict : app::texts::kReasonEngineGaveNone;
     } else {
-        outcome = {SlotOutcome::Result::PASSED, "", ""};
+        outcome = {SlotOutcome::Result::PASSED, "", "", outcome.device};
     }
     display_.EndJob(slot, outcome, interrupted);
     if (station_.ExeDir().empty()) {  // a station without a folder keeps no history
@@ -359,6 +359,7 @@ void DownloadWorker::FinishJob(int slot, const char* platform, std::int64_t star
     job.result = interrupted ? app::JobResult::Interrupted : failed ? app::JobResult::Fail : app::JobResult::Pass;
     job.failedStep = outcome.step;
     job.errorText = outcome.error;
+    job.device = outcome.device;
     // The history line and the counters, in that order; a full disk holds both back.
     std::lock_guard g(countLock_);
     station_.statistics.RecordJob(std::move(job), !closing_);
@@ -499,6 +500,7 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
             switched = true;
         }
         firstPhase = !switched;
+        sprdPhase1Device_ = display_.Outcome().device;
         if (failed) {
             window_.KillTimer(slot);
             FinishJob(slot, "SPRD", sprdStartedAt_, true, app::texts::kReasonNoSwitch);
@@ -508,6 +510,8 @@ void DownloadWorker::SprdJob(bool& firstPhase) {
         return;
     }
     display_.SetSprdPhase(1);
+    // One job over both phases: what the first phase learnt of the phone stays.
+    display_.ShowIdentity(sprdPhase1Device_);
     sprd_->StartOnePortWork(n, 0);
     firstPhase = true;
     bool failed = false;

@@ -168,8 +168,9 @@ private:
     // A device handed over while the station was stopped (STOP: none); under handOverLock_.
     WorkerEvents::Event pending_ = WorkerEvents::STOP;
     std::mutex countLock_;
-    bool closing_ = false;            // under countLock_
-    std::int64_t sprdStartedAt_ = 0;  // worker thread: the first phase's start, kept for the second
+    bool closing_ = false;                 // under countLock_
+    std::int64_t sprdStartedAt_ = 0;       // worker thread: the first phase's start, kept for the second
+    app::PhoneIdentity sprdPhase1Device_;  // worker thread: the phone as the first phase read it
     mutable std::mutex flagLock_;
     bool deviceRunning_ = false;
     bool stopRequested_ = false;

@@ -123,6 +123,11 @@ void SlotDisplay::Show(const app::SlotAccount& m) {
     state_.outcome.error = m.error;
 }
 
+void SlotDisplay::ShowIdentity(const app::PhoneIdentity& device) {
+    std::lock_guard g(mutex_);
+    state_.outcome.device.Update(device);
+}
+
 void SlotDisplay::Show(const app::SlotDaSwitched& m) {
     std::lock_guard g(mutex_);
     state_.daSwitched = true;
@@ -198,10 +203,9 @@ void SlotDisplay::SprdFinished(int row, const app::SprdResult& result) {
     if (passed) ++s.passCount;
     ++s.jobCount;
     s.stage = passed ? SlotStage::PASS : SlotStage::FAIL;
-    if (passed)
-        s.outcome = {SlotOutcome::Result::PASSED, "", ""};
-    else
-        s.outcome = {SlotOutcome::Result::FAILED, s.step, error};
+    s.outcome.result = passed ? SlotOutcome::Result::PASSED : SlotOutcome::Result::FAILED;
+    s.outcome.step = passed ? "" : s.step;
+    s.outcome.error = error;
     ShowStageLocked(row);
     SetResult(row,
               Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, s.passCount, s.jobCount),

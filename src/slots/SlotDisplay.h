@@ -44,12 +44,15 @@ public:
     void Show(const app::SlotStatus& message);
     void Show(const app::SlotBar& message);
     void Show(const app::SlotAccount& message);
+    void Show(const app::SlotIdentity& message) { ShowIdentity(message.device); }
     void Show(const app::SlotDaSwitched& message);
     void Show(const app::SlotVerdict& message);
     // The SPRD engine's messages.
     void ShowStep(int row, app::SprdStep step);
     void ShowSprdProgress(int row, std::uint32_t percent);
     void SprdFinished(int row, const app::SprdResult& result);
+    // The phone's identity joins the job's outcome; it never shows on the row.
+    void ShowIdentity(const app::PhoneIdentity& device);
     void SetStepName(int row, const std::string& name);
     void SetSprdPhase(int phase);
 

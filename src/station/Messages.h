@@ -9,6 +9,7 @@
 #include <variant>
 
 #include "engines/EngineRecords.h"
+#include "history/JobRecord.h"
 #include "platform/EventLoop.h"
 
 namespace quorvel::app {
@@ -102,6 +103,14 @@ struct SlotDaSwitched {
     static constexpr std::uint32_t Number() { return MSG_SLOT_PROGRESS; }
 };
 
+// The phone the job is flashing, as the engine read it (kind 8): it goes into the job's
+// outcome, never onto the row. Sent before the verdict; a later one adds to the first.
+struct SlotIdentity {
+    int slot = 0;
+    PhoneIdentity device{};
+    static constexpr std::uint32_t Number() { return MSG_SLOT_PROGRESS; }
+};
+
 // The job's verdict (kind 5).
 struct SlotVerdict {
     int slot = 0;
@@ -157,6 +166,13 @@ struct SprdProgress {
     static constexpr std::uint32_t Number() { return MSG_SPRD_PROGRESS; }
 };
 
+// The phone on the port, as the engine read it; as SlotIdentity.
+struct SprdIdentity {
+    unsigned long port = 0;
+    PhoneIdentity device{};
+    static constexpr std::uint32_t Number() { return MSG_SPRD_RESULT; }
+};
+
 // The port's result.
 struct SprdResult {
     unsigned long port = 0;
@@ -208,9 +224,9 @@ struct CloseWindow {
 };
 
 using Message =
-    std::variant<DeviceEvent, Command, AllStopped, SlotStatus, SlotBar, SlotAccount, SlotDaSwitched, SlotVerdict,
-                 SprdBegin, SprdStepNamed, SprdStepEntered, SprdProgress, SprdResult, ChecksumProgress, ChecksumNote,
-                 ChecksumResult, PacStarted, PacPercent, PacEnded, CloseWindow>;
+    std::variant<DeviceEvent, Command, AllStopped, SlotStatus, SlotBar, SlotAccount, SlotIdentity, SlotDaSwitched,
+                 SlotVerdict, SprdBegin, SprdStepNamed, SprdStepEntered, SprdProgress, SprdIdentity, SprdResult,
+                 ChecksumProgress, ChecksumNote, ChecksumResult, PacStarted, PacPercent, PacEnded, CloseWindow>;
 
 // The console message number of `message`, for logs.
 inline std::uint32_t NumberOf(const Message& message) {

@@ -33,6 +33,13 @@ TEST(EngineProtocol, ClassifiesLines) {
         {"{\"t\":\"result\",\"ok\":false,\"error\":\"x\"}", LineKind::PROTOCOL, Event::RESULT},
         {"{\"t\":\"result\",\"ok\":1}", LineKind::GARBAGE, Event::OTHER},
         {"{\"t\":\"later-addition\"}", LineKind::PROTOCOL, Event::OTHER},
+        {"{\"t\":\"device\",\"serial\":\"0123ABCD\",\"board\":2}", LineKind::PROTOCOL, Event::DEVICE},
+        {"{\"t\":\"device\"}", LineKind::GARBAGE, Event::OTHER},
+        {"{\"t\":\"device\",\"chip\":\"\"}", LineKind::GARBAGE, Event::OTHER},
+        {"{\"t\":\"device\",\"chip\":7}", LineKind::GARBAGE, Event::OTHER},
+        {"{\"t\":\"device\",\"serial\":\"a\\nb\"}", LineKind::GARBAGE, Event::OTHER},
+        {"{\"t\":\"device\",\"imei\":\"35693803564380\"}", LineKind::GARBAGE, Event::OTHER},
+        {"{\"t\":\"device\",\"imei\":\"35693803564380x\"}", LineKind::GARBAGE, Event::OTHER},
         {"{\"t\":7}", LineKind::GARBAGE, Event::OTHER},
         {"{\"t\":\"switch\",\"nested\":{}}", LineKind::GARBAGE, Event::OTHER},
         {"{\"t\":\"switch\"} trailing", LineKind::GARBAGE, Event::OTHER},
@@ -75,6 +82,9 @@ TEST(EngineProtocol, ReadsFieldsAndEscapes) {
     ASSERT_EQ(Classify("{\"t\":\"result\",\"ok\":false,\"error\":\"Erase failed\\n\"}", e, why), LineKind::PROTOCOL);
     EXPECT_FALSE(e.ok);
     EXPECT_EQ(e.error, "Erase failed\n");
+    ASSERT_EQ(Classify("{\"t\":\"device\",\"chip\":\"SC9863A\",\"imei\":\"356938035643809\"}", e, why),
+              LineKind::PROTOCOL);
+    EXPECT_EQ(e.device, (app::PhoneIdentity{"SC9863A", "", "356938035643809"}));
 
     // What JsonQuote writes reads back as the same text.
     const std::string text = "tab\there \"quoted\" back\\slash \x01 ctl";

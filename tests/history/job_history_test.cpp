@@ -42,12 +42,14 @@ TEST(JobHistoryLine, FixedFormat) {
     r.bytesSent = 1048576;
     r.failedStep = "DA download";
     r.errorText = "Download failed!";
+    r.device = {"MT6580", "", "356938035643809"};  // a member not known is left out
     EXPECT_EQ(
         JobLine(r),
         R"({"id":"20261123T104005-s07-1","machine":"00:1A:2B:3C:4D:5E","slot":7,"location":"1-3\\PORT4",)"
         R"("port":"(COM23)USB Port","platform":"MTK","operation":"Firmware Upgrade","package":"/pkg/scatter.txt",)"
         R"("version":"MT6580_V1.2","start":"2026-11-23T10:40:05+01:00","end":"2026-11-23T10:42:35+01:00",)"
-        R"("duration_s":150,"bytes":1048576,"result":"FAIL","step":"DA download","error":"Download failed!"})"
+        R"("duration_s":150,"bytes":1048576,"result":"FAIL","step":"DA download","error":"Download failed!",)"
+        R"("device":{"chip":"MT6580","imei":"356938035643809"}})"
         "\n");
     EXPECT_EQ(ParseJobLine(JobLine(r).substr(0, JobLine(r).size() - 1)), r);
     const std::string id = MakeJobId(r.start, 7);
@@ -147,6 +149,13 @@ TEST(JobHistoryRead, DamagedLinesAreSkippedNeverFatal) {
          R"({"result":"interrupted","extra":true,"end":"2026-11-23T10:01:00Z","slot":4,"id":"u","start":"2026-11-23T10:00:00Z"})"
          "\n",
          {"u"},
+         0},
+        // A later member nested in the identity, or a list, is not read and costs nothing.
+        {"nested_additions",
+         R"({"id":"v","slot":1,"start":"2026-11-23T10:00:00Z","end":"2026-11-23T10:01:00Z","result":"PASS",)"
+         R"("device":{"serial":"S1","board":{"rev":[1,2]}},"tags":["a"]})"
+         "\n",
+         {"v"},
          0},
     };
     for (const auto& row : rows) {

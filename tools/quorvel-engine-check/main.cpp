@@ -47,6 +47,7 @@ Runs PROGRAM ARGS as the station would for one job, one case after another, and 
   garbage   every line is free text or a valid protocol line
   silence   no gap between lines longer than SECONDS (default 60, at most 3600)
   protocol  the hello comes first and names protocol version 1
+  device    the phone's identity (optional): well-formed, at most once, before the result
   fail      PROGRAM ARGS FAIL-ARGS ends with a failing result (skipped without --fail-args)
   cancel    SIGTERM after the first progress line ends the program within 3 s
   preload   --preload answered with a result, or left out (an exit without a result)
@@ -131,7 +132,8 @@ private:
 
 struct Run {
     JobOutcome outcome;
-    int progress = 0, steps = 0, statuses = 0, switches = 0;
+    int progress = 0, steps = 0, statuses = 0, switches = 0, devices = 0;
+    app::PhoneIdentity device;
     platform::Millis longestGap = 0;
     bool hello = false;
 
@@ -162,12 +164,23 @@ Run RunOnce(Interrupts& interrupts, platform::Clock& clock, std::vector<std::str
             case engine::protocol::Event::STEP: ++r.steps; break;
             case engine::protocol::Event::STATUS: ++r.statuses; break;
             case engine::protocol::Event::SWITCH: ++r.switches; break;
+            case engine::protocol::Event::DEVICE:
+                ++r.devices;
+                r.device = e.device;
+                break;
             default: break;
         }
     });
     interrupts.SetRunning(nullptr);
     r.hello = !job.LastHello().empty();
     return r;
+}
+
+std::string Identity(const app::PhoneIdentity& d) {
+    std::string out;
+    for (auto [name, value] : {std::pair{"chip", &d.chip}, {"serial", &d.serial}, {"imei", &d.imei}})
+        if (!value->empty()) out += (out.empty() ? "" : ", ") + std::string(name) + " " + *value;
+    return out;
 }
 
 std::string Describe(const JobOutcome& o) {
@@ -263,7 +276,7 @@ int main(int argc, char** argv) {
         if (!check.ok && check.problem.rfind(fatal, 0) == 0) stop = "not run: " + check.problem;
 
     // A whole job: progress, a result, nothing broken, never silent too long.
-    const char* const jobCases[] = {"progress", "pass", "garbage", "silence", "protocol"};
+    const char* const jobCases[] = {"progress", "pass", "garbage", "silence", "protocol", "device"};
     Run pass;
     if (!stopped().empty()) {
         for (const char* name : jobCases) skip(name, stop);
@@ -281,7 +294,7 @@ int main(int argc, char** argv) {
         if (!pass.Spoke()) {
             // Nothing written is no evidence of writing well.
             const std::string why = "not judged: no protocol line (" + Describe(pass.outcome) + ")";
-            for (const char* name : {"garbage", "silence", "protocol"}) skip(name, why);
+            for (const char* name : {"garbage", "silence", "protocol", "device"}) skip(name, why);
         } else {
             const bool garbage = pass.Fault("garbage");
             const bool silent = pass.Fault("silent for");
@@ -290,6 +303,15 @@ int main(int argc, char** argv) {
             report(!silent, "silence",
                    silent ? pass.outcome.text : "longest gap between lines " + std::to_string(pass.longestGap) + " ms");
             report(!version, "protocol", version ? pass.outcome.text : "hello first, protocol version 1");
+            const auto& after = pass.outcome.afterResult;
+            if (pass.Fault("a device line"))
+                report(false, "device", pass.outcome.text);
+            else if (std::find(after.begin(), after.end(), engine::protocol::Event::DEVICE) != after.end())
+                report(false, "device", "a device line after the result, which the station does not take");
+            else if (pass.devices > 1)
+                report(false, "device", std::to_string(pass.devices) + " device lines in one job, at most one allowed");
+            else
+                report(true, "device", pass.devices ? Identity(pass.device) : "none written (it is optional)");
         }
         if (!pass.Spoke()) stop = "not run: the job case wrote no protocol line";
         if (pass.Hung()) hung = "not run: the program hung in the job case (" + Describe(pass.outcome) + ")";

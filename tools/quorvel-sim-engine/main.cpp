@@ -37,9 +37,10 @@ struct Options {
     double timeScale = 1.0;
     int progressRate = 0;  // progress lines a second during the transfer; 0: ten in all
     int announce = protocol::kVersion;
-    std::string misbehave;  // crash, garbage, silent, no-result, ignore-term, no-hello, late-result
-    std::string device;     // the phone's device instance ID ({device})
-    bool stamp = false;     // progress "done" = the monotonic clock in microseconds, for latency benchmarks
+    std::string misbehave;         // crash, garbage, silent, no-result, ignore-term, no-hello, late-result
+    std::string device;            // the phone's device instance ID ({device})
+    unsigned long long phone = 1;  // the bench's number for the phone: its identity
+    bool stamp = false;            // progress "done" = the monotonic clock in microseconds, for latency benchmarks
     std::string replay;
     std::string package;    // {package}: checked by --preload
     std::string operation;  // preload or verify
@@ -53,13 +54,14 @@ void Usage() {
         "usage: quorvel-sim-engine [--platform MTK|FP|SPRD] [--phase 1|2] [--duration MS] [--fail]\n"
         "         [--fail-step N] [--size BYTES] [--speed MBPS] [--no-switch] [--sprd-phase1 MS]\n"
         "         [--time-scale F] [--progress-rate N] [--stamp] [--protocol N]\n"
-        "         [--misbehave MODE[@DEVICE]] [--device ID]\n"
+        "         [--misbehave MODE[@DEVICE]] [--device ID] [--phone N]\n"
         "       quorvel-sim-engine --version   (writes its hello and exits)\n"
         "       quorvel-sim-engine --preload [--package FILE]   (passes when FILE lists an entry)\n"
         "       quorvel-sim-engine --verify CHECKSUM [--fail]   (checks the files beside CHECKSUM)\n"
         "MODE: crash, garbage, silent, no-result, ignore-term, no-hello or late-result (SPRD: the\n"
         "first phase's result 15 s after its switch); with @DEVICE only for\n"
-        "the job whose --device is DEVICE.\n"
+        "the job whose --device is DEVICE. N: the phone's identity (chip, serial, IMEI) is derived\n"
+        "from it, as the in-process simulated engines derive theirs.\n"
         "       quorvel-sim-engine --replay LOG [--time-scale F]\n"
         "Other arguments (NAME=VALUE options, paths) are accepted and ignored.");
 }
@@ -86,6 +88,12 @@ double NowMs() {
 
 void Status(const char* key) {
     Emit(std::string("{\"t\":\"status\",\"key\":") + quorvel::platform::JsonQuote(key) + "}");
+}
+void Device() {
+    const quorvel::app::PhoneIdentity d = quorvel::engine::SimPhoneIdentity(g.platform, g.phone);
+    using quorvel::platform::JsonQuote;
+    Emit("{\"t\":\"device\",\"chip\":" + JsonQuote(d.chip) + ",\"serial\":" + JsonQuote(d.serial) +
+         ",\"imei\":" + JsonQuote(d.imei) + "}");
 }
 void Step(int step) {
     Emit("{\"t\":\"step\",\"step\":" + std::to_string(step) + "}");
@@ -134,6 +142,7 @@ int MtkJob() {
     Status("bind");
     SleepMs(setupMs);
     if (failsAt(0)) return Result(false), 0;
+    Device();
     if (daSwitch && g.switchPort) {
         SleepMs(setupMs);
         Emit("{\"t\":\"switch\"}");
@@ -168,6 +177,7 @@ int SprdJob() {
             SleepMs(stepMs);
         }
         if (failing) return Result(false, std::string(names[step]) + " failed"), 0;
+        if (phase1 && step == 2) Device();
     }
     if (!g.pass && !phase1) return Result(false, "Download failed"), 0;
     if (phase1 && g.switchPort) Emit("{\"t\":\"switch\"}");
@@ -278,6 +288,8 @@ int main(int argc, char** argv) {
             g.replay = next();
         else if (a == "--device")
             g.device = next();
+        else if (a == "--phone")
+            g.phone = static_cast<unsigned long long>(number());
         else if (a == "--package")
             g.package = next();
         else if (a == "--preload")

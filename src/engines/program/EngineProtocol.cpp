@@ -25,6 +25,21 @@ bool Has(const Object& o, std::string_view key) {
     return o.find(key) != o.end();
 }
 
+// 1..kMaxIdentityChars characters, none of them a control character: it is shown in
+// tables and named in files.
+bool IdentityText(const std::string& s) {
+    std::size_t chars = 0;
+    for (unsigned char c : s) {
+        if (c < 0x20 || c == 0x7F) return false;
+        chars += (c & 0xC0) != 0x80;
+    }
+    return chars >= 1 && chars <= kMaxIdentityChars;
+}
+
+bool Imei(const std::string& s) {
+    return s.size() == 15 && s.find_first_not_of("0123456789") == std::string::npos;
+}
+
 LineKind Garbage(std::string& why, const char* text) {
     why = text;
     return LineKind::GARBAGE;
@@ -91,6 +106,19 @@ LineKind Classify(std::string_view line, Event& event, std::string& why) {
         if (const Value* f = Field(*obj, "file", Value::STRING)) event.file = f->text;
     } else if (type == "switch") {
         event.type = Event::SWITCH;
+    } else if (type == "device") {
+        event.type = Event::DEVICE;
+        app::PhoneIdentity& d = event.device;
+        for (auto [key, member] : {std::pair{"chip", &d.chip}, {"serial", &d.serial}, {"imei", &d.imei}}) {
+            if (!Has(*obj, key)) continue;
+            const Value* v = Field(*obj, key, Value::STRING);
+            if (!v) return Garbage(why, "a device line whose chip, serial or imei is not a text");
+            *member = v->text;
+        }
+        if ((Has(*obj, "chip") && !IdentityText(d.chip)) || (Has(*obj, "serial") && !IdentityText(d.serial)))
+            return Garbage(why, "a device line whose chip or serial is empty, too long or holds a control character");
+        if (Has(*obj, "imei") && !Imei(d.imei)) return Garbage(why, "a device line whose imei is not 15 digits");
+        if (d.Empty()) return Garbage(why, "a device line without chip, serial or imei");
     } else if (type == "result") {
         const Value* ok = Field(*obj, "ok", Value::BOOL);
         if (!ok) return Garbage(why, "a result without \"ok\" true or false");

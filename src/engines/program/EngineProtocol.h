@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "history/JobRecord.h"
 #include "platform/JsonText.h"
 
 namespace quorvel::engine::protocol {
@@ -25,7 +26,7 @@ using Object = platform::JsonObject;
 std::optional<Object> ParseObject(std::string_view line);
 
 struct Event {
-    enum Type { HELLO, STEP, STATUS, PROGRESS, SWITCH, RESULT, OTHER } type = OTHER;
+    enum Type { HELLO, STEP, STATUS, PROGRESS, SWITCH, DEVICE, RESULT, OTHER } type = OTHER;
     int version = 0;                           // HELLO
     std::string program;                       // HELLO: name and version of the program
     int step = -1;                             // STEP
@@ -34,6 +35,7 @@ struct Event {
     std::optional<std::uint64_t> done, total;  // PROGRESS, bytes
     std::optional<int> percent;                // PROGRESS, 0..100
     std::string file;                          // PROGRESS of --verify: the file being checked
+    app::PhoneIdentity device;                 // DEVICE: the members it gave
     bool ok = false;                           // RESULT
     std::string error;                         // RESULT
 };
@@ -45,5 +47,8 @@ enum class LineKind {
 };
 
 LineKind Classify(std::string_view line, Event& event, std::string& why);
+
+// The longest chip name or serial number a device line may give.
+inline constexpr std::size_t kMaxIdentityChars = 64;
 
 }  // namespace quorvel::engine::protocol

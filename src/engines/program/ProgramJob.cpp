@@ -405,6 +405,9 @@ JobOutcome ProgramJob::Run(const JobRequest& request, const std::function<void(c
         }
         // The program ends in every case: after its result it may finish by itself.
         if (cancelled || fault || !AwaitExit(lk, request.graceMs)) killed = Terminate(lk, *child, request.graceMs);
+        if (result)
+            for (const Line& line : lines_)
+                if (line.kind == protocol::LineKind::PROTOCOL) result->afterResult.push_back(line.event.type);
     }
     reader_->Remove(*this);
     child.reset();

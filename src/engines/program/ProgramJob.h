@@ -32,6 +32,9 @@ struct JobOutcome {
     // FAULT: no answer in this protocol (it did not start, spoke another version, or
     // exited by itself without a result), rather than a broken one.
     bool noResult = false;
+    // The protocol lines the program wrote after its result, which the station does not
+    // take: the conformance check names them.
+    std::vector<protocol::Event::Type> afterResult{};
 };
 
 // One job's log keeps its first and its last bytes; what lies between is cut, and a line

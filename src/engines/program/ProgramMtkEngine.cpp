@@ -91,6 +91,7 @@ int RunMtkStyleProgram(ProgramContext& context, ProgramJob& job, app::MessageWin
                         percent(*e.done * 100 / *e.total);
                     break;
                 }
+                case protocol::Event::DEVICE: window.Send(app::SlotIdentity{slot, e.device}); break;
                 case protocol::Event::SWITCH:
                     if (daSwitch) {
                         daSwitched();

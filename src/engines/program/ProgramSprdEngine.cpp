@@ -104,6 +104,7 @@ void ProgramSprdEngine::RunPort(unsigned long port, const JobRequest& request, c
                         post(*e.done * 100 / *e.total);
                     break;
                 case protocol::Event::SWITCH: switching = true; break;
+                case protocol::Event::DEVICE: window_.Send(app::SprdIdentity{port, e.device}); break;
                 default: break;
             }
         });
