@@ -89,5 +89,39 @@ TEST(QuorvelHistoryTool, PortColumnNeverOverflows) {
                               RunTranscript("quorvel-history", dir.Path(), {{dir.Path(), "$DIR/"}}, "TZ=UTC-1 ")));
 }
 
+// Two stations' folders and a folder gathered from the broker: a Station column, the
+// phone's identity, a summary per station, filters by station and phone; a job both in
+// a station's folder and among the gathered ones counts once.
+TEST(QuorvelHistoryTool, ManyStationsInOneHistory) {
+    TempDir dir;
+    app::JobRecord a1 = Job(0, "COM3", "2026-11-24T08:00:00+01:00", "2026-11-24T08:03:00+01:00", JobResult::Pass);
+    a1.device = {"MT6765", "SIM0000000001", "350000000000013"};
+    app::JobRecord a2 = Job(1, "COM4", "2026-11-24T08:10:00+01:00", "2026-11-24T08:12:00+01:00", JobResult::Fail);
+    a2.failedStep = "Downloading";
+    a2.device.serial = "0123ABCDEF";  // no IMEI: the serial stands for the phone
+    app::JobRecord b1 = Job(0, "COM7", "2026-11-24T08:20:00+01:00", "2026-11-24T08:24:00+01:00", JobResult::Pass);
+    for (app::JobRecord* r : {&a1, &a2}) r->machine = "00:1a:2b:3c:4d:5e";
+    dir.Write("a/Config/CommonSetting.ini", "");
+    ASSERT_TRUE(app::JobHistory(dir.File("a/TestLog")).Append(a1));
+    ASSERT_TRUE(app::JobHistory(dir.File("a/TestLog")).Append(a2));
+    // Gathered: bench-2's job as the broker carried it (no identity), and station a's
+    // second job again.
+    std::string job = app::JobLine(b1);
+    job.pop_back();
+    std::string again = app::JobLine(a2);
+    again.pop_back();
+    const auto payload = [](const std::string& station, const std::string& id, const std::string& line) {
+        return R"({"v":1,"MessageName":"CFX.Production.WorkCompleted","Station":")" + station +
+               R"(","TransactionID":")" + id + R"(","Job":)" + line + "}\n";
+    };
+    dir.Write("gathered/bench-2/20261124.jsonl", payload("bench-2", "COM7", job) + payload("bench-2", "COM4", again));
+    const std::string d = dir.Path();
+    std::string runs;
+    for (const std::string args : {"a gathered", "--summary a gathered", "--summary --station bench-2 a gathered",
+                                   "--phone abcdef --csv a gathered", "--phone 0013 --json a gathered"})
+        runs += RunTranscript("quorvel-history", args, {{d, "$DIR/"}}, "cd " + d + " && TZ=UTC-1 ");
+    EXPECT_TRUE(MatchesGolden("quorvel-history/stations.txt", runs));
+}
+
 }  // namespace
 }  // namespace quorvel::test

@@ -1,18 +1,20 @@
-// quorvel-history: what the station did, from its TestLog/<yyyymmdd>.jsonl job history.
-#include <sys/stat.h>
-
+// quorvel-history: what the stations did, from their TestLog/<yyyymmdd>.jsonl job
+// histories or the job records gathered from their broker; and the gathering itself.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Collect.h"
+#include "history/FleetHistory.h"
 #include "history/JobHistory.h"
-#include "history/JobHistoryReader.h"
 #include "history/JobHistorySummary.h"
+#include "platform/JsonText.h"
 
 using namespace quorvel::app;
 
@@ -23,23 +25,40 @@ constexpr int kExitNoFolder = 1;
 constexpr int kExitUsage = 2;
 
 const char* kHelp =
-    R"HELP(quorvel-history - the jobs a station has run, from its TestLog folder
+    R"HELP(quorvel-history - the jobs stations have run, from their TestLog folders
 
 Usage:
-  quorvel-history [options] STATION_FOLDER
+  quorvel-history [options] FOLDER...
+  quorvel-history --collect BROKER FOLDER [--user NAME] [--password-file FILE]
+                  [--ca-file FILE] [--client-id ID]
 
-STATION_FOLDER is the folder of the station program (the one holding Config/ and
-TestLog/), or its TestLog folder itself.
+Each FOLDER is the folder of a station program (the one holding Config/ and TestLog/),
+its TestLog folder itself, or a folder of job records gathered from the broker (by
+--collect, or JSON Lines of the broker's `jobs` messages or of history lines). A job
+found in several of them counts once. With jobs of more than one station the table
+has a Station column and the summary is per station. A station is named by its
+`Station` in a gathered message, else by the machine stamp of its records.
+
+--collect subscribes to quorvel/+/jobs on BROKER (mqtt://host[:port] or
+mqtts://host[:port]) and writes each job once, as it came, to
+FOLDER/<Station>/<yyyymmdd>.jsonl (the day the job ended), until SIGINT or SIGTERM.
+Jobs already in FOLDER are not written again. The broker keeps what comes while the
+collector is briefly away: its session is a persistent one under a fixed client id
+(by default made from the host and FOLDER). Messages that are not job records of
+version 1 are ignored and counted.
 
 Options:
   --since WHEN     only jobs that ended at or after WHEN
   --until WHEN     only jobs that ended at or before WHEN (a date: up to the end of that day)
   --slot N         only slot N (1..16, the row numbers of the station's window)
   --result R       only results R: pass, fail or interrupted
+  --station NAME   only the station NAME
+  --phone TEXT     only phones whose serial number or IMEI contains TEXT
   --csv            comma-separated values with a header row, for a spreadsheet
   --json           one JSON array of job objects (the fields of the history lines)
   --summary        per slot: passes, fails, interrupted jobs, median time and phones per
-                   hour, then the whole station ("all"); with --csv or --json in that form
+                   hour, then the whole station ("all"); with jobs of several stations
+                   per station, then all of them; with --csv or --json in that form
   --help           this text
 
 WHEN is a date (2026-11-23) or a time (2026-11-23T10:40, 2026-11-23T10:40:05). Dates and
@@ -56,19 +75,15 @@ one's start to the last one's end; "-" from fewer than 3 such jobs or a span und
 minutes, where one quick job would read as a shift's pace.
 
 Exit status:
-  0  success (also when no job matches)
-  1  the folder does not exist or holds no TestLog folder
+  0  success (also when no job matches; --collect: stopped by a signal)
+  1  a folder does not exist or is none of the forms above; --collect: FOLDER cannot
+     be written or the broker refused the subscription
   2  the command line was not understood
 )HELP";
 
 int Usage(const std::string& why) {
     std::fprintf(stderr, "quorvel-history: %s (quorvel-history --help tells more)\n", why.c_str());
     return kExitUsage;
-}
-
-bool IsDir(const std::string& p) {
-    struct stat st;
-    return ::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 // A --since/--until bound.
@@ -172,15 +187,28 @@ std::string SlotName(int slot) {
     return slot < 0 ? "all" : std::to_string(RowNumber(slot));
 }
 
-void PrintJobs(const std::vector<JobRecord>& jobs, bool csv, bool json) {
+// What a table row may show of a text: control characters become blanks.
+std::string Plain(std::string s) {
+    for (char& c : s)
+        if (static_cast<unsigned char>(c) < 0x20) c = ' ';
+    return s;
+}
+
+std::string Lower(std::string s) {
+    for (char& c : s) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    return s;
+}
+
+void PrintJobs(const std::vector<StationJob>& jobs, bool csv, bool json, bool stations) {
     if (json) {
         std::fputs("[", stdout);
         for (std::size_t i = 0; i < jobs.size(); ++i) {
-            JobRecord shown = jobs[i];
+            JobRecord shown = jobs[i].job;
             shown.slot = RowNumber(shown.slot);
             std::string line = JobLine(shown);
-            line.pop_back();
-            std::printf("%s\n%s", i ? "," : "", line.c_str());
+            line.resize(line.size() - 2);  // "}\n"
+            std::printf("%s\n%s,\"station\":%s}", i ? "," : "", line.c_str(),
+                        quorvel::platform::JsonQuote(jobs[i].station).c_str());
         }
         std::fputs("\n]\n", stdout);
         return;
@@ -188,9 +216,9 @@ void PrintJobs(const std::vector<JobRecord>& jobs, bool csv, bool json) {
     if (csv) {
         std::fputs(
             "id,machine,slot,location,port,platform,operation,package,version,start,end,duration_s,bytes,result,"
-            "step,error\r\n",
+            "step,error,station,chip,serial,imei\r\n",
             stdout);
-        for (const JobRecord& j : jobs) {
+        for (const auto& [station, j] : jobs) {
             const std::vector<std::string> cells{j.jobId,
                                                  j.machine,
                                                  std::to_string(RowNumber(j.slot)),
@@ -206,58 +234,89 @@ void PrintJobs(const std::vector<JobRecord>& jobs, bool csv, bool json) {
                                                  j.bytesSent ? std::to_string(*j.bytesSent) : "",
                                                  JobResultText(j.result),
                                                  j.failedStep,
-                                                 j.errorText};
+                                                 j.errorText,
+                                                 station,
+                                                 j.device.chip,
+                                                 j.device.serial,
+                                                 j.device.imei};
             std::string row;
             for (const std::string& c : cells) row += (row.empty() ? "" : ",") + Csv(c);
             std::printf("%s\r\n", row.c_str());
         }
         return;
     }
-    // As wide as the widest port shown, up to kPortMax characters.
-    constexpr std::size_t kPortMax = 30;
-    std::size_t portWidth = 4;
-    for (const JobRecord& j : jobs) portWidth = std::max(portWidth, std::min(Width(j.port), kPortMax));
-    std::printf("%-19s  %4s  %-11s  %7s  %s  %s\n", "Ended", "Slot", "Result", "Time",
-                PortCell("Port", portWidth).c_str(), "Step / error");
-    for (const JobRecord& j : jobs) {
-        std::string why = j.failedStep;
-        if (!j.errorText.empty()) why += (why.empty() ? "" : ": ") + j.errorText;
-        for (char& c : why)
-            if (static_cast<unsigned char>(c) < 0x20) c = ' ';
-        char line[256];
-        std::snprintf(line, sizeof line, "%-19s  %4d  %-11s  %7s  ", LocalText(j.end).c_str(), RowNumber(j.slot),
-                      JobResultText(j.result), Minutes(static_cast<double>(j.durationSeconds)).c_str());
-        std::string text = line + PortCell(j.port, portWidth) + "  " + why;
+    // As wide as the widest text shown, up to kColumnMax characters.
+    constexpr std::size_t kColumnMax = 30;
+    std::size_t portWidth = 4, stationWidth = 7, phoneWidth = 0;
+    for (const auto& [station, j] : jobs) {
+        portWidth = std::max(portWidth, std::min(Width(j.port), kColumnMax));
+        stationWidth = std::max(stationWidth, std::min(Width(station), kColumnMax));
+        if (!j.device.Primary().empty()) phoneWidth = std::max<std::size_t>({phoneWidth, 5, Width(j.device.Primary())});
+    }
+    const auto row = [&](const std::string& ended, const std::string& station, const std::string& slot,
+                         const std::string& result, const std::string& time, const std::string& port,
+                         const std::string& phone, const std::string& why) {
+        char head[128];
+        std::snprintf(head, sizeof head, "%-19s  ", ended.c_str());
+        std::string text = head;
+        if (stations) text += PortCell(station, stationWidth) + "  ";
+        std::snprintf(head, sizeof head, "%4s  %-11s  %7s  ", slot.c_str(), result.c_str(), time.c_str());
+        text += head + PortCell(port, portWidth) + "  ";
+        if (phoneWidth) text += PortCell(phone, phoneWidth) + "  ";
+        text += why;
         text.erase(text.find_last_not_of(' ') + 1);
         std::printf("%s\n", text.c_str());
+    };
+    row("Ended", "Station", "Slot", "Result", "Time", "Port", "Phone", "Step / error");
+    for (const auto& [station, j] : jobs) {
+        std::string why = j.failedStep;
+        if (!j.errorText.empty()) why += (why.empty() ? "" : ": ") + j.errorText;
+        row(LocalText(j.end), station, std::to_string(RowNumber(j.slot)), JobResultText(j.result),
+            Minutes(static_cast<double>(j.durationSeconds)), j.port, Plain(j.device.Primary()), Plain(why));
     }
     std::printf("%zu job%s\n", jobs.size(), jobs.size() == 1 ? "" : "s");
 }
 
-void PrintSummary(const std::vector<SlotSummary>& rows, bool csv, bool json) {
+// One summary row: a slot's (`name` its row number or "all") or a station's.
+struct SummaryRow {
+    std::string name;
+    SlotSummary figures;
+};
+
+void PrintSummary(const std::vector<SummaryRow>& rows, const char* what, bool csv, bool json) {
     if (json) {
         std::fputs("[", stdout);
         for (std::size_t i = 0; i < rows.size(); ++i) {
-            const SlotSummary& r = rows[i];
+            const SlotSummary& r = rows[i].figures;
+            const bool number = std::string(what) == "slot" && rows[i].name != "all";
             std::printf(
-                "%s\n{\"slot\":%s,\"passes\":%d,\"fails\":%d,\"interrupted\":%d,\"median_s\":%s,"
+                "%s\n{\"%s\":%s,\"passes\":%d,\"fails\":%d,\"interrupted\":%d,\"median_s\":%s,"
                 "\"phones_per_hour\":%s}",
-                i ? "," : "", r.slot < 0 ? "\"all\"" : SlotName(r.slot).c_str(), r.passes, r.fails, r.interrupted,
-                Fixed(r.medianSeconds, "null").c_str(), Fixed(r.phonesPerHour, "null").c_str());
+                i ? "," : "", what, number ? rows[i].name.c_str() : quorvel::platform::JsonQuote(rows[i].name).c_str(),
+                r.passes, r.fails, r.interrupted, Fixed(r.medianSeconds, "null").c_str(),
+                Fixed(r.phonesPerHour, "null").c_str());
         }
         std::fputs("\n]\n", stdout);
         return;
     }
     if (csv) {
-        std::fputs("slot,passes,fails,interrupted,median_s,phones_per_hour\r\n", stdout);
-        for (const SlotSummary& r : rows)
-            std::printf("%s,%d,%d,%d,%s,%s\r\n", SlotName(r.slot).c_str(), r.passes, r.fails, r.interrupted,
+        std::printf("%s,passes,fails,interrupted,median_s,phones_per_hour\r\n", what);
+        for (const auto& [name, r] : rows)
+            std::printf("%s,%d,%d,%d,%s,%s\r\n", Csv(name).c_str(), r.passes, r.fails, r.interrupted,
                         Fixed(r.medianSeconds, "").c_str(), Fixed(r.phonesPerHour, "").c_str());
         return;
     }
-    std::printf("%4s  %6s  %6s  %11s  %8s  %9s\n", "Slot", "Passes", "Fails", "Interrupted", "Median", "Phones/h");
-    for (const SlotSummary& r : rows)
-        std::printf("%4s  %6d  %6d  %11d  %8s  %9s\n", SlotName(r.slot).c_str(), r.passes, r.fails, r.interrupted,
+    std::size_t width = 4;
+    for (const auto& row : rows) width = std::max(width, std::min<std::size_t>(Width(row.name), 30));
+    const bool left = std::string(what) != "slot";
+    const auto first = [&](const std::string& text) {
+        const std::string cell = PortCell(Plain(text), width);
+        return left ? cell : std::string(width - Width(text), ' ') + text;
+    };
+    std::printf("%s  %6s  %6s  %11s  %8s  %9s\n", first(left ? "Station" : "Slot").c_str(), "Passes", "Fails",
+                "Interrupted", "Median", "Phones/h");
+    for (const auto& [name, r] : rows)
+        std::printf("%s  %6d  %6d  %11d  %8s  %9s\n", first(name).c_str(), r.passes, r.fails, r.interrupted,
                     r.medianSeconds ? Minutes(*r.medianSeconds).c_str() : "-", Fixed(r.phonesPerHour, "-").c_str());
 }
 
@@ -267,8 +326,11 @@ int main(int argc, char** argv) {
     std::optional<Bound> since, until;
     std::optional<int> slot;
     std::optional<JobResult> result;
+    std::optional<std::string> station, phone;
     bool csv = false, json = false, summary = false;
-    std::string folder;
+    std::vector<std::string> folders;
+    std::optional<CollectOptions> collect;
+    CollectOptions collectSettings;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         const auto value = [&]() -> const char* { return i + 1 < argc ? argv[++i] : nullptr; };
@@ -297,58 +359,107 @@ int main(int argc, char** argv) {
                 result = JobResult::Interrupted;
             else
                 return Usage("--result needs pass, fail or interrupted");
+        } else if (a == "--station" || a == "--phone") {
+            const char* v = value();
+            if (!v || *v == '\0') return Usage(a + (a == "--station" ? " needs a station's name" : " needs a text"));
+            (a == "--station" ? station : phone) = v;
         } else if (a == "--csv") {
             csv = true;
         } else if (a == "--json") {
             json = true;
         } else if (a == "--summary") {
             summary = true;
+        } else if (a == "--collect") {
+            const char* broker = value();
+            const char* folder = value();
+            if (!broker || !folder) return Usage("--collect needs a BROKER and a FOLDER");
+            collect = CollectOptions{};
+            collect->broker = broker;
+            collect->folder = folder;
+        } else if (a == "--user" || a == "--password-file" || a == "--ca-file" || a == "--client-id") {
+            const char* v = value();
+            if (!v) return Usage(a + " needs a value");
+            (a == "--user"            ? collectSettings.user
+             : a == "--password-file" ? collectSettings.passwordFile
+             : a == "--ca-file"       ? collectSettings.caFile
+                                      : collectSettings.clientId) = v;
         } else if (a.size() > 1 && a[0] == '-') {
             return Usage("unknown option " + a);
-        } else if (folder.empty()) {
-            folder = a;
         } else {
-            return Usage("one station folder only");
+            folders.push_back(a);
         }
     }
-    if (folder.empty()) return Usage("no station folder given");
+    if (collect) {
+        if (!folders.empty()) return Usage("--collect takes no other folder");
+        collect->user = collectSettings.user;
+        collect->passwordFile = collectSettings.passwordFile;
+        collect->caFile = collectSettings.caFile;
+        collect->clientId = collectSettings.clientId;
+        return RunCollect(*collect);
+    }
+    if (!collectSettings.user.empty() || !collectSettings.passwordFile.empty() || !collectSettings.caFile.empty() ||
+        !collectSettings.clientId.empty())
+        return Usage("--user, --password-file, --ca-file and --client-id go with --collect");
+    if (folders.empty()) return Usage("no station folder given");
     if (csv && json) return Usage("--csv and --json exclude each other");
 
-    std::string testLog = folder + "/TestLog";
-    if (!IsDir(testLog)) {
-        std::string base = folder;
-        while (base.size() > 1 && base.back() == '/') base.pop_back();
-        const bool isTestLog = base.size() >= 7 && base.compare(base.size() - 7, 7, "TestLog") == 0 &&
-                               (base.size() == 7 || base[base.size() - 8] == '/');
-        if (!isTestLog || !IsDir(folder)) {
-            std::fprintf(stderr, "quorvel-history: %s is not a station folder (no TestLog folder in it)\n",
+    for (const std::string& folder : folders)
+        if (KindOfFolder(folder) == HistoryFolder::NONE) {
+            std::fprintf(stderr,
+                         "quorvel-history: %s is neither a station folder (no TestLog folder in it) nor a "
+                         "folder of gathered job records\n",
                          folder.c_str());
             return kExitNoFolder;
         }
-        testLog = folder;
-    }
 
-    const HistoryRead read =
-        ReadJobHistory(testLog, since ? FileDay(*since, -1) : 0, until ? FileDay(*until, 1) : 99999999);
+    const FleetRead read =
+        ReadFleetHistory(folders, since ? FileDay(*since, -1) : 0, until ? FileDay(*until, 1) : 99999999);
     for (const std::string& f : read.unreadableFiles)
         std::fprintf(stderr, "quorvel-history: cannot read %s\n", f.c_str());
     if (read.skippedLines)
         std::fprintf(stderr, "quorvel-history: %d damaged line%s skipped\n", read.skippedLines,
                      read.skippedLines == 1 ? "" : "s");
 
-    std::vector<JobRecord> jobs;
-    for (const JobRecord& j : read.jobs) {
+    // The Station column and the per-station summary come with a second station, whatever
+    // the filters keep, so one command line always gives one form.
+    bool stations = false;
+    for (const StationJob& j : read.jobs) stations = stations || j.station != read.jobs.front().station;
+    const std::string wanted = phone ? Lower(*phone) : "";
+    std::vector<StationJob> jobs;
+    for (const StationJob& sj : read.jobs) {
+        const JobRecord& j = sj.job;
         if (since && Compare(j, *since) < 0) continue;
         if (until && Compare(j, *until) > 0) continue;
         if (slot && j.slot != *slot) continue;
         if (result && j.result != *result) continue;
-        jobs.push_back(j);
+        if (station && sj.station != *station) continue;
+        if (phone && Lower(j.device.serial).find(wanted) == std::string::npos &&
+            j.device.imei.find(wanted) == std::string::npos)
+            continue;
+        jobs.push_back(sj);
     }
     std::stable_sort(jobs.begin(), jobs.end(),
-                     [](const JobRecord& a, const JobRecord& b) { return a.end.utc < b.end.utc; });
-    if (summary)
-        PrintSummary(Summarise(jobs), csv, json);
-    else
-        PrintJobs(jobs, csv, json);
+                     [](const StationJob& a, const StationJob& b) { return a.job.end.utc < b.job.end.utc; });
+    if (!summary) {
+        PrintJobs(jobs, csv, json, stations);
+        return kExitOk;
+    }
+    std::vector<SummaryRow> rows;
+    if (stations && !station) {
+        std::map<std::string, std::vector<JobRecord>> byStation;
+        std::vector<JobRecord> all;
+        for (const auto& [name, j] : jobs) {
+            byStation[name].push_back(j);
+            all.push_back(j);
+        }
+        for (const auto& [name, list] : byStation) rows.push_back({name, Summarise(list).back()});
+        rows.push_back({"all", Summarise(all).back()});
+        PrintSummary(rows, "station", csv, json);
+    } else {
+        std::vector<JobRecord> all;
+        for (const auto& sj : jobs) all.push_back(sj.job);
+        for (const SlotSummary& r : Summarise(all)) rows.push_back({SlotName(r.slot), r});
+        PrintSummary(rows, "slot", csv, json);
+    }
     return kExitOk;
 }
