@@ -136,6 +136,16 @@ void ScenarioStation::Press() {
     if (process_) process_->loop.Send(app::Command{app::CommandId::START_STOP});
 }
 
+void ScenarioStation::Menu(const std::string& item, int row) {
+    if (!process_) return;
+    const app::CommandId id = item == "remove-binding" ? app::CommandId::REMOVE_BIND
+                              : item == "remove-all"   ? app::CommandId::REMOVE_ALL_BIND
+                              : item == "merge"        ? app::CommandId::MERGE_REPEAT_BIND
+                                                       : app::CommandId::REMOVE_STATISTICS;
+    process_->loop.Call([&] { process_->controller.SetSelectedRow(row); });
+    process_->loop.Send(app::Command{id});
+}
+
 bool ScenarioStation::Running() {
     bool running = false;
     Read([&](Process& p) { running = p.station.stationRunning; });

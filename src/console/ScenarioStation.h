@@ -31,6 +31,7 @@ public:
     bool Up(std::string& why) override;
     sim::SimBench* Bench() override;
     void Press() override;
+    void Menu(const std::string& item, int row) override;
     bool Running() override;
     std::string Observe(const std::vector<std::string>& subject) override;
     bool Set(const std::string& section, const std::string& key, const std::string& value, std::string& why) override;

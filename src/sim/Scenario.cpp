@@ -186,6 +186,14 @@ std::optional<Scenario> ParseScenario(const std::string& text, std::string* erro
             if (step.value.size() >= 2 && step.value.front() == '"' && step.value.back() == '"')
                 step.value = step.value.substr(1, step.value.size() - 2);
             if (!step.value.empty()) step.value += '\n';
+        } else if (action == "menu" && w.size() == 4 && w[2] == "remove-binding" && Number(w[3], 255, socket)) {
+            step.action = ScenarioStep::MENU;
+            step.key = w[2];
+            step.socket = static_cast<int>(socket);
+        } else if (action == "menu" && w.size() == 3 &&
+                   (w[2] == "remove-all" || w[2] == "merge" || w[2] == "reset-counts")) {
+            step.action = ScenarioStep::MENU;
+            step.key = w[2];
         } else if (action == "restart" && w.size() == 2) {
             step.action = ScenarioStep::RESTART;
         } else if (action == "await" || action == "expect") {
@@ -326,6 +334,10 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, Scenar
                 note(st, "restart");
                 break;
             }
+            case ScenarioStep::MENU:
+                host.Menu(st.key, st.socket);
+                note(st, "menu " + st.key + (st.socket >= 0 ? " " + std::to_string(st.socket) : ""));
+                break;
             case ScenarioStep::WRITE: {
                 if (!host.WriteFile(st.key, st.value, why)) {
                     fail(st, "write " + st.key + ": " + why);

@@ -24,6 +24,8 @@
 //   9000   unplug 0
 //   0      serial-delay 300         later phones' serial ports appear 300 ms after them
 //   9500   restart                  the station closes and starts again from its files
+//   9550   menu remove-binding 1    a slot-list menu command: remove-binding ROW, remove-all,
+//                                   merge or reset-counts
 //   9600   write fw/a_scatter.txt ""    a file of the station folder gets this text (and a
 //                                       newline unless empty): a package going bad meanwhile
 //   15000  end                      the scenario ends here (default: after the last step)
@@ -70,7 +72,7 @@ struct ScenarioCheck {
 };
 
 struct ScenarioStep {
-    enum Action { PRESS, PLUG, UNPLUG, SERIAL_DELAY, END, START, STOP, AWAIT, EXPECT, SET, RESTART, WRITE };
+    enum Action { PRESS, PLUG, UNPLUG, SERIAL_DELAY, END, START, STOP, AWAIT, EXPECT, SET, RESTART, WRITE, MENU };
     Action action = PRESS;
     platform::Millis at = 0;
     int socket = -1;
@@ -78,7 +80,8 @@ struct ScenarioStep {
     PhoneKind kind = PhoneKind::MTK_BROM;
     engine::PhoneProfile profile;
     ScenarioCheck check;              // AWAIT, EXPECT
-    std::string section, key, value;  // SET; section "" with key "package"; WRITE: key is the file
+    std::string section, key, value;  // SET; section "" with key "package"; WRITE: key is the file;
+                                      // MENU: key is the item, socket the row
     int line = 0;
 };
 
@@ -103,6 +106,8 @@ public:
     virtual bool Up(std::string& why) = 0;
     virtual SimBench* Bench() = 0;  // null on a real bench
     virtual void Press() = 0;       // the Start/Stop button
+    // A menu command of the slot list, `row` selected (-1: none).
+    virtual void Menu(const std::string& item, int row) = 0;
     virtual bool Running() = 0;
     // What the station shows for a subject, as text.
     virtual std::string Observe(const std::vector<std::string>& subject) = 0;

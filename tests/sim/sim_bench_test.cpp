@@ -164,6 +164,7 @@ struct CountingHost final : ScenarioHost {
     bool Up(std::string&) override { return true; }
     SimBench* Bench() override { return nullptr; }
     void Press() override {}
+    void Menu(const std::string&, int) override {}
     bool Running() override { return false; }
     std::string Observe(const std::vector<std::string>&) override { return std::to_string(++looks); }
     bool Set(const std::string&, const std::string&, const std::string&, std::string&) override { return true; }
@@ -236,7 +237,9 @@ TEST(ScenarioTest, RefusesWithTheLine) {
         {"0 expect socket 1 result PASS\n", "line 1: unknown field \"result\""},
         {"0 set BENCH Hubs 2\n", "line 1: not a step: \"set\""},
         {"0 restart now\n", "line 1: not a step: \"restart\""},
-        {"0 write ../x.txt y\n", "line 1: not a step: \"write\""},  // only inside the station folder
+        {"0 write ../x.txt y\n", "line 1: not a step: \"write\""},    // only inside the station folder
+        {"0 menu remove-binding\n", "line 1: not a step: \"menu\""},  // which row
+        {"0 menu paint\n", "line 1: not a step: \"menu\""},
         {"0 expect file /etc/passwd\n", "line 1: \"file\" wants a path inside the station folder"},
         {"0 expect setting COMMON\n", "line 1: \"setting\" wants a section and a key"},
         {"#@ engines: toaster\n", "line 1: unknown engines \"toaster\""},
