@@ -110,7 +110,8 @@ const Fleet = (() => {
                     break;
                 case "slots":
                     s.slots.set(m.slot, b);
-                    if (b.State === "fail" && text(b.Reason))
+                    // Only a finished job's failure has its id, which its fault and job share.
+                    if (b.State === "fail" && text(b.Reason) && text(b.TransactionID))
                         this.addFailure(s.name, b.TransactionID, b.TimeStamp, m.slot, "", b.Reason);
                     break;
                 case "counters": s.counters = b; break;
@@ -224,15 +225,16 @@ const Fleet = (() => {
                     this.stationsBox.insertBefore(card.box, this.stationsBox.children[i] || null);
                 const off = this.model.isOffline(s);
                 this.fill(card, s, off);
-                if (off) {
-                    offline++;
-                    return;
-                }
-                online++;
+                // A station gone still made today's phones; only its rate is over.
                 const today = s.counters && isObject(s.counters.Today) ? s.counters.Today : {};
                 pass += count(today.Pass) || 0;
                 fail += count(today.Fail) || 0;
-                pph += count(today.PhonesPerHour) || 0;
+                if (off) {
+                    offline++;
+                } else {
+                    online++;
+                    pph += count(today.PhonesPerHour) || 0;
+                }
             });
             this.empty.hidden = names.length > 0 || this.empty.dataset.link === "down";
             setText(this.totals.querySelector(".value.online"), String(online));
@@ -335,7 +337,9 @@ const Fleet = (() => {
             }
             setText(t.word, look.word || pct + "%");
             t.fillBar.style.width = (b.State === "flashing" ? pct : 0) + "%";
-            setText(t.port, text(b.Port));
+            // The socket's COM name is what the bench is labelled with; the rest is the driver's.
+            const port = text(b.Port), com = /COM\d+/.exec(port);
+            setText(t.port, com ? com[0] : port);
             // An idle socket's last job time says nothing any more.
             setText(t.time, b.State === "idle" || b.State === "waiting" ? "" : clock(b.JobSeconds));
             const note = b.State === "fail" ? text(b.Reason) : b.State === "flashing" ? text(b.Step) : "";
