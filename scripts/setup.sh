@@ -9,7 +9,7 @@ packages=(
   qt6-base-dev libgl-dev libasound2-dev
   libtinyxml2-dev libudev-dev libusb-1.0-0-dev libmosquitto-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  umockdev libumockdev-dev mosquitto
+  umockdev libumockdev-dev
   xvfb xauth fonts-dejavu-core
   dpkg-dev file lintian desktop-file-utils appstream
   gcovr

@@ -18,6 +18,7 @@
 #include <unordered_set>
 
 #include "history/FleetHistory.h"
+#include "platform/ErrnoText.h"
 #include "platform/UniqueFd.h"
 
 namespace {
@@ -123,7 +124,7 @@ public:
                              ::fdatasync(fd.get()) == 0;
         if (!written) {
             std::fprintf(stderr, "quorvel-history: job %s not written to %s: %s\n", job->job.jobId.c_str(),
-                         path.c_str(), std::strerror(errno));
+                         path.c_str(), quorvel::platform::ErrnoText(errno).c_str());
             return;
         }
         seen_.insert(job->job.jobId);
@@ -184,7 +185,7 @@ int RunCollect(const CollectOptions& o) {
     std::filesystem::create_directories(o.folder, ec);
     if (::access(o.folder.c_str(), W_OK) != 0) {
         std::fprintf(stderr, "quorvel-history: cannot write to %s: %s\n", o.folder.c_str(),
-                     std::strerror(ec ? ec.value() : errno));
+                     quorvel::platform::ErrnoText(ec ? ec.value() : errno).c_str());
         return kExitFolder;
     }
 
@@ -202,7 +203,8 @@ int RunCollect(const CollectOptions& o) {
     const std::string clientId = o.clientId.empty() ? DefaultClientId(o.folder) : o.clientId;
     session.mosq = mosquitto_new(clientId.c_str(), false, &collector);  // a persistent session
     if (!session.mosq) {
-        std::fprintf(stderr, "quorvel-history: the MQTT library could not start: %s\n", std::strerror(errno));
+        std::fprintf(stderr, "quorvel-history: the MQTT library could not start: %s\n",
+                     quorvel::platform::ErrnoText(errno).c_str());
         return kExitFolder;
     }
     mosquitto* mosq = session.mosq;

@@ -457,6 +457,7 @@ int main(int argc, char** argv) {
         PrintSummary(rows, "station", csv, json);
     } else {
         std::vector<JobRecord> all;
+        all.reserve(jobs.size());
         for (const auto& sj : jobs) all.push_back(sj.job);
         for (const SlotSummary& r : Summarise(all)) rows.push_back({SlotName(r.slot), r});
         PrintSummary(rows, "slot", csv, json);
