@@ -50,6 +50,7 @@ TEST(QuorvelHistoryTool, FiltersFormsAndExitCodes) {
         {"since_not_a_time", "--since yesterday " + d},
         {"csv_and_json", "--csv --json " + d},
         {"unknown_option", "--bogus " + d},
+        {"collect_not_a_broker", "--collect http://broker:1883 " + d + "gathered"},
         {"folder_missing", d + "nowhere"},
         {"folder_not_a_station", d + "Config"},
         {"all", d},
