@@ -93,6 +93,7 @@ bool ConsoleController::OnInitDialog() {
     ShowPackage(true);
     SetButtonStatus(DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START);
     station_.view.SetTitle(WindowTitle());
+    if (run_) run_->StartReporting();
     return true;
 }
 

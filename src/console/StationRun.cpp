@@ -7,6 +7,7 @@
 #include "console/ConsoleController.h"
 #include "console/MessageRouter.h"
 #include "present/PreparationWindowLogic.h"
+#include "report/ReportSettings.h"
 #include "station/Texts.h"
 
 namespace quorvel::console {
@@ -37,6 +38,49 @@ StationRun::StationRun(Station& station, app::StationLoop& loop, ConsoleControll
 StationRun::~StationRun() {
     console_.SetRun(nullptr);
     console_.SetRouter(nullptr);
+}
+
+StationRun::Reporting::~Reporting() {
+    station.history.SetReportObserver({});
+    reporter.reset();  // says Offline
+}
+
+namespace {
+
+report::PackageReport PackageOf(const PackageSelection& p) {
+    static constexpr const char* kPlatforms[] = {"", "MTK", "SPRD", "CFG"};
+    const int kind = p.kind >= 0 && p.kind <= PACKAGE_MTK_CFG ? p.kind : 0;
+    return {kPlatforms[kind], p.ActivePath(), p.version};
+}
+
+}  // namespace
+
+void StationRun::StartReporting() {
+    if (reporting_.reporter) return;
+    const report::ReportSettingsRead read =
+        report::ReadReportSettings(station_.ConfigPath("CommonSetting.ini"), station_.ExeDir());
+    const auto tell = [this](const std::string& text) {
+        station_.settingsStore.UiLog(text);
+        station_.view.SetNotice(text);
+    };
+    if (!read.error.empty()) tell(read.error);
+    if (!read.settings) return;
+    report::Reporter::Options options;
+    options.settings = *read.settings;
+    options.testLogDir = station_.ExeDir() + "TestLog";
+    options.slots = manager_.WorkerCount();
+    options.version = texts::kTitleVersion;
+    options.counters = [this] { return std::pair(station_.statistics.Total(), station_.statistics.Fail()); };
+    options.portOf = [this](int slot) { return station_.bindings.ComName(slot); };
+    options.tell = tell;
+    reporting_.reporter = std::make_unique<report::Reporter>(std::move(options), station_.clock);
+    report::Reporter* reporter = reporting_.reporter.get();
+    for (int slot = 0; slot < manager_.WorkerCount(); ++slot)
+        manager_.WorkerAt(slot)->Display().SetStateObserver(
+            [reporter, slot](const engine::SlotState& state) { reporter->SlotChanged(slot, state); });
+    station_.history.SetReportObserver([reporter](const JobRecord& job) { reporter->JobWritten(job); });
+    reporter->PackageChanged(PackageOf(station_.package));
+    reporter->StationChanged(report::StationState::Stopped);
 }
 
 void StationRun::BuildSlots() {
@@ -138,6 +182,10 @@ void StationRun::StartStopClick() {
         station_.clock.Sleep(20);
         manager_.StartAll();
         if (inhibitor_) inhibitor_->Hold(true);
+        if (auto* r = reporting_.reporter.get()) {
+            r->PackageChanged(PackageOf(station_.package));
+            r->StationChanged(report::StationState::Running);
+        }
         console_.buttonStatus_ = DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP;
         console_.SetButtonStatus(DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
         return;
@@ -158,6 +206,7 @@ void StationRun::StartStopClick() {
     }
     station_.stationRunning = false;
     if (inhibitor_) inhibitor_->Hold(false);
+    if (auto* r = reporting_.reporter.get()) r->StationChanged(report::StationState::Stopped);
     console_.buttonStatus_ = DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START;
     console_.SetButtonStatus(DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START);
     station_.settingsStore.SaveBindings();

@@ -11,6 +11,7 @@
 #include "devices/DeviceMonitor.h"
 #include "devices/PortBinding.h"
 #include "platform/SleepInhibitor.h"
+#include "report/Reporter.h"
 #include "slots/DownloadManager.h"
 #include "station/Station.h"
 #include "station/StationLoop.h"
@@ -28,6 +29,8 @@ public:
     ~StationRun();
 
     void BuildSlots();
+    // Starts reporting to the broker of [REPORT], when one is set; once, at start-up.
+    void StartReporting();
     void StartStopClick();
     // 1 when the station may start.
     int PreStartCheck();
@@ -49,6 +52,12 @@ private:
     ConsoleController& console_;
     devices::DeviceBackend& backend_;
     engine::EngineFactory& engines_;
+    // Outlives the workers, so the lines of jobs the close cuts short still go out.
+    struct Reporting {
+        app::Station& station;
+        std::unique_ptr<report::Reporter> reporter;
+        ~Reporting();
+    } reporting_{station_, nullptr};
     engine::DownloadManager manager_;
     devices::ComProbe probe_;
     devices::PortBinding binding_;

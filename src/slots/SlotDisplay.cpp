@@ -104,6 +104,7 @@ void SlotDisplay::Show(const app::SlotStatus& m) {
     if (Contains(state_.status, lang.ChooseText(app::texts::kStatusBindIndex)))
         station_.slotList.EditRow(row, [](app::SlotRow& r) { r.progress.barColourFrom = kColourPurple; });
     ShowComposedLocked(row);
+    NotifyLocked();
 }
 
 void SlotDisplay::Show(const app::SlotBar& m) {
@@ -114,6 +115,7 @@ void SlotDisplay::Show(const app::SlotBar& m) {
         case app::BarValue::TOTAL: state_.total = m.value; break;
     }
     ShowComposedLocked(m.slot);
+    NotifyLocked();
 }
 
 // Not part of the bar's text: the engine's account of the job's end.
@@ -156,6 +158,7 @@ void SlotDisplay::CountResultLocked(int row, bool passed) {
     SetResult(row,
               Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, s.passCount, s.jobCount),
               passed ? kColourDarkGreen : kColourRed);
+    NotifyLocked();
 }
 
 void SlotDisplay::ShowStep(int row, app::SprdStep step) {
@@ -171,6 +174,7 @@ void SlotDisplay::ShowStep(int row, app::SprdStep step) {
         r.progress.text = text;
         r.progress.visible = true;
     });
+    NotifyLocked();
 }
 
 void SlotDisplay::ShowSprdProgress(int row, std::uint32_t percent) {
@@ -181,6 +185,12 @@ void SlotDisplay::ShowSprdProgress(int row, std::uint32_t percent) {
         r.progress.text = text;
         r.progress.visible = true;
     });
+    // The SPRD engine's percent lives on its bar only; observers get it with the state.
+    if (observer_) {
+        SlotState shown = state_;
+        shown.percent = percent;
+        observer_(shown);
+    }
 }
 
 void SlotDisplay::SprdFinished(int row, const app::SprdResult& result) {
@@ -196,6 +206,7 @@ void SlotDisplay::SprdFinished(int row, const app::SprdResult& result) {
             r.progress.visible = true;
         });
         SetResult(row, app::texts::kResultOnSwitch, kColourBlue);
+        NotifyLocked();
         return;
     }
     std::string barText = passed ? app::texts::kBarPassed : app::texts::kBarFailed;
@@ -211,12 +222,14 @@ void SlotDisplay::SprdFinished(int row, const app::SprdResult& result) {
               Format("%s(%u/%u)", passed ? app::texts::kResultPass : app::texts::kResultFail, s.passCount, s.jobCount),
               passed ? kColourDarkGreen : kColourRed);
     station_.slotList.EditRow(row, [&](app::SlotRow& r) { r.progress.text = barText; });
+    NotifyLocked();
 }
 
 void SlotDisplay::SetStepName(int, const std::string& name) {
     std::lock_guard g(mutex_);
     state_.sprdStepName = name;
     if (!name.empty()) state_.step = name;
+    NotifyLocked();
 }
 
 void SlotDisplay::SetSprdPhase(int phase) {
@@ -269,6 +282,7 @@ void SlotDisplay::BeginJob(int row) {
     state_.step.clear();
     state_.daSwitched = false;
     ShowStageLocked(row);
+    NotifyLocked();
 }
 
 SlotOutcome SlotDisplay::Outcome() const {
@@ -286,6 +300,16 @@ void SlotDisplay::EndJob(int row, const SlotOutcome& outcome, bool interrupted) 
                    : outcome.result == SlotOutcome::Result::PASSED ? SlotStage::PASS
                                                                    : SlotStage::FAIL;
     station_.slotList.EditRow(row, [&](app::SlotRow& r) { r.phase = PhaseOf(state_.stage); });
+    NotifyLocked();
+}
+
+void SlotDisplay::SetStateObserver(std::function<void(const SlotState&)> observer) {
+    std::lock_guard g(mutex_);
+    observer_ = std::move(observer);
+}
+
+void SlotDisplay::NotifyLocked() const {
+    if (observer_) observer_(state_);
 }
 
 void ShowSlotElapsed(app::Station& station, int slot) {

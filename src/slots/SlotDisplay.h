@@ -7,6 +7,7 @@
 // state sits under one lock, the row itself is in the thread-safe slot-list model.
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -72,6 +73,10 @@ public:
     // The worker's final word on the job: the row shows its verdict, or that it was cut short.
     void EndJob(int row, const SlotOutcome& outcome, bool interrupted);
 
+    // Told of each change of the state with the new value, on the changing thread under
+    // the display's lock, so in order: it must return at once and never call back.
+    void SetStateObserver(std::function<void(const SlotState&)> observer);
+
 private:
     // The bar text for the current fields; called with mutex_ held.
     std::string ComposeLocked(int row) const;
@@ -79,10 +84,12 @@ private:
     void CountResultLocked(int row, bool passed);
     // The row's phase and counts for the state's stage.
     void ShowStageLocked(int row);
+    void NotifyLocked() const;
 
     app::Station& station_;
     mutable std::mutex mutex_;
-    SlotState state_;  // under mutex_
+    SlotState state_;                                 // under mutex_
+    std::function<void(const SlotState&)> observer_;  // under mutex_
 };
 
 // The slot timer's tick: column 3 = time since the slot's job started, "%H:%M:%S".
