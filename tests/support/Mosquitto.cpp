@@ -128,7 +128,8 @@ void Mosquitto::Kill(int sig) {
 }
 
 std::vector<std::string> Mosquitto::Client(const std::string& program, std::vector<std::string> args) const {
-    std::vector<std::string> argv{program, "-h", "127.0.0.1", "-p", std::to_string(port_)};
+    // Line by line, so what a client printed is in its file at once.
+    std::vector<std::string> argv{"stdbuf", "-oL", program, "-h", "127.0.0.1", "-p", std::to_string(port_)};
     argv.insert(argv.end(), args.begin(), args.end());
     return argv;
 }
