@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
 # Prints a bench scenario of a shift: SOCKETS sockets (up to 16) each flash phone after
-# phone for SHIFT_MS of simulated time; about one phone in eight fails.
-# Usage: shift_scenario.sh SHIFT_MS [SOCKETS] [EXTRA_SET_LINES_FILE]
+# phone for SHIFT_MS of simulated time, about one phone in eight failing; the station
+# closes at END_MS (default: the shift's end).
+# Usage: shift_scenario.sh SHIFT_MS [SOCKETS] [END_MS]
 set -euo pipefail
 shift_ms=$1
 sockets=${2:-16}
-extra=${3:-}
+end_ms=${3:-$shift_ms}
 echo "0 set package scatter"
 echo "0 set [BENCH] Hubs 2"
 echo "0 set [BENCH] SocketsPerHub 8"
-if [ -n "$extra" ]; then cat "$extra"; fi
 echo "0 press"
 awk -v shift="$shift_ms" -v sockets="$sockets" 'BEGIN {
     n = 0
@@ -21,4 +21,4 @@ awk -v shift="$shift_ms" -v sockets="$sockets" 'BEGIN {
         }
     }
 }' | sort -n -s -k1,1
-echo "$shift_ms end"
+echo "$end_ms end"

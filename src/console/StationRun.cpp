@@ -73,6 +73,7 @@ void StationRun::StartReporting() {
     options.counters = [this] { return std::pair(station_.statistics.Total(), station_.statistics.Fail()); };
     options.portOf = [this](int slot) { return station_.bindings.ComName(slot); };
     options.tell = tell;
+    options.log = [this](const std::string& text) { station_.settingsStore.UiLog(text); };
     reporting_.reporter = std::make_unique<report::Reporter>(std::move(options), station_.clock);
     report::Reporter* reporter = reporting_.reporter.get();
     for (int slot = 0; slot < manager_.WorkerCount(); ++slot)

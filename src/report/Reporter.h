@@ -7,6 +7,7 @@
 // every 30 s of the station's clock. The link's thread only reports what the broker did.
 
 #include <array>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -44,6 +45,8 @@ public:
         std::function<std::string(int slot)> portOf;
         // A change of the broker's state in the operator's words; called on the reporter's thread.
         std::function<void(const std::string&)> tell;
+        // The station's log: the catch-up after an outage, the delays at the end.
+        std::function<void(const std::string&)> log;
     };
 
     // Starts the thread and the connection; never waits for the broker.
@@ -91,7 +94,11 @@ private:
     std::array<std::optional<engine::SlotState>, kMaxSlots> slotIn_{};
     std::optional<StationState> stateIn_;
     std::optional<PackageReport> packageIn_;
-    std::vector<app::JobRecord> jobsIn_;
+    struct Written {
+        app::JobRecord job;
+        std::chrono::steady_clock::time_point at;
+    };
+    std::vector<Written> jobsIn_;
     std::vector<int> acksIn_;
     int linkIn_ = 0;     // changes since the thread last looked
     int linkState_ = 0;  // 0 not yet, 1 connected, 2 refused, 3 unreachable
@@ -102,7 +109,19 @@ private:
     bool connected_ = false;
     int toldState_ = 0;
     std::string toldReason_;
-    std::map<int, std::uint64_t> tickets_;  // message id -> outbox ticket
+    struct Sent {
+        std::uint64_t ticket;
+        std::string jobId;
+    };
+    std::map<int, Sent> tickets_;  // message id -> outbox ticket
+    // Real time from a job's line on disk to the broker's acknowledgement, measured only
+    // (never waited on): what the log reports at the end.
+    std::map<std::string, std::chrono::steady_clock::time_point> writtenAt_;
+    std::vector<double> delaysMs_;
+    std::optional<std::chrono::steady_clock::time_point> catchingUpSince_;
+    std::size_t caughtUp_ = 0;
+    void Acknowledged(const Sent& sent);
+    std::string DelaySummary() const;
     std::array<std::optional<SlotReport>, kMaxSlots> slots_{};
     std::array<platform::Millis, kMaxSlots> jobStart_{};
     std::array<std::string, kMaxSlots> lastJobId_{};
