@@ -4,8 +4,9 @@
 
 #include <cerrno>
 #include <condition_variable>
-#include <cstring>
 #include <mutex>
+
+#include "platform/ErrnoText.h"
 
 namespace quorvel::report {
 
@@ -20,7 +21,7 @@ void EnsureLibrary() {
 }
 
 std::string ErrorText(int rc) {
-    if (rc == MOSQ_ERR_ERRNO) return mosquitto_strerror(rc) + std::string(" (") + std::strerror(errno) + ")";
+    if (rc == MOSQ_ERR_ERRNO) return mosquitto_strerror(rc) + std::string(" (") + platform::ErrnoText(errno) + ")";
     return mosquitto_strerror(rc);
 }
 

@@ -19,7 +19,7 @@ bool ValidStationName(const std::string& name) {
                        [](unsigned char c) { return std::isalnum(c) != 0 || c == '-' || c == '_' || c == '.'; });
 }
 
-ReportSettingsRead Refuse(std::string why) {
+ReportSettingsRead Refuse(const std::string& why) {
     return {std::nullopt, "[REPORT] " + why + "; the station runs without reporting."};
 }
 

@@ -351,7 +351,8 @@ void Reporter::Acknowledged(const Sent& sent) {
     outbox_.Acknowledge(sent.ticket);
     if (catchingUpSince_) ++caughtUp_;
     if (const auto w = writtenAt_.find(sent.jobId); w != writtenAt_.end()) {
-        delaysMs_.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - w->second).count());
+        delaysMs_.push_back(
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - w->second).count());
         writtenAt_.erase(w);
     }
 }
@@ -359,10 +360,13 @@ void Reporter::Acknowledged(const Sent& sent) {
 std::string Reporter::DelaySummary() const {
     std::vector<double> d = delaysMs_;
     std::sort(d.begin(), d.end());
-    const auto at = [&](double q) { return d[std::min(d.size() - 1, static_cast<std::size_t>(q * static_cast<double>(d.size())))]; };
-    return Format("reporting: %zu jobs from their history line to the broker's acknowledgement: p50 %.1f ms, p99 %.1f ms, "
-                  "max %.1f ms",
-                  d.size(), at(0.5), at(0.99), d.back());
+    const auto at = [&](double q) {
+        return d[std::min(d.size() - 1, static_cast<std::size_t>(q * static_cast<double>(d.size())))];
+    };
+    return Format(
+        "reporting: %zu jobs from their history line to the broker's acknowledgement: p50 %.1f ms, p99 %.1f ms, "
+        "max %.1f ms",
+        d.size(), at(0.5), at(0.99), d.back());
 }
 
 }  // namespace quorvel::report
