@@ -22,7 +22,8 @@ std::optional<devices::Finding> CheckBroker(const std::string& stationFolder, pl
                                     ? "set [REPORT] User and PasswordFile to an account the broker accepts"
                                     : "allow the station in the broker's configuration (its log says why it refused)"};
     }
-    return devices::Finding{"the broker " + s.broker + " cannot be reached (" + result + ")",
+    const std::string why = result.rfind("unreachable: ", 0) == 0 ? result.substr(13) : result;
+    return devices::Finding{"the broker " + s.broker + " cannot be reached (" + why + ")",
                             "start the broker, or correct [REPORT] Broker (host and port) and let the firewall "
                             "pass it"};
 }

@@ -20,9 +20,14 @@ void EnsureLibrary() {
     static LibraryInit init;
 }
 
+// The library's words without their full stop: they go inside sentences of ours.
+std::string Words(std::string text) {
+    while (!text.empty() && (text.back() == '.' || text.back() == ' ')) text.pop_back();
+    return text;
+}
+
 std::string ErrorText(int rc) {
-    if (rc == MOSQ_ERR_ERRNO) return mosquitto_strerror(rc) + std::string(" (") + platform::ErrnoText(errno) + ")";
-    return mosquitto_strerror(rc);
+    return Words(rc == MOSQ_ERR_ERRNO ? platform::ErrnoText(errno) : mosquitto_strerror(rc));
 }
 
 // Applies what the settings say to a new client; empty or the reason it failed.
@@ -109,7 +114,7 @@ void MqttLink::OnConnect(struct mosquitto*, void* self, int rc) {
     if (rc == 0)
         link.listener_.OnConnected();
     else
-        link.listener_.OnRefused(mosquitto_connack_string(rc));
+        link.listener_.OnRefused(Words(mosquitto_connack_string(rc)));
 }
 
 void MqttLink::OnDisconnect(struct mosquitto*, void* self, int rc) {
