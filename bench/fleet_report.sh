@@ -66,10 +66,12 @@ CONF
 }
 
 shift_ms=$((minutes * 60000))
-"$here/bench/shift_scenario.sh" "$shift_ms" 16 > "$work/shift.txt"
+# Every socket takes phone after phone by itself (the automatic bench).
+printf '0 set package scatter\n0 set [BENCH] Hubs 2\n0 set [BENCH] SocketsPerHub 8\n0 press\n0 auto brom\n' > "$work/bench.txt"
+{ cat "$work/bench.txt"; echo "$shift_ms end"; } > "$work/shift.txt"
 # The outage's shift stays open a minute of real time longer, so the station, whose
 # reconnection backs off in real time, finds the broker back and the outbox catches up.
-"$here/bench/shift_scenario.sh" "$shift_ms" 16 $((shift_ms + 60000 * speed)) > "$work/outage.txt"
+{ cat "$work/bench.txt"; echo "$((shift_ms + 60000 * speed)) end"; } > "$work/outage.txt"
 
 # A fresh station folder; reporting to the broker unless $2 is "off".
 make_station() {

@@ -247,10 +247,12 @@ void Reporter::Run() {
                     options_.tell(Format(app::texts::kReportUnreachableFormat, where, reason.c_str()));
             }
         }
+        bool jobAcked = false;
         for (const int mid : acksIn) {
             if (mid == goodbyeMid) goodbyeAcked = true;
             if (const auto t = tickets_.find(mid); t != tickets_.end()) {
                 Acknowledged(t->second);
+                jobAcked = true;
                 tickets_.erase(t);
             }
         }
@@ -306,7 +308,13 @@ void Reporter::Run() {
                 }
                 Publish("slots/" + std::to_string(slot), SlotStateMessage(station, at, *slots_[i]), true);
             }
-            PublishJobs();
+            // The files are read when there may be more to send: a job written, room
+            // made in a full window, a new connection, and once a second for lines a
+            // full disk held back.
+            if (resend || !jobsIn.empty() || now >= nextSave || (jobAcked && windowFull_)) {
+                PublishJobs();
+                windowFull_ = outbox_.InFlight() >= kJobWindow;
+            }
             if (catchingUpSince_ && outbox_.InFlight() == 0) {
                 if (caughtUp_ > 0 && options_.log) {
                     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(

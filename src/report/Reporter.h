@@ -107,6 +107,7 @@ private:
     // Reporter thread only.
     ReportOutbox outbox_;
     bool connected_ = false;
+    bool windowFull_ = false;
     int toldState_ = 0;
     std::string toldReason_;
     struct Sent {

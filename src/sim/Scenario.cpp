@@ -1,5 +1,7 @@
 #include "sim/Scenario.h"
 
+#include "sim/AutoBench.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <sstream>
@@ -194,6 +196,11 @@ std::optional<Scenario> ParseScenario(const std::string& text, std::string* erro
                    (w[2] == "remove-all" || w[2] == "merge" || w[2] == "reset-counts")) {
             step.action = ScenarioStep::MENU;
             step.key = w[2];
+        } else if (action == "auto" && w.size() == 3) {
+            step.action = ScenarioStep::AUTO;
+            const auto kind = PhoneKindOf(w[2]);
+            if (!kind) return Fail(error, line, "unknown phone \"" + w[2] + "\""), std::nullopt;
+            step.kind = *kind;
         } else if (action == "restart" && w.size() == 2) {
             step.action = ScenarioStep::RESTART;
         } else if (action == "await" || action == "expect") {
@@ -249,6 +256,7 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, Scenar
         log.failure = "line " + std::to_string(st.line) + ": " + why;
         note(st, "failed: " + why);
     };
+    std::unique_ptr<AutoBench> automatic;  // goes before the bench it plugs into
     for (const ScenarioStep& st : scenario.steps) {
         // Steps whose time an await overran follow at once.
         const platform::Millis wait = start + st.at - clock.Now();
@@ -260,7 +268,7 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, Scenar
             return log;
         }
         const bool onBench = st.action == ScenarioStep::PLUG || st.action == ScenarioStep::UNPLUG ||
-                             st.action == ScenarioStep::SERIAL_DELAY;
+                             st.action == ScenarioStep::SERIAL_DELAY || st.action == ScenarioStep::AUTO;
         SimBench* bench = onBench ? host.Bench() : nullptr;
         if (onBench && !bench) {
             fail(st, "no simulated bench ([BENCH] Simulated=1)");
@@ -326,7 +334,14 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, Scenar
                 note(st, "set " + (st.section.empty() ? "" : "[" + st.section + "] ") + st.key + " " + st.value);
                 break;
             }
+            case ScenarioStep::AUTO:
+                automatic.reset();
+                automatic = std::make_unique<AutoBench>(*bench, clock, [kind = st.kind] { return kind; });
+                automatic->Start();
+                note(st, "auto");
+                break;
             case ScenarioStep::RESTART: {
+                automatic.reset();
                 if (!host.Restart(why)) {
                     fail(st, "restart: " + why);
                     return log;

@@ -28,6 +28,8 @@
 //                                   merge or reset-counts
 //   9600   write fw/a_scatter.txt ""    a file of the station folder gets this text (and a
 //                                       newline unless empty): a package going bad meanwhile
+//   0      auto brom                every socket takes phone after phone of that kind by
+//                                   itself (the automatic bench) until the end or a restart
 //   15000  end                      the scenario ends here (default: after the last step)
 //
 // What await and expect look at (their expected text is the rest of the line; a pair
@@ -72,12 +74,12 @@ struct ScenarioCheck {
 };
 
 struct ScenarioStep {
-    enum Action { PRESS, PLUG, UNPLUG, SERIAL_DELAY, END, START, STOP, AWAIT, EXPECT, SET, RESTART, WRITE, MENU };
+    enum Action { PRESS, PLUG, UNPLUG, SERIAL_DELAY, END, START, STOP, AWAIT, EXPECT, SET, RESTART, WRITE, MENU, AUTO };
     Action action = PRESS;
     platform::Millis at = 0;
     int socket = -1;
-    platform::Millis delay = 0;  // SERIAL_DELAY
-    PhoneKind kind = PhoneKind::MTK_BROM;
+    platform::Millis delay = 0;            // SERIAL_DELAY
+    PhoneKind kind = PhoneKind::MTK_BROM;  // PLUG, AUTO
     engine::PhoneProfile profile;
     ScenarioCheck check;              // AWAIT, EXPECT
     std::string section, key, value;  // SET; section "" with key "package"; WRITE: key is the file;

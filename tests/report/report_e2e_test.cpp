@@ -58,9 +58,9 @@ TEST(ReportE2e, EveryJobReachesTheCollectorThroughRestartsKillsAndAStalledBroker
                               "Broker=" +
                                   broker.Url() + "\nStation=e2e\n",
                               platform::FirstAdapterMac()));
-    const std::string script = std::string(QUORVEL_SOURCE_DIR) + "/bench/shift_scenario.sh";
-    ASSERT_EQ(RunCommand(script + " 30000 16 > " + dir.File("shift.txt")).exitCode, 0);
-    ASSERT_EQ(RunCommand(script + " 20000 16 > " + dir.File("short.txt")).exitCode, 0);
+    const std::string bench = "0 set package scatter\n0 press\n0 auto brom\n";
+    dir.Write("shift.txt", bench + "60000 end\n");
+    dir.Write("short.txt", bench + "30000 end\n");
     const auto station = [&](const char* scenario) {
         return Background({ToolPath("quorvel-bench"), dir.File("station"), dir.File(scenario), "--speed", "20"},
                           dir.File("bench.log"));

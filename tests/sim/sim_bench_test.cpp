@@ -183,6 +183,7 @@ TEST(ScenarioTest, AFailedStepEndsTheScenarioWithItsLineAndWhatWasSeen) {
         {"0 set [BENCH] Hubs 2\n0 restart\n", "line 2: restart: refused"},
         {"0 plug 1 brom\n", "line 1: no simulated bench ([BENCH] Simulated=1)"},
         {"0 write fw/a.txt \"\"\n", "line 1: write fw/a.txt: full"},
+        {"0 auto brom\n", "line 1: no simulated bench ([BENCH] Simulated=1)"},
         {"0 await total 2\n0 expect total 3\n", ""},
     };
     for (const auto& [text, failure] : plays) {
@@ -242,6 +243,7 @@ TEST(ScenarioTest, RefusesWithTheLine) {
         {"0 menu paint\n", "line 1: not a step: \"menu\""},
         {"0 expect file /etc/passwd\n", "line 1: \"file\" wants a path inside the station folder"},
         {"0 expect setting COMMON\n", "line 1: \"setting\" wants a section and a key"},
+        {"0 auto toaster\n", "line 1: unknown phone \"toaster\""},
         {"#@ engines: toaster\n", "line 1: unknown engines \"toaster\""},
         {"#@ speed: 0\n", "line 1: a speed from 1 to 1000"},
         {"#@ colour: red\n", "line 1: a header line is \"#@ engines: ...\" or \"#@ speed: N\""},
