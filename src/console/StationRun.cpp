@@ -48,9 +48,14 @@ StationRun::Reporting::~Reporting() {
 namespace {
 
 report::PackageReport PackageOf(const PackageSelection& p) {
-    static constexpr const char* kPlatforms[] = {"", "MTK", "SPRD", "CFG"};
-    const int kind = p.kind >= 0 && p.kind <= PACKAGE_MTK_CFG ? p.kind : 0;
-    return {kPlatforms[kind], p.ActivePath(), p.version};
+    const char* platform = "";
+    switch (p.kind) {
+        case PackageKind::MtkScatter: platform = "MTK"; break;
+        case PackageKind::SprdPac: platform = "SPRD"; break;
+        case PackageKind::MtkCfg: platform = "CFG"; break;
+        case PackageKind::None: break;
+    }
+    return {platform, p.ActivePath(), p.version};
 }
 
 }  // namespace
