@@ -34,6 +34,14 @@ const char* StateName(StationState s) {
     return "Offline";
 }
 
+// The members known, as the history line writes its device object.
+std::string Phone(const app::PhoneIdentity& p) {
+    std::string out;
+    for (const auto& [key, value] : {std::pair{"chip", &p.chip}, {"serial", &p.serial}, {"imei", &p.imei}})
+        if (!value->empty()) out += (out.empty() ? "\"" : ",\"") + std::string(key) + "\":" + JsonQuote(*value);
+    return "{" + out + "}";
+}
+
 }  // namespace
 
 std::string WorkCompleted(const std::string& station, const app::JobRecord& job, std::string_view line) {
@@ -52,8 +60,9 @@ std::string FaultOccurred(const std::string& station, const app::JobRecord& job)
 std::string SlotStateMessage(const std::string& station, const app::TimeStamp& at, const SlotReport& s) {
     return Head("SlotState", station, at) + ",\"Lane\":" + std::to_string(s.lane) + ",\"State\":" + JsonQuote(s.state) +
            ",\"Percent\":" + std::to_string(s.percent) + ",\"Step\":" + JsonQuote(s.step) +
-           ",\"Port\":" + JsonQuote(s.port) + ",\"Phone\":{},\"JobSeconds\":" + std::to_string(s.jobSeconds) +
-           ",\"TransactionID\":" + JsonQuote(s.transactionId) + ",\"Reason\":" + JsonQuote(s.reason) + "}";
+           ",\"Port\":" + JsonQuote(s.port) + ",\"Phone\":" + Phone(s.phone) +
+           ",\"JobSeconds\":" + std::to_string(s.jobSeconds) + ",\"TransactionID\":" + JsonQuote(s.transactionId) +
+           ",\"Reason\":" + JsonQuote(s.reason) + "}";
 }
 
 std::string StationStateChanged(const std::string& station, const app::TimeStamp& at, StationState state, int slots,

@@ -26,6 +26,7 @@ struct SlotReport {
     std::int64_t jobSeconds = 0;
     std::string transactionId;
     std::string reason;
+    app::PhoneIdentity phone;
     bool operator==(const SlotReport&) const = default;
 };
 

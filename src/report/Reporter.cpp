@@ -156,6 +156,7 @@ SlotReport Reporter::Describe(int slot, const engine::SlotState& s, platform::Mi
         r.jobSeconds = slots_[i]->state == "flashing" ? (now - jobStart_[i]) / 1000 : slots_[i]->jobSeconds;
     r.transactionId = running ? std::string() : lastJobId_[i];
     if (s.stage == engine::SlotStage::FAIL || s.stage == engine::SlotStage::INTERRUPTED) r.reason = s.outcome.error;
+    r.phone = s.outcome.device;
     return r;
 }
 

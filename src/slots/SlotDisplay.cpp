@@ -128,6 +128,7 @@ void SlotDisplay::Show(const app::SlotAccount& m) {
 void SlotDisplay::ShowIdentity(const app::PhoneIdentity& device) {
     std::lock_guard g(mutex_);
     state_.outcome.device.Update(device);
+    NotifyLocked();
 }
 
 void SlotDisplay::Show(const app::SlotDaSwitched& m) {

@@ -149,6 +149,10 @@ TEST(ReportPayloads, CarryTheHeadAndTheHistoryLineUnchanged) {
     EXPECT_NE(done.find(",\"Job\":" + line + "}"), std::string::npos);
     EXPECT_EQ(done, WorkCompleted("bench-3", job, line)) << "a job sent twice is sent identically";
 
+    SlotReport slot;
+    slot.phone.imei = "356938035643809";
+    EXPECT_NE(SlotStateMessage("s", job.end, slot).find("\"Phone\":{\"imei\":\"356938035643809\"},"),
+              std::string::npos);
     const std::string fault = FaultOccurred("bench-3", job);
     EXPECT_NE(fault.find("\"Description\":\"bad \xef\xbf\xbd byte\""), std::string::npos) << fault;
     CountersReport counters;
