@@ -124,7 +124,8 @@ const Fleet = (() => {
                 case "jobs":
                     if (b.Result === "Failed") {
                         const j = isObject(b.Job) ? b.Job : {};
-                        this.addFailure(s.name, b.TransactionID, b.TimeStamp, b.Lane, j.step, j.error);
+                        this.addFailure(s.name, b.TransactionID, b.TimeStamp, b.Lane, j.step, j.error,
+                                        b.PrimaryIdentifier);
                     }
                     break;
                 case "heartbeat": break;
@@ -132,7 +133,7 @@ const Fleet = (() => {
             return true;
         }
 
-        addFailure(station, id, time, lane, step, reason) {
+        addFailure(station, id, time, lane, step, reason, phone) {
             // Without a job id, the slot, time and reason tell one failure from another.
             id = text(id) || [text(lane), text(time), text(reason)].join("|");
             const known = this.failures.find(f => f.station === station && f.id === id);
@@ -140,12 +141,13 @@ const Fleet = (() => {
                 // A fault and its job say the same failure; keep whichever said more.
                 known.step = known.step || text(step);
                 known.reason = known.reason || text(reason);
+                known.phone = known.phone || text(phone);
                 return;
             }
             // Lanes count from 0, the bench's slots from 1.
             const slot = count(lane) !== null ? twoDigits(Math.floor(lane) + 1) : "";
             this.failures.unshift({station, id, time: text(time), slot, step: text(step),
-                                   reason: text(reason)});
+                                   reason: text(reason), phone: text(phone)});
             const at = f => Date.parse(f.time) || 0;
             this.failures.sort((a, b) => at(b) - at(a));
             this.failures.length = Math.min(this.failures.length, MAX_FAILURES);
@@ -353,7 +355,9 @@ const Fleet = (() => {
                 li.append(el("span", "f-time", timeOfDay(f.time)),
                           el("span", "f-where", f.station + (f.slot ? " · slot " + f.slot : "")),
                           el("span", "f-reason", f.reason || "(no reason given)"));
-                if (f.step) li.appendChild(el("span", "f-step", f.step));
+                // The phone's IMEI or serial number, to find it on the bench.
+                const more = [f.step, f.phone].filter(Boolean).join(" · ");
+                if (more) li.appendChild(el("span", "f-step", more));
                 return li;
             });
             const key = JSON.stringify(this.model.failures);
