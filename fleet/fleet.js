@@ -97,6 +97,7 @@ const Fleet = (() => {
 
         // Takes one message; says whether the page has something new to show.
         take(topic, payload, retained) {
+            this.received = (this.received || 0) + 1;
             const m = parse(topic, payload);
             if (!m) return false;
             const s = this.station(m.station), b = m.body;

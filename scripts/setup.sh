@@ -13,7 +13,7 @@ packages=(
   xvfb xauth fonts-dejavu-core
   dpkg-dev file lintian desktop-file-utils appstream
   gcovr
-  mosquitto mosquitto-clients chromium python3-websocket
+  mosquitto-clients chromium python3-websocket
 )
 
 missing=()

@@ -1,11 +1,13 @@
 #!/usr/bin/python3
 """Three stations of sixteen slots follow a shift on the fleet page in headless Chromium.
 
-Publishes at a bench's rate (each slot: a phone waits, flashes with a step every 2 %,
-passes or fails, is taken away), measures the CPU that Chromium spends on the page, and
-can take screenshots of the page at a wall screen's and a phone's size.
+Either three headless stations on the simulated bench report (--stations QUORVEL_BENCH:
+rounds of sixteen phones of 20..32 s), or the script publishes for them at a bench's
+rate (each slot: a phone waits, flashes with a step every 2 %, passes or fails, is taken
+away). Measures the CPU that Chromium spends on the page, and can take screenshots of
+the page at a wall screen's and a phone's size.
 
-  bench/fleet/fleet_page_load.py [--seconds N] [--screenshots FOLDER]
+  bench/fleet/fleet_page_load.py [--seconds N] [--stations QUORVEL_BENCH] [--screenshots FOLDER]
 """
 import argparse
 import json
@@ -79,6 +81,23 @@ def station_life(pub, station, stop, rng):
         stop.wait(10)
 
 
+def shift(seconds):
+    """Rounds of sixteen phones of 20..32 s for about `seconds`, some failing."""
+    lines = ["0 set package scatter", "0 press"]
+    rounds = int(seconds // 40) + 2
+    for r in range(rounds):
+        # An MTK phone taken away stops the run when it is idle: each round starts it again.
+        base = r * 40000
+        if r:
+            lines.append(f"{base} start")
+        for s in range(16):
+            fail = " fail" if (s + r) % 9 == 4 else ""
+            lines.append(f"{base + 300 + s * 150} plug {s} brom{fail} duration={20000 + (s * 7919 % 13) * 1000}")
+        lines += [f"{base + 36000} unplug {s}" for s in range(16)] + [f"{base + 36000} await running no"]
+    lines.append(f"{rounds * 40000} end")
+    return "\n".join(lines) + "\n"
+
+
 def cpu_seconds(pid):
     """User and system time of a process and all its descendants."""
     total, todo = 0, [pid]
@@ -98,6 +117,7 @@ def cpu_seconds(pid):
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--seconds", type=float, default=60)
+    ap.add_argument("--stations", metavar="QUORVEL_BENCH", help="real headless stations instead of published messages")
     ap.add_argument("--screenshots", help="folder for fleet-wall.png and fleet-phone.png")
     args = ap.parse_args()
     missing = fp.missing_tools()
@@ -106,16 +126,20 @@ def main():
     with tempfile.TemporaryDirectory(prefix="fleet-load-") as work:
         broker = fp.Broker(work)
         pub = Publisher(broker)
-        for i, name in enumerate(STATIONS):
-            pub.send(f"quorvel/{name}/state", fp.message("CFX.ResourcePerformance.StationStateChanged", name,
-                                                         NewState="Running", Slots=16, Version="1.4.0"), True)
-            pub.send(f"quorvel/{name}/package", fp.message("PackageInUse", name, Platform="SPRD",
-                                                           Package="/srv/pac/SC9863A_R11.pac",
-                                                           Version=f"SC9863A_R11_V1.{i}.3"), True)
         stop = threading.Event()
-        threads = [threading.Thread(target=station_life, args=(pub, s, stop, random.Random(s))) for s in STATIONS]
-        threads += [threading.Thread(target=slot_life, args=(pub, s, n, stop, random.Random(f"{s}{n}")))
-                    for s in STATIONS for n in range(16)]
+        threads, stations = [], []
+        if args.stations:
+            stations = [fp.Station(args.stations, work, name, broker, shift(args.seconds + 30)) for name in STATIONS]
+        else:
+            for i, name in enumerate(STATIONS):
+                pub.send(f"quorvel/{name}/state", fp.message("CFX.ResourcePerformance.StationStateChanged", name,
+                                                             NewState="Running", Slots=16, Version="1.4.0"), True)
+                pub.send(f"quorvel/{name}/package", fp.message("PackageInUse", name, Platform="SPRD",
+                                                               Package="/srv/pac/SC9863A_R11.pac",
+                                                               Version=f"SC9863A_R11_V1.{i}.3"), True)
+            threads = [threading.Thread(target=station_life, args=(pub, s, stop, random.Random(s))) for s in STATIONS]
+            threads += [threading.Thread(target=slot_life, args=(pub, s, n, stop, random.Random(f"{s}{n}")))
+                        for s in STATIONS for n in range(16)]
         for t in threads:
             t.start()
         browser = None
@@ -126,9 +150,10 @@ def main():
             browser.call("Page.navigate", url=f"http://127.0.0.1:{broker.ws}/?broker=ws://127.0.0.1:{broker.ws}")
             browser.wait("three stations", "document.querySelectorAll('.station').length == 3")
             time.sleep(5)
-            sent0, cpu0, t0 = pub.sent, cpu_seconds(browser.proc.pid), time.monotonic()
+            received = "window.fleet.model.received"
+            got0, cpu0, t0 = browser.eval(received), cpu_seconds(browser.proc.pid), time.monotonic()
             time.sleep(args.seconds)
-            sent, cpu, t = pub.sent - sent0, cpu_seconds(browser.proc.pid) - cpu0, time.monotonic() - t0
+            sent, cpu, t = browser.eval(received) - got0, cpu_seconds(browser.proc.pid) - cpu0, time.monotonic() - t0
             print(f"fleet page: {sent / t:.1f} messages/s for {t:.0f} s; Chromium CPU {100 * cpu / t:.1f} % "
                   "of one core")
             if args.screenshots:
@@ -144,6 +169,8 @@ def main():
             stop.set()
             for t in threads:
                 t.join()
+            for s in stations:
+                s.stop()
             if browser:
                 browser.stop()
             broker.stop()

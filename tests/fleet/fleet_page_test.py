@@ -184,7 +184,7 @@ def is_offline(station):
 class Station:
     """A headless station on the simulated bench that reports to the broker."""
 
-    def __init__(self, tool, work, name, broker, end_ms):
+    def __init__(self, tool, work, name, broker, scenario):
         folder = os.path.join(work, name)
         os.makedirs(os.path.join(folder, "Config"))
         unbound = "".join(f"[{s}]\n" + "".join(f"Index{i}=NA\n" for i in range(16))
@@ -192,13 +192,11 @@ class Station:
         with open(os.path.join(folder, "Config", "CommonSetting.ini"), "w") as f:
             f.write("[COMMON]\nCheckSum=0\nLANGUAGE=1033\n[BENCH]\nSimulated=1\nHubs=2\nSocketsPerHub=8\n"
                     f"[REPORT]\nBroker=mqtt://127.0.0.1:{broker.mqtt}\nStation={name}\n" + unbound)
-        # Slot 1 passes, slot 2 fails its download; then the station idles until end_ms.
-        scenario = os.path.join(work, name + ".txt")
-        with open(scenario, "w") as f:
-            f.write("0 set package scatter\n0 press\n200 plug 0 brom duration=3000\n"
-                    f"300 plug 1 brom fail duration=2000\n{end_ms} end\n")
+        path = os.path.join(work, name + ".txt")
+        with open(path, "w") as f:
+            f.write(scenario)
         self.log = open(os.path.join(work, name + ".log"), "w")
-        self.proc = subprocess.Popen([tool, folder, scenario, "--speed", "1"], stdout=self.log,
+        self.proc = subprocess.Popen([tool, folder, path, "--speed", "1"], stdout=self.log,
                                      stderr=subprocess.STDOUT)
 
     def stop(self):
@@ -230,8 +228,11 @@ def run(work, tool):
         browser.call("Page.navigate", url=url)
         browser.wait("the page to connect", "document.querySelector('#link').className.includes('up')")
 
-        # bench-a ends by itself (its goodbye says Offline), bench-b is killed (its last will does).
-        stations = [Station(tool, work, "bench-a", broker, 7000), Station(tool, work, "bench-b", broker, 60000)]
+        # Slot 1 passes, slot 2 fails its download. bench-a then ends by itself (its goodbye
+        # says Offline), bench-b idles until it is killed (its last will does).
+        shift = "0 set package scatter\n0 press\n200 plug 0 brom duration=3000\n300 plug 1 brom fail duration=2000\n"
+        stations = [Station(tool, work, "bench-a", broker, shift + "7000 end\n"),
+                    Station(tool, work, "bench-b", broker, shift + "60000 end\n")]
         browser.wait("both stations", "document.querySelectorAll('.station').length == 2")
         shown = browser.eval("[...document.querySelectorAll('.station')].map(s => s.dataset.station)")
         assert shown == ["bench-a", "bench-b"], f"junk made a station: {shown}"
