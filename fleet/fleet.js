@@ -297,7 +297,9 @@ const Fleet = (() => {
             setText(c.badge, badge);
             setClass(c.badge, badgeClass);
             const p = s.pkg;
-            setText(c.pkg, p ? [text(p.Platform), text(p.Version) || text(p.Package)].filter(Boolean).join(" · ") : "");
+            // A package without a version text goes by its file's name; its folder is the station's.
+            const file = p ? text(p.Package).split(/[\\/]/).pop() : "";
+            setText(c.pkg, p ? [text(p.Platform), text(p.Version) || file].filter(Boolean).join(" · ") : "");
             const today = s.counters && isObject(s.counters.Today) ? s.counters.Today : null;
             setText(c.pass, today && count(today.Pass) !== null ? String(today.Pass) : "–");
             setText(c.fail, today && count(today.Fail) !== null ? String(today.Fail) : "–");

@@ -2,7 +2,7 @@
 """Three stations of sixteen slots follow a shift on the fleet page in headless Chromium.
 
 Either three headless stations on the simulated bench report (--stations QUORVEL_BENCH:
-rounds of sixteen phones of 20..32 s), or the script publishes for them at a bench's
+the automatic bench, at real time), or the script publishes for them at a bench's
 rate (each slot: a phone waits, flashes with a step every 2 %, passes or fails, is taken
 away). Measures the CPU that Chromium spends on the page, and can take screenshots of
 the page at a wall screen's and a phone's size.
@@ -82,20 +82,8 @@ def station_life(pub, station, stop, rng):
 
 
 def shift(seconds):
-    """Rounds of sixteen phones of 20..32 s for about `seconds`, some failing."""
-    lines = ["0 set package scatter", "0 press"]
-    rounds = int(seconds // 40) + 2
-    for r in range(rounds):
-        # An MTK phone taken away stops the run when it is idle: each round starts it again.
-        base = r * 40000
-        if r:
-            lines.append(f"{base} start")
-        for s in range(16):
-            fail = " fail" if (s + r) % 9 == 4 else ""
-            lines.append(f"{base + 300 + s * 150} plug {s} brom{fail} duration={20000 + (s * 7919 % 13) * 1000}")
-        lines += [f"{base + 36000} unplug {s}" for s in range(16)] + [f"{base + 36000} await running no"]
-    lines.append(f"{rounds * 40000} end")
-    return "\n".join(lines) + "\n"
+    """Every socket takes phone after phone by itself (the automatic bench) for `seconds`."""
+    return f"0 set package pac\n0 press\n0 auto sprd\n{int(seconds * 1000)} end\n"
 
 
 def cpu_seconds(pid):
