@@ -7,9 +7,9 @@
 #
 # Usage: bench/fleet_report.sh [--build DIR] [--minutes N] [--speed N] [--stations N]
 #                              [--port P] [--ws-port P] [--keep]
-#   --keep  leave the broker (with a WebSockets listener for the fleet page) and the
-#           stations running after the figures, until Ctrl-C; nothing is measured then
-#           beyond the first run.
+#   --keep  run the shift once with reporting (give --minutes as long as the page should
+#           watch), then leave the broker, with a WebSockets listener for the fleet page
+#           on --ws-port, running with its retained state until Ctrl-C; nothing is measured.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")/.." && pwd)
@@ -66,12 +66,18 @@ CONF
 }
 
 shift_ms=$((minutes * 60000))
-# Every socket takes phone after phone by itself (the automatic bench).
-printf '0 set package scatter\n0 set [BENCH] Hubs 2\n0 set [BENCH] SocketsPerHub 8\n0 press\n0 auto brom\n' > "$work/bench.txt"
-{ cat "$work/bench.txt"; echo "$shift_ms end"; } > "$work/shift.txt"
+# The automatic bench; the simulated MTK sockets serve one phone each per start, so the
+# station restarts every 30 shift seconds (a reconnection to the broker each time).
+shift_scenario() {
+  local end=$1 t
+  printf '0 set package scatter\n0 set [BENCH] Hubs 2\n0 set [BENCH] SocketsPerHub 8\n0 press\n0 auto brom\n'
+  for ((t = 30000; t < end; t += 30000)); do printf '%d restart\n%d press\n%d auto brom\n' "$t" "$t" "$t"; done
+  echo "$end end"
+}
+shift_scenario "$shift_ms" > "$work/shift.txt"
 # The outage's shift stays open a minute of real time longer, so the station, whose
 # reconnection backs off in real time, finds the broker back and the outbox catches up.
-{ cat "$work/bench.txt"; echo "$((shift_ms + 60000 * speed)) end"; } > "$work/outage.txt"
+shift_scenario $((shift_ms + 60000 * speed)) > "$work/outage.txt"
 
 # A fresh station folder; reporting to the broker unless $2 is "off".
 make_station() {
@@ -127,7 +133,12 @@ fi
 wait_stations
 for i in $(seq "$stations"); do
   on=$(cpu_ms "$work/bench-$i.on.out")
-  delays=$(grep -ah "acknowledgement" "$work/bench-$i"/*UILog.txt | tail -1 | sed 's/.*acknowledgement: //')
+  # One line per start: the median of their p50s, the highest of their p99s.
+  grep -ah "acknowledgement: p50" "$work/bench-$i"/*UILog.txt |
+    sed -E 's/.*p50 ([0-9.]+) ms, p99 ([0-9.]+) ms.*/\1 \2/' > "$work/delays"
+  delays=$(sort -n "$work/delays" | awk '{ p50[NR] = $1 } END { printf "p50 %.1f ms", p50[int((NR + 1) / 2)] }')
+  delays="$delays, $(sort -n -k2 "$work/delays" | tail -1 | awk '{ printf "p99 %.1f ms", $2 }')"
+  delays="$delays ($(wc -l < "$work/delays") starts)"
   echo "bench-$i: $(jobs_of "bench-$i") jobs; delay $delays; CPU ${cpu_off[$i]} ms off" \
     "(${jobs_off[$i]} jobs), $on ms on (+$((on - cpu_off[$i])) ms)"
 done
