@@ -46,6 +46,7 @@ cleanup() {
   rm -rf "$work"
 }
 trap cleanup EXIT
+trap "exit 130" INT TERM
 
 start_broker() {
   cat > "$work/mosquitto.conf" <<CONF
@@ -113,14 +114,16 @@ jobs_of() { cat "$work/$1"/TestLog/*.jsonl 2>/dev/null | wc -l; }
 start_broker
 echo "fleet_report: $stations stations x 16 slots, $minutes shift minutes at ${speed}x"
 
-run_shift off
-wait_stations
 declare -A cpu_off
 declare -A jobs_off
-for i in $(seq "$stations"); do
-  cpu_off[$i]=$(cpu_ms "$work/bench-$i.off.out")
-  jobs_off[$i]=$(jobs_of "bench-$i")
-done
+if [ "$keep" = 0 ]; then
+  run_shift off
+  wait_stations
+  for i in $(seq "$stations"); do
+    cpu_off[$i]=$(cpu_ms "$work/bench-$i.off.out")
+    jobs_off[$i]=$(jobs_of "bench-$i")
+  done
+fi
 
 run_shift on
 if [ "$keep" = 1 ]; then
