@@ -52,10 +52,8 @@ std::string Look(const app::SlotCell& cell) {
     const app::Rgb c = cell.colour;
     if (c == app::kBlack) return "black" + icon;
     if (c == engine::kColourGrey) return "grey" + icon;
-    if (c == engine::kColourRed) return "red" + icon;
-    if (c == engine::kColourPurple) return "purple" + icon;
-    char hex[8];
-    std::snprintf(hex, sizeof hex, "#%06x", c & 0xFFFFFFu);
+    char hex[9];
+    std::snprintf(hex, sizeof hex, "0x%06x", c & 0xFFFFFFu);
     return hex + icon;
 }
 

@@ -37,7 +37,7 @@
 //   slot N result|device|timer|number    the slot's row (the cells' texts); bar: the
 //   slot N bar|phase|look                progress bar's text; phase: IDLE, FLASHING, PASS,
 //                                        FAIL or INTERRUPTED; look: the device cell's colour
-//                                        (black, grey, red, ... or #rrggbb) and icon
+//                                        (black, grey or 0xrrggbb) and icon
 //                                        (socket, phone or none)
 //   slot N state|hs|ls|com               its binding; the locations of bench socket K
 //                                        read "socket K" (HS) and "socket K LS"
