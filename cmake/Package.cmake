@@ -58,9 +58,10 @@ scenarios, socket map and bench check, job history, a simulated engine
 program), the udev rule that gives the group quorvel access to phones in
 download mode, and the serial drivers loaded at boot.")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# The native SPRD engine reaches phones through libusb (also found by shlibdeps; named so a
-# build without dpkg-shlibdeps still declares it).
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libusb-1.0-0")
+# The native SPRD engine reaches phones through libusb, the station its broker through
+# libmosquitto (also found by shlibdeps; named so a build without dpkg-shlibdeps still
+# declares them).
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libusb-1.0-0, libmosquitto1")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS udev)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${pkg}/debian/postinst ${pkg}/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
