@@ -281,6 +281,10 @@ void SlotDisplay::BeginJob(int row) {
     state_.stage = SlotStage::FLASHING;
     state_.outcome = {};
     state_.step.clear();
+    // The last job's bar is not this one's: reports and tiles start it at nothing done.
+    state_.percent = 0;
+    state_.done = 0;
+    state_.total = 0;
     state_.daSwitched = false;
     ShowStageLocked(row);
     NotifyLocked();
