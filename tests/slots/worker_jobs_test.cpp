@@ -169,7 +169,8 @@ TEST(DownloadWorkerJobs, TheBarNeverCountsPastItsTotal) {
     h.registry.SetProfile("big", {.sizeBytes = 25u << 20});
     h.registry.SetProfile("small", {.pass = false, .failingStep = 2, .sizeBytes = 21u << 20});
     h.StartStation();
-    for (auto [phone, total] : {std::pair{"big", 1u}, std::pair{"small", 2u}}) {
+    for (const auto& [phone, count] : {std::pair{"big", 1u}, std::pair{"small", 2u}}) {
+        const unsigned total = count;  // a lambda cannot capture a structured binding before C++20 in every compiler
         h.HandOver(0, h.Device(app::EventKind::CFG, "Phone (COM1)", phone));
         ASSERT_TRUE(
             h.RunUntil([&] { return h.Total() == total && h.st.slotList.Row(0).phase != app::SlotPhase::FLASHING; }));
