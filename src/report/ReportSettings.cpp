@@ -25,45 +25,55 @@ ReportSettingsRead Refuse(const std::string& why) {
 
 }  // namespace
 
-ReportSettingsRead CheckReportSection(const ReportSection& section, const std::string& hostName) {
-    if (section.broker.empty()) return {};
-    ReportSettings s;
-    s.broker = section.broker;
-    std::string_view rest = section.broker;
+std::string ParseBrokerAddress(std::string_view url, BrokerAddress& out) {
+    std::string_view rest = url;
+    out = {};
     if (rest.rfind("mqtt://", 0) == 0) {
         rest.remove_prefix(7);
     } else if (rest.rfind("mqtts://", 0) == 0) {
         rest.remove_prefix(8);
-        s.tls = true;
-        s.port = 8883;
+        out.tls = true;
+        out.port = 8883;
     } else {
-        return Refuse("Broker " + section.broker + " is neither mqtt://host[:port] nor mqtts://host[:port]");
+        return "is neither mqtt://host[:port] nor mqtts://host[:port]";
     }
     if (!rest.empty() && rest.back() == '/') rest.remove_suffix(1);
     // A bracketed IPv6 address keeps its colons.
     std::size_t colon = std::string_view::npos;
     if (!rest.empty() && rest.front() == '[') {
         const std::size_t close = rest.find(']');
-        if (close == std::string_view::npos) return Refuse("Broker " + section.broker + " has no closing ]");
-        s.host = std::string(rest.substr(1, close - 1));
+        if (close == std::string_view::npos) return "has no closing ]";
+        out.host = std::string(rest.substr(1, close - 1));
         if (close + 1 < rest.size()) {
-            if (rest[close + 1] != ':') return Refuse("Broker " + section.broker + " has text after the address");
+            if (rest[close + 1] != ':') return "has text after the address";
             colon = close + 1;
         }
     } else {
         colon = rest.find(':');
-        s.host = std::string(rest.substr(0, colon));
+        out.host = std::string(rest.substr(0, colon));
     }
     if (colon != std::string_view::npos) {
         const std::string_view digits = rest.substr(colon + 1);
         int port = 0;
         const auto [end, ec] = std::from_chars(digits.data(), digits.data() + digits.size(), port);
         if (digits.empty() || ec != std::errc{} || end != digits.data() + digits.size() || port < 1 || port > 65535)
-            return Refuse("Broker " + section.broker + " has a port outside 1..65535");
-        s.port = port;
+            return "has a port outside 1..65535";
+        out.port = port;
     }
-    if (s.host.empty() || s.host.find_first_of("/@ ") != std::string::npos)
-        return Refuse("Broker " + section.broker + " names no host");
+    if (out.host.empty() || out.host.find_first_of("/@ ") != std::string::npos) return "names no host";
+    return {};
+}
+
+ReportSettingsRead CheckReportSection(const ReportSection& section, const std::string& hostName) {
+    if (section.broker.empty()) return {};
+    ReportSettings s;
+    s.broker = section.broker;
+    BrokerAddress address;
+    if (const std::string why = ParseBrokerAddress(section.broker, address); !why.empty())
+        return Refuse("Broker " + section.broker + " " + why);
+    s.tls = address.tls;
+    s.host = address.host;
+    s.port = address.port;
 
     s.station = section.station.empty() ? hostName : section.station;
     if (!ValidStationName(s.station))

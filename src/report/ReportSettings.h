@@ -4,8 +4,19 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace quorvel::report {
+
+// Where a broker is: mqtt://host[:port] (1883) or mqtts://host[:port] (8883).
+struct BrokerAddress {
+    std::string host;
+    int port = 1883;
+    bool tls = false;
+};
+// Reads `url` into `out`; empty when it is well formed, else why not ("has a port outside
+// 1..65535"), to follow the address in a message.
+std::string ParseBrokerAddress(std::string_view url, BrokerAddress& out);
 
 struct ReportSettings {
     std::string broker;  // as written, for messages (never holds the password)

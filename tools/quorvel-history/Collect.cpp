@@ -20,6 +20,7 @@
 #include "history/FleetHistory.h"
 #include "platform/ErrnoText.h"
 #include "platform/UniqueFd.h"
+#include "report/ReportSettings.h"
 
 namespace {
 
@@ -31,36 +32,10 @@ constexpr int kExitUsage = 2;
 constexpr const char* kTopic = "quorvel/+/jobs";
 constexpr int kKeepAliveSeconds = 30;
 
-struct Broker {
-    std::string host;
-    int port = 0;
-    bool tls = false;
-};
-
-bool ParseBroker(const std::string& url, Broker& out) {
-    std::string rest = url;
-    out.tls = false;
-    if (rest.rfind("mqtts://", 0) == 0) {
-        out.tls = true;
-        rest = rest.substr(8);
-    } else if (rest.rfind("mqtt://", 0) == 0) {
-        rest = rest.substr(7);
-    } else if (rest.find("://") != std::string::npos) {
-        return false;
-    }
-    if (!rest.empty() && rest.back() == '/') rest.pop_back();
-    out.port = out.tls ? 8883 : 1883;
-    const auto colon = rest.rfind(':');
-    if (colon != std::string::npos) {
-        const std::string digits = rest.substr(colon + 1);
-        if (digits.empty() || digits.size() > 5 || digits.find_first_not_of("0123456789") != std::string::npos)
-            return false;
-        out.port = std::stoi(digits);
-        rest.resize(colon);
-    }
-    out.host = rest;
-    return !out.host.empty() && out.host.find_first_of("/@ ") == std::string::npos && out.port >= 1 &&
-           out.port <= 65535;
+// The station's own rule for a broker address; a bare host[:port] means mqtt://.
+bool ParseBroker(const std::string& url, quorvel::report::BrokerAddress& out) {
+    const std::string full = url.find("://") == std::string::npos ? "mqtt://" + url : url;
+    return quorvel::report::ParseBrokerAddress(full, out).empty();
 }
 
 // A client id that stays the same for this host and folder, so the broker keeps our
@@ -164,7 +139,7 @@ struct Session {
 }  // namespace
 
 int RunCollect(const CollectOptions& o) {
-    Broker broker;
+    quorvel::report::BrokerAddress broker;
     if (!ParseBroker(o.broker, broker)) {
         std::fprintf(stderr,
                      "quorvel-history: --collect needs a broker such as mqtt://host:1883 or mqtts://host:8883, not "
