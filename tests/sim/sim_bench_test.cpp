@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <sstream>
 #include <thread>
 
 #include "devices/ComProbe.h"
@@ -10,6 +11,7 @@
 #include "sim/Scenario.h"
 #include "sim/SimBench.h"
 #include "sim/SimEngineProgram.h"
+#include "support/Golden.h"
 #include "support/StationFixture.h"
 
 namespace quorvel::sim {
@@ -119,44 +121,54 @@ TEST_F(SimBenchTest, ComPortsArePseudoTerminalsThatVanishWithThePhone) {
     EXPECT_EQ(bench.SerialNodeOf(com), "");
 }
 
-TEST(ScenarioTest, ParsesStepsAndOptions) {
-    const auto s = ParseScenario(
-        "# bench\n0 press\n200 plug 0 brom\n200 plug 1 sprd fail step=2 duration=3000 size=64 misbehave=crash\n\n9000 "
-        "unplug 0\n"
-        "9000 serial-delay 300\n9500 plug 2 sprd stay fault=signature@system\n15000 end # done\n");
-    ASSERT_TRUE(s);
-    ASSERT_EQ(s->steps.size(), 7u);
-    EXPECT_TRUE(s->steps[5].profile.sprdStays);
-    EXPECT_EQ(s->steps[5].profile.sprdFault, "signature@system");
-    EXPECT_EQ(s->steps[4].action, ScenarioStep::SERIAL_DELAY);
-    EXPECT_EQ(s->steps[4].delay, 300);
-    EXPECT_EQ(s->steps[2].action, ScenarioStep::PLUG);
-    EXPECT_EQ(s->steps[2].kind, PhoneKind::SPRD);
-    EXPECT_FALSE(s->steps[2].profile.pass);
-    EXPECT_EQ(s->steps[2].profile.failingStep, 2);
-    EXPECT_EQ(s->steps[2].profile.durationMs, 3000);
-    EXPECT_EQ(s->steps[2].profile.sizeBytes, 64u << 20);
-    EXPECT_EQ(s->steps[2].profile.misbehave, "crash");
-    EXPECT_EQ(s->steps[3].socket, 0);
-    EXPECT_EQ(s->end, 15000);
+// A scenario text (one line of the golden file, "\\n" between its lines) as what was
+// parsed of it: each step with what differs from a blank one, or the error.
+std::string Parsed(std::string text) {
+    for (auto at = text.find("\\n"); at != std::string::npos; at = text.find("\\n", at)) text.replace(at, 2, "\n");
+    std::string error;
+    const auto s = ParseScenario(text, &error);
+    if (!s) return "error: " + error;
+    static const char* const kActions[] = {"press", "plug",   "unplug", "serial-delay", "end",   "start", "stop",
+                                           "await", "expect", "set",    "restart",      "write", "menu",  "auto"};
+    static const char* const kKinds[] = {"brom", "preloader", "sprd", "cfg"};
+    std::ostringstream o;
+    o << "engines";
+    for (const auto& e : s->engines) o << ' ' << e;
+    o << ", speed " << s->speed << ", end " << s->end;
+    const engine::PhoneProfile blank;
+    for (const ScenarioStep& st : s->steps) {
+        o << "\n" << st.at << ' ' << kActions[st.action];
+        if (st.socket >= 0) o << " socket=" << st.socket;
+        if (st.action == ScenarioStep::PLUG || st.action == ScenarioStep::AUTO)
+            o << " kind=" << kKinds[static_cast<int>(st.kind)];
+        if (st.delay) o << " delay=" << st.delay;
+        const engine::PhoneProfile& p = st.profile;
+        if (p.pass != blank.pass) o << " pass=" << p.pass;
+        if (p.failingStep != blank.failingStep) o << " step=" << p.failingStep;
+        if (p.durationMs != blank.durationMs) o << " duration=" << p.durationMs;
+        if (p.sizeBytes != blank.sizeBytes) o << " bytes=" << p.sizeBytes;
+        if (p.speedMBps != blank.speedMBps) o << " speed=" << p.speedMBps;
+        if (p.switchPort != blank.switchPort) o << " switch=" << p.switchPort;
+        if (p.sprdPhase1Ms != blank.sprdPhase1Ms) o << " phase1=" << p.sprdPhase1Ms;
+        if (p.sprdStays) o << " stays";
+        if (!p.sprdFault.empty()) o << " fault=" << p.sprdFault;
+        if (!p.misbehave.empty()) o << " misbehave=" << p.misbehave;
+        if (!st.section.empty()) o << " section=" << st.section;
+        if (!st.key.empty()) o << " key=" << st.key;
+        if (!st.value.empty()) o << " value=\"" << test::Printable(st.value) << '"';
+        if (st.action == ScenarioStep::AWAIT || st.action == ScenarioStep::EXPECT) {
+            const ScenarioCheck& c = st.check;
+            o << " [";
+            for (const auto& w : c.subject) o << (&w == &c.subject[0] ? "" : " ") << w;
+            o << "]" << (c.contains ? " ~" : c.lacks ? " !~" : "") << " \"" << c.expected << '"';
+            if (st.action == ScenarioStep::AWAIT) o << " within " << c.timeout;
+        }
+    }
+    return o.str();
+}
 
-    const auto checks = ParseScenario(
-        "#@ engines: sim program\n#@ speed: 4\n0 set [BENCH] Hubs 2\n0 set package pac\n"
-        "1 await 500 slot 3 result ~ PASS(1/1)\n2 expect messages \"\"\n2 await idle\n3 restart\n");
-    ASSERT_TRUE(checks);
-    EXPECT_EQ(checks->engines, (std::vector<std::string>{"sim", "program"}));
-    EXPECT_EQ(checks->speed, 4);
-    ASSERT_EQ(checks->steps.size(), 6u);
-    EXPECT_EQ(checks->steps[0].section + " " + checks->steps[0].key + " " + checks->steps[0].value, "BENCH Hubs 2");
-    EXPECT_EQ(checks->steps[1].section + "|" + checks->steps[1].key + "|" + checks->steps[1].value, "|package|pac");
-    const ScenarioCheck& await = checks->steps[2].check;
-    EXPECT_EQ(await.subject, (std::vector<std::string>{"slot", "3", "result"}));
-    EXPECT_TRUE(await.contains);
-    EXPECT_EQ(await.expected, "PASS(1/1)");
-    EXPECT_EQ(await.timeout, 500);
-    EXPECT_EQ(checks->steps[3].check.expected, "");
-    EXPECT_EQ(checks->steps[4].check.expected, "yes");  // a yes/no subject alone
-    EXPECT_EQ(checks->steps[5].action, ScenarioStep::RESTART);
+TEST(ScenarioTest, ParsesStepsOrRefusesWithTheLine) {
+    EXPECT_TRUE(test::MatchesCaseGolden("scenario-parse/lines.txt", Parsed));
 }
 
 // Each look at the station sees the total one higher; a restart is refused.
@@ -214,44 +226,6 @@ TEST(NativeSprdBench, WhichEngineLinesReachTheBenchAndWhatEachPhoneIs) {
     p.sprdStays = true;
     p.sprdFault = "overrun";
     EXPECT_EQ(SprdPhoneArgs(p), (std::vector<std::string>{"--reenumerate", "none", "--fault", "overrun"}));
-}
-
-TEST(ScenarioTest, RefusesWithTheLine) {
-    std::string error;
-    EXPECT_FALSE(ParseScenario("10 press\n5 press\n", &error));
-    EXPECT_EQ(error, "line 2: time goes back");
-    EXPECT_FALSE(ParseScenario("0 plug 1 toaster\n", &error));
-    EXPECT_EQ(error, "line 1: unknown phone \"toaster\"");
-    EXPECT_FALSE(ParseScenario("0 plug 1 brom colour=red\n", &error));
-    EXPECT_FALSE(ParseScenario("0 plug 1 brom misbehave=dance\n", &error));
-    EXPECT_FALSE(ParseScenario("0 plug 1 sprd fault=\n", &error));
-    EXPECT_FALSE(ParseScenario("0 plug 256 brom\n", &error));
-    EXPECT_FALSE(ParseScenario("-1 press\n", &error));
-    EXPECT_FALSE(ParseScenario("0 end\n1 press\n", &error));
-    EXPECT_EQ(error, "line 2: a step after \"end\"");
-    const std::pair<const char*, const char*> refused[] = {
-        {"0 await\n", "line 1: nothing to look at"},
-        {"0 expect 100 total 2\n", "line 1: unknown subject \"100\""},  // a timeout is for await
-        {"0 expect weather sunny\n", "line 1: unknown subject \"weather\""},
-        {"0 expect slot 3 colour red\n", "line 1: unknown field \"colour\""},
-        {"0 expect slot x result PASS\n", "line 1: \"slot\" wants a number and a field"},
-        {"0 expect socket 1 result PASS\n", "line 1: unknown field \"result\""},
-        {"0 set BENCH Hubs 2\n", "line 1: not a step: \"set\""},
-        {"0 restart now\n", "line 1: not a step: \"restart\""},
-        {"0 write ../x.txt y\n", "line 1: not a step: \"write\""},    // only inside the station folder
-        {"0 menu remove-binding\n", "line 1: not a step: \"menu\""},  // which row
-        {"0 menu paint\n", "line 1: not a step: \"menu\""},
-        {"0 expect file /etc/passwd\n", "line 1: \"file\" wants a path inside the station folder"},
-        {"0 expect setting COMMON\n", "line 1: \"setting\" wants a section and a key"},
-        {"0 auto toaster\n", "line 1: unknown phone \"toaster\""},
-        {"#@ engines: toaster\n", "line 1: unknown engines \"toaster\""},
-        {"#@ speed: 0\n", "line 1: a speed from 1 to 1000"},
-        {"#@ colour: red\n", "line 1: a header line is \"#@ engines: ...\" or \"#@ speed: N\""},
-    };
-    for (const auto& [text, why] : refused) {
-        EXPECT_FALSE(ParseScenario(text, &error)) << text;
-        EXPECT_EQ(error, why) << text;
-    }
 }
 
 }  // namespace

@@ -77,6 +77,20 @@ std::string Printable(const std::string& bytes) {
     return failure;
 }
 
+::testing::AssertionResult MatchesCaseGolden(const std::string& name,
+                                             const std::function<std::string(const std::string&)>& run) {
+    std::ifstream in(std::filesystem::path(QUORVEL_SOURCE_DIR) / "tests/golden" / name, std::ios::binary);
+    if (!in) return ::testing::AssertionFailure() << "no golden file " << name << " to take the cases from";
+    std::string actual;
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind("=> ", 0) == 0) continue;
+        actual += line + "\n";
+        if (line.empty() || line.rfind("##", 0) == 0) continue;
+        for (const auto& answer : Lines(run(line))) actual += "=> " + answer + "\n";
+    }
+    return MatchesGolden(name, actual);
+}
+
 std::string RunTranscript(const std::string& tool, const std::string& args, const Scrubs& scrubs,
                           const std::string& prefix) {
     const std::string line = args.substr(0, args.find_last_not_of(' ') + 1);

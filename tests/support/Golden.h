@@ -4,6 +4,7 @@
 // a look at the diff, not a hunt through EXPECT lines.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +24,13 @@ std::string Printable(const std::string& bytes);
 
 // `actual` against tests/golden/<name>; with QUORVEL_UPDATE_GOLDEN=1 it writes the file.
 ::testing::AssertionResult MatchesGolden(const std::string& name, const std::string& actual);
+
+// A golden file that holds its own cases: each line is an input, except comments ("##"),
+// blank lines and the "=> " lines under an input, which are what `run` made of it (one
+// "=> " line per line of its answer). New cases need only their input line and one run
+// with QUORVEL_UPDATE_GOLDEN=1.
+::testing::AssertionResult MatchesCaseGolden(const std::string& name,
+                                             const std::function<std::string(const std::string&)>& run);
 
 // One run of a tool as a golden text: the command line, the exit status and everything
 // printed. `prefix` goes before the tool on the shell line (an environment, a cd) and is
