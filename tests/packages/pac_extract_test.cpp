@@ -22,6 +22,7 @@
 #include "station/Texts.h"
 #include "support/Golden.h"
 #include "support/PacWriter.h"
+#include "support/TableFile.h"
 #include "support/TempDir.h"
 #include "support/Unprivileged.h"
 
@@ -218,59 +219,21 @@ TEST_F(PacExtract, LargeFileSendsOneNoticePerChunkFromThePositionBeforeIt) {
     EXPECT_EQ(fs::file_size(r.folder + "/big.bin"), big);
 }
 
+// The cases: tests/tables/pac-extract-failures.txt.
 TEST_F(PacExtract, EachFailureShowsItsMessageAndEndsWithTheFailureNotice) {
-    using H = PacHeader;
-    using T = std::vector<PacFileEntry>;
-    const std::string longName(230, 'n');
-    const struct {
-        const char* label;
-        std::function<void(PacSpec&)> make;
-        std::function<void(H&, T&)> lie;  // a header or table field made to lie
-    } rows[] = {
-        {"too_small", [](PacSpec& s) { s.tweakBytes = [](std::string& b) { b.resize(2123); }; }, {}},
-        {"header_crc", [](PacSpec& s) { s.badHeaderCrc = true; }, {}},
-        {"version", [](PacSpec& s) { s.version = "bp_r1.0.0"; }, {}},
-        {"version_prefix", [](PacSpec& s) { s.version = "BP_R1.0.0x"; }, {}},
-        {"package_size", {}, [](H& h, T&) { h.PackageSize += 1; }},
-        {"no_files", [](PacSpec& s) { s.entries.clear(); }, {}},
-        {"negative_count", {}, [](H& h, T&) { h.FileCount = -1; }},
-        {"table_cut", {}, [](H& h, T&) { h.FileCount = 1000; }},
-        {"size_equals_package", {}, [](H& h, T& t) { t[1].FileSize = h.PackageSize; }},
-        {"size_all_ones", {}, [](H&, T& t) { t[0].FileSize = 0xFFFFFFFF; }},
-        // A FileSize that lies: the data runs out before the entry does.
-        {"lying_size_no_crc", [](PacSpec& s) { s.withCrc = false; }, [](H&, T& t) { t[1].FileSize = 100; }},
-        {"data_crc", [](PacSpec& s) { s.badDataCrc = true; }, {}},
-        {"data_flipped", [](PacSpec& s) { s.tweakBytes = [](std::string& b) { b[b.size() - 3] ^= 1; }; }, {}},
-        // Names that would leave the folder are refused before the first file is written.
-        {"name_parent", [](PacSpec& s) { s.entries[1].name = "../../evil"; }, {}},
-        {"name_dots", [](PacSpec& s) { s.entries[1].name = ".."; }, {}},
-        {"name_dot", [](PacSpec& s) { s.entries[0].name = "."; }, {}},
-        {"name_absolute", [](PacSpec& s) { s.entries[0].name = "/etc/passwd"; }, {}},
-        {"name_backslash", [](PacSpec& s) { s.entries[0].name = "C:\\x"; }, {}},
-        {"name_empty", [](PacSpec& s) { s.entries[1].name = ""; }, {}},
-        // The full path must fit the entry's field too.
-        {"name_path_too_long", [&](PacSpec& s) { s.entries[0].name = longName; }, {}},
-        {"name_unterminated",
-         {},
-         [](H&, T& t) { std::fill(std::begin(t[1].FileName), std::end(t[1].FileName), u'a'); }},
-        {"product_unterminated",
-         {},
-         [](H& h, T&) { std::fill(std::begin(h.ProductName), std::end(h.ProductName), u'p'); }},
-        {"product_no_room_for_prefix", [](PacSpec& s) { s.productName = std::string(253, 'p'); }, {}},
-    };
     std::string messages;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.label);
+    for (const auto& row : test::ReadTable("pac-extract-failures.txt")) {
+        SCOPED_TRACE(row.where);
         PacSpec layout = With({{"A", "a.bin", "hello"}, {"B", "b.bin", "world"}});
-        if (row.make) row.make(layout);
-        layout.tweak = row.lie;
+        std::string error;
+        ASSERT_TRUE(test::ChangePac(layout, row.words, 1, error)) << error;
         const Result r = Unpack(layout);
         EXPECT_EQ(r.ok, 0);
         ASSERT_EQ(r.messages.size(), 1u);
-        messages += std::string(row.label) + ": " + test::Printable(r.messages[0]) + "\n";
+        messages += row.words[0] + ": " + test::Printable(r.messages[0]) + "\n";
         ASSERT_FALSE(r.notices.empty());
         EXPECT_EQ(r.notices.back(), kEndFailed);
-        if (std::string(row.label).rfind("name", 0) == 0) {
+        if (row.words[0].rfind("name", 0) == 0) {
             EXPECT_TRUE(FilesIn(r.folder).empty());
         }
     }

@@ -11,6 +11,7 @@
 #include "support/Golden.h"
 #include "support/PacWriter.h"
 #include "support/StationFixture.h"
+#include "support/TableFile.h"
 
 namespace fs = std::filesystem;
 using namespace quorvel;
@@ -32,65 +33,17 @@ SprdSelection Select(const PacSpec& layout) {
     return selection;
 }
 
+// The cases: tests/tables/sprd-selection.txt.
 TEST(SprdSelection, VerdictsAndMessages) {
-    auto leaveOut = [](PacSpec& s, std::uint32_t flag, std::uint32_t mode) {
-        s.entries.push_back({"Cache", "c.img", "c", 0, 0});
-        s.entries.push_back({"Misc", "m.img", "m", 0, 0});
-        s.repartitionFlag = flag;
-        s.repartitionMode = mode;
-    };
-    const struct {
-        const char* label;
-        std::function<void(PacSpec&)> tweak;
-    } rows[] = {
-        {"all_chosen", [](PacSpec&) {}},
-        {"nv_lower_case", [](PacSpec& s) { s.entries[1].id = "nv_cal"; }},
-        {"nv_not_first", [](PacSpec& s) { s.entries[1].id = "ANV"; }},
-        {"no_nv_backup", [](PacSpec& s) { s.nvBackupFlag = 0; }},
-        {"omittable_left_out",
-         [](PacSpec& s) {
-             s.entries.push_back({"UserData", "u.img", "u", 0, 1});
-         }},
-        // A FLASH file left out fails without a message; NV first makes it no FLASH file.
-        {"flash_left_out",
-         [](PacSpec& s) {
-             s.entries.push_back({"FLASH_A", "f.bin", "x", 0, 1});
-         }},
-        {"flash_chosen",
-         [](PacSpec& s) {
-             s.entries.push_back({"FLASH_A", "f.bin", "x", 1, 1});
-         }},
-        {"nvflash_left_out",
-         [](PacSpec& s) {
-             s.entries.push_back({"NVFLASH", "f.bin", "x", 0, 1});
-         }},
-        {"repartition_mode_0", [&](PacSpec& s) { leaveOut(s, 1, 0); }},
-        {"repartition_mode_3", [&](PacSpec& s) { leaveOut(s, 1, 3); }},
-        {"keep_partitions_mode_1", [&](PacSpec& s) { leaveOut(s, 1, 1); }},
-        {"keep_partitions_mode_2", [&](PacSpec& s) { leaveOut(s, 1, 2); }},
-        {"no_repartition_flag", [&](PacSpec& s) { leaveOut(s, 0, 0); }},
-        // Chosen by flag but needing a file it does not carry: never chosen, blocks, not listed.
-        {"needs_a_file",
-         [](PacSpec& s) {
-             s.entries.push_back({"Boot", "", "", 1, 0, 1});
-             s.repartitionFlag = 1;
-             s.repartitionMode = 2;
-         }},
-        // A chosen omittable entry no longer counts as left out.
-        {"omittable_chosen",
-         [](PacSpec& s) {
-             s.entries.push_back({"UserData", "u.img", "u", 0, 1});
-             s.entries.push_back({"Boot", "b.img", "b", 1, 1, 1});
-         }},
-    };
     const char* verdicts[] = {"ok",         "warn-missing",      "fail-flash",
                               "fail-no-nv", "fail-no-nv-backup", "fail-repartition"};
     std::string text;
-    for (const auto& row : rows) {
+    for (const auto& row : test::ReadTable("sprd-selection.txt")) {
         PacSpec layout = test::SmallSprdPac();
-        row.tweak(layout);
+        std::string error;
+        ASSERT_TRUE(test::ChangePac(layout, row.words, 1, error)) << row.where << ": " << error;
         const auto s = Select(layout);
-        text += std::string(row.label) + ": " + verdicts[s.verdict] +
+        text += row.words[0] + ": " + verdicts[s.verdict] +
                 (s.message.empty() ? "" : " " + test::Printable(s.message)) + "\n";
     }
     EXPECT_TRUE(test::MatchesGolden("sprd-config/selection.txt", text));

@@ -1,6 +1,9 @@
 #pragma once
 // PAC packages for tests and the fuzz corpus (packages/PacWriter.h), and typical layouts.
 
+#include <string>
+#include <vector>
+
 #include "packages/PacWriter.h"
 
 namespace quorvel::test {
@@ -31,5 +34,18 @@ inline PacSpec SmallSprdPac() {
     layout.entries = {{"FDL", "fdl.bin", "f"}, {"NV", "nv.bin", "n"}, {"System", "sys.img", "s"}};
     return layout;
 }
+
+// Changes `layout` by words[from...], in order, as the tables under tests/tables/ write
+// a package:
+//   typical | small                 start again from that layout
+//   version V | product P | product-of N C (N times C) | nv-backup N | repartition FLAG MODE
+//   no-crc | bad-header-crc | bad-data-crc | no-entries
+//   entry ID NAME DATA [check=N] [omit=N] [flags=N]
+//   id I ID | name I NAME | name-of I N C | check I N   (entry I, counted from 0)
+//   cut N | flip N                  keep N bytes | flip a bit N bytes before the end
+// and fields that lie: file-count N, package-size+ N, file-size I N|package,
+// fill-name I C, fill-product C, name-unit I POS UNIT. False, with the word, when a word
+// is not one of these.
+bool ChangePac(PacSpec& layout, const std::vector<std::string>& words, std::size_t from, std::string& error);
 
 }  // namespace quorvel::test
