@@ -25,7 +25,7 @@ public:
 
 private:
     std::uint8_t* data_ = nullptr;
-    std::size_t mapped_ = 0;
+    [[maybe_unused]] std::size_t mapped_ = 0;  // the mapping; the sanitizer builds use the heap
 };
 
 }  // namespace quorvel::packages
