@@ -8,13 +8,6 @@
 using namespace quorvel::sprd;
 using Bytes = std::vector<std::uint8_t>;
 
-TEST(SprdNv, CrcAndSum) {
-    const std::string nine = "123456789";
-    const Bytes b(nine.begin(), nine.end());
-    EXPECT_EQ(NvCrc16(b), 0xFEE8);  // polynomial 0x8005, initial 0, not reflected
-    EXPECT_EQ(ByteSum(Bytes{0xFF, 0xFF, 2}), 0x200u);
-}
-
 TEST(SprdNv, MergeKeepsThePhonesItems) {
     const Bytes cal(37, 0xC1), imei{1, 2, 3, 4, 5, 6, 7, 8};
     const Bytes package = MakeNvImage({{2, Bytes(16, 0)}, {9, {9, 9}}}, 512);

@@ -1,0 +1,635 @@
+// The simulated phone and the frame codec driven by dialogue files (tests/sprd/dialogues/):
+// what the host sends and what the phone answers or does, one behaviour a file. A line:
+//
+//   phone [fault=NAME[@N]]... [reenumerate=fdl1|fdl2] [log=CHANCE] [incompatible]
+//         [partitions=NAME:MIB|rest,...]
+//                                 a fresh phone (a file may hold several dialogues)
+//   fdl2                          boot ROM and both loaders, as the engine loads them
+//   baud N -> REPLY               N flags in one write: a check-baud try
+//   send CMD [PAYLOAD] -> REPLY   one frame; CMD by name (CONNECT, START_DATA, ...)
+//   damaged CMD -> REPLY          that frame with a bit of its check value flipped
+//   raw HEX                       bytes as they are; what comes back is not looked at
+//   hangup                        the host closes its end
+//   pieces N                      later writes reach the phone N bytes at a time
+//   load TARGET SIZE [seed=S] [chunk=C] [sum|sum=N] -> REPLY
+//                                 START (TARGET @ADDR: the address form; sum: the byte sum,
+//                                 or N, appended), MIDST chunks of a pattern, END; REPLY is
+//                                 the first reply that is not a plain ACK
+//   nv [factory] [ID:LEN:FILL]... -> REPLY
+//                                 an NV image of the phone's own items and these to the NV
+//                                 partition, its byte sum appended
+//   backup NAME SIZE CHUNK        READ_START/MIDST/END: the factory NV image, then 0xFF,
+//                                 its CRC valid
+//   flash [phases=1,2] [table=phone] [system=BYTES] [swap=REPLY:REPLY] [garbage-after=REPLY]
+//         -> ok | "error"         the engine's session with the test package: both phases in
+//                                 one run or one each, the phone's own partition table, a
+//                                 system image of that size, a reply swapped for another type,
+//                                 garbage before every reply after one type
+//   expect stage boot-rom|fdl1|fdl2 | escaping on|off | logs some|none | calibration kept|lost
+//          | nv-item ID           (the package's NV item arrived)
+//   report NAME FIELD=VALUE...    the phone's report; sha256=last: of the bytes last loaded
+//                                 there (by flash: the package's)
+//   encode crc|sum escape|raw TYPE [PAYLOAD HEX] -> WIRE HEX
+//                                 and the wire decoded back, whole and byte by byte
+//   decode crc|sum|detect WIRE HEX -> KIND[:crc|:sum]...
+//                                 KIND: frame, bad-check, bad-escape, bad-end, garbage
+//
+// PAYLOAD: `part NAME N` (the 76-byte form), `addr A N` (two u32 BE), `le32 N`, `hex HEX`,
+// `zeros N`, in any sequence. REPLY: `silent`, or a reply's name with `"text"` (VER) and
+// `len=N`; then the phone's other actions in order: reset, unplug, reenumerate, delay=MS.
+// A dialogue stops at its first failing line; the next `phone` starts the next one.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+
+#include "engines/sprd/PhoneCodes.h"
+#include "engines/sprd/PhoneModel.h"
+#include "engines/sprd/Session.h"
+#include "sprd/PackageFixture.h"
+
+using namespace quorvel::sprd;
+using Bytes = std::vector<std::uint8_t>;
+using Words = std::vector<std::string>;
+
+namespace {
+
+const std::map<std::string, std::uint16_t> kReplies = {{"ACK", rep::ACK},
+                                                       {"VER", rep::VER},
+                                                       {"INVALID_CMD", rep::INVALID_CMD},
+                                                       {"UNKNOWN_CMD", rep::UNKNOWN_CMD},
+                                                       {"OPERATION_FAILED", rep::OPERATION_FAILED},
+                                                       {"DOWN_NOT_START", rep::DOWN_NOT_START},
+                                                       {"DOWN_EARLY_END", rep::DOWN_EARLY_END},
+                                                       {"DOWN_DEST_ERROR", rep::DOWN_DEST_ERROR},
+                                                       {"DOWN_SIZE_ERROR", rep::DOWN_SIZE_ERROR},
+                                                       {"VERIFY_ERROR", rep::VERIFY_ERROR},
+                                                       {"READ_DATA", rep::READ_DATA},
+                                                       {"INCOMPATIBLE_PARTITION", rep::INCOMPATIBLE_PARTITION},
+                                                       {"CHECKSUM_ERROR", rep::CHECKSUM_ERROR},
+                                                       {"SIGNATURE_REFUSED", rep::SIGNATURE_REFUSED},
+                                                       {"PARTITION_TABLE", rep::PARTITION_TABLE},
+                                                       {"UNSUPPORTED", rep::UNSUPPORTED}};
+const char* const kKinds[] = {"frame", "bad-check", "bad-escape", "bad-end", "garbage"};
+
+struct Bad : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+std::uint64_t Num(const std::string& s) {
+    std::size_t used = 0;
+    const auto v = std::stoull(s, &used, 0);
+    if (used != s.size()) throw Bad("not a number: " + s);
+    return v;
+}
+
+Bytes Hex(const std::string& s) {
+    if (s.size() % 2) throw Bad("odd hex: " + s);
+    Bytes out;
+    for (std::size_t i = 0; i < s.size(); i += 2) out.push_back(static_cast<std::uint8_t>(Num("0x" + s.substr(i, 2))));
+    return out;
+}
+Bytes HexFrom(const Words& w, std::size_t at, std::size_t end) {
+    std::string s;
+    for (; at < end; ++at) s += w[at] == "-" ? "" : w[at];
+    return Hex(s);
+}
+std::string HexText(const Bytes& b) {
+    std::string s;
+    for (auto v : b) s += "0123456789abcdef"[v >> 4], s += "0123456789abcdef"[v & 15];
+    return s;
+}
+
+void Put32(Bytes& out, std::uint64_t v, bool big) {
+    for (int i = 0; i < 4; ++i) out.push_back(static_cast<std::uint8_t>(v >> (8 * (big ? 3 - i : i))));
+}
+void PutName(Bytes& out, const std::string& name, std::uint64_t value) {
+    for (std::size_t i = 0; i < phone::kNameUnits; ++i) {
+        out.push_back(i < name.size() ? static_cast<std::uint8_t>(name[i]) : 0);
+        out.push_back(0);
+    }
+    Put32(out, value, false);
+}
+// Holds 0x7E and 0x7D and every other byte value.
+Bytes Pattern(std::size_t n, std::uint64_t seed) {
+    Bytes out(n);
+    for (std::size_t i = 0; i < n; ++i) out[i] = static_cast<std::uint8_t>(seed + i * 7 + (i >> 8));
+    return out;
+}
+
+Bytes Payload(const Words& w, std::size_t at, std::size_t end) {
+    Bytes out;
+    while (at < end) {
+        const std::string& k = w[at];
+        if (k == "part") {
+            PutName(out, w.at(at + 1), Num(w.at(at + 2)));
+            at += 3;
+        } else if (k == "addr") {
+            Put32(out, Num(w.at(at + 1)), true);
+            Put32(out, Num(w.at(at + 2)), true);
+            at += 3;
+        } else if (k == "le32" || k == "hex" || k == "zeros") {
+            const std::string& v = w.at(at + 1);
+            if (k == "le32") Put32(out, Num(v), false);
+            const Bytes add = k == "hex" ? Hex(v) : k == "zeros" ? Bytes(Num(v)) : Bytes{};
+            out.insert(out.end(), add.begin(), add.end());
+            at += 2;
+        } else {
+            throw Bad("unknown payload word " + k);
+        }
+    }
+    return out;
+}
+
+Check CheckOf(const std::string& s) {
+    if (s == "crc") return Check::BOOT_ROM_CRC;
+    if (s == "sum") return Check::LOADER_SUM;
+    if (s == "detect") return Check::DETECT;
+    throw Bad("unknown check " + s);
+}
+
+std::string Field(const std::string& report, const std::string& name, const std::string& field) {
+    const std::size_t at = report.find("{\"name\":\"" + name + "\"");
+    const std::size_t f = at == std::string::npos ? at : report.find("\"" + field + "\":", at);
+    if (f == std::string::npos) return "(none)";
+    const std::size_t from = f + field.size() + 3;
+    std::string v = report.substr(from, report.find_first_of(",}", from) - from);
+    if (!v.empty() && v.front() == '"') v = v.substr(1, v.size() - 2);
+    return v;
+}
+
+// The host's session against the phone in-process: replies come at once, unless the phone
+// holds them back longer than the session waits; a reply may be swapped for another type,
+// or garbage put before every reply after one type.
+class ModelLink : public Transport {
+public:
+    explicit ModelLink(PhoneModel& phone) : phone_(phone) {}
+    std::optional<std::pair<std::uint16_t, std::uint16_t>> swap;
+    std::optional<std::uint16_t> garbageAfter;
+
+    bool Write(std::span<const std::uint8_t> bytes) override {
+        if (gone_) return false;
+        for (auto& a : phone_.Receive(bytes)) {
+            if (a.kind == PhoneAction::SEND) {
+                auto typed = [&](std::uint16_t t) { return a.bytes.size() > 2 && a.bytes[1] == 0 && a.bytes[2] == t; };
+                if (swap && typed(swap->first)) a.bytes = EncodeFrame(swap->second, {}, Check::LOADER_SUM, false);
+                if (garbageAfter && seen_) a.bytes.insert(a.bytes.begin(), {1, 2, 3});
+                seen_ = seen_ || (garbageAfter && typed(*garbageAfter));
+                inbox_.insert(inbox_.end(), a.bytes.begin(), a.bytes.end());
+            } else if (a.kind == PhoneAction::DELAY) {
+                delay_ += a.ms;
+            } else if (a.kind != PhoneAction::RESET) {
+                gone_ = true;
+                back_ = a.kind == PhoneAction::REENUMERATE;
+                phone_.HostClosed();
+            }
+        }
+        return true;
+    }
+    long Read(std::span<std::uint8_t> buffer, int timeoutMs) override {
+        if (delay_ > static_cast<std::uint64_t>(timeoutMs)) {
+            delay_ -= static_cast<std::uint64_t>(timeoutMs);
+            return 0;
+        }
+        delay_ = 0;
+        if (inbox_.empty()) return gone_ ? -1 : 0;
+        const std::size_t n = std::min(buffer.size(), inbox_.size());
+        std::copy_n(inbox_.begin(), n, buffer.begin());
+        inbox_.erase(inbox_.begin(), inbox_.begin() + static_cast<long>(n));
+        return static_cast<long>(n);
+    }
+    bool Reopen(int, std::string& error) override {
+        gone_ = !back_;
+        back_ = false;
+        error = "the phone stays gone";
+        return !gone_;
+    }
+    std::string Name() const override { return "model"; }
+
+private:
+    PhoneModel& phone_;
+    Bytes inbox_;
+    std::uint64_t delay_ = 0;
+    bool gone_ = false, back_ = false, seen_ = false;
+};
+
+struct Quiet : SessionObserver {
+    void Step(int) override {}
+    void Status(const std::string&) override {}
+    void Progress(std::uint64_t done, std::uint64_t total) override { EXPECT_LE(done, total); }
+    void Log(const std::string&) override {}
+};
+
+struct Exchange {
+    std::vector<Frame> frames;
+    std::vector<PhoneAction> actions;
+    bool Acked() const { return frames.size() == 1 && frames[0].type == rep::ACK && actions.empty(); }
+};
+
+class Dialogue {
+public:
+    void Line(const Words& all) {
+        const auto arrow = std::find(all.begin(), all.end(), "->");
+        const Words w(all.begin(), arrow), e(arrow == all.end() ? arrow : arrow + 1, all.end());
+        const std::string& v = w.at(0);
+        if (v == "phone") return NewPhone(w);
+        if (v == "encode" || v == "decode") return Codec(w, e);
+        if (!phone_) NewPhone({"phone"});
+        if (v == "fdl2") {
+            const std::string exec = config_.incompatibleAfterFdl2 ? "INCOMPATIBLE_PARTITION" : "ACK";
+            for (const char* line :
+                 {"baud 1 -> VER \"SPRD3\"", "send CONNECT -> ACK", "load @0x00005000 1000 seed=1 chunk=528 -> ACK",
+                  "send EXEC_DATA -> ACK", "baud 4 -> VER \"Spreadtrum Boot Block version 1.1\"", "send CONNECT -> ACK",
+                  "load @0x9efffe00 3001 seed=2 chunk=2112 -> ACK"})
+                Line(Split(line));
+            return Line(Split("send EXEC_DATA -> " + exec));
+        } else if (v == "baud") {
+            Expect(Deliver(Bytes(Num(w.at(1)), kFlag)), e);
+        } else if (v == "send" || v == "damaged") {
+            Bytes wire = EncodeFrame(Command(w.at(1)), Payload(w, 2, w.size()), check_, escape_);
+            if (v == "damaged") wire[wire.size() - 2] ^= 1;
+            Expect(Deliver(wire), e);
+        } else if (v == "raw") {
+            Deliver(HexFrom(w, 1, w.size()));
+        } else if (v == "hangup") {
+            phone_->HostClosed();
+        } else if (v == "pieces") {
+            piece_ = Num(w.at(1));
+        } else if (v == "load") {
+            std::size_t chunk = 4096;
+            std::optional<std::uint64_t> sum;
+            std::uint64_t seed = 0;
+            for (std::size_t i = 3; i < w.size(); ++i) {
+                const std::string& o = w[i];
+                const std::string value = o.substr(o.find('=') + 1);
+                if (o.rfind("seed=", 0) == 0) seed = Num(value);
+                if (o.rfind("chunk=", 0) == 0) chunk = Num(value);
+                if (o.rfind("sum=", 0) == 0) sum = Num(value);
+                if (o == "sum") sum = 0;
+            }
+            const Bytes data = Pattern(Num(w.at(2)), seed);
+            if (sum == 0u) sum = ByteSum(data);
+            Expect(Load(w.at(1), data, chunk, sum), e);
+        } else if (v == "nv") {
+            std::vector<NvItem> items;
+            std::string error;
+            if (std::find(w.begin(), w.end(), "factory") != w.end() && !ReadNvItems(Factory(), items, error))
+                throw Bad("factory NV: " + error);
+            for (std::size_t i = 1; i < w.size(); ++i) {
+                const auto a = w[i].find(':'), b = w[i].rfind(':');
+                if (a != b)
+                    items.push_back({static_cast<std::uint16_t>(Num(w[i].substr(0, a))),
+                                     Bytes(Num(w[i].substr(a + 1, b - a - 1)),
+                                           static_cast<std::uint8_t>(Num(w[i].substr(b + 1))))});
+            }
+            const Bytes image = MakeNvImage(items);
+            Expect(Load(config_.nvPartition, image, 4096, ByteSum(image)), e);
+        } else if (v == "flash") {
+            Flash(w, e);
+        } else if (v == "backup") {
+            Backup(w.at(1), Num(w.at(2)), Num(w.at(3)));
+        } else if (v == "expect") {
+            ExpectState(w.at(1), w.at(2));
+        } else if (v == "report") {
+            const std::string report = phone_->ReportJson();
+            for (std::size_t i = 2; i < w.size(); ++i) {
+                const std::string key = w[i].substr(0, w[i].find('=')), value = w[i].substr(w[i].find('=') + 1);
+                const std::string want = value == "last" ? Sha256::HexOf(loaded_[w[1]]) : value;
+                if (Field(report, w[1], key) != want)
+                    throw Bad(w[1] + " " + key + " is " + Field(report, w[1], key) + ", not " + want);
+            }
+        } else {
+            throw Bad("unknown word " + v);
+        }
+    }
+
+    static Words Split(const std::string& line) {
+        Words out;
+        for (std::size_t at = line.find_first_not_of(' '); at < line.size(); at = line.find_first_not_of(' ', at)) {
+            const bool quoted = line[at] == '"';
+            std::size_t end = quoted ? line.find('"', at + 1) + 1 : line.find(' ', at);
+            if (end == 0 || end > line.size()) end = line.size();
+            out.push_back(line.substr(at, end - at));
+            at = end;
+        }
+        return out;
+    }
+
+private:
+    void NewPhone(const Words& w) {
+        config_ = PhoneConfig{};
+        for (std::size_t i = 1; i < w.size(); ++i) {
+            const std::string& o = w[i];
+            const std::string value = o.substr(o.find('=') + 1);
+            std::string error;
+            if (o.rfind("fault=", 0) == 0) {
+                auto f = ParsePhoneFault(value, error);
+                if (!f) throw Bad(error);
+                config_.faults.push_back(*f);
+            } else if (o.rfind("reenumerate=", 0) == 0) {
+                config_.reenumerate = value == "fdl1" ? Reenumerate::FDL1 : Reenumerate::FDL2;
+            } else if (o.rfind("log=", 0) == 0) {
+                config_.logChance = std::stod(value);
+            } else if (o.rfind("partitions=", 0) == 0) {
+                config_.partitions.clear();
+                for (std::size_t at = 0; at < value.size();) {
+                    const std::size_t colon = value.find(':', at), comma = std::min(value.find(',', at), value.size());
+                    const std::string mib = value.substr(colon + 1, comma - colon - 1);
+                    config_.partitions.push_back(
+                        {value.substr(at, colon - at),
+                         mib == "rest" ? phone::kRestOfStorage : static_cast<std::uint32_t>(Num(mib))});
+                    at = comma + 1;
+                }
+            } else if (o == "incompatible") {
+                config_.incompatibleAfterFdl2 = true;
+            } else {
+                throw Bad("unknown phone option " + o);
+            }
+        }
+        phone_ = std::make_unique<PhoneModel>(config_);
+        check_ = Check::BOOT_ROM_CRC;
+        piece_ = 0;
+        logs_ = 0;
+        factory_.clear();
+        loaded_.clear();
+    }
+    const Bytes& Factory() {
+        if (factory_.empty()) factory_ = PhoneModel(config_).NvContent();
+        return factory_;
+    }
+
+    static std::uint16_t Command(const std::string& name) {
+        for (std::uint16_t t = 0; t < 0x100; ++t)
+            if (name == CommandName(t)) return t;
+        throw Bad("unknown command " + name);
+    }
+
+    Exchange Deliver(const Bytes& wire) {
+        std::vector<PhoneAction> got;
+        const std::size_t step = piece_ ? piece_ : std::max<std::size_t>(1, wire.size());
+        for (std::size_t i = 0; i < wire.size(); i += step) {
+            auto part =
+                phone_->Receive(std::span<const std::uint8_t>(wire).subspan(i, std::min(step, wire.size() - i)));
+            got.insert(got.end(), part.begin(), part.end());
+        }
+        Exchange x;
+        FrameDecoder dec(check_);
+        dec.SetEscaping(escape_);
+        for (auto& a : got) {
+            if (a.kind == PhoneAction::SEND)
+                dec.Feed(a.bytes);
+            else
+                x.actions.push_back(a);
+        }
+        while (auto d = dec.Next()) {
+            if (d->kind != Decoded::FRAME) throw Bad(std::string("phone sent a ") + DecodedKindName(d->kind));
+            if (d->frame.type == rep::LOG)
+                ++logs_;
+            else
+                x.frames.push_back(std::move(d->frame));
+        }
+        // The host follows the phone: the loaders' check once one runs, raw once transcoding is off.
+        check_ = phone_->GetStage() == PhoneModel::Stage::BOOT_ROM ? Check::BOOT_ROM_CRC : Check::LOADER_SUM;
+        escape_ = phone_->Escaping();
+        return x;
+    }
+    Exchange Send(std::uint16_t type, const Bytes& payload) {
+        return Deliver(EncodeFrame(type, payload, check_, escape_));
+    }
+
+    Exchange Load(const std::string& target, const Bytes& data, std::size_t chunk, std::optional<std::uint64_t> sum) {
+        Bytes start;
+        if (target[0] == '@')
+            Put32(start, Num(target.substr(1)), true), Put32(start, data.size(), true);
+        else
+            PutName(start, target, data.size());
+        if (sum) Put32(start, *sum, false);
+        loaded_[target] = data;
+        Exchange x = Send(cmd::START_DATA, start);
+        for (std::size_t i = 0; i < data.size() && x.Acked(); i += chunk)
+            x = Send(cmd::MIDST_DATA, Bytes(data.begin() + i, data.begin() + std::min(data.size(), i + chunk)));
+        return x.Acked() ? Send(cmd::END_DATA, {}) : x;
+    }
+
+    void Backup(const std::string& name, std::uint64_t size, std::uint64_t chunk) {
+        Bytes start;
+        PutName(start, name, size);
+        Expect(Send(cmd::READ_START, start), {"ACK"});
+        Bytes nv;
+        for (std::uint64_t off = 0; off < size; off += chunk) {
+            Bytes req;
+            Put32(req, std::min(chunk, size - off), false);
+            Put32(req, off, false);
+            const Exchange x = Send(cmd::READ_MIDST, req);
+            Expect(x, {"READ_DATA"});
+            nv.insert(nv.end(), x.frames[0].payload.begin(), x.frames[0].payload.end());
+        }
+        Expect(Send(cmd::READ_END, {}), {"ACK"});
+        const Bytes& factory = Factory();
+        if (nv.size() != size || !std::equal(factory.begin(), factory.end(), nv.begin()) ||
+            std::any_of(nv.begin() + static_cast<long>(factory.size()), nv.end(), [](auto b) { return b != 0xFF; }) ||
+            !NvCrcValid(nv))
+            throw Bad("the backup is not the factory image and 0xFF after it: " +
+                      HexText(Bytes(nv.begin(), nv.begin() + 32)));
+    }
+
+    // The engine's whole session (or its two phases) with the test package.
+    void Flash(const Words& w, const Words& e) {
+        pkg_ = std::make_unique<quorvel::test::SprdPackage>();
+        Scheme scheme;
+        std::vector<ListedFile> files;
+        Plan plan;
+        std::string error;
+        if (!ReadScheme(pkg_->Xml(), "", scheme, error) || !ReadFileList(pkg_->List(), files, error) ||
+            !MakePlan(scheme, files, 0, plan, error))
+            throw Bad(error);
+        std::vector<SessionOptions::Phase> phases = {SessionOptions::ALL};
+        std::optional<std::pair<std::uint16_t, std::uint16_t>> swap;
+        std::optional<std::uint16_t> garbageAfter;
+        for (std::size_t i = 1; i < w.size(); ++i) {
+            const std::string key = w[i].substr(0, w[i].find('=')), value = w[i].substr(w[i].find('=') + 1);
+            if (w[i] == "phases=1,2") phases = {SessionOptions::PHASE1, SessionOptions::PHASE2};
+            if (w[i] == "table=phone") plan.partitions.clear();
+            if (key == "swap")
+                swap = {kReplies.at(value.substr(0, value.find(':'))), kReplies.at(value.substr(value.find(':') + 1))};
+            if (key == "garbage-after") garbageAfter = kReplies.at(value);
+            if (key == "system") {
+                pkg_->system = quorvel::test::SprdPackage::Pattern(Num(value), 9);
+                pkg_->Put("system.img", pkg_->system);
+                for (auto& step : plan.steps)
+                    if (step.id == "System") step.size = pkg_->system.size();
+            }
+        }
+        loaded_ = {
+            {"boot", pkg_->boot}, {"system", pkg_->system}, {"@0x00005000", pkg_->fdl}, {"@0x9efffe00", pkg_->fdl2}};
+        std::string got = "ok";
+        for (auto phase : phases) {
+            ModelLink link(*phone_);
+            link.swap = swap;
+            link.garbageAfter = garbageAfter;
+            SessionOptions o;
+            o.phase = phase;
+            o.baudTries = 4;
+            Quiet quiet;
+            Session session(link, plan, o, quiet);
+            const bool ok = session.Run();
+            phone_->HostClosed();
+            if (!ok) {
+                got = session.Error().empty() ? "failed without an error" : session.Error();
+                break;
+            }
+        }
+        if (e.empty() ||
+            (e[0] == "ok" ? got != "ok"
+                          : e[0].size() < 2 || got.find(e[0].substr(1, e[0].size() - 2)) == std::string::npos))
+            throw Bad("the session ended: " + got);
+    }
+
+    void ExpectState(const std::string& what, const std::string& want) {
+        static const char* const kStages[] = {"boot-rom", "fdl1", "fdl2"};
+        std::string seen;
+        if (what == "stage") seen = kStages[static_cast<int>(phone_->GetStage())];
+        if (what == "escaping") seen = phone_->Escaping() ? "on" : "off";
+        if (what == "logs") seen = logs_ > 0 ? "some" : "none";
+        if (what == "nv-item") {  // the package's item arrived in the phone's NV
+            std::vector<NvItem> mine, theirs;
+            std::string error;
+            if (!pkg_ || !ReadNvItems(phone_->NvContent(), mine, error) || !ReadNvItems(pkg_->nv, theirs, error))
+                throw Bad("NV unreadable: " + error);
+            auto data = [&](const std::vector<NvItem>& items) {
+                for (const auto& i : items)
+                    if (i.id == Num(want)) return i.data;
+                return Bytes{};
+            };
+            seen = !data(theirs).empty() && data(mine) == data(theirs) ? want : "not there";
+        }
+        if (what == "calibration") {
+            seen = phone_->CalibrationKept() ? "kept" : "lost";
+            if (phone_->ReportJson().find("\"calibration\":\"" + seen + "\"") == std::string::npos)
+                throw Bad("the report does not say calibration " + seen);
+        }
+        if (seen != want) throw Bad(what + " is " + seen + ", not " + want);
+    }
+
+    static std::string Describe(const Exchange& x) {
+        std::string s = x.frames.empty() ? "silent " : "";
+        for (const auto& f : x.frames) {
+            auto it = std::find_if(kReplies.begin(), kReplies.end(), [&](auto& r) { return r.second == f.type; });
+            s += (it == kReplies.end() ? ReplyText(f.type) : it->first) + " ";
+        }
+        for (const auto& a : x.actions)
+            s += a.kind == PhoneAction::RESET         ? "reset "
+                 : a.kind == PhoneAction::UNPLUG      ? "unplug "
+                 : a.kind == PhoneAction::REENUMERATE ? "reenumerate "
+                                                      : "delay=" + std::to_string(a.ms) + " ";
+        return s.substr(0, s.size() - 1);
+    }
+
+    void Expect(const Exchange& x, const Words& e) {
+        if (e.empty()) throw Bad("no -> REPLY");
+        std::string want;
+        for (const std::string& word : e) {
+            if (word[0] == '"') {
+                const Bytes& p = x.frames.at(0).payload;
+                std::string text(p.begin(), p.end());
+                if (!text.empty() && text.back() == 0) text.pop_back();
+                if ('"' + text + '"' != word) throw Bad("the phone said \"" + text + "\"");
+            } else if (word.rfind("len=", 0) == 0) {
+                if (x.frames.at(0).payload.size() != Num(word.substr(4)))
+                    throw Bad("payload of " + std::to_string(x.frames[0].payload.size()) + " bytes");
+            } else {
+                want += (want.empty() ? "" : " ") + word;
+            }
+        }
+        if (Describe(x) != want) throw Bad("the phone answered " + Describe(x));
+    }
+
+    void Codec(const Words& w, const Words& e) {
+        const Check check = CheckOf(w.at(1));
+        if (w[0] == "decode") {
+            FrameDecoder d(check);
+            d.Feed(HexFrom(w, 2, w.size()));
+            std::string kinds, want;
+            while (auto x = d.Next()) {
+                kinds += std::string(kinds.empty() ? "" : " ") + kKinds[x->kind];
+                if (x->kind == Decoded::FRAME && check == Check::DETECT)
+                    kinds += x->matched == Check::BOOT_ROM_CRC ? ":crc" : ":sum";
+            }
+            for (const auto& k : e) want += (want.empty() ? "" : " ") + k;
+            if (kinds != want) throw Bad("decoded " + kinds);
+            return;
+        }
+        const bool escape = w.at(2) == "escape";
+        const auto type = static_cast<std::uint16_t>(Num(w.at(3)));
+        const Bytes payload = HexFrom(w, 4, w.size());
+        const Bytes wire = EncodeFrame(type, payload, check, escape);
+        if (wire != HexFrom(e, 0, e.size())) throw Bad("encoded " + HexText(wire));
+        for (std::size_t piece : {wire.size(), std::size_t{1}}) {
+            FrameDecoder d(check);
+            d.SetEscaping(escape);
+            for (std::size_t i = 0; i < wire.size(); i += piece)
+                d.Feed({wire.data() + i, std::min(piece, wire.size() - i)});
+            auto got = d.Next();
+            if (!got || got->kind != Decoded::FRAME || got->frame.type != type || got->frame.payload != payload ||
+                d.Next())
+                throw Bad("did not decode back in pieces of " + std::to_string(piece));
+        }
+    }
+
+    PhoneConfig config_;
+    std::unique_ptr<PhoneModel> phone_;
+    Check check_ = Check::BOOT_ROM_CRC;
+    bool escape_ = true;
+    std::size_t piece_ = 0;
+    int logs_ = 0;
+    Bytes factory_;
+    std::unique_ptr<quorvel::test::SprdPackage> pkg_;
+    std::map<std::string, Bytes> loaded_;
+};
+
+std::vector<std::string> DialogueFiles() {
+    std::vector<std::string> out;
+    for (const auto& e : std::filesystem::directory_iterator(std::string(QUORVEL_SOURCE_DIR) + "/tests/sprd/dialogues"))
+        if (e.path().extension() == ".txt") out.push_back(e.path().stem().string());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+class DialogueFile : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(DialogueFile, Holds) {
+    const std::string path = std::string(QUORVEL_SOURCE_DIR) + "/tests/sprd/dialogues/" + GetParam() + ".txt";
+    std::ifstream in(path);
+    ASSERT_TRUE(in) << path;
+    Dialogue d;
+    bool failed = false;
+    int number = 0;
+    for (std::string line; std::getline(in, line);) {
+        ++number;
+        const Words w = Dialogue::Split(line.substr(0, line.find('#')));
+        if (w.empty() || (failed && w[0] != "phone" && w[0] != "encode" && w[0] != "decode")) continue;
+        try {
+            failed = false;
+            d.Line(w);
+        } catch (const std::exception& x) {  // Bad, and a number or word missing
+            ADD_FAILURE() << path << ":" << number << ": " << line << "\n  " << x.what();
+            failed = true;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Sprd, DialogueFile, ::testing::ValuesIn(DialogueFiles()),
+                         [](const auto& info) { return info.param; });
+
+TEST(SprdPhone, RefusesABadFault) {
+    std::string error;
+    for (const char* bad : {"nosuch", "overrun@0", "overrun@x", "signature", "no-check-baud@2"})
+        EXPECT_FALSE(ParsePhoneFault(bad, error)) << bad;
+}
+
+}  // namespace
