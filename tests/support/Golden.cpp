@@ -49,6 +49,10 @@ std::string Printable(const std::string& bytes) {
     return text;
 }
 
+std::string SourcePath(const std::string& relative) {
+    return std::string(QUORVEL_SOURCE_DIR) + "/" + relative;
+}
+
 ::testing::AssertionResult MatchesGolden(const std::string& name, const std::string& actual) {
     const std::filesystem::path file = std::filesystem::path(QUORVEL_SOURCE_DIR) / "tests/golden" / name;
     if (Updating()) {

@@ -22,6 +22,9 @@ std::string Scrub(std::string text, const Scrubs& scrubs);
 // `bytes` on one line: a line break as \n, other control bytes and NUL as \xNN.
 std::string Printable(const std::string& bytes);
 
+// A file or folder of the source tree, by its path from the top.
+std::string SourcePath(const std::string& relative);
+
 // `actual` against tests/golden/<name>; with QUORVEL_UPDATE_GOLDEN=1 it writes the file.
 ::testing::AssertionResult MatchesGolden(const std::string& name, const std::string& actual);
 
