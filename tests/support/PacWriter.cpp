@@ -83,6 +83,9 @@ bool ChangePac(PacSpec& layout, const std::vector<std::string>& words, std::size
         } else if (w == "name-of" && takes(i, 3) && entry(i + 1) && Number(words[i + 2], b)) {
             layout.entries[a].name = std::string(b, words[i + 3][0]);
             i += 3;
+        } else if (w == "data-of" && takes(i, 3) && entry(i + 1) && Number(words[i + 2], b)) {
+            layout.entries[a].data = std::string(b, words[i + 3][0]);
+            i += 3;
         } else if (w == "fill-name" && takes(i, 2) && entry(i + 1)) {
             const char16_t c = static_cast<char16_t>(words[i + 2][0]);
             Lie(layout, [a, c](H&, T& t) { std::fill(std::begin(t[a].FileName), std::end(t[a].FileName), c); });

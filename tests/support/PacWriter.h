@@ -41,7 +41,7 @@ inline PacSpec SmallSprdPac() {
 //   version V | product P | product-of N C (N times C) | nv-backup N | repartition FLAG MODE
 //   no-crc | bad-header-crc | bad-data-crc | no-entries
 //   entry ID NAME DATA [check=N] [omit=N] [flags=N]
-//   id I ID | name I NAME | name-of I N C | check I N   (entry I, counted from 0)
+//   id I ID | name I NAME | name-of I N C | data-of I N C | check I N   (entry I, from 0)
 //   cut N | flip N                  keep N bytes | flip a bit N bytes before the end
 // and fields that lie: file-count N, package-size+ N, file-size I N|package,
 // fill-name I C, fill-product C, name-unit I POS UNIT. False, with the word, when a word
