@@ -7,7 +7,9 @@
 #include "platform/ExeDir.h"
 #include "platform/ProfileIni.h"
 #include "station/Texts.h"
+#include "support/Golden.h"
 #include "support/StationFixture.h"
+#include "support/TableFile.h"
 #include "support/Unprivileged.h"
 
 namespace quorvel::app {
@@ -22,25 +24,49 @@ std::string Slot(const Station& st, int n) {
     return e.hs + "|" + e.ls + "|" + e.com + "|" + BindStateName(st.bindings.State(n));
 }
 
-TEST(SettingsLoadTest, ValuesAreConvertedOnlyWhenNonEmpty) {
-    StationFixture f;
-    f.WriteSettings(
-        "[COMMON]\nSleepTimeRestart=\nBattery=abc\nCheckSum= 0 \nFlashCheckSum=\nDA_BR=\"BR name\"\n"
-        "MTK_SERVICE_NAME=wdm_usb,,usbser, x\nNVDATAZIP=-1\nBromLog=4294967297\nDA_PL=" +
-        std::string(100, 'p') + "\n[MEMORYTEST]\nPatternNum=7\nDataBus=\n");
-    ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
-    const Settings& s = f.station->settings;
-    EXPECT_EQ(s.SleepTimeRestart, 10000u);
-    EXPECT_EQ(s.Battery, 0u);
-    EXPECT_EQ(s.CheckSum, 0u);
-    EXPECT_EQ(s.FlashCheckSum, 0u);
-    EXPECT_EQ(s.DA_BR, "BR name");
-    EXPECT_EQ(s.DA_PL, std::string(63, 'p'));  // text options are cut to 63 characters
-    EXPECT_EQ(s.NVDATAZIP, 0xFFFFFFFFu);
-    EXPECT_EQ(s.BromLog, 1u);  // modulo 2^32
-    EXPECT_EQ(s.ServiceNameList, (std::vector<std::string>{"wdm_usb", "usbser", " x"}));
-    EXPECT_EQ(s.memoryTest.PatternNum, 7u);
-    EXPECT_EQ(s.memoryTest.DataBus, 1u);
+// Everything a load decides, as text: options, slots, package, window, counters, files.
+std::string Loaded(const StationFixture& f, int result) {
+    const Station& st = *f.station;
+    const Settings& s = st.settings;
+    std::string text = "load " + std::to_string(result) + "\noptions";
+    for (auto [name, value] : {std::pair{"SleepTimeRestart", s.SleepTimeRestart},
+                               {"Battery", s.Battery},
+                               {"CheckSum", s.CheckSum},
+                               {"FlashCheckSum", s.FlashCheckSum},
+                               {"NVDATAZIP", s.NVDATAZIP},
+                               {"BromLog", s.BromLog},
+                               {"HasScan", s.HasScan},
+                               {"PatternNum", s.memoryTest.PatternNum},
+                               {"DataBus", s.memoryTest.DataBus}})
+        text += std::string(" ") + name + "=" + std::to_string(value);
+    text += "\nDA_BR [" + s.DA_BR + "] DA_PL [" + s.DA_PL + "] services";
+    for (const std::string& name : s.ServiceNameList) text += " [" + name + "]";
+    text += "\nslots (hs|ls|com|state):\n";
+    for (int n = 0; n < kSlotCount; ++n) text += "  " + std::to_string(n) + " " + Slot(st, n) + "\n";
+    const char* kinds[] = {"none", "MTK scatter", "SPRD PAC", "MTK CFG"};
+    const PackageSelection& p = st.package;
+    text += std::string("package ") + kinds[static_cast<int>(p.kind)] + ": scatter [" + p.scatterFilePath +
+            "] firmware [" + p.firmwareFolder + "] pac [" + p.pacFilePath + "] cfg [" + p.cfgFilePath + "] in [" +
+            p.cfgFolder + "]\npane [" + st.view.Pane(0) + "] banner [" + st.view.Text(IDC_PATH_BANNER) + "]\ncounted " +
+            std::to_string(st.statistics.Total()) + "/" + std::to_string(st.statistics.Fail()) + ", shown " +
+            st.view.Text(IDC_TOTAL) + "/" + st.view.Text(IDC_FAILURES) + " " + st.view.Text(IDC_PASS_RATE) + "\n";
+    for (const char* file : {"Config/CommonSetting.ini", "Config/TestResult.ini"})
+        text += std::string(file) + ":\n" +
+                (std::ifstream(f.dir.File(file)).good() ? test::Printable(f.dir.Read(file)) : "(none)") + "\n";
+    return text;
+}
+
+// The cases: tests/tables/settings-load.txt.
+TEST(SettingsLoadTest, WhatAStationMakesOfItsFiles) {
+    for (const auto& row : test::ReadTable("settings-load.txt")) {
+        SCOPED_TRACE(row.where);
+        const auto& w = row.words;
+        ASSERT_TRUE(w.size() >= 2 && w.size() % 2 == 0);
+        StationFixture f(1033, w[1]);
+        for (std::size_t i = 2; i < w.size(); i += 2) f.dir.Write(w[i], w[i + 1]);
+        const int result = f.station->settingsStore.SettingsLoad();
+        EXPECT_TRUE(test::MatchesGolden("settings-load/" + w[0] + ".txt", Loaded(f, result)));
+    }
 }
 
 TEST(SettingsLoadTest, MissingFileShowsThePathAndErrorCode) {
@@ -49,71 +75,6 @@ TEST(SettingsLoadTest, MissingFileShowsThePathAndErrorCode) {
     EXPECT_EQ(f.station->settingsStore.SettingsLoad(), 0);
     EXPECT_EQ(f.station->settingsStore.MissingFileProblem(),
               "the config file path is " + f.SettingsFile() + ",The last error code: 2");
-}
-
-TEST(MachineStampRuleTest, MatchingStampLoadsTheBindingTable) {
-    StationFixture f;
-    f.WriteSettings(
-        "[COMMON]\nMac=00-11-22-33-44-55\nFilePath=D:\\fw\\MT6580_Android_scatter.txt\nHasScan=1\n"
-        "[USBPORTINFO]\nIndex0=hubA\\PORT1\nIndex1=NA\nIndex2=hubA\\PORT3\n"
-        "[BROMPORTINFO]\nIndex0=hubB\\PORT1\nIndex1=hubB\\PORT2\nIndex2=NA\n"
-        "[COM]\nIndex0=Diag (COM3)\n");
-    ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
-    EXPECT_EQ(Slot(*f.station, 0), "hubA\\PORT1|hubB\\PORT1|Diag (COM3)|ALL_BINDED");
-    // HS "NA": the boot-ROM location is discarded and the slot stays idle.
-    EXPECT_EQ(Slot(*f.station, 1), "NA|NA||IDLE");
-    EXPECT_EQ(Slot(*f.station, 2), "hubA\\PORT3|NA||PRELOADER_BINDED");
-    // Both keys absent: empty locations, and an empty location counts as bound.
-    EXPECT_EQ(Slot(*f.station, 5), "|||ALL_BINDED");
-
-    EXPECT_EQ(f.station->package.kind, PackageKind::MtkScatter);
-    EXPECT_EQ(f.station->package.firmwareFolder, "D:\\fw\\");
-    EXPECT_EQ(f.station->settings.HasScan, 1u);
-    EXPECT_EQ(f.station->view.Pane(0), "Software Path: \"D:\\fw\\MT6580_Android_scatter.txt\"");
-    EXPECT_EQ(f.station->view.Text(IDC_PATH_BANNER), "D:\\fw\\MT6580_Android_scatter.txt");
-    EXPECT_EQ(f.station->view.Text(IDC_TOTAL), "0") << "statistics were loaded";
-    EXPECT_TRUE(std::ifstream(f.dir.File("Config/TestResult.ini")).good());
-}
-
-TEST(MachineStampRuleTest, ForeignStampUnbindsEverythingAndIsRewritten) {
-    StationFixture f;
-    f.dir.Write("Config/TestResult.ini", "[total]\nNUM=40\n[fail]\nNUM=2\n");
-    f.WriteSettings(
-        "[COMMON]\nMac=AA-AA-AA-AA-AA-AA\nFilePath=/fw/a.pac\nHasScan=1\n[USBPORTINFO]\nIndex0=hubA\\PORT1\n");
-    ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
-    for (int n = 0; n < kSlotCount; ++n) EXPECT_EQ(Slot(*f.station, n), "NA|NA|NA|IDLE") << n;
-    EXPECT_EQ(f.station->package.kind, PackageKind::None);
-    EXPECT_EQ(f.station->settings.HasScan, 0u);
-    EXPECT_EQ(f.station->view.Text(IDC_TOTAL), "0");
-    EXPECT_EQ(f.station->view.Text(IDC_PASS_RATE), "0");
-    EXPECT_EQ(f.station->statistics.Total(), 0u);
-    EXPECT_EQ(ProfileIni::ReadString(f.SettingsFile(), "COMMON", "Mac", "", 64), "00-11-22-33-44-55");
-
-    // The next start on this PC matches.
-    StationFixture again;
-    again.WriteSettings(f.ReadSettings());
-    again.station->settingsStore.SettingsLoad();
-    EXPECT_EQ(again.station->package.kind, PackageKind::SprdPac);
-}
-
-// Later matches override earlier ones; a PC without an adapter matches an empty stored stamp.
-TEST(FilePathClassificationTest, KindFollowsTheLastMatchingPattern) {
-    for (auto [mac, path, kind] : {std::tuple{"00-11-22-33-44-55", "", PackageKind::None},
-                                   {"00-11-22-33-44-55", "/fw/Scatter.TXT", PackageKind::None},  // case-sensitive
-                                   {"00-11-22-33-44-55", "/fw/x.cfg/MT_scatter.txt", PackageKind::MtkCfg},
-                                   {"00-11-22-33-44-55", "/fw/scatter.txt.pac", PackageKind::SprdPac},
-                                   {"", "/fw/x.cfg", PackageKind::MtkCfg}}) {
-        SCOPED_TRACE(path);
-        StationFixture f(1033, mac);
-        f.WriteSettings(std::string("[COMMON]\nMac=") + mac + "\nFilePath=" + path + "\n");
-        ASSERT_EQ(f.station->settingsStore.SettingsLoad(), 1);
-        EXPECT_EQ(f.station->package.kind, kind);
-        if (kind == PackageKind::MtkCfg) {
-            EXPECT_EQ(f.station->package.cfgFolder, platform::FolderOf(path));
-        }
-        EXPECT_TRUE(f.station->settings.ServiceNameList.empty()) << "no service names: none, not one empty";
-        EXPECT_EQ(f.station->settings.SleepTimeRestart, 10000u) << "an absent option has its built-in value";
-    }
 }
 
 TEST(SaveBindingsTest, WritesEverySlotInOrderAndThePackagePath) {

@@ -18,30 +18,7 @@ std::vector<std::string> Shown(const Station& st) {
     return {st.view.Text(IDC_TOTAL), st.view.Text(IDC_FAILURES), st.view.Text(IDC_PASS_RATE)};
 }
 
-TEST(StatisticsTest, LoadShowsWhatTheFileHoldsAndCreatesAMissingOne) {
-    const struct {
-        const char* label;
-        const char* file;  // nullptr: no file
-        std::vector<std::string> shown;
-    } rows[] = {
-        {"missing", nullptr, {"0", "0", "0.00%"}},
-        {"two_of_three", "[total]\nNUM=3\n[fail]\nNUM=1\n", {"3", "1", "66.67%"}},
-        {"more_failures_than_jobs", "[total]\nNUM=0\n[fail]\nNUM=5\n", {"0", "5", "0.00%"}},
-        {"garbage", "\x01\x02garbage[[[\n=\n[total]\nNUM=12abc\n\xFF", {"12", "0", "100.00%"}},
-        {"header_without_bracket", "[total\nNUM=12\n[fail]\nNUM=1\n", {"0", "1", "0.00%"}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.label);
-        StationFixture f;
-        f.dir.Write(row.file ? "Config/TestResult.ini" : "Config/.keep", row.file ? row.file : "");
-        EXPECT_EQ(f.station->statistics.StatisticsLoad(), 1);
-        EXPECT_EQ(Shown(*f.station), row.shown);
-        if (!row.file) {
-            EXPECT_EQ(f.dir.Read("Config/TestResult.ini"), "[total]\nNUM=0\n[fail]\nNUM=0\n");
-        }
-    }
-}
-
+// Loading the counters: the counts_ rows of tests/tables/settings-load.txt.
 TEST(StatisticsTest, CountingSavesAndResetShowsZerosAtOnce) {
     StationFixture f;
     f.dir.Write("Config/TestResult.ini", "[total]\nNUM=3\n[fail]\nNUM=1\n");
