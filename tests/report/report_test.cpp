@@ -7,66 +7,34 @@
 #include "report/ReportOutbox.h"
 #include "report/ReportPayloads.h"
 #include "report/ReportSettings.h"
+#include "support/Golden.h"
 #include "support/TempDir.h"
 
 namespace quorvel::report {
 namespace {
 
+// "BROKER | STATION | USER | PASSWORD FILE | CA FILE" (files in a folder that holds "pw"
+// and "ca.pem"; missing fields empty) as the settings read from it, or the refusal.
 TEST(ReportSettings, ReadsGoodSectionsAndRefusesBadOnesWithOneMessage) {
     test::TempDir dir;
     dir.Write("pw", "s3cret\nsecond line\n");
     dir.Write("ca.pem", "-----BEGIN CERTIFICATE-----\n");
-    const auto sec = [](std::string broker, std::string station = "", std::string user = "", std::string pw = "",
-                        std::string ca = "") {
-        return ReportSection{std::move(broker), std::move(station), std::move(user), std::move(pw), std::move(ca)};
-    };
-    struct Row {
-        ReportSection in;
-        std::string host;  // empty: refused, with `expect` in its message
-        int port;
-        bool tls;
-        std::string expect;  // the station's name, or the culprit of a refusal
-    };
-    const Row rows[] = {
-        {sec("mqtt://127.0.0.1:1883", "bench-3"), "127.0.0.1", 1883, false, "bench-3"},
-        {sec("mqtt://broker.plant"), "broker.plant", 1883, false, "host-1"},
-        {sec("mqtts://broker.plant/", "", "", "", dir.File("ca.pem")), "broker.plant", 8883, true, "host-1"},
-        {sec("mqtts://[::1]:8884"), "::1", 8884, true, "host-1"},
-        {sec("http://broker"), "", 0, false, "neither mqtt://"},
-        {sec("mqtt://broker:0"), "", 0, false, "port outside"},
-        {sec("mqtt://broker:65536"), "", 0, false, "port outside"},
-        {sec("mqtt://broker:12x"), "", 0, false, "port outside"},
-        {sec("mqtt://:1883"), "", 0, false, "names no host"},
-        {sec("mqtt://user@broker"), "", 0, false, "names no host"},
-        {sec("mqtt://broker", "bench 3"), "", 0, false, "Station bench 3"},
-        {sec("mqtt://broker", "a/b"), "", 0, false, "Station a/b"},
-        {sec("mqtt://broker", std::string(65, 'a')), "", 0, false, "1 to 64"},
-        {sec("mqtt://broker", "", "u", dir.File("missing")), "", 0, false, "PasswordFile"},
-        {sec("mqtt://broker", "", "", "", dir.File("missing.pem")), "", 0, false, "CaFile"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.in.broker + " / " + row.in.station);
-        const ReportSettingsRead r = CheckReportSection(row.in, "host-1");
-        if (row.host.empty()) {
-            EXPECT_FALSE(r.settings);
-            EXPECT_NE(r.error.find(row.expect), std::string::npos) << r.error;
-            EXPECT_NE(r.error.find("without reporting"), std::string::npos) << r.error;
-            continue;
+    EXPECT_TRUE(test::MatchesCaseGolden("report-settings/sections.txt", [&](const std::string& line) {
+        std::vector<std::string> f;
+        for (std::size_t at = 0; f.size() < 5;) {
+            const auto bar = line.find(" | ", at);
+            f.push_back(at > line.size() ? "" : line.substr(at, bar - at));
+            at = bar == std::string::npos ? line.size() + 1 : bar + 3;
         }
-        ASSERT_TRUE(r.settings) << r.error;
-        EXPECT_EQ(r.settings->host, row.host);
-        EXPECT_EQ(r.settings->port, row.port);
-        EXPECT_EQ(r.settings->tls, row.tls);
-        EXPECT_EQ(r.settings->station, row.expect);
-    }
-    // No broker: no reporting and nothing to say.
-    const ReportSettingsRead off = CheckReportSection(sec("", "bench-3"), "host-1");
-    EXPECT_FALSE(off.settings);
-    EXPECT_EQ(off.error, "");
-    // The password is the file's first line and never part of a message.
-    const auto withPassword = CheckReportSection(sec("mqtt://b", "", "u", dir.File("pw")), "h");
-    ASSERT_TRUE(withPassword.settings);
-    EXPECT_EQ(withPassword.settings->password, "s3cret");
+        for (std::string* file : {&f[3], &f[4]})
+            if (!file->empty()) *file = dir.File(*file);
+        const ReportSettingsRead r = CheckReportSection({f[0], f[1], f[2], f[3], f[4]}, "host-1");
+        if (!r.settings) return test::Scrub(r.error.empty() ? "off" : "refused: " + r.error, {{dir.Path(), "$DIR/"}});
+        const ReportSettings& s = *r.settings;
+        return (s.tls ? "tls " : "plain ") + s.host + " port " + std::to_string(s.port) + " as " + s.station +
+               (s.user.empty() ? "" : ", user " + s.user + " password " + s.password) +
+               (s.caFile.empty() ? "" : ", CA " + test::Scrub(s.caFile, {{dir.Path(), "$DIR/"}}));
+    }));
 }
 
 app::JobRecord Job(const std::string& id, const char* end) {
