@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -48,34 +49,10 @@ struct SprdPackage {
             .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     }
 
+    // The package's download configuration, kept beside this file.
     static std::string Xml() {
-        return R"(<?xml version="1.0"?>
-<BMAConfig>
- <ProductList>
-  <Product name="demo">
-   <NVBackup>
-    <NVItem name="Calibration" backup="1"><ID>0x2</ID></NVItem>
-    <NVItem name="IMEI" backup="1"><ID>0x5</ID></NVItem>
-   </NVBackup>
-   <Partitions>
-    <Partition id="fixnv1" size="1"/><Partition id="boot" size="4"/>
-    <Partition id="system" size="8"/><Partition id="userdata" size="0xFFFFFFFF"/>
-   </Partitions>
-  </Product>
- </ProductList>
- <SchemeList>
-  <Scheme name="demo">
-   <File><ID>FDL</ID><Type>FDL</Type><Block><Base>0x5000</Base><Size>0x8000</Size></Block><Flag>1</Flag><CheckFlag>1</CheckFlag></File>
-   <File><ID>FDL2</ID><Type>FDL2</Type><Block><Base>0x9efffe00</Base><Size>0x100000</Size></Block><Flag>1</Flag><CheckFlag>1</CheckFlag></File>
-   <File><ID>NV_W</ID><Type>CODE</Type><Block id="fixnv1"/><Flag>1</Flag><CheckFlag>1</CheckFlag></File>
-   <File><ID>EraseNV</ID><Type>EraseFlash</Type><Block id="fixnv1"/><Flag>0</Flag><CheckFlag>1</CheckFlag></File>
-   <File><ID>BOOT</ID><Type>CODE</Type><Block id="boot"/><Flag>1</Flag><CheckFlag>1</CheckFlag></File>
-   <File><ID>EraseUserdata</ID><Type>EraseFlash</Type><Block id="userdata"/><Flag>0</Flag><CheckFlag>1</CheckFlag></File>
-   <File><ID>System</ID><Type>CODE</Type><Block id="system"/><Flag>1</Flag><CheckFlag>1</CheckFlag></File>
-  </Scheme>
- </SchemeList>
-</BMAConfig>
-)";
+        std::ifstream in(std::string(QUORVEL_SOURCE_DIR) + "/tests/sprd/package.xml");
+        return std::string(std::istreambuf_iterator<char>(in), {});
     }
 
     std::string List() const {
