@@ -4,6 +4,12 @@
 //   phone [fault=NAME[@N]]... [reenumerate=fdl1|fdl2] [log=CHANCE] [incompatible]
 //         [partitions=NAME:MIB|rest,...]
 //                                 a fresh phone (a file may hold several dialogues)
+//   program ARGS...               quorvel-sprd-phone with these arguments instead (`@`: a fresh
+//                                 folder, `$DATA/`: this folder), reached on its --listen path
+//   reconnect                     once it says "ready" again
+//   check crc|sum                 the check value the host sends (the program's stage is unseen)
+//   term                          SIGTERM to the program
+//   exit CODE ["text"]            the program ended so, its standard error holding the text
 //   fdl2                          boot ROM and both loaders, as the engine loads them
 //   baud N -> REPLY               N flags in one write: a check-baud try
 //   send CMD [PAYLOAD] -> REPLY   one frame; CMD by name (CONNECT, START_DATA, ...)
@@ -27,18 +33,25 @@
 //                                 garbage before every reply after one type
 //   expect stage boot-rom|fdl1|fdl2 | escaping on|off | logs some|none | calibration kept|lost
 //          | nv-item ID           (the package's NV item arrived)
-//   report NAME FIELD=VALUE...    the phone's report; sha256=last: of the bytes last loaded
+//   report NAME|- FIELD=VALUE...  the phone's report (-: its top level); sha256=last: of the bytes last loaded
 //                                 there (by flash: the package's)
 //   encode crc|sum escape|raw TYPE [PAYLOAD HEX] -> WIRE HEX
 //                                 and the wire decoded back, whole and byte by byte
 //   decode crc|sum|detect WIRE HEX -> KIND[:crc|:sum]...
 //                                 KIND: frame, bad-check, bad-escape, bad-end, garbage
 //
-// PAYLOAD: `part NAME N` (the 76-byte form), `addr A N` (two u32 BE), `le32 N`, `hex HEX`,
-// `zeros N`, in any sequence. REPLY: `silent`, or a reply's name with `"text"` (VER) and
-// `len=N`; then the phone's other actions in order: reset, unplug, reenumerate, delay=MS.
-// A dialogue stops at its first failing line; the next `phone` starts the next one.
+// PAYLOAD: `part NAME N` (the 76-byte form), `le32 N`, `zeros N`, in any sequence. REPLY: `silent`, or a reply's name
+// with `"text"` (VER) and `len=N`; then the phone's other actions in order: reset, unplug, reenumerate, delay=MS. A
+// dialogue stops at its first failing line; the next `phone` starts the next one.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
 
 #include <algorithm>
 #include <filesystem>
@@ -51,7 +64,10 @@
 #include "engines/sprd/PhoneCodes.h"
 #include "engines/sprd/PhoneModel.h"
 #include "engines/sprd/Session.h"
+#include "platform/ChildProcess.h"
 #include "sprd/PackageFixture.h"
+#include "support/RunTool.h"
+#include "support/TempDir.h"
 
 using namespace quorvel::sprd;
 using Bytes = std::vector<std::uint8_t>;
@@ -75,6 +91,7 @@ const std::map<std::string, std::uint16_t> kReplies = {{"ACK", rep::ACK},
                                                        {"SIGNATURE_REFUSED", rep::SIGNATURE_REFUSED},
                                                        {"PARTITION_TABLE", rep::PARTITION_TABLE},
                                                        {"UNSUPPORTED", rep::UNSUPPORTED}};
+const std::string kDir = std::string(QUORVEL_SOURCE_DIR) + "/tests/sprd/dialogues";
 const char* const kKinds[] = {"frame", "bad-check", "bad-escape", "bad-end", "garbage"};
 
 struct Bad : std::runtime_error {
@@ -109,10 +126,7 @@ void Put32(Bytes& out, std::uint64_t v, bool big) {
     for (int i = 0; i < 4; ++i) out.push_back(static_cast<std::uint8_t>(v >> (8 * (big ? 3 - i : i))));
 }
 void PutName(Bytes& out, const std::string& name, std::uint64_t value) {
-    for (std::size_t i = 0; i < phone::kNameUnits; ++i) {
-        out.push_back(i < name.size() ? static_cast<std::uint8_t>(name[i]) : 0);
-        out.push_back(0);
-    }
+    PutPartitionName(name, out);
     Put32(out, value, false);
 }
 // Holds 0x7E and 0x7D and every other byte value.
@@ -129,15 +143,9 @@ Bytes Payload(const Words& w, std::size_t at, std::size_t end) {
         if (k == "part") {
             PutName(out, w.at(at + 1), Num(w.at(at + 2)));
             at += 3;
-        } else if (k == "addr") {
-            Put32(out, Num(w.at(at + 1)), true);
-            Put32(out, Num(w.at(at + 2)), true);
-            at += 3;
-        } else if (k == "le32" || k == "hex" || k == "zeros") {
-            const std::string& v = w.at(at + 1);
-            if (k == "le32") Put32(out, Num(v), false);
-            const Bytes add = k == "hex" ? Hex(v) : k == "zeros" ? Bytes(Num(v)) : Bytes{};
-            out.insert(out.end(), add.begin(), add.end());
+        } else if (k == "le32" || k == "zeros") {
+            if (k == "le32") Put32(out, Num(w.at(at + 1)), false);
+            if (k == "zeros") out.resize(out.size() + Num(w.at(at + 1)));
             at += 2;
         } else {
             throw Bad("unknown payload word " + k);
@@ -154,7 +162,7 @@ Check CheckOf(const std::string& s) {
 }
 
 std::string Field(const std::string& report, const std::string& name, const std::string& field) {
-    const std::size_t at = report.find("{\"name\":\"" + name + "\"");
+    const std::size_t at = name == "-" ? 0 : report.find("{\"name\":\"" + name + "\"");
     const std::size_t f = at == std::string::npos ? at : report.find("\"" + field + "\":", at);
     if (f == std::string::npos) return "(none)";
     const std::size_t from = f + field.size() + 3;
@@ -238,8 +246,9 @@ public:
         const Words w(all.begin(), arrow), e(arrow == all.end() ? arrow : arrow + 1, all.end());
         const std::string& v = w.at(0);
         if (v == "phone") return NewPhone(w);
+        if (v == "program") return NewProgram(w);
         if (v == "encode" || v == "decode") return Codec(w, e);
-        if (!phone_) NewPhone({"phone"});
+        if (!phone_ && !child_) NewPhone({"phone"});
         if (v == "fdl2") {
             const std::string exec = config_.incompatibleAfterFdl2 ? "INCOMPATIBLE_PARTITION" : "ACK";
             for (const char* line :
@@ -257,7 +266,21 @@ public:
         } else if (v == "raw") {
             Deliver(HexFrom(w, 1, w.size()));
         } else if (v == "hangup") {
-            phone_->HostClosed();
+            child_ ? Hangup() : phone_->HostClosed();
+        } else if (v == "reconnect") {
+            Connect();
+        } else if (v == "check") {
+            check_ = CheckOf(w.at(1));
+        } else if (v == "term") {
+            child_->Signal(SIGTERM);
+        } else if (v == "exit") {
+            const int code = child_->Reap().code;
+            std::string err;
+            char buf[512];
+            for (long n; (n = child_->ReadErr(buf, sizeof buf)) > 0;) err.append(buf, static_cast<std::size_t>(n));
+            if (static_cast<std::uint64_t>(code) != Num(w.at(1)) ||
+                (w.size() > 2 && err.find(w[2].substr(1, w[2].size() - 2)) == std::string::npos))
+                throw Bad("it ended with " + std::to_string(code) + ": " + err);
         } else if (v == "pieces") {
             piece_ = Num(w.at(1));
         } else if (v == "load") {
@@ -296,7 +319,9 @@ public:
         } else if (v == "expect") {
             ExpectState(w.at(1), w.at(2));
         } else if (v == "report") {
-            const std::string report = phone_->ReportJson();
+            std::ifstream file(report_);
+            const std::string report =
+                child_ ? std::string(std::istreambuf_iterator<char>(file), {}) : phone_->ReportJson();
             for (std::size_t i = 2; i < w.size(); ++i) {
                 const std::string key = w[i].substr(0, w[i].find('=')), value = w[i].substr(w[i].find('=') + 1);
                 const std::string want = value == "last" ? Sha256::HexOf(loaded_[w[1]]) : value;
@@ -321,6 +346,71 @@ public:
     }
 
 private:
+    void NewProgram(const Words& w) {
+        Hangup();
+        phone_.reset();
+        dir_ = std::make_unique<quorvel::test::TempDir>();
+        std::vector<std::string> argv = {quorvel::test::ToolPath("quorvel-sprd-phone")};
+        for (std::size_t i = 1; i < w.size(); ++i) {
+            std::string a = w[i].rfind("$DATA/", 0) == 0 ? kDir + w[i].substr(5) : w[i];
+            for (auto at = a.find('@'); at != std::string::npos; at = a.find('@')) a.replace(at, 1, dir_->Path());
+            argv.push_back(a);
+            if (w[i - 1] == "--listen") listen_ = a;
+            if (w[i - 1] == "--report") report_ = a;
+        }
+        std::string error;
+        child_ = quorvel::platform::ChildProcess::Spawn(argv, true, error);
+        if (!child_) throw Bad(error);
+        check_ = Check::BOOT_ROM_CRC;
+        escape_ = true;
+        Connect();
+    }
+    // Waits (10 s at most) until the program says it listens, and reaches it there.
+    void Connect() {
+        Hangup();
+        char buf[512];
+        for (int i = 0; out_.find("ready " + listen_ + "\n") == std::string::npos && i < 100; ++i) {
+            pollfd p{child_->OutFd(), POLLIN, 0};
+            ::poll(&p, 1, 100);
+            for (long n; (n = child_->ReadOut(buf, sizeof buf)) > 0;) out_.append(buf, static_cast<std::size_t>(n));
+        }
+        const std::string path = listen_.substr(listen_.find(':') + 1);
+        if (listen_.rfind("unix:", 0) == 0) {
+            fd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            sockaddr_un addr{};
+            addr.sun_family = AF_UNIX;
+            std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
+            if (::connect(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) Hangup();
+        } else {
+            fd_ = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        }
+        if (fd_ < 0) throw Bad("cannot reach " + listen_ + "; the program said: " + out_);
+        out_.clear();
+    }
+    void Hangup() {
+        if (fd_ >= 0) ::close(fd_);
+        fd_ = -1;
+    }
+    // The first frame back within 2 s, or none when the program stays silent or leaves.
+    Exchange Talk(const Bytes& wire) {
+        if (fd_ < 0 || ::write(fd_, wire.data(), wire.size()) != static_cast<ssize_t>(wire.size()))
+            throw Bad("cannot write to the program");
+        FrameDecoder dec(check_);
+        dec.SetEscaping(escape_);
+        Exchange x;
+        std::uint8_t buf[4096];
+        for (int i = 0; i < 20 && x.frames.empty(); ++i) {
+            pollfd p{fd_, POLLIN, 0};
+            if (::poll(&p, 1, 100) <= 0) continue;
+            const ssize_t n = ::read(fd_, buf, sizeof buf);
+            if (n <= 0) break;
+            dec.Feed({buf, static_cast<std::size_t>(n)});
+            while (auto d = dec.Next())
+                if (d->kind == Decoded::FRAME && d->frame.type != rep::LOG) x.frames.push_back(std::move(d->frame));
+        }
+        return x;
+    }
+
     void NewPhone(const Words& w) {
         config_ = PhoneConfig{};
         for (std::size_t i = 1; i < w.size(); ++i) {
@@ -351,6 +441,8 @@ private:
                 throw Bad("unknown phone option " + o);
             }
         }
+        Hangup();
+        child_.reset();
         phone_ = std::make_unique<PhoneModel>(config_);
         check_ = Check::BOOT_ROM_CRC;
         piece_ = 0;
@@ -370,6 +462,7 @@ private:
     }
 
     Exchange Deliver(const Bytes& wire) {
+        if (child_) return Talk(wire);
         std::vector<PhoneAction> got;
         const std::size_t step = piece_ ? piece_ : std::max<std::size_t>(1, wire.size());
         for (std::size_t i = 0; i < wire.size(); i += step) {
@@ -590,11 +683,18 @@ private:
     Bytes factory_;
     std::unique_ptr<quorvel::test::SprdPackage> pkg_;
     std::map<std::string, Bytes> loaded_;
+    std::unique_ptr<quorvel::test::TempDir> dir_;
+    std::unique_ptr<quorvel::platform::ChildProcess> child_;
+    std::string listen_, report_, out_;
+    int fd_ = -1;
+
+public:
+    ~Dialogue() { Hangup(); }
 };
 
 std::vector<std::string> DialogueFiles() {
     std::vector<std::string> out;
-    for (const auto& e : std::filesystem::directory_iterator(std::string(QUORVEL_SOURCE_DIR) + "/tests/sprd/dialogues"))
+    for (const auto& e : std::filesystem::directory_iterator(kDir))
         if (e.path().extension() == ".txt") out.push_back(e.path().stem().string());
     std::sort(out.begin(), out.end());
     return out;
@@ -603,7 +703,7 @@ std::vector<std::string> DialogueFiles() {
 class DialogueFile : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(DialogueFile, Holds) {
-    const std::string path = std::string(QUORVEL_SOURCE_DIR) + "/tests/sprd/dialogues/" + GetParam() + ".txt";
+    const std::string path = kDir + "/" + GetParam() + ".txt";
     std::ifstream in(path);
     ASSERT_TRUE(in) << path;
     Dialogue d;
@@ -612,7 +712,8 @@ TEST_P(DialogueFile, Holds) {
     for (std::string line; std::getline(in, line);) {
         ++number;
         const Words w = Dialogue::Split(line.substr(0, line.find('#')));
-        if (w.empty() || (failed && w[0] != "phone" && w[0] != "encode" && w[0] != "decode")) continue;
+        if (w.empty() || (failed && w[0] != "phone" && w[0] != "program" && w[0] != "encode" && w[0] != "decode"))
+            continue;
         try {
             failed = false;
             d.Line(w);
