@@ -4,7 +4,9 @@
 
 #include "packages/MtkPreparation.h"
 #include "station/Texts.h"
+#include "support/Golden.h"
 #include "support/StationFixture.h"
+#include "support/TableFile.h"
 
 using namespace quorvel;
 using namespace quorvel::packages;
@@ -22,9 +24,9 @@ TEST(DaVariant, TableOfChipNames) {
     EXPECT_EQ(DaFolderOf("/st/", 2), "/st/MTKDA_SP/Sec11_V1");
 }
 
-class MtkPrep : public ::testing::Test {
-protected:
-    MtkPrep() {
+// A station whose package is an MTK scatter file in fw/.
+struct MtkStation {
+    MtkStation() {
         fx.station->package.kind = app::PackageKind::MtkScatter;
         fx.station->package.firmwareFolder = fx.dir.Path() + "fw/";
         fx.station->package.scatterFilePath = fx.dir.Path() + "fw/MT6755_Android_scatter.txt";
@@ -36,100 +38,72 @@ protected:
         fx.dir.Write("fw/" + name, "<?xml version=\"1.0\"?>\n<efuse><common><magic>1</magic><chip-name>" + chip +
                                        "</chip-name></common></efuse>\n");
     }
-    std::string Folder(const char* variant) const { return fx.dir.Path() + "MTKDA_SP/" + variant; }
     test::StationFixture fx;
 };
 
-TEST_F(MtkPrep, FullPreparationPublishesEfuseChipAndDaFilesWhichALaterEmptyFolderKeeps) {
-    Efuse("efuse.xml", "MT6755_V1");
-    fx.dir.Write("fw/other.xml", "<x/>");
-    fx.dir.Write("MTKDA_SP/Sec20_V1/DA_BR_PL.bin", "one file for both");
-    fx.dir.Write("MTKDA_SP/Sec20_V1/readme.bin", "neither");
-    fx.dir.Write("MTKDA_SP/Sec11/DA_BR.bin", "wrong variant");
-    EXPECT_TRUE(MtkPreparation(*fx.station).PrepareMtkPackage(true).empty());
-    auto state = fx.station->mtkPrep.Get();
-    EXPECT_EQ(state->EfuseEnabled, 1);
-    EXPECT_EQ(state->EfuseXmlPath, fx.dir.Path() + "fw/efuse.xml");
-    EXPECT_EQ(state->ChipName, "MT6755_V1");
-    EXPECT_EQ(state->DaVariant, 3);
-    EXPECT_EQ(state->DaBrPath, Folder("Sec20_V1") + "/DA_BR_PL.bin");
-    EXPECT_EQ(state->DaPlPath, Folder("Sec20_V1") + "/DA_BR_PL.bin");
-    EXPECT_EQ(fx.station->view.Pane(2), "EFUSE Enable!");
+class MtkPrep : public ::testing::Test, protected MtkStation {};
 
-    Efuse("efuse.xml", "MT6797");  // Sec20: no folder, so the earlier paths stay
-    EXPECT_TRUE(MtkPreparation(*fx.station).PrepareMtkPackage(false).empty());
-    state = fx.station->mtkPrep.Get();
-    EXPECT_EQ(state->DaVariant, 1);
-    EXPECT_EQ(state->DaBrPath, Folder("Sec20_V1") + "/DA_BR_PL.bin");
+// What a preparation holds, with the problems it noted.
+std::string Shown(const app::MtkPrepState& s, const std::vector<std::string>& problems) {
+    std::string text = "efuse " + std::to_string(s.EfuseEnabled) + " [" + s.EfuseXmlPath + "] chip [" + s.ChipName +
+                       "] variant " + std::to_string(s.DaVariant) + "\nDA BR [" + s.DaBrPath + "] PL [" + s.DaPlPath +
+                       "]\n";
+    for (const std::string& p : problems) text += "problem " + p + "\n";
+    return text;
 }
 
-TEST_F(MtkPrep, EfuseSearchNoneOrSeveral) {
-    fx.dir.Write("fw/d.xml", "<x/>");
-    // No DA search, so no DA message either.
-    EXPECT_TRUE(MtkPreparation(*fx.station).PrepareMtkPackage(true).empty());
-    EXPECT_EQ(fx.station->mtkPrep.Get()->EfuseEnabled, 0);
-    EXPECT_EQ(fx.station->view.Pane(2), "EFUSE Disable!");
-
-    Efuse("a_efuse.xml", "MT6580");
-    Efuse("b_efuse.xml", "MT6797");
-    Efuse("c_efuse.XML", "MT6757");
-    MtkPreparation prep(*fx.station);
-    EXPECT_EQ(prep.FindEfuseXml(), 0);
-    EXPECT_EQ(prep.State().EfuseXmlPath, fx.dir.Path() + "fw/c_efuse.XML");
-    // Once two matches exist, every further file examined repeats it.
-    EXPECT_EQ(prep.Problems(), std::vector<std::string>(3, app::texts::kMtkMoreThanOneEfuse));
-    prep.PrepareMtkPackage(false);
-    EXPECT_EQ(fx.station->mtkPrep.Get()->EfuseEnabled, 1);
+// The stories: tests/tables/mtk-prep.txt.
+TEST(MtkPreparationTable, Stories) {
+    for (const auto& row : test::ReadTable("mtk-prep.txt")) {
+        SCOPED_TRACE(row.where);
+        MtkStation fx;
+        MtkPreparation kept(*fx.fx.station);
+        app::Station& st = *fx.fx.station;
+        std::string text;
+        const auto& w = row.words;
+        for (std::size_t i = 1; i < w.size(); ++i) {
+            const std::size_t args = w[i] == "file" || w[i] == "efuse" || w[i] == "da" ? 2
+                                     : w[i] == "language" || w[i] == "chip"            ? 1
+                                                                                       : 0;
+            ASSERT_LT(i + args, w.size()) << w[i];
+            if (w[i] == "file") fx.fx.dir.Write(w[i + 1], w[i + 2]);
+            if (w[i] == "efuse") fx.Efuse(w[i + 1], w[i + 2]);
+            if (w[i] == "da") st.settings.DA_BR = w[i + 1], st.settings.DA_PL = w[i + 2];
+            if (w[i] == "language") st.language.SetLanguageId(static_cast<std::uint16_t>(std::stoul(w[i + 1])));
+            if (args == 0 || w[i] == "chip") text += "> " + w[i] + (args ? " " + w[i + 1] : "") + "\n";
+            if (w[i] == "prepare" || w[i] == "prepare-quiet") {
+                for (const std::string& m : MtkPreparation(st).PrepareMtkPackage(w[i] == "prepare"))
+                    text += "message " + m + "\n";
+                text += Shown(*st.mtkPrep.Get(), {}) + "pane " + st.view.Pane(2) + "\n";
+            } else if (w[i] == "find-efuse" || w[i] == "find-da" || w[i] == "chip") {
+                if (w[i] == "chip") kept.LoadChipName(fx.fx.dir.File(w[i + 1]));
+                if (w[i] != "chip")
+                    text +=
+                        "result " + std::to_string(w[i] == "find-da" ? kept.FindDaFiles() : kept.FindEfuseXml()) + "\n";
+                text += Shown(kept.State(), kept.Problems());
+            } else {
+                ASSERT_GT(args, 0u) << "unknown step " << w[i];
+            }
+            i += args;
+        }
+        EXPECT_TRUE(test::MatchesGolden("mtk-prep/" + w[0] + ".txt", test::Scrub(text, {{fx.fx.dir.Path(), "$DIR/"}})));
+    }
 }
 
-TEST_F(MtkPrep, ChipNameRules) {
+// A well-formed file one byte over the bound is refused unread; a FIFO in the XML's
+// place is refused at once, never opened for a blocking read.
+TEST_F(MtkPrep, ChipNameFromFilesTooLargeOrNotRegular) {
     MtkPreparation prep(*fx.station);
-    Efuse("efuse.xml", "MT6750");
-    prep.LoadChipName(fx.dir.File("fw/efuse.xml"));
-    EXPECT_EQ(prep.State().ChipName, "MT6750");
-
-    fx.dir.Write("fw/none.xml", "<efuse><common><magic>1</magic></common></efuse>");
-    prep.LoadChipName(fx.dir.File("fw/none.xml"));
-    EXPECT_EQ(prep.State().ChipName, "MT6750");  // kept
-    fx.dir.Write("fw/broken.xml", "<efuse><common>");
-    prep.LoadChipName(fx.dir.File("fw/broken.xml"));
-    // A well-formed file one byte over the bound is refused unread.
     const std::string head = "<efuse><common><chip-name>MT6580</chip-name></common>";
     fx.dir.Write("fw/huge.xml", head + std::string(kEfuseXmlMaxBytes + 1 - head.size() - 8, ' ') + "</efuse>");
     prep.LoadChipName(fx.dir.File("fw/huge.xml"));
-    EXPECT_EQ(prep.State().ChipName, "MT6750");
-    EXPECT_EQ(prep.Problems(),
-              (std::vector<std::string>{app::texts::kMtkNoChipName, app::texts::kMtkEfuseXmlUnreadable,
-                                        "the efuse xml file [" + fx.dir.File("fw/huge.xml") +
-                                            "] has 1048577 bytes, more than the 1024 KiB an efuse xml may have: it "
-                                            "is not loaded."}));
-
-    // A FIFO in the XML's place is refused at once, never opened for a blocking read.
     ASSERT_EQ(::mkfifo(fx.dir.File("fw/fifo_efuse.xml").c_str(), 0644), 0);
     prep.LoadChipName(fx.dir.File("fw/fifo_efuse.xml"));
-    EXPECT_EQ(prep.Problems().back(), app::texts::kMtkEfuseXmlUnreadable);
-
-    fx.dir.Write("fw/empty.xml", "<efuse><common><x-chip-name-y/></common></efuse>");
-    prep.LoadChipName(fx.dir.File("fw/empty.xml"));
     EXPECT_EQ(prep.State().ChipName, "");
-}
-
-TEST_F(MtkPrep, DaSearchRulesAndMessages) {
-    fx.dir.Write("MTKDA_SP/Sec11/a_BR.bin", "");
-    fx.dir.Write("MTKDA_SP/Sec11/b.bin", "");
-    fx.dir.Write("MTKDA_SP/Sec11/z_BR.txt", "");
-    fx.station->settings.DA_BR = "";
-    fx.station->settings.DA_PL = "nothing";
-    MtkPreparation prep(*fx.station);
-    EXPECT_EQ(prep.FindDaFiles(), 0);
-    EXPECT_EQ(prep.State().DaBrPath, Folder("Sec11") + "/b.bin");  // empty setting: every file, last wins
-    EXPECT_EQ(prep.State().DaPlPath, "");
-
-    Efuse("efuse.xml", "MT6580");
-    EXPECT_EQ(prep.PrepareMtkPackage(true), std::vector<std::string>{"Error: DA File Missing,please check it!!!"});
-    fx.station->language.SetLanguageId(fx.systemLanguage);  // Chinese chosen
-    EXPECT_EQ(prep.PrepareMtkPackage(true), std::vector<std::string>{"错误: DA文件未找到，请检查！"});
-    EXPECT_EQ(prep.PrepareMtkPackage(false), std::vector<std::string>{"Error : DA File Missing,please check it!!!"});
+    EXPECT_EQ(prep.Problems(), (std::vector<std::string>{"the efuse xml file [" + fx.dir.File("fw/huge.xml") +
+                                                             "] has 1048577 bytes, more than the 1024 KiB an efuse "
+                                                             "xml may have: it is not loaded.",
+                                                         app::texts::kMtkEfuseXmlUnreadable}));
 }
 
 class FakeConsole final : public PackageDisplayConsole {
