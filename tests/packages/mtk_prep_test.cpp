@@ -125,45 +125,37 @@ public:
     std::vector<std::string> calls;
 };
 
+// The console's calls and the texts shown after each refresh: tests/golden/mtk-prep/refresh.txt.
 TEST_F(MtkPrep, RefreshDisplayByKind) {
     FakeConsole console;
-    auto refresh = [&] {
+    app::ConsoleView& view = fx.station->view;
+    app::PackageSelection& package = fx.station->package;
+    std::string text;
+    auto refresh = [&](const std::string& what) {
         console.calls.clear();
         MtkPreparation::RefreshPackageDisplay(*fx.station, console);
-        return console.calls;
+        text += "> " + what + "\n";
+        for (const std::string& call : console.calls) text += "  " + call + "\n";
+        // The version is what the history keeps.
+        text += "pane [" + view.Pane(0) + "] banner [" + view.Text(app::IDC_PATH_BANNER) + "] panel [" +
+                view.Text(app::IDC_PANEL) + "] version [" + package.version + "]\n";
     };
-    using Calls = std::vector<std::string>;
-    app::ConsoleView& view = fx.station->view;
-    const std::string scatter = fx.station->package.scatterFilePath;
-    EXPECT_EQ(refresh(), (Calls{"banner Arial 24", "preload", "panel 32", "repaint"}));
-    EXPECT_EQ(view.Pane(0), "Software Path: \"" + scatter + "\"");
-    EXPECT_EQ(view.Text(app::IDC_PATH_BANNER), scatter);
-    EXPECT_EQ(view.Text(app::IDC_PANEL), "SW:V1.2");
-    EXPECT_EQ(fx.station->package.version, "SW:V1.2");  // what the history keeps
-
+    refresh("scatter");
     // A failed pre-load stops before the banner text and the repaint.
     view.SetText(app::IDC_PATH_BANNER, "");
     console.preloadResult = 5;
-    EXPECT_EQ(refresh(), (Calls{"banner Arial 24", "preload"}));
-    EXPECT_EQ(view.Text(app::IDC_PATH_BANNER), "");
-
+    refresh("scatter, pre-load fails");
     // A missing scatter file: the message, empty texts, no pre-load.
-    fx.station->package.scatterFilePath = fx.dir.Path() + "fw/gone.txt";
-    EXPECT_EQ(refresh(), (Calls{"tell Please select MTK Scatter file first!"}));
-    EXPECT_EQ(view.Pane(0), "");
-
-    fx.station->package.kind = app::PackageKind::SprdPac;
-    fx.station->package.pacFilePath = "/p/a.pac";
-    EXPECT_EQ(refresh(), (Calls{"banner Arial 24", "panel 32", "repaint"}));
-    EXPECT_EQ(view.Pane(0), "Software Path: \"/p/a.pac\"");
-    EXPECT_EQ(view.Text(app::IDC_PANEL), "");
-    EXPECT_EQ(fx.station->package.version, "");
-
+    package.scatterFilePath = fx.dir.Path() + "fw/gone.txt";
+    refresh("scatter missing");
+    package.kind = app::PackageKind::SprdPac;
+    package.pacFilePath = "/p/a.pac";
+    refresh("pac");
     console.preloadResult = 1;  // not examined for CFG packages
-    fx.station->package.kind = app::PackageKind::MtkCfg;
-    fx.station->package.cfgFilePath = "/c/x.cfg";
-    EXPECT_EQ(refresh(), (Calls{"banner Arial 24", "preload", "panel 32", "repaint"}));
-    EXPECT_EQ(view.Text(app::IDC_PATH_BANNER), "/c/x.cfg");
+    package.kind = app::PackageKind::MtkCfg;
+    package.cfgFilePath = "/c/x.cfg";
+    refresh("cfg, its pre-load result not examined");
+    EXPECT_TRUE(test::MatchesGolden("mtk-prep/refresh.txt", test::Scrub(text, {{fx.dir.Path(), "$DIR/"}})));
 }
 
 }  // namespace
