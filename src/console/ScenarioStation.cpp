@@ -59,7 +59,7 @@ std::string Look(const app::SlotCell& cell) {
 
 // A bench socket's locations read "socket K" and "socket K LS", so that scenarios need
 // not know hub names.
-std::string Location(const std::string& location, sim::SimBench* bench) {
+std::string Location(const std::string& location, sim::ScenarioBench* bench) {
     for (int k = 0; bench && k < bench->SocketCount(); ++k) {
         if (location == bench->HsLocation(k)) return "socket " + std::to_string(k);
         if (location == bench->LsLocation(k)) return "socket " + std::to_string(k) + " LS";
@@ -102,8 +102,11 @@ std::string PackageFile(const std::string& exeDir, const std::string& name) {
 
 }  // namespace
 
-ScenarioStation::Process::Process(platform::Clock& clock, app::StationOptions options)
-    : station(std::move(options), clock), loop(clock), controller(station, loop, ui), rig(station, loop, controller) {
+ScenarioStation::Process::Process(platform::Clock& clock, app::StationOptions options, platform::SysPaths paths)
+    : station(std::move(options), clock),
+      loop(clock),
+      controller(station, loop, ui),
+      rig(station, loop, controller, std::move(paths)) {
     loop.SetHandler(&controller);
     // As the window's start-up: the folders, and no temporary file left by a killed writer.
     app::AppStartup::CreateFolders(station.ExeDir(), ui);
@@ -115,19 +118,32 @@ ScenarioStation::Process::~Process() {
     rig.Close(loop, ready);
 }
 
-ScenarioStation::ScenarioStation(platform::Clock& clock, std::function<app::StationOptions()> options)
-    : clock_(clock), options_(std::move(options)) {}
+ScenarioStation::ScenarioStation(platform::Clock& clock, std::function<app::StationOptions()> options, DeviceTree* tree,
+                                 platform::SysPaths paths)
+    : clock_(clock), options_(std::move(options)), tree_(tree), paths_(std::move(paths)) {}
 
-ScenarioStation::~ScenarioStation() = default;
+ScenarioStation::~ScenarioStation() {
+    Close();
+}
+
+void ScenarioStation::Close() {
+    if (tree_ && process_) tree_->Serve(nullptr);
+    process_.reset();
+}
 
 bool ScenarioStation::Up(std::string& why) {
-    if (!process_) process_ = std::make_unique<Process>(clock_, options_());
+    if (!process_) {
+        process_ = std::make_unique<Process>(clock_, options_(), paths_);
+        if (tree_) tree_->Serve(&process_->rig.Phones());
+    }
     if (!process_->ready) why = "its start-up failed";
     return process_->ready;
 }
 
-sim::SimBench* ScenarioStation::Bench() {
-    return process_ ? process_->rig.Bench() : nullptr;
+sim::ScenarioBench* ScenarioStation::Bench() {
+    if (!process_) return nullptr;
+    if (sim::SimBench* bench = process_->rig.Bench()) return bench;
+    return tree_;
 }
 
 void ScenarioStation::Press() {
@@ -164,7 +180,7 @@ std::string ScenarioStation::Observe(const std::vector<std::string>& subject) {
         return platform::ProfileIni::ReadString(options_().exeDir + "Config/CommonSetting.ini", subject.at(1),
                                                 subject.at(2), "", 1024);
     std::string seen;
-    sim::SimBench* bench = Bench();
+    sim::ScenarioBench* bench = Bench();
     const std::string& what = subject.at(0);
     Read([&](Process& p) {
         app::Station& st = p.station;
@@ -283,7 +299,7 @@ bool ScenarioStation::WriteFile(const std::string& file, const std::string& text
 }
 
 bool ScenarioStation::Restart(std::string& why) {
-    process_.reset();
+    Close();
     for (const Setting& s : std::exchange(pending_, {}))
         if (!Write(s, why)) return false;
     return Up(why);

@@ -2,7 +2,9 @@
 // A whole station, headless, that a bench scenario plays against: what main() builds
 // (station, station loop, console, rig) on a station folder, started at the first
 // step that needs it and closed as the window's close does. A restart closes it and
-// builds it again from its files, on the same clock.
+// builds it again from its files, on the same clock. On a real bench ([BENCH]
+// Simulated=0) the scenario plugs its phones into a device tree the caller provides,
+// which the station reads through its udev backend, and the in-process engines serve them.
 // Threads: one caller thread (the scenario's); reads of the station go through
 // the station loop.
 
@@ -15,21 +17,32 @@
 #include "console/ConsoleUi.h"
 #include "console/StationRig.h"
 #include "platform/Clock.h"
+#include "platform/SysPaths.h"
 #include "sim/Scenario.h"
 #include "station/Station.h"
 #include "station/StationLoop.h"
 
 namespace quorvel::console {
 
+// A device tree of a real bench whose phones the simulated engines serve.
+class DeviceTree : public sim::ScenarioBench {
+public:
+    // The engines' registry of the station now up (its profiles, its switches); null
+    // before that station closes. Called on the scenario's thread.
+    virtual void Serve(engine::SimPhoneRegistry* phones) = 0;
+};
+
 class ScenarioStation final : public sim::ScenarioHost {
 public:
     // `options` makes the options of each start; its exeDir is the station folder.
-    ScenarioStation(platform::Clock& clock, std::function<app::StationOptions()> options);
+    // `tree` and `paths` are the real bench's, for a station with [BENCH] Simulated=0.
+    ScenarioStation(platform::Clock& clock, std::function<app::StationOptions()> options, DeviceTree* tree = nullptr,
+                    platform::SysPaths paths = {});
     ~ScenarioStation() override;
 
     // Starts the station unless it is up; false (and why) when its start-up failed.
     bool Up(std::string& why) override;
-    sim::SimBench* Bench() override;
+    sim::ScenarioBench* Bench() override;
     void Press() override;
     void Menu(const std::string& item, int row) override;
     bool Running() override;
@@ -49,14 +62,17 @@ private:
         std::string section, key, value;
     };
     bool Write(const Setting& setting, std::string& why);
+    void Close();  // the station process, if one is up
     platform::Clock& clock_;
     std::function<app::StationOptions()> options_;
+    DeviceTree* tree_;
+    const platform::SysPaths paths_;
     std::unique_ptr<Process> process_;
     std::vector<Setting> pending_;  // for the next start-up
 };
 
 struct ScenarioStation::Process {
-    Process(platform::Clock& clock, app::StationOptions options);
+    Process(platform::Clock& clock, app::StationOptions options, platform::SysPaths paths);
     ~Process();
     app::HeadlessConsoleUi ui;
     app::Station station;

@@ -105,7 +105,7 @@ bool ParseCheck(const std::vector<std::string>& w, std::size_t first, bool await
     return true;
 }
 
-// "#@ engines: sim program native-sprd" or "#@ speed: 5"
+// "#@ engines: sim program native-sprd udev" or "#@ speed: 5"
 bool ParseHeader(const std::string& raw, Scenario& s, std::string& why) {
     std::istringstream words(raw.substr(2));
     std::string w;
@@ -120,7 +120,8 @@ bool ParseHeader(const std::string& raw, Scenario& s, std::string& why) {
     if (w != "engines:") return why = "a header line is \"#@ engines: ...\" or \"#@ speed: N\"", false;
     s.engines.clear();
     while (words >> w) {
-        if (w != "sim" && w != "program" && w != "native-sprd") return why = "unknown engines \"" + w + "\"", false;
+        if (w != "sim" && w != "program" && w != "native-sprd" && w != "udev")
+            return why = "unknown engines \"" + w + "\"", false;
         s.engines.push_back(w);
     }
     if (s.engines.empty()) return why = "no engines named", false;
@@ -269,9 +270,15 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, Scenar
         }
         const bool onBench = st.action == ScenarioStep::PLUG || st.action == ScenarioStep::UNPLUG ||
                              st.action == ScenarioStep::SERIAL_DELAY || st.action == ScenarioStep::AUTO;
-        SimBench* bench = onBench ? host.Bench() : nullptr;
+        ScenarioBench* bench = onBench ? host.Bench() : nullptr;
         if (onBench && !bench) {
             fail(st, "no simulated bench ([BENCH] Simulated=1)");
+            return log;
+        }
+        // The automatic bench watches the simulated engines' hold on each phone.
+        auto* simBench = dynamic_cast<SimBench*>(bench);
+        if (st.action == ScenarioStep::AUTO && !simBench) {
+            fail(st, "auto needs the simulated bench");
             return log;
         }
         switch (st.action) {
@@ -336,7 +343,7 @@ ScenarioLog RunScenario(const Scenario& scenario, platform::Clock& clock, Scenar
             }
             case ScenarioStep::AUTO:
                 automatic.reset();
-                automatic = std::make_unique<AutoBench>(*bench, clock, [kind = st.kind] { return kind; });
+                automatic = std::make_unique<AutoBench>(*simBench, clock, [kind = st.kind] { return kind; });
                 automatic->Start();
                 note(st, "auto");
                 break;

@@ -3,7 +3,8 @@
 // seen. One step a line, "<ms from the start> <action> ...", times never going back:
 //
 //   # comment
-//   #@ engines: sim program        (header: the runner plays it on each of these engines)
+//   #@ engines: sim program udev   (header: the runner plays it on each of these engines;
+//                                   udev: on a real-bench device tree, see Scenario)
 //   #@ speed: 10                   (header: how much faster than real time it runs)
 //   0      set [BENCH] Hubs 2       a setting; it counts from the next start-up
 //   0      set package pac          the package: scatter, pac, cfg, none or a path
@@ -92,7 +93,10 @@ struct Scenario {
     platform::Millis end = 0;  // time of "end", or of the last step
     // Header lines, for the runner of the scenario files. "#@ engines:": which engines
     // to play it on, each in turn: sim (in process), program (the simulated engine
-    // program), native-sprd (the native SPRD engine with simulated phones).
+    // program), native-sprd (the native SPRD engine with simulated phones), udev (the
+    // real-bench backend on a device tree shaped like the simulated bench: one 2.0
+    // controller, one hub of four sockets; phones as the kernel presents them, jobs on
+    // the in-process engines).
     std::vector<std::string> engines{"sim"};
     double speed = 10;  // "#@ speed:": bench time runs this many times faster
 };
@@ -106,8 +110,8 @@ public:
     virtual ~ScenarioHost() = default;
     // Brings the station up unless it is; false, with the reason, when it did not come up.
     virtual bool Up(std::string& why) = 0;
-    virtual SimBench* Bench() = 0;  // null on a real bench
-    virtual void Press() = 0;       // the Start/Stop button
+    virtual ScenarioBench* Bench() = 0;  // null when there are no sockets to plug into
+    virtual void Press() = 0;            // the Start/Stop button
     // A menu command of the slot list, `row` selected (-1: none).
     virtual void Menu(const std::string& item, int row) = 0;
     virtual bool Running() = 0;

@@ -37,24 +37,39 @@ enum class PhoneMode { BROM, PRELOADER, DA, SPRD, SPRD_DOWNLOAD, CFG };
 
 std::optional<PhoneKind> PhoneKindOf(const std::string& word);
 
-class SimBench final : public devices::DeviceBackend {
+// The sockets a bench scenario plugs phones into: the simulated bench, or a device tree
+// shaped like one. Any thread may call it.
+class ScenarioBench {
+public:
+    virtual ~ScenarioBench() = default;
+    virtual int SocketCount() const = 0;
+    virtual std::string HsLocation(int socket) const = 0;
+    virtual std::string LsLocation(int socket) const = 0;
+    // False when the socket does not exist or is taken, or the phone could not be made.
+    virtual bool Plug(int socket, PhoneKind kind, const engine::PhoneProfile& profile) = 0;
+    virtual bool Unplug(int socket) = 0;
+    // How long after a phone (or its new mode) appears its serial port does; for later plugs.
+    virtual void SetSerialDelay(platform::Millis ms) = 0;
+    virtual std::optional<PhoneMode> ModeAt(int socket) const = 0;
+};
+
+class SimBench final : public devices::DeviceBackend, public ScenarioBench {
 public:
     static constexpr platform::Millis kReEnumerateMs = 1000;
 
     SimBench(int hubs, int socketsPerHub, engine::SimPhoneRegistry& registry, platform::Clock& clock);
     ~SimBench() override;
 
-    int SocketCount() const { return hubs_ * socketsPerHub_; }
-    // How long after a phone (or its new mode) appears its serial port does; for later plugs.
-    void SetSerialDelay(platform::Millis ms);
+    int SocketCount() const override { return hubs_ * socketsPerHub_; }
+    void SetSerialDelay(platform::Millis ms) override;
     // Sockets are numbered from 0 across the hubs.
-    std::string HsLocation(int socket) const;
-    std::string LsLocation(int socket) const;
+    std::string HsLocation(int socket) const override;
+    std::string LsLocation(int socket) const override;
 
-    // False when the socket does not exist, is taken, or no pseudo-terminal could be made.
-    bool Plug(int socket, PhoneKind kind, const engine::PhoneProfile& profile);
-    bool Unplug(int socket);
-    std::optional<PhoneMode> ModeAt(int socket) const;
+    // False also when no pseudo-terminal could be made.
+    bool Plug(int socket, PhoneKind kind, const engine::PhoneProfile& profile) override;
+    bool Unplug(int socket) override;
+    std::optional<PhoneMode> ModeAt(int socket) const override;
     // The instance ID the phone on the socket shows now; empty when there is none.
     std::string InstanceIdAt(int socket) const;
     // Whether an engine is working with the phone on `socket`.

@@ -91,9 +91,10 @@ inline bool UmockdevInstalled() {
     tb = mock.testbedNew()
 
 // Builds the tree: controllers, root hubs, hubs and phones as the kernel shows them.
-class UmockdevBench : public ::testing::Test {
-protected:
-    ~UmockdevBench() override {
+// One thread at a time.
+class UmockdevTree {
+public:
+    ~UmockdevTree() {
         if (tb) mock.unref(tb);
     }
     // The testbed's root (its "/sys" is below it).
@@ -214,5 +215,7 @@ protected:
     std::string nodes;                                  // where serial nodes are made; none when empty
     std::map<std::string, std::unique_ptr<Pty>> ptys_;  // by node
 };
+
+class UmockdevBench : public ::testing::Test, public UmockdevTree {};
 
 }  // namespace quorvel::test

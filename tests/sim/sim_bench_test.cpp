@@ -174,7 +174,7 @@ TEST(ScenarioTest, ParsesStepsOrRefusesWithTheLine) {
 // Each look at the station sees the total one higher; a restart is refused.
 struct CountingHost final : ScenarioHost {
     bool Up(std::string&) override { return true; }
-    SimBench* Bench() override { return nullptr; }
+    ScenarioBench* Bench() override { return nullptr; }
     void Press() override {}
     void Menu(const std::string&, int) override {}
     bool Running() override { return false; }
