@@ -11,7 +11,9 @@
 #include <thread>
 
 #include "UmockdevBench.h"
+#include "devices/BenchSurvey.h"
 #include "devices/DeviceText.h"
+#include "devices/KernelDrivers.h"
 #include "support/ScenarioFiles.h"
 
 namespace quorvel::test {
@@ -222,6 +224,14 @@ TEST_P(UdevScenarioFile, Holds) {
     std::filesystem::create_directories(nodes);
     platform::SysPaths paths;
     paths.dev = nodes;
+    // A well set-up PC, so that the start-up bench check finds nothing to tell.
+    dir.Write("pc/rules/" + std::string(devices::kRuleFile), "");
+    dir.Write("pc/modules/" + devices::KernelRelease() + "/modules.builtin",
+              "kernel/drivers/usb/serial/usbserial.ko\n");
+    std::filesystem::create_directories(dir.File("pc/proc"));
+    paths.udevRules = paths.etcUdevRules = dir.File("pc/rules");
+    paths.modules = dir.File("pc/modules");
+    paths.proc = dir.File("pc/proc");
     PlayScenarioFile(
         GetParam(), dir, "Simulated=0\n",
         [this](platform::Clock& clock) { return std::make_unique<ScenarioTree>(*this, clock); }, paths);
