@@ -1,9 +1,9 @@
 // The simulated phone and the frame codec driven by dialogue files (tests/sprd/dialogues/):
 // what the host sends and what the phone answers or does, one behaviour a file. A line:
 //
-//   phone [fault=NAME[@N]]... [reenumerate=fdl1|fdl2] [log=CHANCE] [incompatible]
-//         [partitions=NAME:MIB|rest,...]
-//                                 a fresh phone (a file may hold several dialogues)
+//   phone [OPTION...]             a fresh phone with quorvel-sprd-phone's options that shape
+//                                 it (--fault, --reenumerate, --log-frames, --partitions, ...);
+//                                 a file may hold several dialogues
 //   program ARGS...               quorvel-sprd-phone with these arguments instead (`@`: a fresh
 //                                 folder, `$DATA/`: this folder), reached on its --listen path
 //   reconnect                     once it says "ready" again
@@ -413,33 +413,11 @@ private:
 
     void NewPhone(const Words& w) {
         config_ = PhoneConfig{};
-        for (std::size_t i = 1; i < w.size(); ++i) {
-            const std::string& o = w[i];
-            const std::string value = o.substr(o.find('=') + 1);
+        for (std::size_t i = 1; i < w.size();) {
             std::string error;
-            if (o.rfind("fault=", 0) == 0) {
-                auto f = ParsePhoneFault(value, error);
-                if (!f) throw Bad(error);
-                config_.faults.push_back(*f);
-            } else if (o.rfind("reenumerate=", 0) == 0) {
-                config_.reenumerate = value == "fdl1" ? Reenumerate::FDL1 : Reenumerate::FDL2;
-            } else if (o.rfind("log=", 0) == 0) {
-                config_.logChance = std::stod(value);
-            } else if (o.rfind("partitions=", 0) == 0) {
-                config_.partitions.clear();
-                for (std::size_t at = 0; at < value.size();) {
-                    const std::size_t colon = value.find(':', at), comma = std::min(value.find(',', at), value.size());
-                    const std::string mib = value.substr(colon + 1, comma - colon - 1);
-                    config_.partitions.push_back(
-                        {value.substr(at, colon - at),
-                         mib == "rest" ? phone::kRestOfStorage : static_cast<std::uint32_t>(Num(mib))});
-                    at = comma + 1;
-                }
-            } else if (o == "incompatible") {
-                config_.incompatibleAfterFdl2 = true;
-            } else {
-                throw Bad("unknown phone option " + o);
-            }
+            const int took = ParsePhoneOption(w[i], i + 1 < w.size() ? w[i + 1].c_str() : nullptr, config_, error);
+            if (took <= 0) throw Bad(took ? error : "not a phone option: " + w[i]);
+            i += static_cast<std::size_t>(took);
         }
         Hangup();
         child_.reset();
@@ -727,10 +705,25 @@ TEST_P(DialogueFile, Holds) {
 INSTANTIATE_TEST_SUITE_P(Sprd, DialogueFile, ::testing::ValuesIn(DialogueFiles()),
                          [](const auto& info) { return info.param; });
 
-TEST(SprdPhone, RefusesABadFault) {
-    std::string error;
-    for (const char* bad : {"nosuch", "overrun@0", "overrun@x", "signature", "no-check-baud@2"})
-        EXPECT_FALSE(ParsePhoneFault(bad, error)) << bad;
+TEST(SprdPhone, RefusesABadOption) {
+    const std::vector<std::pair<const char*, const char*>> bad = {{"--fault", "nosuch"},
+                                                                  {"--fault", "overrun@0"},
+                                                                  {"--fault", "overrun@x"},
+                                                                  {"--fault", "signature"},
+                                                                  {"--fault", "no-check-baud@2"},
+                                                                  {"--fault", nullptr},
+                                                                  {"--reenumerate", "fdl3"},
+                                                                  {"--log-frames", "2"},
+                                                                  {"--partitions", "boot"},
+                                                                  {"--partitions", "boot:x"},
+                                                                  {"--seed", "-1"},
+                                                                  {"--absence-ms", "600000"}};
+    for (const auto& [name, value] : bad) {
+        PhoneConfig config;
+        std::string error;
+        EXPECT_EQ(ParsePhoneOption(name, value, config, error), -1) << name << " " << (value ? value : "(none)");
+        EXPECT_FALSE(error.empty()) << name;
+    }
 }
 
 }  // namespace

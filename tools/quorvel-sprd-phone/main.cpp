@@ -51,29 +51,6 @@ bool ParseUint(const char* s, unsigned long long& out) {
     return *end == '\0';
 }
 
-bool ParsePartitions(const std::string& text, std::vector<sprd::PartitionSpec>& out) {
-    out.clear();
-    std::size_t at = 0;
-    while (at <= text.size()) {
-        const std::size_t comma = std::min(text.find(',', at), text.size());
-        const std::string item = text.substr(at, comma - at);
-        const std::size_t colon = item.find(':');
-        if (colon == std::string::npos || colon == 0 || colon > 35) return false;
-        sprd::PartitionSpec s{item.substr(0, colon), 0};
-        const std::string size = item.substr(colon + 1);
-        unsigned long long mib = 0;
-        if (size == "rest")
-            s.mib = 0xFFFFFFFF;
-        else if (ParseUint(size.c_str(), mib) && mib < 0xFFFFFFFF)
-            s.mib = static_cast<std::uint32_t>(mib);
-        else
-            return false;
-        out.push_back(std::move(s));
-        at = comma + 1;
-    }
-    return !out.empty();
-}
-
 // --dump: each partition's received bytes at their offsets.
 class Dumper {
 public:
@@ -126,8 +103,10 @@ int main(int argc, char** argv) {
             keep = true;
             continue;
         }
-        if (a == "--incompatible") {
-            config.incompatibleAfterFdl2 = true;
+        std::string error;
+        if (const int took = sprd::ParsePhoneOption(a, v, config, error); took != 0) {
+            if (took < 0) return bad(error);
+            i += took - 1;
             continue;
         }
         if (!v) return bad(a + " needs a value");
@@ -140,41 +119,9 @@ int main(int argc, char** argv) {
             dump = v;
         else if (a == "--replay")
             replay = v;
-        else if (a == "--fault") {
-            std::string error;
-            auto f = sprd::ParsePhoneFault(v, error);
-            if (!f) return bad(error);
-            config.faults.push_back(*f);
-        } else if (a == "--reenumerate") {
-            const std::string s = v;
-            if (s == "none")
-                config.reenumerate = sprd::Reenumerate::NONE;
-            else if (s == "fdl1")
-                config.reenumerate = sprd::Reenumerate::FDL1;
-            else if (s == "fdl2")
-                config.reenumerate = sprd::Reenumerate::FDL2;
-            else
-                return bad("--reenumerate takes none, fdl1 or fdl2");
-        } else if (a == "--absence-ms" && ParseUint(v, n) && n < 600000)
-            config.absenceMs = static_cast<std::uint32_t>(n);
-        else if (a == "--slow-ms" && ParseUint(v, n) && n < 3600000)
-            config.slowMs = static_cast<std::uint32_t>(n);
         else if (a == "--replay-silence-ms" && ParseUint(v, n) && n < 3600000)
             silenceMs = static_cast<int>(n);
-        else if (a == "--seed" && ParseUint(v, n))
-            config.seed = static_cast<std::uint32_t>(n);
-        else if (a == "--storage-mib" && ParseUint(v, n) && n > 0)
-            config.storageMib = n;
-        else if (a == "--nv-partition")
-            config.nvPartition = v;
-        else if (a == "--log-frames") {
-            char* end = nullptr;
-            config.logChance = std::strtod(v, &end);
-            if (*end || !(config.logChance >= 0 && config.logChance <= 1))
-                return bad("--log-frames takes a chance from 0 to 1");
-        } else if (a == "--partitions") {
-            if (!ParsePartitions(v, config.partitions)) return bad("--partitions takes NAME:MIB[,NAME:MIB...]");
-        } else {
+        else {
             return bad("bad option or value: " + a + " " + v);
         }
     }

@@ -4,7 +4,9 @@
 #include <array>
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "engines/sprd/PhoneCodes.h"
 #include "platform/JsonText.h"
@@ -115,6 +117,93 @@ std::vector<PartitionSpec> DefaultPartitions() {
 const char* PhoneFaultNames() {
     return "bad-frame[@N] overrun[@N] early-end[@N] signature@PARTITION no-check-baud fdl1-misses[@N] "
            "slow[@N] unplug[@N] no-read-partition";
+}
+
+namespace {
+
+bool ParseUint(const char* s, unsigned long long& out) {
+    if (!s || !*s || *s == '-') return false;
+    char* end = nullptr;
+    out = std::strtoull(s, &end, 10);
+    return *end == '\0';
+}
+
+bool ParsePartitions(const std::string& text, std::vector<PartitionSpec>& out) {
+    out.clear();
+    std::size_t at = 0;
+    while (at <= text.size()) {
+        const std::size_t comma = std::min(text.find(',', at), text.size());
+        const std::string item = text.substr(at, comma - at);
+        const std::size_t colon = item.find(':');
+        if (colon == std::string::npos || colon == 0 || colon > 35) return false;
+        PartitionSpec s{item.substr(0, colon), 0};
+        const std::string size = item.substr(colon + 1);
+        unsigned long long mib = 0;
+        if (size == "rest")
+            s.mib = 0xFFFFFFFF;
+        else if (ParseUint(size.c_str(), mib) && mib < 0xFFFFFFFF)
+            s.mib = static_cast<std::uint32_t>(mib);
+        else
+            return false;
+        out.push_back(std::move(s));
+        at = comma + 1;
+    }
+    return !out.empty();
+}
+
+}  // namespace
+
+int ParsePhoneOption(const std::string& a, const char* v, PhoneConfig& config, std::string& error) {
+    static const char* const kValued[] = {"--fault",       "--reenumerate",  "--absence-ms", "--slow-ms",   "--seed",
+                                          "--storage-mib", "--nv-partition", "--log-frames", "--partitions"};
+    if (a == "--incompatible") {
+        config.incompatibleAfterFdl2 = true;
+        return 1;
+    }
+    if (std::find(std::begin(kValued), std::end(kValued), a) == std::end(kValued)) return 0;
+    if (!v) {
+        error = a + " needs a value";
+        return -1;
+    }
+    const std::string s = v;
+    unsigned long long n = 0;
+    if (a == "--fault") {
+        auto f = ParsePhoneFault(s, error);
+        if (!f) return -1;
+        config.faults.push_back(*f);
+    } else if (a == "--reenumerate") {
+        if (s != "none" && s != "fdl1" && s != "fdl2") {
+            error = "--reenumerate takes none, fdl1 or fdl2";
+            return -1;
+        }
+        config.reenumerate = s == "fdl1" ? Reenumerate::FDL1 : s == "fdl2" ? Reenumerate::FDL2 : Reenumerate::NONE;
+    } else if (a == "--absence-ms" && ParseUint(v, n) && n < 600000) {
+        config.absenceMs = static_cast<std::uint32_t>(n);
+    } else if (a == "--slow-ms" && ParseUint(v, n) && n < 3600000) {
+        config.slowMs = static_cast<std::uint32_t>(n);
+    } else if (a == "--seed" && ParseUint(v, n)) {
+        config.seed = static_cast<std::uint32_t>(n);
+    } else if (a == "--storage-mib" && ParseUint(v, n) && n > 0) {
+        config.storageMib = n;
+    } else if (a == "--nv-partition") {
+        config.nvPartition = s;
+    } else if (a == "--log-frames") {
+        char* end = nullptr;
+        config.logChance = std::strtod(v, &end);
+        if (*end || !(config.logChance >= 0 && config.logChance <= 1)) {
+            error = "--log-frames takes a chance from 0 to 1";
+            return -1;
+        }
+    } else if (a == "--partitions") {
+        if (!ParsePartitions(s, config.partitions)) {
+            error = "--partitions takes NAME:MIB[,NAME:MIB...]";
+            return -1;
+        }
+    } else {
+        error = "bad option or value: " + a + " " + s;
+        return -1;
+    }
+    return 2;
 }
 
 std::optional<PhoneFault> ParsePhoneFault(const std::string& text, std::string& error) {

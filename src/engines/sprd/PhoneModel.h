@@ -66,6 +66,13 @@ struct PhoneConfig {
     bool incompatibleAfterFdl2 = false;  // EXEC of the second loader answered 0x96
 };
 
+// One of quorvel-sprd-phone's options that shape the phone (--fault, --reenumerate,
+// --absence-ms, --slow-ms, --seed, --storage-mib, --nv-partition, --log-frames,
+// --partitions, --incompatible), so the program and the tests' dialogues take the same
+// words. `value` is the next argument or null. Returns how many arguments it took (1 or
+// 2), 0 when `name` is none of these, -1 with `error` for a missing or bad value.
+int ParsePhoneOption(const std::string& name, const char* value, PhoneConfig& config, std::string& error);
+
 struct PhoneAction {
     enum Kind {
         SEND,         // bytes to the host
