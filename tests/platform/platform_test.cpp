@@ -14,6 +14,7 @@
 #include "platform/InstanceLock.h"
 #include "platform/MachineStamp.h"
 #include "platform/SystemLanguage.h"
+#include "support/TableFile.h"
 #include "support/TempDir.h"
 
 namespace quorvel::platform {
@@ -21,17 +22,31 @@ namespace {
 
 using test::TempDir;
 
-TEST(SystemLanguageTest, LocalesMapToWindowsLanguageIdsReadAtEveryCall) {
-    for (auto [locale, id] : {std::pair{"zh_CN.UTF-8", 2052},
-                              {"en_US.UTF-8", 1033},
-                              {"de_AT@euro", 3079},
-                              {"de_LU", 1031},
-                              {"zh_TW", 1028},
-                              {"C", 1033},
-                              {"", 1033},
-                              {"xx_YY", 1033}})
-        EXPECT_EQ(LangIdForLocale(locale), id) << locale;
-    // The environment is read at every call.
+// Locales, machine stamps and folders: tests/tables/platform.txt.
+TEST(PlatformTable, LocalesStampsAndFolders) {
+    TempDir dir;
+    SysPaths paths;
+    paths.sys = dir.Path();
+    for (const auto& row : test::ReadTable("platform.txt")) {
+        SCOPED_TRACE(row.where);
+        const auto& w = row.words;
+        if (w[0] == "locale" && w.size() == 3) {
+            EXPECT_EQ(std::to_string(LangIdForLocale(w[1])), w[2]);
+        } else if (w[0] == "folder" && w.size() == 3) {
+            EXPECT_EQ(FolderOf(w[1]), w[2]);
+        } else if (w[0] == "stamp" && w.size() == 2) {
+            EXPECT_EQ(FirstAdapterMac(paths), w[1]);
+        } else if (w[0] == "adapter" && w.size() == 5) {
+            dir.Write("class/net/" + w[1] + "/ifindex", w[2] + "\n");
+            dir.Write("class/net/" + w[1] + "/address", w[3] + "\n");
+            if (w[4] == "physical") dir.Write("class/net/" + w[1] + "/device/vendor", "0x8086\n");
+        } else {
+            ADD_FAILURE() << "not a case";
+        }
+    }
+}
+
+TEST(SystemLanguageTest, TheEnvironmentIsReadAtEveryCall) {
     ::setenv("LC_ALL", "zh_CN.UTF-8", 1);
     EXPECT_EQ(SystemDefaultLangId(), 2052);
     ::setenv("LC_ALL", "", 1);
@@ -39,30 +54,6 @@ TEST(SystemLanguageTest, LocalesMapToWindowsLanguageIdsReadAtEveryCall) {
     EXPECT_EQ(SystemDefaultLangId(), 1041);
     ::unsetenv("LC_MESSAGES");
     ::unsetenv("LC_ALL");
-}
-
-TEST(MachineStampTest, FirstPhysicalAdapterByIndexWithANonZeroAddress) {
-    TempDir dir;
-    auto adapter = [&](const char* name, const char* index, const char* address, bool physical) {
-        const std::string base = std::string("class/net/") + name + "/";
-        dir.Write(base + "ifindex", std::string(index) + "\n");
-        dir.Write(base + "address", std::string(address) + "\n");
-        if (physical) dir.Write(base + "device/vendor", "0x8086\n");
-    };
-    SysPaths paths;
-    paths.sys = dir.Path();
-    EXPECT_EQ(FirstAdapterMac(paths), "");
-    // Virtual adapters come first by index and never count, whatever their address.
-    adapter("lo", "1", "00:00:00:00:00:00", false);
-    adapter("ifb0", "2", "7e:11:22:33:44:55", false);
-    adapter("docker0", "3", "02:42:ac:11:00:02", false);
-    adapter("veth1", "4", "aa:aa:aa:aa:aa:aa", false);
-    adapter("dummy", "5", "00:00:00:00:00:00", true);
-    adapter("bad", "6", "not-a-mac", true);
-    adapter("wlan0", "8", "aa:bb:cc:dd:ee:0f", true);
-    EXPECT_EQ(FirstAdapterMac(paths), "AA-BB-CC-DD-EE-0F");
-    adapter("eth0", "7", "00:1b:21:0a:0b:0c", true);
-    EXPECT_EQ(FirstAdapterMac(paths), "00-1B-21-0A-0B-0C");
 }
 
 TEST(InstanceLockTest, SecondHolderIsRefusedAndADeadHolderReleases) {
@@ -120,10 +111,7 @@ TEST(DayLogTest, OneFilePerDayWithCrLfLines) {
     AppendDayLog(dir.File("missing/"), july28, "dropped");  // no folder: silently dropped
 }
 
-TEST(ExeDirTest, FolderKeepsItsTrailingSeparator) {
-    EXPECT_EQ(FolderOf("D:\\fw\\MT6580_Android_scatter.txt"), "D:\\fw\\");
-    EXPECT_EQ(FolderOf("/opt/fw/a.pac"), "/opt/fw/");
-    EXPECT_EQ(FolderOf("a.pac"), "");
+TEST(ExeDirTest, EndsInASeparator) {
     EXPECT_EQ(ExeDir().back(), '/');
 }
 
