@@ -13,7 +13,6 @@
 #include "devices/DeviceMonitor.h"
 #include "devices/DeviceText.h"
 #include "devices/KernelDrivers.h"
-#include "platform/ProfileIni.h"
 #include "slots/DownloadWorker.h"
 #include "station/Messages.h"
 #include "support/PacWriter.h"
@@ -41,10 +40,6 @@ protected:
                   test::UnboundSettings("CheckSum=0\nEnableDebug=1\nLANGUAGE=1033\nFilePath=" + dir.File(package) +
                                         "\n[BENCH]\nSimulated=0\n"));
     }
-    std::string Saved(int slot) {
-        return platform::ProfileIni::ReadString(dir.File("Config/CommonSetting.ini"), "USBPORTINFO",
-                                                "Index" + std::to_string(slot), "?", 260);
-    }
     // The debug log's lines.
     std::vector<std::string> Log() {
         std::vector<std::string> lines;
@@ -70,92 +65,6 @@ protected:
 
     test::TempDir dir;
 };
-
-// Two hubs on a 2.0 controller beside a 1.1 root hub; CDC-ACM phones with their data
-// halves. Phone B's serial port comes after its interfaces; phone C gets phone A's
-// ttyACM0 on another socket after A left.
-TEST_F(StationBenchTest, EachPhoneIsOneSlotAndOnlyItsOwnSlotHearsOfIt) {
-    RUN_UNDER_UMOCKDEV();
-    const std::string usb1 = RootHub("0000:00:14.0", "usb1", " 2.00", "480", "2");
-    RootHub("0000:00:1d.0", "usb2", " 1.10", "12", "2");
-    const std::string hubA = Hub(usb1, "1-1", "1", "4"), hubB = Hub(usb1, "1-2", "2", "4");
-    LoadDriver("cdc_acm");
-    const std::string kA = "pci-0000:00:14.0-usbv2-0:1\\", kB = "pci-0000:00:14.0-usbv2-0:2\\";
-    const std::string idA = "USB\\VID_0E8D&PID_2000\\1-1.1:1.0", idB = "USB\\VID_0E8D&PID_2000\\1-2.3:1.0",
-                      idC = "USB\\VID_0E8D&PID_2000\\1-1.4:1.0";
-    WriteSettings();
-    const platform::SysPaths paths = SerialNodes();
-    {
-        StationProcess p(dir, paths, 2.0);  // the late port stays well inside the wait on a busy machine
-        ASSERT_TRUE(p.Init());
-        // The 1.1 root hub has no sockets of its own: 2 + 4 + 4.
-        EXPECT_EQ(p.run->Manager().WorkerCount(), 10);
-        p.rig->Phones().SetProfile(idA, Job(800));
-        p.rig->Phones().SetProfile(idB, Job(16000));  // keeps the run going while A and C come and go
-        p.rig->Phones().SetProfile(idC, Job(800));
-        p.PressStartStop();
-        ASSERT_EQ(p.Button(), console::DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
-        auto worker = [&](int slot) { return p.run->Manager().WorkerAt(slot); };
-        auto removed = [&](int slot) { return worker(slot)->LastNotifyCode() == engine::NOTIFY_REMOVED; };
-        // A phone leaving while no other is at work would stop the run.
-        auto bAtWork = [&] {
-            const auto s = p.station->bindings.State(1);
-            return s == BindState::Busy || s == BindState::DaBinded;
-        };
-
-        const std::string a = Phone(hubA, "1-1.1", "0e8d", "2000", "1.1", "MT65xx Preloader", "ttyACM0");
-        Announce(a);
-        ASSERT_TRUE(StationProcess::Await([&] { return p.station->bindings.HsLocation(0) == kA + "PORT1"; }));
-
-        // B's serial port follows its interfaces 300 ms (station time) later.
-        const std::string b = Phone(hubB, "1-2.3", "0e8d", "2000", "2.3", "MT65xx Preloader", nullptr);
-        Announce(b);
-        p.clock.Sleep(300);
-        mock.uevent(tb, Tty(b + "/1-2.3:1.0", "ttyACM1").c_str(), "add");
-        ASSERT_TRUE(StationProcess::Await([&] { return p.station->bindings.HsLocation(1) == kB + "PORT3"; }));
-        EXPECT_EQ(worker(1)->Device().instanceId, idB);
-        EXPECT_EQ(p.station->bindings.ComName(1), "(COM2)MT65xx Preloader ");
-
-        // A's job ends; A leaves: its slot hears it, B's does not.
-        ASSERT_TRUE(StationProcess::Await([&] { return p.station->statistics.Total() == 1 && bAtWork(); }));
-        Unplug(a);
-        ASSERT_TRUE(StationProcess::Await([&] { return removed(0); }));
-        EXPECT_FALSE(removed(1));
-
-        // C takes A's ttyACM0 on another socket: a slot of its own, and A's slot no
-        // longer carries the port name.
-        const std::string c = Phone(hubA, "1-1.4", "0e8d", "2000", "1.4", "MT65xx Preloader", "ttyACM0");
-        Announce(c);
-        ASSERT_TRUE(StationProcess::Await([&] { return p.station->statistics.Total() == 2; }));
-        EXPECT_EQ(p.station->bindings.HsLocation(2), kA + "PORT4");
-        EXPECT_EQ(p.station->bindings.ComName(2), "(COM1)MT65xx Preloader ");
-        EXPECT_EQ(p.station->bindings.ComName(0), "MT65xx Preloader");
-        EXPECT_FALSE(removed(2));
-        EXPECT_EQ(p.station->slotList.ResultText(2), p.station->slotList.ResultText(0)) << "C passed in its own row";
-        EXPECT_NE(p.station->slotList.ResultText(1), p.station->slotList.ResultText(2)) << "B is still at work";
-
-        // C leaves: its removal reaches C's slot, not A's that held the same name.
-        ASSERT_TRUE(bAtWork());
-        Unplug(c);
-        ASSERT_TRUE(StationProcess::Await([&] { return removed(2); }));
-        EXPECT_FALSE(removed(1));
-
-        ASSERT_TRUE(StationProcess::Await([&] { return p.station->statistics.Total() == 3; }));
-        EXPECT_EQ(p.station->statistics.Fail(), 0u);
-        EXPECT_EQ(p.station->slotList.RowCount(), 3);
-        p.PressStartStop();
-        EXPECT_TRUE(p.ui.Messages().empty());
-    }
-    // One binding per phone, each at its socket; nothing for a data half or an unlocated device.
-    EXPECT_EQ(Saved(0), kA + "PORT1");
-    EXPECT_EQ(Saved(1), kB + "PORT3");
-    EXPECT_EQ(Saved(2), kA + "PORT4");
-    for (int i = 3; i < kSlotCount; ++i) EXPECT_EQ(Saved(i), "NA") << i;
-    // B was reported once, with its port; no event ever came without one.
-    EXPECT_EQ(LogLines("MT65xx Preloader (COM2)"), 1);
-    EXPECT_EQ(LogLines("MT65xx Preloader (COM1)"), 4);  // A and C, each in and out
-    EXPECT_EQ(LogLines("MT65xx Preloader"), 0);
-}
 
 // SPRD phones are known to their engine by port only: after X left, Y gets X's ttyUSB0
 // on another socket, and Y's steps and progress must reach Y's row alone. Each phone
