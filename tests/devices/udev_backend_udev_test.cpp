@@ -107,7 +107,7 @@ TEST_F(UdevBackendTest, ABenchGivesOneDevicePerPhoneAtSocketsNamedByPhysicalPath
 }
 
 // Late serial ports, reused port numbers and the watch are tested through a whole
-// station (station_bench_udev_test.cpp).
+// station: station_bench_udev_test.cpp and the scenario files played on udev.
 
 TEST_F(UdevBackendTest, ADriverThatIsInstallableButNotLoadedCountsAsPresent) {
     RUN_UNDER_UMOCKDEV();
