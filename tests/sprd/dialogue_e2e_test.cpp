@@ -37,6 +37,8 @@
 //                                 there (by flash: the package's)
 //   encode crc|sum escape|raw TYPE [PAYLOAD HEX] -> WIRE HEX
 //                                 and the wire decoded back, whole and byte by byte
+//   value crc16|nvcrc|sum|bytesum HEX -> N     a check value of these bytes
+//   value sum-matches HEX -> N yes|no        whether N is a loader sum of them in some form
 //   decode crc|sum|detect WIRE HEX -> KIND[:crc|:sum]...
 //                                 KIND: frame, bad-check, bad-escape, bad-end, garbage
 //
@@ -56,9 +58,11 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <map>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 
 #include "engines/sprd/PhoneCodes.h"
@@ -75,22 +79,16 @@ using Words = std::vector<std::string>;
 
 namespace {
 
-const std::map<std::string, std::uint16_t> kReplies = {{"ACK", rep::ACK},
-                                                       {"VER", rep::VER},
-                                                       {"INVALID_CMD", rep::INVALID_CMD},
-                                                       {"UNKNOWN_CMD", rep::UNKNOWN_CMD},
-                                                       {"OPERATION_FAILED", rep::OPERATION_FAILED},
-                                                       {"DOWN_NOT_START", rep::DOWN_NOT_START},
-                                                       {"DOWN_EARLY_END", rep::DOWN_EARLY_END},
-                                                       {"DOWN_DEST_ERROR", rep::DOWN_DEST_ERROR},
-                                                       {"DOWN_SIZE_ERROR", rep::DOWN_SIZE_ERROR},
-                                                       {"VERIFY_ERROR", rep::VERIFY_ERROR},
-                                                       {"READ_DATA", rep::READ_DATA},
-                                                       {"INCOMPATIBLE_PARTITION", rep::INCOMPATIBLE_PARTITION},
-                                                       {"CHECKSUM_ERROR", rep::CHECKSUM_ERROR},
-                                                       {"SIGNATURE_REFUSED", rep::SIGNATURE_REFUSED},
-                                                       {"PARTITION_TABLE", rep::PARTITION_TABLE},
-                                                       {"UNSUPPORTED", rep::UNSUPPORTED}};
+// clang-format off
+const std::map<std::string, std::uint16_t> kReplies = {
+    {"ACK", rep::ACK}, {"VER", rep::VER}, {"INVALID_CMD", rep::INVALID_CMD}, {"UNKNOWN_CMD", rep::UNKNOWN_CMD},
+    {"OPERATION_FAILED", rep::OPERATION_FAILED}, {"DOWN_NOT_START", rep::DOWN_NOT_START},
+    {"DOWN_EARLY_END", rep::DOWN_EARLY_END}, {"DOWN_DEST_ERROR", rep::DOWN_DEST_ERROR},
+    {"DOWN_SIZE_ERROR", rep::DOWN_SIZE_ERROR}, {"VERIFY_ERROR", rep::VERIFY_ERROR}, {"READ_DATA", rep::READ_DATA},
+    {"INCOMPATIBLE_PARTITION", rep::INCOMPATIBLE_PARTITION}, {"CHECKSUM_ERROR", rep::CHECKSUM_ERROR},
+    {"SIGNATURE_REFUSED", rep::SIGNATURE_REFUSED}, {"PARTITION_TABLE", rep::PARTITION_TABLE},
+    {"UNSUPPORTED", rep::UNSUPPORTED}};
+// clang-format on
 const std::string kDir = std::string(QUORVEL_SOURCE_DIR) + "/tests/sprd/dialogues";
 const char* const kKinds[] = {"frame", "bad-check", "bad-escape", "bad-end", "garbage"};
 
@@ -129,13 +127,6 @@ void PutName(Bytes& out, const std::string& name, std::uint64_t value) {
     PutPartitionName(name, out);
     Put32(out, value, false);
 }
-// Holds 0x7E and 0x7D and every other byte value.
-Bytes Pattern(std::size_t n, std::uint64_t seed) {
-    Bytes out(n);
-    for (std::size_t i = 0; i < n; ++i) out[i] = static_cast<std::uint8_t>(seed + i * 7 + (i >> 8));
-    return out;
-}
-
 Bytes Payload(const Words& w, std::size_t at, std::size_t end) {
     Bytes out;
     while (at < end) {
@@ -248,6 +239,17 @@ public:
         if (v == "phone") return NewPhone(w);
         if (v == "program") return NewProgram(w);
         if (v == "encode" || v == "decode") return Codec(w, e);
+        if (v == "value") {
+            const Bytes b = HexFrom(w, 2, w.size());
+            const std::map<std::string, std::uint64_t> values = {
+                {"crc16", Crc16Xmodem(b)}, {"nvcrc", NvCrc16(b)}, {"sum", LoaderSum(b)}, {"bytesum", ByteSum(b)}};
+            const std::uint64_t got = w.at(1) == "sum-matches"
+                                          ? LoaderSumMatches(b, static_cast<std::uint16_t>(Num(e.at(0))))
+                                          : values.at(w[1]);
+            if (got != (w[1] == "sum-matches" ? e.at(1) == "yes" : Num(e.at(0))))
+                throw Bad("it is " + std::to_string(got));
+            return;
+        }
         if (!phone_ && !child_) NewPhone({"phone"});
         if (v == "fdl2") {
             const std::string exec = config_.incompatibleAfterFdl2 ? "INCOMPATIBLE_PARTITION" : "ACK";
@@ -295,7 +297,7 @@ public:
                 if (o.rfind("sum=", 0) == 0) sum = Num(value);
                 if (o == "sum") sum = 0;
             }
-            const Bytes data = Pattern(Num(w.at(2)), seed);
+            const Bytes data = quorvel::test::SprdPackage::Pattern(Num(w.at(2)), static_cast<unsigned>(seed));
             if (sum == 0u) sum = ByteSum(data);
             Expect(Load(w.at(1), data, chunk, sum), e);
         } else if (v == "nv") {
@@ -335,13 +337,12 @@ public:
 
     static Words Split(const std::string& line) {
         Words out;
-        for (std::size_t at = line.find_first_not_of(' '); at < line.size(); at = line.find_first_not_of(' ', at)) {
-            const bool quoted = line[at] == '"';
-            std::size_t end = quoted ? line.find('"', at + 1) + 1 : line.find(' ', at);
-            if (end == 0 || end > line.size()) end = line.size();
-            out.push_back(line.substr(at, end - at));
-            at = end;
-        }
+        std::istringstream in(line);
+        for (std::string word; in >> std::ws && in.peek() != EOF; out.push_back(word))
+            if (in.peek() == '"' && in >> std::quoted(word))
+                word = '"' + word + '"';
+            else
+                in >> word;
         return out;
     }
 
@@ -690,7 +691,8 @@ TEST_P(DialogueFile, Holds) {
     for (std::string line; std::getline(in, line);) {
         ++number;
         const Words w = Dialogue::Split(line.substr(0, line.find('#')));
-        if (w.empty() || (failed && w[0] != "phone" && w[0] != "program" && w[0] != "encode" && w[0] != "decode"))
+        if (w.empty() ||
+            (failed && w[0] != "phone" && w[0] != "program" && w[0] != "value" && w[0] != "encode" && w[0] != "decode"))
             continue;
         try {
             failed = false;
