@@ -45,8 +45,7 @@ struct SprdPackage {
     }
 
     void Put(const std::string& name, const std::vector<std::uint8_t>& bytes) const {
-        std::ofstream(dir.File(name), std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        dir.Write(name, std::string(bytes.begin(), bytes.end()));
     }
 
     // The package's download configuration, kept beside this file.

@@ -21,9 +21,12 @@
 //                                 START (TARGET @ADDR: the address form; sum: the byte sum,
 //                                 or N, appended), MIDST chunks of a pattern, END; REPLY is
 //                                 the first reply that is not a plain ACK
-//   nv [factory] [ID:LEN:FILL]... -> REPLY
-//                                 an NV image of the phone's own items and these to the NV
-//                                 partition, its byte sum appended
+//   nv NVSPEC -> REPLY            that NV image to the NV partition, its byte sum appended
+//   merge PACKAGE PHONE [limit=N] [poke=OFFSET:BYTE] [recrc] -> SIZE bytes, N notes: ID:LEN:FILL...
+//                                 the NV merge of two NVSPEC images (a byte of the phone's
+//                                 changed, its CRC fixed again), or -> "error"
+// NVSPEC: `ID:LEN:FILL,...` items (`factory`: the phone's own), `/SIZE` padding the image;
+// `blank` (erased flash) or `bytes:HEX`.
 //   backup NAME SIZE CHUNK        READ_START/MIDST/END: the factory NV image, then 0xFF,
 //                                 its CRC valid
 //   flash [phases=1,2] [table=phone] [system=BYTES] [swap=REPLY:REPLY] [garbage-after=REPLY]
@@ -69,6 +72,7 @@
 #include "engines/sprd/PhoneModel.h"
 #include "engines/sprd/Session.h"
 #include "platform/ChildProcess.h"
+#include "platform/UniqueFd.h"
 #include "sprd/PackageFixture.h"
 #include "support/RunTool.h"
 #include "support/TempDir.h"
@@ -92,9 +96,7 @@ const std::map<std::string, std::uint16_t> kReplies = {
 const std::string kDir = std::string(QUORVEL_SOURCE_DIR) + "/tests/sprd/dialogues";
 const char* const kKinds[] = {"frame", "bad-check", "bad-escape", "bad-end", "garbage"};
 
-struct Bad : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
+using Bad = std::runtime_error;
 
 std::uint64_t Num(const std::string& s) {
     std::size_t used = 0;
@@ -103,16 +105,14 @@ std::uint64_t Num(const std::string& s) {
     return v;
 }
 
-Bytes Hex(const std::string& s) {
+// The bytes of the hex words w[at..end).
+Bytes HexFrom(const Words& w, std::size_t at, std::size_t end) {
+    std::string s;
+    for (; at < end; ++at) s += w[at];
     if (s.size() % 2) throw Bad("odd hex: " + s);
     Bytes out;
     for (std::size_t i = 0; i < s.size(); i += 2) out.push_back(static_cast<std::uint8_t>(Num("0x" + s.substr(i, 2))));
     return out;
-}
-Bytes HexFrom(const Words& w, std::size_t at, std::size_t end) {
-    std::string s;
-    for (; at < end; ++at) s += w[at] == "-" ? "" : w[at];
-    return Hex(s);
 }
 std::string HexText(const Bytes& b) {
     std::string s;
@@ -146,12 +146,10 @@ Bytes Payload(const Words& w, std::size_t at, std::size_t end) {
 }
 
 Check CheckOf(const std::string& s) {
-    if (s == "crc") return Check::BOOT_ROM_CRC;
-    if (s == "sum") return Check::LOADER_SUM;
-    if (s == "detect") return Check::DETECT;
-    throw Bad("unknown check " + s);
+    return std::map<std::string, Check>{
+        {"crc", Check::BOOT_ROM_CRC}, {"sum", Check::LOADER_SUM}, {"detect", Check::DETECT}}
+        .at(s);
 }
-
 std::string Field(const std::string& report, const std::string& name, const std::string& field) {
     const std::size_t at = name == "-" ? 0 : report.find("{\"name\":\"" + name + "\"");
     const std::size_t f = at == std::string::npos ? at : report.find("\"" + field + "\":", at);
@@ -301,19 +299,10 @@ public:
             if (sum == 0u) sum = ByteSum(data);
             Expect(Load(w.at(1), data, chunk, sum), e);
         } else if (v == "nv") {
-            std::vector<NvItem> items;
-            std::string error;
-            if (std::find(w.begin(), w.end(), "factory") != w.end() && !ReadNvItems(Factory(), items, error))
-                throw Bad("factory NV: " + error);
-            for (std::size_t i = 1; i < w.size(); ++i) {
-                const auto a = w[i].find(':'), b = w[i].rfind(':');
-                if (a != b)
-                    items.push_back({static_cast<std::uint16_t>(Num(w[i].substr(0, a))),
-                                     Bytes(Num(w[i].substr(a + 1, b - a - 1)),
-                                           static_cast<std::uint8_t>(Num(w[i].substr(b + 1))))});
-            }
-            const Bytes image = MakeNvImage(items);
+            const Bytes image = NvSpec(w.at(1));
             Expect(Load(config_.nvPartition, image, 4096, ByteSum(image)), e);
+        } else if (v == "merge") {
+            Merge(w, e);
         } else if (v == "flash") {
             Flash(w, e);
         } else if (v == "backup") {
@@ -377,33 +366,30 @@ private:
         }
         const std::string path = listen_.substr(listen_.find(':') + 1);
         if (listen_.rfind("unix:", 0) == 0) {
-            fd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            fd_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
             sockaddr_un addr{};
             addr.sun_family = AF_UNIX;
             std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
-            if (::connect(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) Hangup();
+            if (::connect(fd_.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) Hangup();
         } else {
-            fd_ = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+            fd_.reset(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
         }
-        if (fd_ < 0) throw Bad("cannot reach " + listen_ + "; the program said: " + out_);
+        if (fd_.get() < 0) throw Bad("cannot reach " + listen_ + "; the program said: " + out_);
         out_.clear();
     }
-    void Hangup() {
-        if (fd_ >= 0) ::close(fd_);
-        fd_ = -1;
-    }
+    void Hangup() { fd_.reset(); }
     // The first frame back within 2 s, or none when the program stays silent or leaves.
     Exchange Talk(const Bytes& wire) {
-        if (fd_ < 0 || ::write(fd_, wire.data(), wire.size()) != static_cast<ssize_t>(wire.size()))
+        if (fd_.get() < 0 || ::write(fd_.get(), wire.data(), wire.size()) != static_cast<ssize_t>(wire.size()))
             throw Bad("cannot write to the program");
         FrameDecoder dec(check_);
         dec.SetEscaping(escape_);
         Exchange x;
         std::uint8_t buf[4096];
         for (int i = 0; i < 20 && x.frames.empty(); ++i) {
-            pollfd p{fd_, POLLIN, 0};
+            pollfd p{fd_.get(), POLLIN, 0};
             if (::poll(&p, 1, 100) <= 0) continue;
-            const ssize_t n = ::read(fd_, buf, sizeof buf);
+            const ssize_t n = ::read(fd_.get(), buf, sizeof buf);
             if (n <= 0) break;
             dec.Feed({buf, static_cast<std::size_t>(n)});
             while (auto d = dec.Next())
@@ -488,6 +474,56 @@ private:
         return x.Acked() ? Send(cmd::END_DATA, {}) : x;
     }
 
+    // `ID:LEN:FILL,...` items (`factory`: the phone's own) as an NV image, `/SIZE` padding it;
+    // `blank`: erased flash; `bytes:HEX`: these bytes.
+    Bytes NvSpec(const std::string& spec) {
+        if (spec == "blank") return Bytes(64, 0xFF);
+        if (spec.rfind("bytes:", 0) == 0) return HexFrom({spec.substr(6)}, 0, 1);
+        std::vector<NvItem> items;
+        std::string error;
+        std::istringstream in(spec.substr(0, spec.find('/')));
+        for (std::string item; std::getline(in, item, ',');) {
+            if (item == "factory" && !ReadNvItems(Factory(), items, error)) throw Bad(error);
+            const auto a = item.find(':'), b = item.rfind(':');
+            if (a != b)
+                items.push_back(
+                    {static_cast<std::uint16_t>(Num(item.substr(0, a))),
+                     Bytes(Num(item.substr(a + 1, b - a - 1)), static_cast<std::uint8_t>(Num(item.substr(b + 1))))});
+        }
+        return MakeNvImage(items, spec.find('/') == std::string::npos ? 0 : Num(spec.substr(spec.find('/') + 1)));
+    }
+
+    // The phone's calibration (2) and IMEI (5), and an item neither has (0x77), kept.
+    void Merge(const Words& w, const Words& e) {
+        Bytes package = NvSpec(w.at(1)), phone = NvSpec(w.at(2)), out;
+        std::size_t limit = 0;
+        for (std::size_t i = 3; i < w.size(); ++i) {
+            const std::string key = w[i].substr(0, w[i].find('=')), value = w[i].substr(w[i].find('=') + 1);
+            if (key == "limit") limit = Num(value);
+            if (key == "poke")
+                phone.at(Num(value.substr(0, value.find(':')))) =
+                    static_cast<std::uint8_t>(Num(value.substr(value.find(':') + 1)));
+            const std::uint16_t crc = NvCrc16(std::span<const std::uint8_t>(phone).subspan(2));
+            if (key == "recrc")
+                phone[0] = static_cast<std::uint8_t>(crc >> 8), phone[1] = static_cast<std::uint8_t>(crc);
+        }
+        std::vector<std::string> notes;
+        std::vector<NvItem> items;
+        std::string error, got, want;
+        if (MergeNv(package, phone, {{"Calibration", 2}, {"IMEI", 5}, {"Missing", 0x77}}, limit, out, notes, error) &&
+            NvCrcValid(out) && ReadNvItems(out, items, error)) {
+            got = std::to_string(out.size()) + " bytes, " + std::to_string(notes.size()) + " notes:";
+            for (const auto& i : items)
+                got += " " + std::to_string(i.id) + ":" + std::to_string(i.data.size()) + ":" +
+                       (std::count(i.data.begin(), i.data.end(), i.data.at(0)) == static_cast<long>(i.data.size())
+                            ? "0x" + HexText({i.data[0]})
+                            : "mixed");
+        }
+        for (const auto& word : e) want += (want.empty() ? "" : " ") + word;
+        if (want[0] == '"' ? error.find(want.substr(1, want.size() - 2)) == std::string::npos : got != want)
+            throw Bad(got.empty() ? error : got);
+    }
+
     void Backup(const std::string& name, std::uint64_t size, std::uint64_t chunk) {
         Bytes start;
         PutName(start, name, size);
@@ -568,17 +604,16 @@ private:
         if (what == "stage") seen = kStages[static_cast<int>(phone_->GetStage())];
         if (what == "escaping") seen = phone_->Escaping() ? "on" : "off";
         if (what == "logs") seen = logs_ > 0 ? "some" : "none";
-        if (what == "nv-item") {  // the package's item arrived in the phone's NV
-            std::vector<NvItem> mine, theirs;
+        if (what == "nv-item") {  // the package's item, found whole in the phone's NV
+            std::vector<NvItem> items;
             std::string error;
-            if (!pkg_ || !ReadNvItems(phone_->NvContent(), mine, error) || !ReadNvItems(pkg_->nv, theirs, error))
-                throw Bad("NV unreadable: " + error);
-            auto data = [&](const std::vector<NvItem>& items) {
-                for (const auto& i : items)
-                    if (i.id == Num(want)) return i.data;
-                return Bytes{};
-            };
-            seen = !data(theirs).empty() && data(mine) == data(theirs) ? want : "not there";
+            if (!pkg_ || !ReadNvItems(pkg_->nv, items, error)) throw Bad("the package's NV: " + error);
+            const auto it =
+                std::find_if(items.begin(), items.end(), [&](const NvItem& i) { return i.id == Num(want); });
+            const Bytes& nv = phone_->NvContent();
+            seen = it != items.end() && std::search(nv.begin(), nv.end(), it->data.begin(), it->data.end()) != nv.end()
+                       ? want
+                       : "not there";
         }
         if (what == "calibration") {
             seen = phone_->CalibrationKept() ? "kept" : "lost";
@@ -665,10 +700,7 @@ private:
     std::unique_ptr<quorvel::test::TempDir> dir_;
     std::unique_ptr<quorvel::platform::ChildProcess> child_;
     std::string listen_, report_, out_;
-    int fd_ = -1;
-
-public:
-    ~Dialogue() { Hangup(); }
+    quorvel::platform::UniqueFd fd_;
 };
 
 std::vector<std::string> DialogueFiles() {
@@ -691,8 +723,8 @@ TEST_P(DialogueFile, Holds) {
     for (std::string line; std::getline(in, line);) {
         ++number;
         const Words w = Dialogue::Split(line.substr(0, line.find('#')));
-        if (w.empty() ||
-            (failed && w[0] != "phone" && w[0] != "program" && w[0] != "value" && w[0] != "encode" && w[0] != "decode"))
+        if (w.empty() || (failed && w[0] != "phone" && w[0] != "program" && w[0] != "value" && w[0] != "merge" &&
+                          w[0] != "encode" && w[0] != "decode"))
             continue;
         try {
             failed = false;
