@@ -1,12 +1,14 @@
-// The simulated phone and the frame codec driven by dialogue files (tests/sprd/dialogues/):
-// what the host sends and what the phone answers or does, one behaviour a file. A line:
+// The native SPRD engine's pieces driven by dialogue files (tests/sprd/dialogues/): what
+// the host sends and what the simulated phone answers or does, the engine's session
+// against it, the frame codec, the check values and the NV merge; one behaviour a file.
+// A line:
 //
 //   phone [OPTION...]             a fresh phone with quorvel-sprd-phone's options that shape
 //                                 it (--fault, --reenumerate, --log-frames, --partitions, ...);
 //                                 a file may hold several dialogues
 //   program ARGS...               quorvel-sprd-phone with these arguments instead (`@`: a fresh
 //                                 folder, `$DATA/`: this folder), reached on its --listen path
-//   reconnect                     once it says "ready" again
+//   reconnect                     once the program says "ready" again
 //   check crc|sum                 the check value the host sends (the program's stage is unseen)
 //   term                          SIGTERM to the program
 //   exit CODE ["text"]            the program ended so, its standard error holding the text
@@ -21,12 +23,7 @@
 //                                 START (TARGET @ADDR: the address form; sum: the byte sum,
 //                                 or N, appended), MIDST chunks of a pattern, END; REPLY is
 //                                 the first reply that is not a plain ACK
-//   nv NVSPEC -> REPLY            that NV image to the NV partition, its byte sum appended
-//   merge PACKAGE PHONE [limit=N] [poke=OFFSET:BYTE] [recrc] -> SIZE bytes, N notes: ID:LEN:FILL...
-//                                 the NV merge of two NVSPEC images (a byte of the phone's
-//                                 changed, its CRC fixed again), or -> "error"
-// NVSPEC: `ID:LEN:FILL,...` items (`factory`: the phone's own), `/SIZE` padding the image;
-// `blank` (erased flash) or `bytes:HEX`.
+//   nv NVIMAGE -> REPLY           that NV image to the NV partition, its byte sum appended
 //   backup NAME SIZE CHUNK        READ_START/MIDST/END: the factory NV image, then 0xFF,
 //                                 its CRC valid
 //   flash [phases=1,2] [table=phone] [system=BYTES] [swap=REPLY:REPLY] [garbage-after=REPLY]
@@ -36,18 +33,24 @@
 //                                 garbage before every reply after one type
 //   expect stage boot-rom|fdl1|fdl2 | escaping on|off | logs some|none | calibration kept|lost
 //          | nv-item ID           (the package's NV item arrived)
-//   report NAME|- FIELD=VALUE...  the phone's report (-: its top level); sha256=last: of the bytes last loaded
-//                                 there (by flash: the package's)
+//   report NAME|- FIELD=VALUE...  the phone's report (-: its top level); sha256=last: of the
+//                                 bytes last loaded there (by flash: the package's)
 //   encode crc|sum escape|raw TYPE [PAYLOAD HEX] -> WIRE HEX
 //                                 and the wire decoded back, whole and byte by byte
-//   value crc16|nvcrc|sum|bytesum HEX -> N     a check value of these bytes
-//   value sum-matches HEX -> N yes|no        whether N is a loader sum of them in some form
 //   decode crc|sum|detect WIRE HEX -> KIND[:crc|:sum]...
 //                                 KIND: frame, bad-check, bad-escape, bad-end, garbage
+//   value crc16|nvcrc|sum|bytesum HEX -> N      a check value of these bytes
+//   value sum-matches HEX -> N yes|no           whether N is a loader sum of them in some form
+//   merge PACKAGE PHONE [limit=N] [poke=OFFSET:BYTE] [recrc] -> SIZE bytes, N notes: ID:LEN:FILL...
+//                                 the NV merge of two NVIMAGEs (a byte of the phone's changed,
+//                                 its CRC fixed again), or -> "error"
 //
-// PAYLOAD: `part NAME N` (the 76-byte form), `le32 N`, `zeros N`, in any sequence. REPLY: `silent`, or a reply's name
-// with `"text"` (VER) and `len=N`; then the phone's other actions in order: reset, unplug, reenumerate, delay=MS. A
-// dialogue stops at its first failing line; the next `phone` starts the next one.
+// PAYLOAD: `part NAME N` (the 76-byte form), `le32 N`, `zeros N`, in any sequence.
+// REPLY: `silent`, or a reply's name with `"text"` (VER) and `len=N`; then the phone's other
+// actions in order: reset, unplug, reenumerate, delay=MS.
+// NVIMAGE: `ID:LEN:FILL,...` items (`factory`: the phone's own), `/SIZE` padding the image;
+// or `blank` (erased flash), or `bytes:HEX`.
+// A dialogue stops at its first failing line; the next `phone` or `program` starts the next.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -55,10 +58,9 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
-
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
@@ -299,7 +301,7 @@ public:
             if (sum == 0u) sum = ByteSum(data);
             Expect(Load(w.at(1), data, chunk, sum), e);
         } else if (v == "nv") {
-            const Bytes image = NvSpec(w.at(1));
+            const Bytes image = NvImageFrom(w.at(1));
             Expect(Load(config_.nvPartition, image, 4096, ByteSum(image)), e);
         } else if (v == "merge") {
             Merge(w, e);
@@ -476,12 +478,12 @@ private:
 
     // `ID:LEN:FILL,...` items (`factory`: the phone's own) as an NV image, `/SIZE` padding it;
     // `blank`: erased flash; `bytes:HEX`: these bytes.
-    Bytes NvSpec(const std::string& spec) {
-        if (spec == "blank") return Bytes(64, 0xFF);
-        if (spec.rfind("bytes:", 0) == 0) return HexFrom({spec.substr(6)}, 0, 1);
+    Bytes NvImageFrom(const std::string& text) {
+        if (text == "blank") return Bytes(64, 0xFF);
+        if (text.rfind("bytes:", 0) == 0) return HexFrom({text.substr(6)}, 0, 1);
         std::vector<NvItem> items;
         std::string error;
-        std::istringstream in(spec.substr(0, spec.find('/')));
+        std::istringstream in(text.substr(0, text.find('/')));
         for (std::string item; std::getline(in, item, ',');) {
             if (item == "factory" && !ReadNvItems(Factory(), items, error)) throw Bad(error);
             const auto a = item.find(':'), b = item.rfind(':');
@@ -490,12 +492,12 @@ private:
                     {static_cast<std::uint16_t>(Num(item.substr(0, a))),
                      Bytes(Num(item.substr(a + 1, b - a - 1)), static_cast<std::uint8_t>(Num(item.substr(b + 1))))});
         }
-        return MakeNvImage(items, spec.find('/') == std::string::npos ? 0 : Num(spec.substr(spec.find('/') + 1)));
+        return MakeNvImage(items, text.find('/') == std::string::npos ? 0 : Num(text.substr(text.find('/') + 1)));
     }
 
     // The phone's calibration (2) and IMEI (5), and an item neither has (0x77), kept.
     void Merge(const Words& w, const Words& e) {
-        Bytes package = NvSpec(w.at(1)), phone = NvSpec(w.at(2)), out;
+        Bytes package = NvImageFrom(w.at(1)), phone = NvImageFrom(w.at(2)), out;
         std::size_t limit = 0;
         for (std::size_t i = 3; i < w.size(); ++i) {
             const std::string key = w[i].substr(0, w[i].find('=')), value = w[i].substr(w[i].find('=') + 1);
