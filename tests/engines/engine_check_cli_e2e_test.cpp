@@ -3,7 +3,6 @@
 // the program under test.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <fstream>
 #include <regex>
@@ -14,32 +13,13 @@
 namespace quorvel::test {
 namespace {
 
-// Says hello, reports progress once, then hangs deaf to SIGTERM; notes its pid.
-void WriteDeafProgram(const TempDir& dir) {
-    dir.Write("deaf.sh", "#!/bin/sh\ntrap '' TERM\necho $$ >> " + dir.File("pids") +
-                             "\necho '{\"t\":\"hello\",\"protocol\":1,\"program\":\"deaf 1\"}'\n"
-                             "[ \"$1\" = --version ] && exit 0\necho '{\"t\":\"progress\",\"percent\":10}'\n"
-                             "while :; do sleep 0.1; done\n");
-    ::chmod(dir.File("deaf.sh").c_str(), 0755);
-}
-
-// Names the phone twice in its job, and with "late" once more after its result.
-void WriteDeviceProgram(const TempDir& dir) {
-    dir.Write("device.sh",
-              "#!/bin/sh\necho '{\"t\":\"hello\",\"protocol\":1,\"program\":\"device 1\"}'\n"
-              "[ \"$1\" = --version ] && exit 0\necho '{\"t\":\"progress\",\"percent\":10}'\nsleep 0.3\n"
-              "echo '{\"t\":\"device\",\"serial\":\"A1\"}'\n"
-              "case \"$*\" in *late*) ;; *) echo '{\"t\":\"device\",\"imei\":\"356938035643809\"}' ;; esac\n"
-              "echo '{\"t\":\"result\",\"ok\":true}'\n"
-              "case \"$*\" in *late*) echo '{\"t\":\"device\",\"chip\":\"X\"}' ;; esac\n");
-    ::chmod(dir.File("device.sh").c_str(), 0755);
+// The programs under test: tests/engines/programs/.
+std::string Programs() {
+    return SourcePath("tests/engines/programs/");
 }
 
 TEST(EngineCheckTool, JudgesOnlyWhatRanAndRefusesBadOptions) {
-    TempDir dir;
-    WriteDeafProgram(dir);
-    WriteDeviceProgram(dir);
-    const std::string deaf = dir.File("deaf.sh");
+    const std::string dir = Programs(), deaf = dir + "deaf.sh";
     const std::pair<const char*, std::string> runs[] = {
         {"help", "--help"},
         {"no_program", ""},
@@ -48,18 +28,18 @@ TEST(EngineCheckTool, JudgesOnlyWhatRanAndRefusesBadOptions) {
         {"fail_args_unquoted", "--fail-args '\"open' " + deaf},
         {"unknown_option", "--bogus " + deaf},
         // Nothing that never ran, or never spoke, passes a case.
-        {"program_missing", dir.File("missing")},
+        {"program_missing", dir + "missing"},
         {"program_mute", "/bin/true"},
         {"program_mute_json", "--json /bin/true"},
         // One silence waited out, not one per case; the cancel case still shows the deafness.
         {"program_deaf", "--silence 1 " + deaf},
         // The phone's identity: at most once, and before the result.
-        {"device_twice", dir.File("device.sh")},
-        {"device_late", dir.File("device.sh") + " late"},
+        {"device_twice", dir + "device.sh"},
+        {"device_late", dir + "device.sh late"},
     };
     for (const auto& [name, args] : runs) {
         // A gap measured on a busy machine is no part of the verdict.
-        const std::string out = std::regex_replace(RunTranscript("quorvel-engine-check", args, {{dir.Path(), "$DIR/"}}),
+        const std::string out = std::regex_replace(RunTranscript("quorvel-engine-check", args, {{dir, "$DIR/"}}),
                                                    std::regex("between lines [0-9]+ ms"), "between lines N ms");
         EXPECT_TRUE(MatchesGolden(std::string("quorvel-engine-check/") + name + ".txt", out));
     }
@@ -69,9 +49,8 @@ TEST(EngineCheckTool, JudgesOnlyWhatRanAndRefusesBadOptions) {
 // checker: the checker must end it itself.
 TEST(EngineCheckTool, StoppingTheCheckerEndsTheProgramUnderTest) {
     TempDir dir;
-    WriteDeafProgram(dir);
-    const auto r = RunCommand("cd " + dir.Path() + " && { " + ToolPath("quorvel-engine-check") +
-                              " ./deaf.sh & c=$!; sleep 1; kill -TERM $c; wait $c; echo checker=$?; }");
+    const auto r = RunCommand("export PIDS=" + dir.File("pids") + "; " + ToolPath("quorvel-engine-check") + " " +
+                              Programs() + "deaf.sh & c=$!; sleep 1; kill -TERM $c; wait $c; echo checker=$?");
     EXPECT_NE(r.out.find("checker=1"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("interrupted"), std::string::npos) << r.out;
     std::ifstream pids(dir.File("pids"));

@@ -112,9 +112,6 @@ public:
             std::lock_guard g(mutex_);
             statuses_.push_back({status->slot, status->text});
         }
-        if (const auto* command = std::get_if<app::Command>(&message);
-            command && command->id == app::CommandId::START_STOP)
-            ++startStopCommands;
         platform::LResult r = 0;
         router->Route(message, r);
         return r;
@@ -217,7 +214,6 @@ public:
     engine::SimEngineFactory sim{st, registry};
     std::unique_ptr<engine::DownloadManager> manager;
     std::unique_ptr<console::MessageRouter> router;
-    std::atomic<int> startStopCommands{0};
 
 private:
     std::unique_ptr<engine::MtkEngine> MakeMtk(app::MessageWindow& w) override {
