@@ -7,9 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
 
 #include "packages/DemoSprdPackage.h"
 #include "platform/MachineStamp.h"
@@ -23,13 +21,6 @@ namespace {
 long Field(const std::string& json, const std::string& key) {
     const auto at = json.find("\"" + key + "\":");
     return at == std::string::npos ? -1 : std::atol(json.c_str() + at + key.size() + 3);
-}
-
-std::string Read(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
 }
 
 // The text of `key` inside the report's object that starts with "name":"<name>".
@@ -86,7 +77,7 @@ TEST(SprdNativeBench, SixteenPhonesPassWithThePackagesImagesOrFailWithThePhonesA
     for (const auto& e : std::filesystem::directory_iterator(dir.File("station/TestLog/sprd-phones"))) {
         const std::string name = e.path().filename().string();
         const int com = std::atoi(name.c_str() + 3);
-        const std::string report = Read(e.path().string());
+        const std::string report = dir.Read("station/TestLog/sprd-phones/" + name);
         SCOPED_TRACE(name + ": " + report.substr(0, 600));
         ++reports;
         if (faulty.count(com)) {
