@@ -9,12 +9,11 @@
 #include "history/JobHistoryReader.h"
 #include "history/JobHistorySummary.h"
 #include "support/Golden.h"
+#include "support/TableFile.h"
 #include "support/TempDir.h"
 
 namespace quorvel::app {
 namespace {
-
-using namespace std::string_literals;
 
 TimeStamp At(const char* iso) {
     return *ParseIsoText(iso);
@@ -59,43 +58,22 @@ TEST(JobHistoryLine, FixedFormat) {
     EXPECT_NE(MakeJobId(r.start, 7), id);
 }
 
-std::string Replaced(int n) {
-    std::string s;
-    while (n-- > 0) s += "\xEF\xBF\xBD";  // U+FFFD
-    return s;
-}
-
+// The cases: tests/tables/job-history-bytes.txt.
 TEST(JobHistoryLine, AnyBytesGiveOneValidLineThatReadsBack) {
-    const struct {
-        const char* label;
-        std::string text;
-        std::string readBack;
-    } rows[] = {
-        {"quotes_backslash", R"(a"b\c\"d)", R"(a"b\c\"d)"},
-        {"controls", "l1\nl2\r\t\x01\x1f\x7f end\0x"s, "l1\nl2\r\t\x01\x1f\x7f end\0x"s},
-        {"record_start_inside", R"({"id":"x"})", R"({"id":"x"})"},
-        {"chinese_and_emoji", "下载失败 \xF0\x9F\x93\xB1", "下载失败 \xF0\x9F\x93\xB1"},
-        {"invalid_utf8",
-         "a\xFF"
-         "b\xC3",
-         "a\xEF\xBF\xBD"
-         "b\xEF\xBF\xBD"},
-        {"overlong_and_surrogate", "\xC0\xAF\xED\xA0\x80", Replaced(5)},
-        {"gb2312_bytes", "\xCF\xC2\xD4\xD8", Replaced(4)},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.label);
+    for (const test::TableRow& row : test::ReadTable("job-history-bytes.txt")) {
+        SCOPED_TRACE(row.where);
+        ASSERT_EQ(row.words.size(), 3u);
         JobRecord r = Job("id", 0, "2026-11-23T10:00:00Z", "2026-11-23T10:01:00Z", JobResult::Pass);
         for (std::string* f : {&r.jobId, &r.machine, &r.location, &r.port, &r.platform, &r.operation, &r.package,
                                &r.version, &r.failedStep, &r.errorText})
-            *f = row.text;
+            *f = row.words[0];
         const std::string line = JobLine(r);
         ASSERT_EQ(line.find('\n'), line.size() - 1);
         for (unsigned char c : line.substr(0, line.size() - 1)) EXPECT_GE(c, 0x20);
         const auto back = ParseJobLine(std::string_view(line).substr(0, line.size() - 1));
         ASSERT_TRUE(back);
-        EXPECT_EQ(back->errorText, row.readBack);
-        EXPECT_EQ(back->jobId, row.readBack);
+        EXPECT_EQ(back->errorText, row.words[2]);
+        EXPECT_EQ(back->jobId, row.words[2]);
     }
 }
 

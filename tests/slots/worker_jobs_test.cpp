@@ -9,6 +9,7 @@
 #include "history/JobHistoryReader.h"
 #include "slots/EngineHarness.h"
 #include "station/Texts.h"
+#include "support/TableFile.h"
 #include "support/TempDir.h"
 
 namespace quorvel::engine {
@@ -180,31 +181,18 @@ TEST(DownloadWorkerJobs, TheBarNeverCountsPastItsTotal) {
     EXPECT_EQ(h.Fail(), 1u);
 }
 
-// What the simulated engines refuse to flash, as an engine that parses the file would;
-// a FIFO named like a package must not hang them.
+// The cases: tests/tables/sim-package-problem.txt.
 TEST(SimPackageProblem, RefusesWhatListsNothingOrIsNoFile) {
     test::TempDir dir;
     ASSERT_EQ(::mkfifo(dir.File("fifo.txt").c_str(), 0600), 0);
     ::mkdir(dir.File("folder.txt").c_str(), 0700);
-    const struct {
-        const char* name;
-        const char* contents;  // null: not written
-        const char* problem;   // a part of the reason; empty: accepted
-    } cases[] = {
-        {"missing.txt", nullptr, "cannot open"},
-        {"fifo.txt", nullptr, "is not a regular file"},
-        {"folder.txt", nullptr, "is not a regular file"},
-        {"empty.txt", "", "lists nothing to download"},
-        {"comments.txt", "# a\n\n \t\r\n  # b", "lists nothing to download"},
-        {"entry.txt", "# partitions\r\n  boot boot.img\r\n", ""},
-        {"one.txt", "x", ""},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        if (c.contents) dir.Write(c.name, c.contents);
-        const std::string problem = SimPackageProblem(dir.File(c.name));
-        EXPECT_EQ(problem.empty(), std::string(c.problem).empty()) << problem;
-        EXPECT_NE(problem.find(c.problem), std::string::npos) << problem;
+    for (const test::TableRow& row : test::ReadTable("sim-package-problem.txt")) {
+        SCOPED_TRACE(row.where);
+        ASSERT_EQ(row.words.size(), 4u);
+        if (row.words[1] != "-") dir.Write(row.words[0], row.words[1]);
+        const std::string problem = SimPackageProblem(dir.File(row.words[0]));
+        EXPECT_EQ(problem.empty(), row.words[3].empty()) << problem;
+        EXPECT_NE(problem.find(row.words[3]), std::string::npos) << problem;
     }
 }
 
