@@ -43,27 +43,19 @@ TEST(QuorvelHistoryTool, FiltersFormsAndExitCodes) {
         // Two jobs on a slot make no rate; three over a day do.
         {"summary_csv", "--summary --csv " + d},
         {"summary_interrupted", "--summary --result interrupted " + d},
+        // The Port column is as wide as its widest name, up to 30 characters; a longer
+        // name keeps its end, where the COM number stands, so later columns stay in place.
+        {"port_column", Folder("ports")},
+        // What a power loss, a full disk or a hand edit leaves behind, a day file each:
+        // damaged lines are skipped and counted, never fatal.
+        {"damaged", "--csv " + Folder("damaged")},
     };
     for (const auto& [name, args] : runs) {
-        EXPECT_TRUE(MatchesGolden(std::string("quorvel-history/") + name + ".txt",
-                                  RunTranscript("quorvel-history", args, {{d, "$DIR/"}}, "TZ=UTC-1 ")));
+        EXPECT_TRUE(MatchesGolden(
+            std::string("quorvel-history/") + name + ".txt",
+            RunTranscript("quorvel-history", args,
+                          {{d, "$DIR/"}, {Folder("ports"), "$DIR/"}, {Folder("damaged"), "$DIR/"}}, "TZ=UTC-1 ")));
     }
-}
-
-// What a power loss, a full disk or a hand edit leaves behind: a day file each, the
-// damage its jobs' ids name. Damaged lines are skipped and counted, never fatal.
-TEST(QuorvelHistoryTool, DamagedLinesAreSkipped) {
-    const std::string d = Folder("damaged");
-    EXPECT_TRUE(
-        MatchesGolden("quorvel-history/damaged.txt", RunTranscript("quorvel-history", "--csv " + d, {{d, "$DIR/"}})));
-}
-
-// The Port column is as wide as its widest name, up to 30 characters; a longer name
-// keeps its end, where the COM number stands, so the columns after it stay in place.
-TEST(QuorvelHistoryTool, PortColumnNeverOverflows) {
-    EXPECT_TRUE(
-        MatchesGolden("quorvel-history/port_column.txt",
-                      RunTranscript("quorvel-history", Folder("ports"), {{Folder("ports"), "$DIR/"}}, "TZ=UTC-1 ")));
 }
 
 // Two stations' folders and a folder gathered from the broker: a Station column, the
