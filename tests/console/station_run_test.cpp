@@ -5,7 +5,6 @@
 #include "console/ConsoleController.h"
 #include "console/StationRun.h"
 #include "devices/DeviceTestKit.h"
-#include "platform/ProfileIni.h"
 #include "sim/SimBench.h"
 #include "sim/SimEngines.h"
 #include "slots/EngineHarness.h"
@@ -22,13 +21,11 @@ class StationRunTest : public ::testing::Test {
 protected:
     void SetUp() override {
         f.dir.Write("fw/A_scatter.txt", "x");
-        f.dir.Write("fw/phone.cfg", "x");
         f.WriteSettings(test::UnboundSettings("LANGUAGE=2052\nFilePath=" + f.dir.File("fw/A_scatter.txt") + "\n"));
         ASSERT_TRUE(controller.OnInitDialog());
         run.SetSleepInhibitor(&sleep);
     }
     void Click() { run.StartStopClick(); }
-    std::vector<std::string> Messages() { return f.ui.Messages(); }
 
     test::StationFixture f;
     Station& st = *f.station;
@@ -45,72 +42,49 @@ protected:
     } sleep;
 };
 
-TEST_F(StationRunTest, ScatterPackageIsVerifiedOnceAndStopIsRefusedWhileASlotWorks) {
-    EXPECT_EQ(run.Manager().WorkerCount(), 4);
-    ASSERT_EQ(st.settings.CheckSum, 1u);
-    Click();
-    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
-    EXPECT_TRUE(st.stationRunning);
-    EXPECT_TRUE(st.package.verified);
-    EXPECT_FALSE(st.view.Snapshot().controls[IDC_SETTINGS].enabled);
-
-    st.slotList.InsertRow("01");
-    st.bindings.SetState(0, BindState::BromBinded);
-    Click();
-    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
-    EXPECT_EQ(Messages(), std::vector<std::string>{"At least one thread is running, Please wait for a moment!"});
-    EXPECT_EQ(sleep.held, std::vector<bool>{true});  // no suspend while a phone is flashed
-
-    st.bindings.SetState(0, BindState::AllBinded);
-    st.bindings.SetHsLocation(0, "1-1\\PORT1");
-    Click();
-    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START);
-    EXPECT_FALSE(st.stationRunning);
-    EXPECT_TRUE(st.view.Snapshot().controls[IDC_SETTINGS].enabled);
-    EXPECT_EQ(platform::ProfileIni::ReadString(f.SettingsFile(), "USBPORTINFO", "Index0", "?", 64), "1-1\\PORT1");
-    EXPECT_EQ(sleep.held, (std::vector<bool>{true, false}));
-
-    // Verified once: a second Start does not verify again, even if it would fail now.
+// Verification, the controls and the sleep hold around Start and Stop; stop refusals,
+// saved bindings and the no-package notice's text are played as scenario files.
+TEST_F(StationRunTest, VerifiedAtTheFirstStartOnlyAndSleepIsHeldWhileRunning) {
+    const auto button = [&] { return controller.ButtonStatus(); };
     registry.SetVerifyPasses(false);
     Click();
-    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
-    Click();
-    run.Manager().JoinWalks();
-}
-
-TEST_F(StationRunTest, FailedVerificationRefusesStartAndNoPackageStartsWithANotice) {
-    registry.SetVerifyPasses(false);
-    Click();
-    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_INIT);
+    EXPECT_EQ(button(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_INIT);
     EXPECT_FALSE(st.stationRunning);
     EXPECT_FALSE(st.package.verified);
     EXPECT_EQ(run.Manager().State(), engine::ManagerState::Unverified);
     EXPECT_TRUE(sleep.held.empty());
 
-    // Without a package the run starts, as asked, and the notice says why nothing is
-    // flashed, until a Start with a package.
-    f.ui.Clear();
-    st.package.kind = PackageKind::None;
-    Click();
-    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
-    EXPECT_TRUE(Messages().empty());
-    EXPECT_EQ(st.view.Notice(),
-              "No package selected: phones are bound, but there is nothing to download to them. "
-              "Stop, choose a package in Settings and start again.");
-    Click();
-    st.package.kind = PackageKind::MtkScatter;
     registry.SetVerifyPasses(true);
     Click();
-    EXPECT_EQ(controller.ButtonStatus(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_EQ(button(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
+    EXPECT_TRUE(st.package.verified);
+    EXPECT_FALSE(st.view.Snapshot().controls[IDC_SETTINGS].enabled);
+    Click();
+    EXPECT_EQ(button(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_START);
+    EXPECT_TRUE(st.view.Snapshot().controls[IDC_SETTINGS].enabled);
+    EXPECT_EQ(sleep.held, (std::vector<bool>{true, false}));
+
+    // Not verified again, even where it would fail now.
+    registry.SetVerifyPasses(false);
+    Click();
+    EXPECT_EQ(button(), DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_STOP);
+    Click();
+
+    // A package chosen after a Start without one takes that Start's notice away.
+    st.package.kind = PackageKind::None;
+    Click();
+    EXPECT_NE(st.view.Notice(), "");
+    Click();
+    st.package.kind = PackageKind::MtkScatter;
+    Click();
     EXPECT_EQ(st.view.Notice(), "");
     Click();
     run.Manager().JoinWalks();
 
     // The engine refuses the package's pre-load: the console says so.
-    f.ui.Clear();
     f.dir.Write("fw/A_scatter.txt", "");
     EXPECT_EQ(controller.PreLoadPackage(), engine::kPreLoadRefused);
-    EXPECT_EQ(Messages(), std::vector<std::string>{"PreLoadFiles failed,please check scatter file or DA files"});
+    EXPECT_EQ(f.ui.Messages(), std::vector<std::string>{"PreLoadFiles failed,please check scatter file or DA files"});
 }
 
 TEST_F(StationRunTest, PhonesAlreadyInPreloaderModeGoToTheWorkerOfTheirPort) {
