@@ -16,7 +16,6 @@
 #include <vector>
 
 #include "platform/Clock.h"
-#include "platform/ProfileIni.h"
 #include "station/Messages.h"
 #include "support/StationFixture.h"
 
@@ -119,10 +118,6 @@ protected:
             rows.push_back(st.bindings.HsLocation(i) + " " + st.bindings.LsLocation(i) + " " +
                            app::BindStateName(st.bindings.State(i)));
         return rows;
-    }
-    // The slot's key in a section of the saved settings; "?" when absent.
-    std::string Saved(const char* section, int slot) const {
-        return platform::ProfileIni::ReadString(f.SettingsFile(), section, "Index" + std::to_string(slot), "?", 260);
     }
 
     StationFixture f;
