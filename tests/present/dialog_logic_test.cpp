@@ -1,9 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <sstream>
 #include <thread>
 
 #include "present/AboutDialogLogic.h"
 #include "present/SettingsDialogLogic.h"
+#include "support/Golden.h"
 #include "support/StationFixture.h"
 
 namespace quorvel::app {
@@ -26,102 +31,60 @@ struct TimeMover {
     std::thread thread;
 };
 
-class SettingsDialogTest : public ::testing::Test {
-protected:
-    test::StationFixture f;
-    TimeMover mover{f.clock};
-    PackageSelection& pkg = f.station->package;
-    std::string file(const std::string& name) {
-        f.dir.Write(name, "x");
-        return f.dir.File(name);
-    }
-};
-
-TEST_F(SettingsDialogTest, ScatterPackagePreselectsByDownloadType) {
-    pkg.kind = PackageKind::MtkScatter;
-    pkg.scatterFilePath = "/fw/MT_scatter.txt";
-    for (auto [type, entry] : {std::pair{8, 3}, {1, 0}, {0, 1}, {3, 2}, {5, 0}}) {
-        pkg.downloadType = type;
-        SettingsDialogLogic d(*f.station, f.ui.Teller());
-        d.Open();
-        EXPECT_EQ(d.Selected(), entry) << "DownloadType " << type;
-        EXPECT_EQ(d.Entries().size(), 4u);
-        EXPECT_EQ(d.PathText(), "/fw/MT_scatter.txt");
-    }
-}
-
-TEST_F(SettingsDialogTest, FormatAllWarnsOnceAndSetsTypeZero) {
-    const auto path = file("fw/MT6580_Android_scatter.txt");
-    SettingsDialogLogic d(*f.station, f.ui.Teller());
-    d.Open();
-    d.Load(path);
-    EXPECT_EQ(pkg.kind, PackageKind::MtkScatter);
-    d.Select(1);
-    ASSERT_TRUE(d.Ok());
-    EXPECT_EQ(pkg.downloadType, 0);
-    EXPECT_FALSE(pkg.reserveUserData);
-    EXPECT_EQ(pkg.firmwareFolder, f.dir.File("fw/"));
-    EXPECT_EQ(f.ui.Messages(), (std::vector<std::string>{"The FormatAll mode will clear NV data"}));
-
-    d.Select(3);
-    ASSERT_TRUE(d.Ok());
-    EXPECT_EQ(pkg.downloadType, 8);
-    EXPECT_TRUE(pkg.reserveUserData);
-}
-
-TEST_F(SettingsDialogTest, PacDisablesTheListOkKeepsDownloadTypeCancelKeepsTheKind) {
-    pkg.kind = PackageKind::MtkCfg;
-    pkg.pacFilePath = "/old/b.pac";
-    pkg.downloadType = 3;
-    pkg.prepared = true;
-    SettingsDialogLogic cancelled(*f.station, f.ui.Teller());
-    cancelled.Open();
-    cancelled.Load(file("a.pac"));
-    EXPECT_FALSE(cancelled.ListEnabled());
-    EXPECT_FALSE(pkg.prepared);
-    cancelled.Cancel();
-    EXPECT_EQ(pkg.kind, PackageKind::SprdPac);
-    EXPECT_EQ(pkg.pacFilePath, "/old/b.pac");
-    EXPECT_EQ(cancelled.PathText(), "");
-
-    SettingsDialogLogic d(*f.station, f.ui.Teller());
-    d.Open();
-    d.Load(file("a.pac"));
-    ASSERT_TRUE(d.Ok());
-    EXPECT_EQ(pkg.downloadType, 3);
-    EXPECT_EQ(pkg.pacFilePath, f.dir.File("a.pac"));
-}
-
-TEST_F(SettingsDialogTest, KindRulesAndRefusals) {
-    SettingsDialogLogic d(*f.station, f.ui.Teller());
-    d.Open();
-    EXPECT_FALSE(d.Ok());
-    d.Load(std::string("/fw/scatter.txt.cfg"));
-    EXPECT_EQ(pkg.kind, PackageKind::MtkCfg);
-    EXPECT_EQ(d.Entries().size(), 2u);
-    d.Load(std::string("/fw/readme.md"));
-    EXPECT_EQ(pkg.kind, PackageKind::MtkCfg) << "no match keeps the kind";
-    EXPECT_FALSE(d.Ok()) << "a file that does not exist";
-    d.Load(std::nullopt);
-    EXPECT_EQ(d.PathText(), "/fw/readme.md");
-    EXPECT_EQ(f.ui.Messages(), (std::vector<std::string>{"Please select folder for upgrading!",
-                                                         "Please select MTK Scatter file first!"}));
-}
-
-TEST_F(SettingsDialogTest, CfgBackupRestoreFromSettingOrEntry) {
-    f.station->settings.BackupandRestore = 0;
-    SettingsDialogLogic d(*f.station, f.ui.Teller());
-    d.Open();
-    d.Load(file("p.cfg"));
-    d.Select(1);
-    ASSERT_TRUE(d.Ok());
-    EXPECT_TRUE(pkg.cfgBackupRestore);
-    d.Select(0);
-    ASSERT_TRUE(d.Ok());
-    EXPECT_FALSE(pkg.cfgBackupRestore);
-    f.station->settings.BackupandRestore = 1;
-    ASSERT_TRUE(d.Ok());
-    EXPECT_TRUE(pkg.cfgBackupRestore);
+// A settings dialog session, a line a step: each answer is the dialog and the package
+// selection after the step, and what the operator was told.
+TEST(SettingsDialog, Sessions) {
+    std::unique_ptr<test::StationFixture> f;
+    std::unique_ptr<TimeMover> mover;
+    std::unique_ptr<SettingsDialogLogic> d;
+    const char* const kinds[] = {"none", "scatter", "pac", "cfg"};
+    const auto run = [&](const std::string& line) {
+        std::istringstream in(line);
+        std::string word, arg, path;
+        in >> word >> arg;
+        if (word == "fresh") {
+            mover.reset();
+            f = std::make_unique<test::StationFixture>();
+            mover = std::make_unique<TimeMover>(f->clock);
+            return std::string();
+        }
+        PackageSelection& pkg = f->station->package;
+        f->ui.Clear();
+        if (word == "package") {  // KIND TYPE PATH
+            pkg.kind = static_cast<PackageKind>(std::find(kinds, std::end(kinds), arg) - kinds);
+            in >> pkg.downloadType >> path;
+            (arg == "scatter" ? pkg.scatterFilePath : pkg.pacFilePath) = path;
+            pkg.prepared = true;
+            return std::string();
+        }
+        if (word == "backup-setting") {
+            f->station->settings.BackupandRestore = std::stoi(arg);
+            return std::string();
+        }
+        std::string out;
+        if (word == "open") {
+            d = std::make_unique<SettingsDialogLogic>(*f->station, f->ui.Teller());
+            d->Open();
+        }
+        if (word == "load" && arg == "-") d->Load(std::nullopt);
+        if (word == "load" && arg != "-") {
+            if (arg.front() != '/') f->dir.Write(arg, "x");
+            d->Load(arg.front() == '/' ? arg : f->dir.File(arg));
+        }
+        if (word == "select") d->Select(std::stoi(arg));
+        if (word == "ok") out = d->Ok() ? "closes\n" : "stays open\n";
+        if (word == "cancel") d->Cancel();
+        out += "dialog: entry " + std::to_string(d->Selected()) + " of " + std::to_string(d->Entries().size()) +
+               (d->ListEnabled() ? "" : " (list off)") + " \"" + d->PathText() +
+               "\"\npackage: " + kinds[static_cast<int>(pkg.kind)] + " type " + std::to_string(pkg.downloadType) +
+               (pkg.reserveUserData ? " reserve" : "") + (pkg.cfgBackupRestore ? " backup" : "") +
+               (pkg.prepared ? " prepared" : "") + " pac \"" + pkg.pacFilePath + "\" folder \"" + pkg.firmwareFolder +
+               "\"";
+        for (const auto& m : f->ui.Messages()) out += "\ntold: " + m;
+        return test::Scrub(out, {{f->dir.Path(), "DIR/"}});
+    };
+    EXPECT_TRUE(test::MatchesCaseGolden("settings-dialog/sessions.txt", run));
+    d.reset();
 }
 
 TEST(AboutDialogTest, LanguageButtonsAndRestart) {
