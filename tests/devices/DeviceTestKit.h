@@ -63,39 +63,29 @@ private:
     std::thread thread_;
 };
 
-// Keeps what is posted to it.
+// Keeps what is sent or posted to it, in order: "sent 6024", "posted command 1019 auto"
+// (a command by its id, "auto" for an automatic stop).
 class RecordingWindow final : public app::MessageWindow {
 public:
-    // A message as its number, and a command as "command <id>", "auto" added for an automatic stop.
-    using Msg = std::string;
-    static Msg Describe(const app::Message& message) {
-        if (const auto* c = std::get_if<app::Command>(&message))
-            return "command " + std::to_string(static_cast<std::uint32_t>(c->id)) + (c->autoStop ? " auto" : "");
-        return std::to_string(app::NumberOf(message));
-    }
-    platform::LResult Send(app::Message message) override {
-        std::lock_guard g(mutex_);
-        sent_.push_back(Describe(message));
-        return 0;
-    }
-    void Post(app::Message message) override {
-        std::lock_guard g(mutex_);
-        posted_.push_back(Describe(message));
-    }
+    platform::LResult Send(app::Message message) override { return Keep("sent ", message), 0; }
+    void Post(app::Message message) override { Keep("posted ", message); }
     void SetTimer(int, platform::Millis) override {}
     void KillTimer(int) override {}
-    std::vector<Msg> Posted() const {
+    std::vector<std::string> Log() const {
         std::lock_guard g(mutex_);
-        return posted_;
-    }
-    std::vector<Msg> Sent() const {
-        std::lock_guard g(mutex_);
-        return sent_;
+        return log_;
     }
 
 private:
+    void Keep(const char* how, const app::Message& message) {
+        std::string text = std::to_string(app::NumberOf(message));
+        if (const auto* c = std::get_if<app::Command>(&message))
+            text = "command " + std::to_string(static_cast<std::uint32_t>(c->id)) + (c->autoStop ? " auto" : "");
+        std::lock_guard g(mutex_);
+        log_.push_back(how + text);
+    }
     mutable std::mutex mutex_;
-    std::vector<Msg> posted_, sent_;
+    std::vector<std::string> log_;
 };
 
 class UnboundStationTest : public ::testing::Test {

@@ -43,14 +43,13 @@ std::string Story(const std::vector<std::string>& w) {
                                                             {"da", "USB\\VID_0E8D&PID_2001\\1-1.1:1.0"},
                                                             {"sprd", "USB\\VID_1782&PID_4D00\\1-1.1:1.0"}};
     static const std::map<std::string, std::size_t> kArity{
-        {"workers", 1}, {"bind", 4},   {"state", 2},  {"running", 0},  {"ls", 2},
-        {"hs", 2},      {"fed", 2},    {"arrive", 4}, {"leave", 4},    {"removal", 1},
-        {"slots", 1},   {"device", 1}, {"thread", 1}, {"notified", 1}, {"saved", 2}};
+        {"workers", 1}, {"bind", 4},    {"running", 0}, {"ls", 2},     {"hs", 2},     {"fed", 2},      {"arrive", 4},
+        {"leave", 4},   {"removal", 1}, {"slots", 1},   {"device", 1}, {"thread", 1}, {"notified", 1}, {"saved", 2}};
     std::map<std::string, BindState> states;
     for (int s : {0, 1, 2, 3, 4, 999}) states[BindStateName(static_cast<BindState>(s))] = static_cast<BindState>(s);
     Bench b;
     std::string out;
-    std::size_t sent = 0, posted = 0;
+    std::size_t seen = 0;  // of the window's log
     for (std::size_t i = 1; i < w.size();) {
         const auto n = kArity.find(w[i]);
         if (n == kArity.end() || i + n->second >= w.size()) return out + "bad step: " + w[i];
@@ -79,8 +78,6 @@ std::string Story(const std::vector<std::string>& w) {
             b.st.bindings.SetLsLocation(slot(0), a[3]);
             b.st.bindings.SetComName(slot(0), "Port (COM" + std::to_string(slot(0) + 1) + ")");
             b.st.bindings.SetState(slot(0), states.at(a[2]));
-        } else if (verb == "state") {
-            b.st.bindings.SetState(slot(0), states.at(a[1]));
         } else if (verb == "running") {
             b.st.stationRunning = true;
         } else if (verb == "ls" || verb == "hs" || verb == "fed") {
@@ -111,9 +108,8 @@ std::string Story(const std::vector<std::string>& w) {
         if (!said.empty()) out += "  " + said + "\n";
         if (b.f.clock.Now() != t0) out += "  took " + std::to_string(b.f.clock.Now() - t0) + " ms\n";
         if (b.probed != probes) out += "  probed " + std::to_string(b.probed - probes) + "\n";
-        const auto s = b.window.Sent(), p = b.window.Posted();
-        for (; sent < s.size(); ++sent) out += "  sent " + s[sent] + "\n";
-        for (; posted < p.size(); ++posted) out += "  posted " + p[posted] + "\n";
+        const auto log = b.window.Log();
+        for (; seen < log.size(); ++seen) out += "  " + log[seen] + "\n";
     }
     return out;
 }
