@@ -100,20 +100,24 @@ protected:
     DeviceMonitor monitor{st, backend, sink};
 };
 
-TEST_F(DeviceMonitorTest, FirstPassReportsAllThenReEnumerationIsRemovalBeforeArrival) {
-    backend.services["wdm_usb"] = Ids{"USB\\BROM\\2-1.1", "USB\\PL\\1-1.2"};
-    backend.table.Add("2-1\\PORT1", "USB\\BROM\\2-1.1");
-    backend.names["USB\\BROM\\2-1.1"] = "Phone A (COM1)";
-    backend.names["USB\\PL\\1-1.2"] = "Phone B (COM3)";
-    backend.names["USB\\DA\\1-1.1"] = "Phone A (COM2)";
+// No device list yet means no events until the first device; then the first pass
+// reports all, texts cut to their fields (the location looked up with the full ID), and a
+// re-enumeration is a removal before an arrival.
+TEST_F(DeviceMonitorTest, FirstListReportsAllThenReEnumerationIsRemovalBeforeArrival) {
+    backend.services["sprdvcom"] = std::nullopt;
+    st.package.kind = PackageKind::SprdPac;
+    ASSERT_EQ(monitor.SelectMonitorService(), "");
+    const std::string longId = "USB\\VID_1782&PID_4D00\\" + std::string(80, '7'), cut = longId.substr(0, 63);
+    backend.table.Add("1-2\\PORT3", longId);
+    backend.names = {{longId, longId + " (COM1)"}, {"PL", "Phone B (COM3)"}, {"DA", "Phone A (COM2)"}};
     st.stationRunning = true;
     monitor.Start();
-    EXPECT_EQ(sink.Await(2), (Ids{"+USB\\BROM\\2-1.1 Phone A (COM1) @2-1\\PORT1 2",  //
-                                  "+USB\\PL\\1-1.2 Phone B (COM3) @ 2"}));
-    backend.SetList("wdm_usb", Ids{"USB\\DA\\1-1.1", "USB\\PL\\1-1.2"});
+    backend.SetList("sprdvcom", Ids{longId, "PL"});
+    EXPECT_EQ(sink.Await(2), (Ids{"+" + cut + " " + cut + " @1-2\\PORT3 3", "+PL Phone B (COM3) @ 3"}));
+    backend.SetList("sprdvcom", Ids{"DA", "PL"});
     const auto seen = sink.Await(4);
-    EXPECT_EQ(Ids(seen.begin() + 2, seen.end()), (Ids{"-USB\\BROM\\2-1.1 Phone A (COM1) @2-1\\PORT1 2",  //
-                                                      "+USB\\DA\\1-1.1 Phone A (COM2) @ 2"}));
+    EXPECT_EQ(Ids(seen.begin() + 2, seen.end()),
+              (Ids{"-" + cut + " " + cut + " @1-2\\PORT3 3", "+DA Phone A (COM2) @ 3"}));
     st.stationRunning = false;
     monitor.Retire();
 }
@@ -174,23 +178,6 @@ TEST_F(DeviceMonitorTest, LateSerialPortIsAwaitedReportedOnceAndNeverLost) {
         fx.station->stationRunning = false;
         watch.Retire();
     }
-}
-
-TEST_F(DeviceMonitorTest, NoDeviceListYetMeansNoEventsUntilTheFirstDevice) {
-    backend.services["sprdvcom"] = std::nullopt;
-    st.package.kind = PackageKind::SprdPac;
-    ASSERT_EQ(monitor.SelectMonitorService(), "");
-    st.stationRunning = true;
-    monitor.Start();
-    const std::string longId = "USB\\VID_1782&PID_4D00\\" + std::string(80, '7');
-    backend.table.Add("1-2\\PORT3", longId);
-    backend.names[longId] = longId + " (COM1)";
-    backend.SetList("sprdvcom", Ids{longId});
-    // Texts are cut to their fields; the location is looked up with the full ID.
-    const std::string cut = longId.substr(0, 63);
-    EXPECT_EQ(sink.Await(1), Ids{"+" + cut + " " + cut + " @1-2\\PORT3 3"});
-    st.stationRunning = false;
-    monitor.Retire();
 }
 
 TEST_F(DeviceMonitorTest, ServiceChoiceByPackageKind) {
