@@ -71,17 +71,6 @@ TEST(StartupTest, LockFilesThatCannotBeUsedFallBackOrSaySo) {
     }
 }
 
-TEST(StartupTest, FoldersAreCreatedOnceAndKept) {
-    test::TempDir dir;
-    HeadlessConsoleUi ui;
-    AppStartup::CreateFolders(dir.Path(), ui);
-    dir.Write("Config/CommonSetting.ini", "[COMMON]\n");
-    AppStartup::CreateFolders(dir.Path(), ui);
-    EXPECT_TRUE(std::filesystem::is_directory(dir.File("TestLog")));
-    EXPECT_EQ(dir.Read("Config/CommonSetting.ini"), "[COMMON]\n");
-    EXPECT_TRUE(ui.Messages().empty());
-}
-
 // A failed Config folder stops there: TestLog is not attempted, so one message only.
 TEST(StartupTest, ConfigThatCannotBeMadeStopsTheFolders) {
     test::TempDir dir;
