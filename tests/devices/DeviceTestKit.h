@@ -1,7 +1,6 @@
 #pragma once
 // Helpers of the device tests: a pseudo-terminal, a thread that moves a manual
-// clock to each deadline as soon as someone sleeps, a window that records and a
-// station whose slots start unbound.
+// clock to each deadline as soon as someone sleeps, and a window that records.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -86,32 +85,6 @@ private:
     }
     mutable std::mutex mutex_;
     std::vector<std::string> log_;
-};
-
-class UnboundStationTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n");
-        f.UnbindAllSlots();
-    }
-    void Bind(int slot, const std::string& hs, app::BindState state = app::BindState::AllBinded,
-              const std::string& ls = "NA") {
-        st.bindings.SetHsLocation(slot, hs);
-        st.bindings.SetLsLocation(slot, ls);
-        st.bindings.SetComName(slot, "Port (COM" + std::to_string(slot + 1) + ")");
-        st.bindings.SetState(slot, state);
-    }
-    // "hs ls STATE" of each of the first `n` slots.
-    std::vector<std::string> Table(int n) const {
-        std::vector<std::string> rows;
-        for (int i = 0; i < n; ++i)
-            rows.push_back(st.bindings.HsLocation(i) + " " + st.bindings.LsLocation(i) + " " +
-                           app::BindStateName(st.bindings.State(i)));
-        return rows;
-    }
-
-    StationFixture f;
-    app::Station& st = *f.station;
 };
 
 }  // namespace quorvel::test

@@ -3,6 +3,7 @@
 #include <map>
 
 #include "DeviceTestKit.h"
+#include "devices/BindingCommands.h"
 #include "devices/PortBinding.h"
 #include "platform/ProfileIni.h"
 #include "sim/SimEngines.h"
@@ -43,8 +44,9 @@ std::string Story(const std::vector<std::string>& w) {
                                                             {"da", "USB\\VID_0E8D&PID_2001\\1-1.1:1.0"},
                                                             {"sprd", "USB\\VID_1782&PID_4D00\\1-1.1:1.0"}};
     static const std::map<std::string, std::size_t> kArity{
-        {"workers", 1}, {"bind", 4},    {"running", 0}, {"ls", 2},     {"hs", 2},     {"fed", 2},      {"arrive", 4},
-        {"leave", 4},   {"removal", 1}, {"slots", 1},   {"device", 1}, {"thread", 1}, {"notified", 1}, {"saved", 2}};
+        {"workers", 1},  {"bind", 4},  {"running", 0}, {"ls", 2},     {"hs", 2},     {"fed", 2},
+        {"arrive", 4},   {"leave", 4}, {"removal", 1}, {"slots", 1},  {"device", 1}, {"thread", 1},
+        {"notified", 1}, {"saved", 2}, {"remove", 1},  {"compact", 0}};
     std::map<std::string, BindState> states;
     for (int s : {0, 1, 2, 3, 4, 999}) states[BindStateName(static_cast<BindState>(s))] = static_cast<BindState>(s);
     Bench b;
@@ -78,6 +80,10 @@ std::string Story(const std::vector<std::string>& w) {
             b.st.bindings.SetLsLocation(slot(0), a[3]);
             b.st.bindings.SetComName(slot(0), "Port (COM" + std::to_string(slot(0) + 1) + ")");
             b.st.bindings.SetState(slot(0), states.at(a[2]));
+        } else if (verb == "remove") {
+            BindingCommands(b.st).RemoveTheBind(slot(0));
+        } else if (verb == "compact") {
+            BindingCommands(b.st).CompactBindings();
         } else if (verb == "running") {
             b.st.stationRunning = true;
         } else if (verb == "ls" || verb == "hs" || verb == "fed") {
