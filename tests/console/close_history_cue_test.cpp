@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <sstream>
 
 #include "history/JobHistory.h"
 #include "history/SlotHistory.h"
 #include "present/CloseCheck.h"
 #include "present/FinishCue.h"
+#include "support/Golden.h"
 #include "support/TempDir.h"
 
 namespace quorvel::console {
@@ -14,27 +16,20 @@ namespace {
 
 using app::JobResult;
 
+// "SYSTEM-LANGUAGE ending|open BUSY-SLOTS..." -> the question asked before a close.
 TEST(CloseCheck, AsksNamingBusySlotsUnlessTheSessionEnds) {
-    const struct {
+    EXPECT_TRUE(test::MatchesCaseGolden("close-check/questions.txt", [](const std::string& line) {
+        std::istringstream in(line);
+        std::uint16_t system = 0;
+        std::string session;
         std::vector<int> busy;
-        bool sessionEnding;
-        std::uint16_t system;  // 2052: the texts are Chinese
-        std::string asked;     // a part of the question; empty: not asked
-    } rows[] = {
-        {{}, false, 1033, ""},
-        {{6}, false, 1033, "Still downloading: slot 07.\n"},
-        {{2, 6, 15}, false, 1033, "slot 03, 07, 16."},
-        {{2, 6}, true, 1033, ""},
-        {{0}, false, 2052, "仍在下载：槽位 01。"},
-    };
-    for (const auto& r : rows) {
-        app::Language language([&] { return r.system; });
+        in >> system >> session;
+        for (int slot; in >> slot;) busy.push_back(slot);
+        app::Language language([&] { return system; });
         language.SetLanguageId(2052);
-        const std::string q = CloseQuestion(r.busy, language, r.sessionEnding);
-        SCOPED_TRACE(q);
-        EXPECT_EQ(q.empty(), r.asked.empty());
-        EXPECT_NE(q.find(r.asked), std::string::npos);
-    }
+        const std::string q = CloseQuestion(busy, language, session == "ending");
+        return q.empty() ? std::string("not asked") : test::Printable(q);
+    }));
 }
 
 app::JobRecord Job(int slot, const char* end, JobResult result, const char* step = "", const char* error = "") {
