@@ -33,6 +33,8 @@ public:
 
     ScenarioTree(UmockdevTree& tree, platform::Clock& clock) : tree_(tree), clock_(clock) {
         hub_ = tree_.Hub(tree_.RootHub("0000:00:14.0", "usb1", " 2.00", "480", "1"), "1-1", "1", "4");
+        // Beside it, as on most PCs, a 1.1 controller's root hub: no socket of the station's.
+        tree_.RootHub("0000:00:1d.0", "usb2", " 1.10", "12", "2");
         tree_.LoadDriver("cdc_acm");
         tree_.LoadDriver("option");
         late_ = std::thread([this] { LateLoop(); });
