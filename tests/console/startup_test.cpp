@@ -2,8 +2,10 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <sstream>
 
 #include "console/AppStartup.h"
+#include "support/TableFile.h"
 #include "support/TempDir.h"
 #include "support/Unprivileged.h"
 
@@ -29,21 +31,11 @@ TEST(StartupTest, SecondInstanceIsRefusedWithTheBuiltInLanguage) {
 // Only a lock held by a live station says "Program is running!"; a lock file that
 // cannot be used is said as such and another place takes the lock.
 TEST(StartupTest, LockFilesThatCannotBeUsedFallBackOrSaySo) {
-    const struct {
-        const char* label;
-        std::vector<std::string> machine;  // relative to the test folder
-        std::string folder;
-        bool started;
-        std::string message;  // start of the one message shown, empty for none
-    } rows[] = {
-        {"missing_runtime_folder", {"gone/x.lock", "m.lock"}, "f.lock", true, "Cannot use the lock file "},
-        {"foreign_unreadable_file", {"foreign.lock"}, "f.lock", true, "Cannot use the lock file "},
-        {"foreign_readable_file", {"stale.lock"}, "f.lock", true, ""},
-        {"read_only_station_folder", {"m.lock"}, "ro/f.lock", true, ""},
-        {"no_place_at_all", {"gone/x.lock"}, "ro/f.lock", false, "Cannot take the single-instance lock "},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.label);
+    for (const test::TableRow& row : test::ReadTable("instance-lock.txt")) {
+        SCOPED_TRACE(row.where);
+        ASSERT_EQ(row.words.size(), 4u);
+        const bool started = row.words[2] == "yes";
+        const std::string& message = row.words[3];
         test::TempDir dir;
         ::chmod(dir.Path().c_str(), 0777);
         dir.Write("foreign.lock", "");
@@ -52,16 +44,17 @@ TEST(StartupTest, LockFilesThatCannotBeUsedFallBackOrSaySo) {
         ::chmod(dir.File("stale.lock").c_str(), 0644);
         std::filesystem::create_directory(dir.File("ro"));
         ::chmod(dir.File("ro").c_str(), 0555);
-        LockPlaces places{{}, dir.File(row.folder)};
-        for (const auto& m : row.machine) places.machine.push_back(dir.File(m));
+        LockPlaces places{{}, dir.File(row.words[1])};
+        std::istringstream machine(row.words[0]);
+        for (std::string m; std::getline(machine, m, ',');) places.machine.push_back(dir.File(m));
         // As another user than the files' owner, and a second start in the same process.
         const int result = test::RunUnprivileged([&] {
             HeadlessConsoleUi ui;
             Language english([] { return std::uint16_t{1033}; });
             auto locks = AppStartup::CheckSingleInstance(places, english, ui);
             const auto& shown = ui.Messages();
-            if (!!locks != row.started || shown.size() != (row.message.empty() ? 0u : 1u)) return 1;
-            if (!row.message.empty() && shown[0].rfind(row.message, 0) != 0) return 2;
+            if (!!locks != started || shown.size() != (message.empty() ? 0u : 1u)) return 1;
+            if (!message.empty() && shown[0].rfind(message, 0) != 0) return 2;
             if (locks && AppStartup::CheckSingleInstance(places, english, ui)) return 3;
             if (locks && ui.Messages().back() != "Program is running!") return 4;
             return 0;
