@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <utility>
-
 #include "console/ConsoleController.h"
 #include "console/StationRun.h"
 #include "devices/DeviceTestKit.h"
@@ -43,7 +41,8 @@ protected:
 };
 
 // Verification, the controls and the sleep hold around Start and Stop; stop refusals,
-// saved bindings and the no-package notice's text are played as scenario files.
+// saved bindings, the no-package notice's text and a refused pre-load are played as scenario
+// files.
 TEST_F(StationRunTest, VerifiedAtTheFirstStartOnlyAndSleepIsHeldWhileRunning) {
     const auto button = [&] { return controller.ButtonStatus(); };
     registry.SetVerifyPasses(false);
@@ -80,11 +79,6 @@ TEST_F(StationRunTest, VerifiedAtTheFirstStartOnlyAndSleepIsHeldWhileRunning) {
     EXPECT_EQ(st.view.Notice(), "");
     Click();
     run.Manager().JoinWalks();
-
-    // The engine refuses the package's pre-load: the console says so.
-    f.dir.Write("fw/A_scatter.txt", "");
-    EXPECT_EQ(controller.PreLoadPackage(), engine::kPreLoadRefused);
-    EXPECT_EQ(f.ui.Messages(), std::vector<std::string>{"PreLoadFiles failed,please check scatter file or DA files"});
 }
 
 TEST_F(StationRunTest, PhonesAlreadyInPreloaderModeGoToTheWorkerOfTheirPort) {
@@ -95,41 +89,11 @@ TEST_F(StationRunTest, PhonesAlreadyInPreloaderModeGoToTheWorkerOfTheirPort) {
     EXPECT_EQ(run.Manager().WorkerAt(0)->Device().friendlyName, "");
 }
 
-// Runs a test's hook on the worker thread one step before its job begins. A job passes
-// unless cancelled after its set-up.
-class HookedMtk final : public engine::MtkEngine {
-public:
-    void SetDLPara(int, int, int, int, int, int, int, int, const char*, const char*, const char*, int, int,
-                   int) override {}
-    void SetMemoryTestPara(int, int, int, int, int) override {}
-    void SetEfusePara(int, const char*, int, const char*, const char*, const char*) override {}
-    void SetDAPort(int) override {}
-    void SetDownloadType(int) override {}
-    void SetDeviceInfo(DeviceInfo*) override {
-        cancelled = false;  // as the engines do: a cancel belongs to one job
-        if (beforeJob) std::exchange(beforeJob, nullptr)();
-    }
-    int DLOperationStart() override {
-        ++jobs;
-        return cancelled.exchange(false) ? 1 : 0;
-    }
-    void CancelTask() override { cancelled = true; }
-    int GetPCLoadVersion(char* b) override { return *b = '\0', 0; }
-    void GetVersionInfo(VersionInfo*) override {}
-    int PreLoadFiles(char*, bool, int, int, SpmtkEfuseInfo, bool) override { return 0; }
-    int VerifyHostBufferBeforeStart(const char*) override { return 1; }
-    void SetChkSumWnd(app::MessageWindow*) override {}
-
-    std::function<void()> beforeJob;
-    std::atomic<int> jobs{0};
-    std::atomic<bool> cancelled{false};
-};
-
 // A Stop one step before the job begins keeps it from beginning; the phone is served
 // after the next Start.
 TEST(StationRunJobs, AStopJustBeforeTheJobKeepsItFromBeginning) {
-    test::EngineHarness h(1, {.mtk = [] { return std::make_unique<HookedMtk>(); }});
-    auto& mtk = static_cast<HookedMtk&>(h.manager->WorkerAt(0)->Mtk());
+    test::EngineHarness h(1, test::RecordingMtk::Swap());
+    auto& mtk = test::RecordingMtk::Of(h, 0);
     devices::ComProbe probe(h.fx.clock, [](int) { return std::string(); });
     devices::PortBinding binding(h.st, *h.manager, probe, h.loop);
     bool accepted = false;

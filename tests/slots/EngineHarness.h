@@ -8,8 +8,10 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "console/MessageRouter.h"
@@ -108,10 +110,6 @@ public:
     }
 
     platform::LResult HandleMessage(const app::Message& message) override {
-        if (const auto* status = std::get_if<app::SlotStatus>(&message)) {
-            std::lock_guard g(mutex_);
-            statuses_.push_back({status->slot, status->text});
-        }
         platform::LResult r = 0;
         router->Route(message, r);
         return r;
@@ -201,11 +199,6 @@ public:
     std::string Slot(int slot) const {
         return Result(slot) + " | " + Bar(slot) + " | " + app::BindStateName(State(slot));
     }
-    // Status texts shown on any slot, with their slot.
-    std::vector<std::pair<int, std::string>> Statuses() const {
-        std::lock_guard g(mutex_);
-        return statuses_;
-    }
 
     StationFixture fx;
     app::Station& st = *fx.station;
@@ -226,8 +219,73 @@ private:
 
     EngineSwap swap_;
     mutable std::mutex mutex_;
-    std::vector<std::pair<int, std::string>> statuses_;
     std::vector<std::thread> later_;
+};
+
+// An MTK engine that records the calls it is given. Its jobs and the pre-load return
+// `result`, a job 1 when cancelled after its set-up; `beforeJob` runs once on the
+// worker thread as a job's device is set, one step before the job begins.
+class RecordingMtk final : public engine::MtkEngine {
+public:
+    static RecordingMtk& Of(EngineHarness& h, int slot) {
+        return static_cast<RecordingMtk&>(h.manager->WorkerAt(slot)->Mtk());
+    }
+    static EngineSwap Swap() {
+        return {.mtk = [] { return std::make_unique<RecordingMtk>(); }};
+    }
+    std::string Calls() {
+        std::lock_guard g(mutex_);
+        return calls_;
+    }
+
+    void SetDLPara(int a1, int a2, int a3, int a4, int a5, int a6, int a7, int a8, const char* a9, const char* a10,
+                   const char* a11, int a12, int a13, int a14) override {
+        Log("SetDLPara", a1, a2, a3, a4, a5, a6, a7, a8, a9, a10, a11, a12, a13, a14);
+    }
+    void SetMemoryTestPara(int a, int b, int c, int d, int e) override { Log("SetMemoryTestPara", a, b, c, d, e); }
+    void SetEfusePara(int, const char* xml, int, const char*, const char*, const char*) override {
+        Log("SetEfusePara", xml);
+    }
+    void SetDAPort(int i) override { Log("SetDAPort", i); }
+    void SetDownloadType(int t) override { Log("SetDownloadType", t); }
+    void SetDeviceInfo(app::DeviceInfo* d) override {
+        Log("SetDeviceInfo", d->friendlyName);
+        cancelled = false;  // as the engines do: a cancel belongs to one job
+        if (beforeJob) std::exchange(beforeJob, nullptr)();
+    }
+    int DLOperationStart() override {
+        Log("DLOperationStart");
+        ++jobs;
+        return cancelled.exchange(false) ? 1 : result.load();
+    }
+    void CancelTask() override { cancelled = true; }
+    int GetPCLoadVersion(char* b) override {
+        std::snprintf(b, 260, "%s", version.c_str());
+        return 0;
+    }
+    void GetVersionInfo(app::VersionInfo*) override {}
+    int PreLoadFiles(char*, bool, int, int, app::SpmtkEfuseInfo, bool) override { return result; }
+    int VerifyHostBufferBeforeStart(const char*) override { return 1; }
+    void SetChkSumWnd(app::MessageWindow*) override {}
+
+    std::atomic<int> result{0};
+    std::string version = "CY_1.0";
+    std::function<void()> beforeJob;
+    std::atomic<int> jobs{0};
+
+private:
+    template <class... A>
+    void Log(const char* name, const A&... args) {
+        std::ostringstream s;
+        s << name << '(';
+        [[maybe_unused]] const char* sep = "";
+        ((s << sep << args, sep = ","), ...);
+        std::lock_guard g(mutex_);
+        calls_ += s.str() + ") ";
+    }
+    std::atomic<bool> cancelled{false};
+    std::mutex mutex_;
+    std::string calls_;
 };
 
 }  // namespace quorvel::test
