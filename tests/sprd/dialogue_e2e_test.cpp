@@ -11,6 +11,7 @@
 //   reconnect                     once the program says "ready" again
 //   check crc|sum                 the check value the host sends (the program's stage is unseen)
 //   term                          SIGTERM to the program
+//   refuse OPTION [VALUE] -> "text"  a phone option the program refuses, saying that
 //   exit CODE ["text"]            the program ended so, its standard error holding the text
 //   fdl2                          boot ROM and both loaders, as the engine loads them
 //   baud N -> REPLY               N flags in one write: a check-baud try
@@ -51,16 +52,11 @@
 // NVIMAGE: `ID:LEN:FILL,...` items (`factory`: the phone's own), `/SIZE` padding the image;
 // or `blank` (erased flash), or `bytes:HEX`.
 // A dialogue stops at its first failing line; the next `phone` or `program` starts the next.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
@@ -74,7 +70,6 @@
 #include "engines/sprd/PhoneModel.h"
 #include "engines/sprd/Session.h"
 #include "platform/ChildProcess.h"
-#include "platform/UniqueFd.h"
 #include "sprd/PackageFixture.h"
 #include "support/RunTool.h"
 #include "support/TempDir.h"
@@ -131,20 +126,22 @@ void PutName(Bytes& out, const std::string& name, std::uint64_t value) {
 }
 Bytes Payload(const Words& w, std::size_t at, std::size_t end) {
     Bytes out;
-    while (at < end) {
+    for (; at < end; at += 2) {
         const std::string& k = w[at];
-        if (k == "part") {
-            PutName(out, w.at(at + 1), Num(w.at(at + 2)));
-            at += 3;
-        } else if (k == "le32" || k == "zeros") {
-            if (k == "le32") Put32(out, Num(w.at(at + 1)), false);
-            if (k == "zeros") out.resize(out.size() + Num(w.at(at + 1)));
-            at += 2;
-        } else {
+        if (k == "part")
+            PutName(out, w.at(at + 1), Num(w.at(at + 2))), ++at;
+        else if (k == "le32")
+            Put32(out, Num(w.at(at + 1)), false);
+        else if (k == "zeros")
+            out.resize(out.size() + Num(w.at(at + 1)));
+        else
             throw Bad("unknown payload word " + k);
-        }
     }
     return out;
+}
+// `"text"` as text; a word without quotes as it stands.
+std::string Unquoted(const std::string& s) {
+    return s.size() >= 2 && s.front() == '"' && s.back() == '"' ? s.substr(1, s.size() - 2) : s;
 }
 
 Check CheckOf(const std::string& s) {
@@ -250,6 +247,14 @@ public:
                 throw Bad("it is " + std::to_string(got));
             return;
         }
+        if (v == "refuse") {
+            PhoneConfig config;
+            std::string error;
+            if (ParsePhoneOption(w.at(1), w.size() > 2 ? w[2].c_str() : nullptr, config, error) != -1 ||
+                error.find(Unquoted(e.at(0))) == std::string::npos)
+                throw Bad("it said \"" + error + "\"");
+            return;
+        }
         if (!phone_ && !child_) NewPhone({"phone"});
         if (v == "fdl2") {
             const std::string exec = config_.incompatibleAfterFdl2 ? "INCOMPATIBLE_PARTITION" : "ACK";
@@ -281,7 +286,7 @@ public:
             char buf[512];
             for (long n; (n = child_->ReadErr(buf, sizeof buf)) > 0;) err.append(buf, static_cast<std::size_t>(n));
             if (static_cast<std::uint64_t>(code) != Num(w.at(1)) ||
-                (w.size() > 2 && err.find(w[2].substr(1, w[2].size() - 2)) == std::string::npos))
+                (w.size() > 2 && err.find(Unquoted(w[2])) == std::string::npos))
                 throw Bad("it ended with " + std::to_string(code) + ": " + err);
         } else if (v == "pieces") {
             piece_ = Num(w.at(1));
@@ -366,33 +371,22 @@ private:
             ::poll(&p, 1, 100);
             for (long n; (n = child_->ReadOut(buf, sizeof buf)) > 0;) out_.append(buf, static_cast<std::size_t>(n));
         }
-        const std::string path = listen_.substr(listen_.find(':') + 1);
-        if (listen_.rfind("unix:", 0) == 0) {
-            fd_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-            sockaddr_un addr{};
-            addr.sun_family = AF_UNIX;
-            std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
-            if (::connect(fd_.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) Hangup();
-        } else {
-            fd_.reset(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-        }
-        if (fd_.get() < 0) throw Bad("cannot reach " + listen_ + "; the program said: " + out_);
+        std::string error;
+        link_ = OpenTransport(listen_, "", "", 0, error);
+        if (!link_) throw Bad(error + "; the program said: " + out_);
         out_.clear();
     }
-    void Hangup() { fd_.reset(); }
+    void Hangup() { link_.reset(); }
     // The first frame back within 2 s, or none when the program stays silent or leaves.
     Exchange Talk(const Bytes& wire) {
-        if (fd_.get() < 0 || ::write(fd_.get(), wire.data(), wire.size()) != static_cast<ssize_t>(wire.size()))
-            throw Bad("cannot write to the program");
+        if (!link_ || !link_->Write(wire)) throw Bad("cannot write to the program");
         FrameDecoder dec(check_);
         dec.SetEscaping(escape_);
         Exchange x;
         std::uint8_t buf[4096];
         for (int i = 0; i < 20 && x.frames.empty(); ++i) {
-            pollfd p{fd_.get(), POLLIN, 0};
-            if (::poll(&p, 1, 100) <= 0) continue;
-            const ssize_t n = ::read(fd_.get(), buf, sizeof buf);
-            if (n <= 0) break;
+            const long n = link_->Read(buf, 100);
+            if (n < 0) break;
             dec.Feed({buf, static_cast<std::size_t>(n)});
             while (auto d = dec.Next())
                 if (d->kind == Decoded::FRAME && d->frame.type != rep::LOG) x.frames.push_back(std::move(d->frame));
@@ -522,7 +516,7 @@ private:
                             : "mixed");
         }
         for (const auto& word : e) want += (want.empty() ? "" : " ") + word;
-        if (want[0] == '"' ? error.find(want.substr(1, want.size() - 2)) == std::string::npos : got != want)
+        if (want[0] == '"' ? error.find(Unquoted(want)) == std::string::npos : got != want)
             throw Bad(got.empty() ? error : got);
     }
 
@@ -594,9 +588,7 @@ private:
                 break;
             }
         }
-        if (e.empty() ||
-            (e[0] == "ok" ? got != "ok"
-                          : e[0].size() < 2 || got.find(e[0].substr(1, e[0].size() - 2)) == std::string::npos))
+        if (e.empty() || (e[0] == "ok" ? got != "ok" : got.find(Unquoted(e[0])) == std::string::npos))
             throw Bad("the session ended: " + got);
     }
 
@@ -702,7 +694,7 @@ private:
     std::unique_ptr<quorvel::test::TempDir> dir_;
     std::unique_ptr<quorvel::platform::ChildProcess> child_;
     std::string listen_, report_, out_;
-    quorvel::platform::UniqueFd fd_;
+    std::unique_ptr<Transport> link_;
 };
 
 std::vector<std::string> DialogueFiles() {
@@ -725,9 +717,8 @@ TEST_P(DialogueFile, Holds) {
     for (std::string line; std::getline(in, line);) {
         ++number;
         const Words w = Dialogue::Split(line.substr(0, line.find('#')));
-        if (w.empty() || (failed && w[0] != "phone" && w[0] != "program" && w[0] != "value" && w[0] != "merge" &&
-                          w[0] != "encode" && w[0] != "decode"))
-            continue;
+        static const Words kFresh = {"phone", "program", "value", "merge", "encode", "decode", "refuse"};
+        if (w.empty() || (failed && std::find(kFresh.begin(), kFresh.end(), w[0]) == kFresh.end())) continue;
         try {
             failed = false;
             d.Line(w);
@@ -740,26 +731,5 @@ TEST_P(DialogueFile, Holds) {
 
 INSTANTIATE_TEST_SUITE_P(Sprd, DialogueFile, ::testing::ValuesIn(DialogueFiles()),
                          [](const auto& info) { return info.param; });
-
-TEST(SprdPhone, RefusesABadOption) {
-    const std::vector<std::pair<const char*, const char*>> bad = {{"--fault", "nosuch"},
-                                                                  {"--fault", "overrun@0"},
-                                                                  {"--fault", "overrun@x"},
-                                                                  {"--fault", "signature"},
-                                                                  {"--fault", "no-check-baud@2"},
-                                                                  {"--fault", nullptr},
-                                                                  {"--reenumerate", "fdl3"},
-                                                                  {"--log-frames", "2"},
-                                                                  {"--partitions", "boot"},
-                                                                  {"--partitions", "boot:x"},
-                                                                  {"--seed", "-1"},
-                                                                  {"--absence-ms", "600000"}};
-    for (const auto& [name, value] : bad) {
-        PhoneConfig config;
-        std::string error;
-        EXPECT_EQ(ParsePhoneOption(name, value, config, error), -1) << name << " " << (value ? value : "(none)");
-        EXPECT_FALSE(error.empty()) << name;
-    }
-}
 
 }  // namespace
