@@ -44,22 +44,17 @@ TEST(SprdSelection, VerdictsAndMessages) {
         ASSERT_TRUE(test::ChangePac(layout, row.words, 1, error)) << row.where << ": " << error;
         const auto s = Select(layout);
         text += row.words[0] + ": " + verdicts[s.verdict] +
-                (s.message.empty() ? "" : " " + test::Printable(s.message)) + "\n";
+                (s.message.empty() ? "" : " " + test::Printable(s.message)) + "\n  " + std::to_string(s.selectedCount) +
+                " selected:";
+        for (std::size_t i = 0; i < s.files.size(); ++i)
+            text += (s.chosen[i] ? " +" : " -") + std::string(s.files[i].FileId) + ":" +
+                    std::to_string(s.files[i].FileSize);
+        text += "; recorded";
+        for (const auto& [id, r] : s.record)
+            text += " " + id + "=" + std::to_string(r.first) + (r.second.empty() ? "" : ":" + r.second);
+        text += "\n";
     }
     EXPECT_TRUE(test::MatchesGolden("sprd-config/selection.txt", text));
-}
-
-TEST(SprdSelection, TableIdsAndTheRecordOfALaterEntry) {
-    PacSpec layout = test::SmallSprdPac();
-    layout.entries.push_back({"nv", "nv2.bin", "2", 0, 1});
-    layout.entries.push_back({"Boot", "", "", 1, 0, 1});
-    const auto s = Select(layout);
-    EXPECT_EQ(s.selectedCount, 3);
-    EXPECT_EQ(s.chosen, (std::vector<bool>{true, true, true, false, false}));
-    ASSERT_EQ(s.files.size(), 5u);
-    EXPECT_STREQ(s.files[2].FileId, "SYSTEM");
-    EXPECT_EQ(s.files[2].FileSize, 1u);
-    EXPECT_EQ(s.record.at("NV"), std::make_pair(0u, std::string()));
 }
 
 class SprdLoad : public ::testing::Test {
@@ -100,43 +95,19 @@ protected:
     test::StationFixture fx;
 };
 
-TEST_F(SprdLoad, SuccessPublishesEverythingRecordsOnlyIntoAnExistingIniAndFailureKeepsTheProduct) {
-    fx.clock.Advance(77);
-    std::string text = Loaded(test::TypicalSprdPac());
-
-    // With the file present the selection is recorded, and a second load replaces the first.
-    fx.dir.Write("Config/UpgradeDownload.ini", "");
-    PacSpec second;
-    second.productName = "PAC_Other";
-    second.entries = {{"NV", "nv.bin", "n"}, {"Extra", "e.img", "e", 0, 1}};
-    fx.clock.Advance(1);
-    text += Loaded(second);
-
-    // Failed checks delete the extraction and keep the product name.
-    PacSpec bad = test::SmallSprdPac();
-    bad.productName = "Bad";
-    bad.repartitionFlag = 1;
-    bad.repartitionMode = 0;
-    bad.entries.push_back({"Cache", "c.img", "c", 0, 0});
-    fx.clock.Advance(5);
-    text += Loaded(bad);
-
-    // An extraction failure replaces only the configuration path.
-    PacSpec broken = test::SmallSprdPac();
-    broken.badDataCrc = true;
-    text += Loaded(broken);
-
-    // Ids are the keys as they stand, but for what would end a section name or a key, or
-    // make the line a section header: that is written as '_'. A second load replaces its
-    // lines and adds none.
-    fx.dir.Write("Config/UpgradeDownload.ini", "[Selection]\nSelectProduct=old\n");
-    PacSpec odd;
-    odd.productName = "X[1];v=2]";
-    odd.entries = {{"NV", "nv.bin", "n"}, {"A]B", "a", "a"}, {"C;D[", "c", "c"}, {"[E", "e", "e"},
-                   {";F", "f", "f"},      {"G=H", "g", "g"}, {"[I]", "i", "i"}};
-    text += Loaded(odd);
-    fx.clock.Advance(1);
-    text += Loaded(odd);
+// The loads, one after another on one station: tests/tables/sprd-loads.txt.
+TEST_F(SprdLoad, WhatEachLoadPublishesAndRecords) {
+    std::string text;
+    for (const auto& row : test::ReadTable("sprd-loads.txt")) {
+        const auto& w = row.words;
+        if (w[0] == "advance") fx.clock.Advance(std::stoi(w.at(1)));
+        if (w[0] == "ini") fx.dir.Write("Config/UpgradeDownload.ini", w.at(1));
+        if (w[0] != "load") continue;
+        PacSpec layout;
+        std::string error;
+        ASSERT_TRUE(test::ChangePac(layout, w, 1, error)) << row.where << ": " << error;
+        text += Loaded(layout);
+    }
     EXPECT_TRUE(test::MatchesGolden("sprd-config/loads.txt", text));
 }
 
