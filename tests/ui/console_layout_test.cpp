@@ -5,6 +5,7 @@
 #include <QHeaderView>
 #include <QScrollBar>
 #include <QtTest>
+#include <filesystem>
 
 #include "console/ConsoleController.h"
 #include "present/SlotListLayout.h"
@@ -16,73 +17,44 @@ using namespace quorvel;
 
 namespace {
 
-constexpr app::Rgb kDarkGreen = app::MakeRgb(52, 107, 36), kRed = app::MakeRgb(255, 0, 0),
-                   kBlue = app::MakeRgb(0, 0, 255);
+constexpr app::Rgb kRed = app::MakeRgb(255, 0, 0), kBlue = app::MakeRgb(0, 0, 255);
 
-// Sixteen slots in the middle of a shift: every state the list and the tiles can show.
+// Sixteen slots in the middle of a shift: every state the list and the tiles can show,
+// six looks over and over: a pass, a fail, a flash, an interrupted job, a phone waiting
+// for its job, a bound socket without a phone.
 void FillShift(app::SlotListModel& list) {
-    struct Look {
-        unsigned passes, jobs;
-        app::SlotPhase phase;
-        app::SlotResult result;
-        app::SlotProgress progress;
-        const char* timer;
-    };
-    const Look looks[] = {
-        {10,
-         11,
-         app::SlotPhase::PASS,
-         {"PASS(10/11)", kDarkGreen},
-         {100, "Download Completely!(100%)(7.31 MB/s)"},
-         "00:02:41"},
-        {9,
-         12,
-         app::SlotPhase::FAIL,
-         {"FAIL(9/12)", kRed},
-         {37, "Failed: Download failed!", app::kBlack, app::kBlack, kRed, kBlue},
-         "00:01:07"},
-        {0,
-         0,
-         app::SlotPhase::FLASHING,
-         {"Ongoing", kBlue},
-         {30, "Downloading...(3.00/10.00M)(30%)", app::kWhite, app::kBlack, app::MakeRgb(0, 160, 0), kBlue},
-         "00:00:52"},
-        {4,
-         5,
-         app::SlotPhase::INTERRUPTED,
-         {"FAIL(4/5)", kRed},
-         {62, "Download cancelled!(62%)", app::kBlack, app::kBlack, kRed, kBlue},
-         "00:01:30"},
-    };
+    using P = app::SlotPhase;
     list.DeleteAllRows();
     for (int n = 0; n < app::kSlotCount; ++n) {
         char number[12];
         std::snprintf(number, sizeof number, "%02d", n + 1);
-        const int row = list.InsertRow(number);
-        list.EditRow(row, [&](app::SlotRow& r) {
-            r.cells[app::COL_DEVICE] = {"MTK PreLoader USB VCOM (COM" + std::to_string(n + 10) + ")", app::kBlack,
-                                        app::kIconPhone};
+        list.EditRow(list.InsertRow(number), [&](app::SlotRow& r) {
+            const std::string com = "(COM" + std::to_string(n + 10) + ")";
+            r.cells[app::COL_DEVICE] = {"MTK PreLoader USB VCOM " + com, app::kBlack, app::kIconPhone};
             r.cells[app::COL_BINDED].text = "ALL_BINDED";
-            if (n % 6 >= 4) {  // a phone waiting for its job; a bound socket without a phone
-                r.progress.visible = r.result.visible = false;
-                if (n % 6 == 5)
-                    r.cells[app::COL_DEVICE] = {"(COM" + std::to_string(n + 10) + ")", 0x808080, app::kIconSocket};
-                return;
-            }
-            const Look& l = looks[n % 6];
-            r.passCount = l.passes;
-            r.jobCount = l.jobs;
-            r.phase = l.phase;
-            r.result = l.result;
-            r.progress = l.progress;
-            r.cells[app::COL_TIMER].text = l.timer;
+            auto job = [&](unsigned passes, unsigned jobs, P phase, app::SlotResult result, app::SlotProgress bar,
+                           const char* timer) {
+                r.passCount = passes, r.jobCount = jobs, r.phase = phase, r.result = result, r.progress = bar;
+                r.cells[app::COL_TIMER].text = timer;
+            };
+            const app::Rgb black = app::kBlack;
+            if (n % 6 == 0)
+                job(10, 11, P::PASS, {"PASS(10/11)", app::MakeRgb(52, 107, 36)},
+                    {100, "Download Completely!(100%)(7.31 MB/s)"}, "00:02:41");
+            if (n % 6 == 1)
+                job(9, 12, P::FAIL, {"FAIL(9/12)", kRed}, {37, "Failed: Download failed!", black, black, kRed, kBlue},
+                    "00:01:07");
+            if (n % 6 == 2)
+                job(0, 0, P::FLASHING, {"Ongoing", kBlue},
+                    {30, "Downloading...(3.00/10.00M)(30%)", app::kWhite, black, app::MakeRgb(0, 160, 0), kBlue},
+                    "00:00:52");
+            if (n % 6 == 3)
+                job(4, 5, P::INTERRUPTED, {"FAIL(4/5)", kRed},
+                    {62, "Download cancelled!(62%)", black, black, kRed, kBlue}, "00:01:30");
+            r.progress.visible = r.result.visible = n % 6 < 4;
+            if (n % 6 == 5) r.cells[app::COL_DEVICE] = {com, 0x808080, app::kIconSocket};
         });
     }
-}
-
-std::string Slurp(const std::string& path) {
-    QFile file(QString::fromStdString(path));
-    return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : std::string();
 }
 
 void SaveShot(QWidget& window, const char* name) {
@@ -98,9 +70,10 @@ class ConsoleLayoutTest : public QObject {
     struct Console {
         Console() : loop(f.clock), controller(*f.station, loop, f.ui) {
             // The list's backdrop as the station folder ships it.
+            std::filesystem::create_directories(f.dir.Path() + "res");
             for (const char* name : {"BRINDLE.bmp", "BRINDLE_E.bmp"})
-                f.dir.Write(std::string("res/") + name,
-                            Slurp(std::string(QUORVEL_SOURCE_DIR "/station-template/res/") + name));
+                std::filesystem::copy_file(std::string(QUORVEL_SOURCE_DIR "/station-template/res/") + name,
+                                           f.dir.Path() + "res/" + name);
             f.WriteSettings("[COMMON]\nMac=00-11-22-33-44-55\n[BENCH]\nSimulated=0\n");
             ok = controller.OnInitDialog();
             FillShift(f.station->slotList);
