@@ -210,43 +210,6 @@ TEST_F(PacExtract, EachFailureShowsItsMessageAndEndsWithTheFailureNotice) {
     EXPECT_FALSE(fs::exists(dir.Path() + "evil"));
 }
 
-// A FIFO would block an ordinary open until a writer came; a folder reads as nothing; a
-// table beyond the memory limit is refused before it is read. The checks refuse alike.
-TEST_F(PacExtract, UnreadablePackagesAreRefusedWithoutWaitingOrReading) {
-    ASSERT_EQ(::mkfifo(dir.File("fifo.pac").c_str(), 0600), 0);
-    fs::create_directories(dir.Path() + "folder.pac");
-    // A sparse package whose size matches a table of one entry more than the limit.
-    const std::uint64_t size = kPacHeaderSize + std::uint64_t{kPacMaxFileCount + 1} * kPacEntrySize + 10;
-    PacSpec layout = With({{"A", "a.bin", "1"}});
-    layout.withCrc = false;
-    layout.tweak = [&](PacHeader& h, std::vector<PacFileEntry>&) {
-        h.PackageSize = static_cast<std::uint32_t>(size);
-        h.FileCount = kPacMaxFileCount + 1;
-    };
-    dir.Write("big.pac", test::BuildPac(layout));
-    fs::resize_file(dir.File("big.pac"), size);
-    for (const std::string name : {"fifo.pac", "folder.pac", "missing.pac", "big.pac"}) {
-        SCOPED_TRACE(name);
-        const std::string path = dir.File(name);
-        const std::string expected = name == "big.pac"
-                                         ? "Bin packet lists 16385 files, more than the 16384 that can be handled!"
-                                         : "Can not open file [" + path + "]\n";
-        CBinPack pack(ui.Teller(), clock);
-        PacHeader h;
-        std::vector<PacFileEntry> t;
-        EXPECT_FALSE(pack.Open(path) && pack.Unpack(images.c_str(), &h, &t));
-        EXPECT_EQ(ui.Messages(), std::vector<std::string>{expected});
-        ui.Clear();
-        PacContents contents;
-        PacVerification v;
-        std::string read, verified;
-        EXPECT_FALSE(ReadPacContents(path, contents, read));
-        EXPECT_FALSE(VerifyPac(path, v, verified));
-        EXPECT_EQ(read, expected);
-        EXPECT_EQ(verified, expected);
-    }
-}
-
 TEST_F(PacExtract, AMisusedOrUnopenedPackageRefusesToExtract) {
     dir.Write("pkg.pac", test::BuildPac(With({{"A", "a", "1"}})));
     PacHeader h;

@@ -1,6 +1,7 @@
 // The technician's tool, run as a program: each command's exit status and whole output
 // against tests/golden/quorvel-pac/.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -18,6 +19,11 @@ TEST(QuorvelPacTool, EveryCommandOnGoodBadAndHostilePackages) {
     for (const auto& row : ReadTable("quorvel-pac.txt")) {
         SCOPED_TRACE(row.where);
         ASSERT_GE(row.words.size(), 2u);
+        if (row.words[0] == "fifo" || row.words[0] == "folder") {
+            ASSERT_TRUE(row.words[0] == "fifo" ? ::mkfifo(dir.File(row.words[1]).c_str(), 0600) == 0
+                                               : std::filesystem::create_directory(dir.File(row.words[1])));
+            continue;
+        }
         if (row.words[0] == "pac") {
             PacSpec layout;
             std::string error;
