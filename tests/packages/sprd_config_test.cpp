@@ -1,5 +1,5 @@
-// SPRD download configuration: selection rules and checks, what a load publishes,
-// the INI record.
+// SPRD download configuration: what a load publishes, the INI record (the selection
+// rules and checks: quorvel-pac plan runs of tests/tables/quorvel-pac.txt).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -19,43 +19,6 @@ using namespace quorvel::packages;
 using quorvel::test::PacSpec;
 
 namespace {
-
-// The selection of a layout's table as the station would make it.
-SprdSelection Select(const PacSpec& layout) {
-    const std::string bytes = test::BuildPac(layout);
-    PacHeader header;
-    std::memcpy(&header, bytes.data(), sizeof header);
-    std::vector<PacFileEntry> table(static_cast<std::size_t>(header.FileCount));
-    std::memcpy(table.data(), bytes.data() + sizeof header, table.size() * sizeof(PacFileEntry));
-    SprdSelection selection;
-    std::string error;
-    EXPECT_TRUE(SelectSprdFiles(header, table, selection, error)) << error;
-    return selection;
-}
-
-// The cases: tests/tables/sprd-selection.txt.
-TEST(SprdSelection, VerdictsAndMessages) {
-    const char* verdicts[] = {"ok",         "warn-missing",      "fail-flash",
-                              "fail-no-nv", "fail-no-nv-backup", "fail-repartition"};
-    std::string text;
-    for (const auto& row : test::ReadTable("sprd-selection.txt")) {
-        PacSpec layout = test::SmallSprdPac();
-        std::string error;
-        ASSERT_TRUE(test::ChangePac(layout, row.words, 1, error)) << row.where << ": " << error;
-        const auto s = Select(layout);
-        text += row.words[0] + ": " + verdicts[s.verdict] +
-                (s.message.empty() ? "" : " " + test::Printable(s.message)) + "\n  " + std::to_string(s.selectedCount) +
-                " selected:";
-        for (std::size_t i = 0; i < s.files.size(); ++i)
-            text += (s.chosen[i] ? " +" : " -") + std::string(s.files[i].FileId) + ":" +
-                    std::to_string(s.files[i].FileSize);
-        text += "; recorded";
-        for (const auto& [id, r] : s.record)
-            text += " " + id + "=" + std::to_string(r.first) + (r.second.empty() ? "" : ":" + r.second);
-        text += "\n";
-    }
-    EXPECT_TRUE(test::MatchesGolden("sprd-config/selection.txt", text));
-}
 
 class SprdLoad : public ::testing::Test {
 protected:
