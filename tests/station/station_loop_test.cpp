@@ -2,8 +2,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <functional>
 #include <future>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -21,6 +24,7 @@ Message Msg(std::uint32_t id, WParam w = 0) {
     return SlotBar{static_cast<int>(id), BarValue::PERCENT, w};
 }
 
+// Keeps the messages it handles and, in order, its timers and what `onMessage` logs.
 class Recorder final : public MessageHandler {
 public:
     LResult HandleMessage(const Message& message) override {
@@ -31,18 +35,23 @@ public:
         messages.push_back({msg, m.value});
         return static_cast<LResult>(m.value) * 2 + 1;
     }
-    void OnTimer(int id) override {
+    void OnTimer(int id) override { Log("timer " + std::to_string(id)); }
+    void Log(const std::string& event) {
         std::lock_guard g(mutex);
-        ticks.push_back(id);
+        events.push_back(event);
+        logged.notify_all();
     }
-    std::vector<int> Ticks() {
-        std::lock_guard g(mutex);
-        return ticks;
+    // The events once there are `n` (or after 10 s).
+    std::vector<std::string> Events(std::size_t n = 0) {
+        std::unique_lock lk(mutex);
+        logged.wait_for(lk, std::chrono::seconds(10), [&] { return events.size() >= n; });
+        return events;
     }
     std::function<LResult(std::uint32_t, WParam)> onMessage;
     std::mutex mutex;
+    std::condition_variable logged;
     std::vector<std::pair<std::uint32_t, WParam>> messages;
-    std::vector<int> ticks;
+    std::vector<std::string> events;
 };
 
 struct LoopFixture : ::testing::Test {
@@ -50,9 +59,28 @@ struct LoopFixture : ::testing::Test {
         loop.SetHandler(&handler);
         loop.Start();
     }
+    // Message 1 opens a message box, whose modal loop handles messages and timers;
+    // message 4 a dialog that holds the station still but for timer 5. Both close once
+    // `answered`.
+    void OpenDialogsOnMessages() {
+        handler.onMessage = [this](std::uint32_t msg, WParam) -> LResult {
+            const bool dialog = msg == 1 || msg == 4;
+            handler.Log(dialog ? "dialog open" : "message " + std::to_string(msg));
+            if (msg == 1) loop.PumpUntil([this] { return answered.load(); });
+            if (msg == 4) loop.PumpTimerUntil(5, [this] { return answered.load(); });
+            if (dialog) handler.Log("dialog closed");
+            return 7;
+        };
+    }
+    void Answer() {
+        answered = true;
+        loop.Wake();
+        loop.Call([] {});  // the outer loop is back
+    }
     ManualClock clock;
     Recorder handler;
     StationLoop loop{clock};
+    std::atomic<bool> answered{false};
 };
 
 TEST_F(LoopFixture, OrderPerSenderIsKeptAndSendReturnsTheResult) {
@@ -92,25 +120,20 @@ TEST_F(LoopFixture, SendFromTheStationThreadRunsAtOnce) {
 }
 
 TEST_F(LoopFixture, TimersTickInVirtualTimeUntilKilledAndAreNotStarvedByABusyQueue) {
-    auto awaitTicks = [&](std::size_t n) {
-        for (int i = 0; i < 2000 && handler.Ticks().size() < n; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        return handler.Ticks();
-    };
     loop.SetTimer(3, 1000);
     ASSERT_TRUE(clock.AwaitWaiters(1));
     clock.Advance(999);
     loop.Call([] {});
-    EXPECT_TRUE(handler.Ticks().empty());
+    EXPECT_TRUE(handler.Events().empty());
     clock.Advance(1);
-    EXPECT_EQ(awaitTicks(1), std::vector<int>{3});
+    EXPECT_EQ(handler.Events(1), std::vector<std::string>{"timer 3"});
     clock.Advance(1000);
-    EXPECT_EQ(awaitTicks(2), (std::vector<int>{3, 3}));
+    EXPECT_EQ(handler.Events(2), (std::vector<std::string>{"timer 3", "timer 3"}));
     loop.KillTimer(3);
     loop.Call([] {});
     clock.Advance(5000);
     loop.Call([] {});
-    EXPECT_EQ(handler.Ticks().size(), 2u);
+    EXPECT_EQ(handler.Events().size(), 2u);
 
     loop.SetTimer(7, 10);
     std::atomic<bool> stop{false};
@@ -118,10 +141,43 @@ TEST_F(LoopFixture, TimersTickInVirtualTimeUntilKilledAndAreNotStarvedByABusyQue
         while (!stop) loop.Post(Msg(1));
     });
     clock.Advance(10);
-    const auto ticks = awaitTicks(3);
+    const auto ticks = handler.Events(3);
     stop = true;
     flood.join();
-    EXPECT_EQ(ticks, (std::vector<int>{3, 3, 7}));
+    EXPECT_EQ(ticks, (std::vector<std::string>{"timer 3", "timer 3", "timer 7"}));
+}
+
+TEST_F(LoopFixture, WhileAMessageBoxWaitsSendsAndTimersAreStillHandled) {
+    OpenDialogsOnMessages();
+    loop.Post(Msg(1));
+    loop.SetTimer(5, 100);
+    ASSERT_TRUE(clock.AwaitWaiters(1));  // the nested pump sleeps until the timer
+    // A worker's blocking report is answered while the box is open.
+    auto report = std::async(std::launch::async, [&] { return loop.Send(Msg(2)); });
+    EXPECT_EQ(report.get(), 7);
+    ASSERT_TRUE(clock.AwaitWaiters(1));
+    clock.Advance(100);
+    EXPECT_EQ(loop.Send(Msg(3)), 7);  // a due timer goes before it
+    Answer();
+    loop.KillTimer(5);
+    EXPECT_EQ(handler.Events(),
+              (std::vector<std::string>{"dialog open", "message 2", "timer 5", "message 3", "dialog closed"}));
+}
+
+// A dialog that needs the station held still keeps the clock going, and only the clock.
+TEST_F(LoopFixture, AHeldDialogRunsOnlyItsTimerAndLeavesMessagesQueued) {
+    OpenDialogsOnMessages();
+    loop.Post(Msg(4));
+    loop.SetTimer(5, 100);
+    loop.SetTimer(6, 100);
+    ASSERT_TRUE(clock.AwaitWaiters(1));
+    loop.Post(Msg(2));
+    clock.Advance(100);
+    ASSERT_EQ(handler.Events(2).size(), 2u);
+    Answer();
+    loop.Stop();
+    EXPECT_EQ(handler.Events(),
+              (std::vector<std::string>{"dialog open", "timer 5", "dialog closed", "timer 6", "message 2"}));
 }
 
 TEST_F(LoopFixture, StopReleasesWaitingSendersAndLaterSendsReturnZero) {
