@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <sstream>
 #include <thread>
 
@@ -17,108 +19,111 @@
 namespace quorvel::sim {
 namespace {
 
-class SimBenchTest : public ::testing::Test {
-protected:
-    // Lets the re-enumeration time pass and waits (in real time) for the phone to be back.
-    bool ComesBack(std::uint64_t generation) {
-        clock.Advance(SimBench::kReEnumerateMs);
-        for (int i = 0; i < 500 && bench.Changes().Generation() == generation; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        return bench.Changes().Generation() == generation + 1;
-    }
+const char* const kModes[] = {"brom", "preloader", "da", "sprd", "sprd-download", "cfg"};
 
+// What the bench shows: each phone (its mode, instance ID, friendly name, whether its
+// serial port exists) and each service's device list with the locations of its table.
+std::string Shows(SimBench& bench) {
+    std::string s;
+    for (int k = 0; k < bench.SocketCount(); ++k) {
+        const auto mode = bench.ModeAt(k);
+        const std::string id = bench.InstanceIdAt(k), name = bench.FriendlyNameAt(k);
+        if (!mode) continue;
+        s += "\n  socket " + std::to_string(k) + " " + kModes[static_cast<int>(*mode)] + ": ";
+        const int com = devices::ComNumberOfName(name);
+        s += id.empty() ? "away" : id + " \"" + name + "\"" + (bench.SerialNodeOf(com).empty() ? ", no port" : "");
+    }
+    for (const char* service : {"wdm_usb", "sprdvcom"}) {
+        const auto ids = bench.ServiceDevices(service);
+        s += std::string("\n  ") + service + ":" + (ids ? ids->empty() ? " none" : "" : " nothing seen yet");
+        for (const auto& id : ids.value_or(std::vector<std::string>{}))
+            s += " " + id + " at " + devices::LocationIn(bench.BuildPortTable(service), id);
+    }
+    return s;
+}
+
+// A script of steps (" ; " between them) on a fresh 2 x 4 bench in virtual time, each
+// step with its answer and the bench's change signals, and what the bench then shows.
+std::string Play(const std::string& script) {
     platform::ManualClock clock;
     engine::SimPhoneRegistry registry;
     SimBench bench{2, 4, registry, clock};
-};
-
-TEST_F(SimBenchTest, PhonesShowInTheirServiceAndReEnumerateWhenTheEngineSwitchesThem) {
-    EXPECT_EQ(bench.SocketCount(), 8);
-    EXPECT_EQ(bench.HsLocation(5), "1-2\\PORT2");
-    EXPECT_EQ(bench.LsLocation(5), "2-2\\PORT2");
-    const auto ports = bench.EnumerateHubPorts();
-    ASSERT_EQ(ports.size(), 8u);
-    EXPECT_EQ(ports[5].hubId, "1-2");
-    EXPECT_EQ(ports[5].port, 2u);
-    EXPECT_EQ(bench.ServiceDevices("wdm_usb"), std::nullopt);  // no device seen yet
-    const auto g0 = bench.Changes().Generation();
     // The bench's returner thread waits on the clock from the start.
-    ASSERT_TRUE(clock.AwaitWaiters(1));
-    ASSERT_TRUE(bench.Plug(1, PhoneKind::MTK_BROM, {}));
-    ASSERT_TRUE(bench.Plug(2, PhoneKind::SPRD, {}));
-    EXPECT_FALSE(bench.Plug(1, PhoneKind::SPRD, {}));  // taken
-    EXPECT_FALSE(bench.Plug(8, PhoneKind::SPRD, {}));  // no such socket
-    EXPECT_EQ(bench.Changes().Generation(), g0 + 2);
-
-    const std::string brom = bench.InstanceIdAt(1);
-    EXPECT_NE(brom.find("PID_0003"), std::string::npos);
-    EXPECT_EQ(*bench.ServiceDevices("wdm_usb"), std::vector<std::string>{brom});
-    EXPECT_EQ(devices::LocationIn(bench.BuildPortTable("wdm_usb"), brom), bench.LsLocation(1));
-    const std::string sprdName = bench.FriendlyNameAt(2);
-    EXPECT_EQ(devices::LocationIn(bench.BuildPortTable("sprdvcom"), bench.InstanceIdAt(2)), bench.HsLocation(2));
-
-    registry.NotifySwitch({engine::SwitchEvent::MTK_TO_DA, brom, 0, 0});
-    EXPECT_EQ(bench.ModeAt(1), PhoneMode::DA);
-    const std::string da = bench.InstanceIdAt(1);
-    EXPECT_NE(da.find("PID_2001"), std::string::npos);
-    EXPECT_EQ(devices::LocationIn(bench.BuildPortTable("wdm_usb"), da), bench.HsLocation(1));
-    // The old device is gone but keeps its name, for its removal event.
-    EXPECT_EQ(*bench.FriendlyNameOf(brom), "MTK USB Port (COM1)");
-    EXPECT_EQ(bench.FriendlyNameOf("USB\\VID_0E8D&PID_2000\\9-9.9:1.0"), std::nullopt);
-
-    const int com = devices::PortNumberOf(devices::PortNameOf(sprdName));
-    registry.NotifySwitch({engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT, "", static_cast<unsigned long>(com), -1});
-    EXPECT_EQ(bench.ModeAt(2), PhoneMode::SPRD_DOWNLOAD);
-    EXPECT_EQ(bench.InstanceIdAt(2), "");  // away for a moment
-    EXPECT_TRUE(bench.ServiceDevices("sprdvcom")->empty());
-    ASSERT_TRUE(ComesBack(g0 + 4));
-    EXPECT_EQ(bench.FriendlyNameAt(2), "SPRD Download Port (COM" + std::to_string(com) + ")");
-
-    ASSERT_TRUE(bench.Unplug(1));
-    EXPECT_FALSE(bench.Unplug(1));
-    EXPECT_EQ(bench.ServiceDevices("wdm_usb")->size(), 0u);
+    if (!clock.AwaitWaiters(1)) return "the bench never waits on its clock";
+    std::string out;
+    for (std::size_t at = 0, end = 0; end != std::string::npos; at = end + 3) {
+        end = script.find(" ; ", at);
+        const std::string step = script.substr(at, end - at);
+        std::istringstream in(step);
+        std::string verb, arg, kind;
+        in >> verb >> arg >> kind;
+        const int socket = std::atoi(arg.c_str());
+        const auto generation = bench.Changes().Generation();
+        const std::string rest = step.substr(std::min(step.size(), verb.size() + 1));
+        std::string said = "done";
+        bool look = false;  // whether the step may have changed what the bench shows
+        if (verb == "plug") {
+            look = bench.Plug(socket, PhoneKindOf(kind).value_or(PhoneKind::CFG), {});
+            said = look ? "plugged" : "refused";
+        } else if (verb == "unplug") {
+            look = bench.Unplug(socket);
+            said = look ? "pulled" : "refused";
+        } else if (verb == "switch") {  // as the engine switches the phone on `socket`
+            const std::string id = bench.InstanceIdAt(socket);
+            if (bench.ModeAt(socket) == PhoneMode::SPRD)
+                registry.NotifySwitch(
+                    {engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT, "",
+                     static_cast<unsigned long>(devices::ComNumberOfName(bench.FriendlyNameAt(socket))), -1});
+            else
+                registry.NotifySwitch({engine::SwitchEvent::MTK_TO_DA, id, 0, 0});
+            said = "the old device is named \"" + bench.FriendlyNameOf(id).value_or("?") + "\"";
+            look = true;
+        } else if (verb == "wait") {  // until the bench changes after that much time
+            clock.AwaitWaiters(1);
+            clock.Advance(std::atoi(arg.c_str()));
+            for (int i = 0; i < 2500 && bench.Changes().Generation() == generation; ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            look = true;
+        } else if (verb == "serial-delay") {
+            bench.SetSerialDelay(socket);
+        } else if (verb == "probe") {
+            platform::SystemClock real;
+            devices::ComProbe probe(real, [&](int n) { return bench.SerialNodeOf(n); });
+            said = probe.Probe(bench.FriendlyNameAt(socket)) ? "answers" : "silent";
+        } else if (verb == "node") {  // of COM<arg>
+            said = bench.SerialNodeOf(socket).rfind("/dev/pts/", 0) == 0 ? "a pseudo-terminal" : "none";
+        } else if (verb == "name") {
+            said = bench.FriendlyNameOf(arg).value_or("unknown");
+        } else if (verb == "hubs") {
+            for (const auto& p : bench.EnumerateHubPorts())
+                said += "\n  hub " + p.hubId + " port " + std::to_string(p.port);
+            for (int k = 0; k < bench.SocketCount(); ++k)
+                said +=
+                    "\n  socket " + std::to_string(k) + ": HS " + bench.HsLocation(k) + ", LS " + bench.LsLocation(k);
+        } else if (verb == "preloaders") {
+            for (const auto& d : bench.EnumeratePreloaderDevices())
+                said += "\n  hub " + d.hubPort.hubId + " port " + std::to_string(d.hubPort.port);
+        } else if (verb == "native-usb") {  // whether an [ENGINES] SPRD= line can reach no simulated phone
+            said = engine::IsNativeSprdOverUsb(rest) ? "yes" : "no";
+        } else if (verb == "phone-args") {  // of a simulated SPRD phone with these plug options
+            engine::PhoneProfile p;
+            p.sprdStays = rest.find("stay") != std::string::npos;
+            if (const auto f = rest.find("fault="); f != std::string::npos) p.sprdFault = rest.substr(f + 6);
+            said.clear();
+            for (const auto& w : SprdPhoneArgs(p)) said += (said.empty() ? "" : " ") + w;
+        } else {
+            return "no such step: " + step;
+        }
+        const auto changes = bench.Changes().Generation() - generation;
+        out += (out.empty() ? "" : "\n") + step + ": " + said +
+               (changes ? ", " + std::to_string(changes) + " change" : "") + (changes > 1 ? "s" : "") +
+               (look ? Shows(bench) : "");
+    }
+    return out;
 }
 
-TEST_F(SimBenchTest, PhonesAreShapedLikeRealOnesLatePortsAndLowestFreeNumbers) {
-    ASSERT_TRUE(clock.AwaitWaiters(1));
-    bench.SetSerialDelay(300);
-    ASSERT_TRUE(bench.Plug(0, PhoneKind::MTK_PRELOADER, {}));
-    const std::string id = bench.InstanceIdAt(0);
-    // Two interfaces, one device: never the data half.
-    EXPECT_EQ(*bench.ServiceDevices("wdm_usb"), std::vector<std::string>{id});
-    EXPECT_EQ(id.substr(id.size() - 4), ":1.0");
-    EXPECT_EQ(*bench.FriendlyNameOf(id), "MTK PreLoader USB VCOM");
-    EXPECT_EQ(bench.SerialNodeOf(1), "");
-    const auto g = bench.Changes().Generation();
-    ASSERT_TRUE(clock.AwaitWaiters(1));
-    clock.Advance(300);
-    for (int i = 0; i < 500 && bench.Changes().Generation() == g; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    EXPECT_EQ(*bench.FriendlyNameOf(id), "MTK PreLoader USB VCOM (COM1)");
-    EXPECT_NE(bench.SerialNodeOf(1), "");
-
-    bench.SetSerialDelay(0);
-    ASSERT_TRUE(bench.Plug(1, PhoneKind::MTK_PRELOADER, {}));
-    ASSERT_TRUE(bench.Unplug(0));
-    ASSERT_TRUE(bench.Plug(3, PhoneKind::MTK_PRELOADER, {}));
-    EXPECT_EQ(bench.FriendlyNameAt(1), "MTK PreLoader USB VCOM (COM2)");
-    EXPECT_EQ(bench.FriendlyNameAt(3), "MTK PreLoader USB VCOM (COM1)") << "the number the gone phone had";
-}
-
-TEST_F(SimBenchTest, ComPortsArePseudoTerminalsThatVanishWithThePhone) {
-    platform::SystemClock real;
-    devices::ComProbe probe(real, [this](int n) { return bench.SerialNodeOf(n); });
-    ASSERT_TRUE(bench.Plug(0, PhoneKind::MTK_PRELOADER, {}));
-    const std::string name = bench.FriendlyNameAt(0);
-    EXPECT_NE(name.find("PreLoader"), std::string::npos);
-    EXPECT_TRUE(probe.Probe(name));
-    const auto pre = bench.EnumeratePreloaderDevices();
-    ASSERT_EQ(pre.size(), 1u);
-    EXPECT_EQ(pre[0].hubPort.hubId, "1-1");
-    EXPECT_EQ(pre[0].hubPort.port, 1u);
-    const int com = devices::PortNumberOf(devices::PortNameOf(name));
-    bench.Unplug(0);
-    EXPECT_EQ(bench.SerialNodeOf(com), "");
+TEST(SimBench, PhonesAsTheStationSeesThem) {
+    EXPECT_TRUE(test::MatchesCaseGolden("sim-bench/phones.txt", Play));
 }
 
 // Each look at the station sees the total one higher; a restart is refused.
@@ -189,27 +194,6 @@ std::string Parsed(std::string text) {
 
 TEST(ScenarioTest, ParsesStepsOrRefusesWithTheLine) {
     EXPECT_TRUE(test::MatchesCaseGolden("scenario-parse/lines.txt", Parsed));
-}
-
-// The native engine over USB cannot reach a simulated phone; one with a socket can.
-TEST(NativeSprdBench, WhichEngineLinesReachTheBenchAndWhatEachPhoneIs) {
-    const std::pair<const char*, bool> lines[] = {
-        {"quorvel-sprd-flash --package {package} --device {device}", true},
-        {"/usr/bin/quorvel-sprd-flash --transport usb --phase {phase}", true},
-        {"\"/opt/q/quorvel-sprd-flash\" --transport=usb", true},
-        {"quorvel-sprd-flash --transport unix:/tmp/p.sock", false},
-        {"quorvel-sprd-flash --transport=pty:/dev/pts/3", false},
-        {"/opt/flash/sprd-flash --port {node}", false},
-        {"\"unclosed", false},
-        {"", false},
-    };
-    for (const auto& [line, usb] : lines) EXPECT_EQ(engine::IsNativeSprdOverUsb(line), usb) << line;
-
-    engine::PhoneProfile p;
-    EXPECT_EQ(SprdPhoneArgs(p), (std::vector<std::string>{"--reenumerate", "fdl2"}));
-    p.sprdStays = true;
-    p.sprdFault = "overrun";
-    EXPECT_EQ(SprdPhoneArgs(p), (std::vector<std::string>{"--reenumerate", "none", "--fault", "overrun"}));
 }
 
 }  // namespace
