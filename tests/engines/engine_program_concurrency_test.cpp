@@ -184,69 +184,45 @@ TEST(EngineProgram, FastProgressIsThinnedToTheNewest) {
     EXPECT_EQ(progress.back(), Describe(last));
 }
 
-// Pre-load and verification run the program's --preload and --verify; a program without
-// them leaves them to the in-process engine. A program's failure is said with its own
-// reason in the notice pane and the log, not only blamed on the package.
+// "[ENGINES] MTK=" lines, each with the pre-load and verification of one package: a
+// program with --preload and --verify runs them, one without leaves them to the
+// in-process engine, and a program's failure is said with its own reason.
 TEST(EngineProgram, PackageOperationsRunTheProgramOrFallBack) {
     test::TempDir dir;
     dir.Write("fw/scatter.txt", "scatter\n");
     dir.Write("fw/boot.img", "0123456789");
     dir.Write("fw/CheckSum.ini", "[x]\n");
-    dir.Write("plain.sh", "#!/bin/sh\necho \"usage: plain.sh PORT\"\nexit 2\n");
-    dir.Write("garbage.sh", "#!/bin/sh\necho '{\"t\":\"hello\",\"protocol\":1,\"program\":\"g\"}'\necho '{\"t\":'\n");
-    for (const char* script : {"plain.sh", "garbage.sh"})
-        std::filesystem::permissions(dir.File(script), std::filesystem::perms::owner_all);
-    struct Case {
-        std::string program, scatter;
-        int preload;                          // 0: passed
-        int verify;                           // 1: passed
-        std::string preloadSaid, verifySaid;  // in the notice pane and the log; empty: nothing
-    };
-    // The program's answers differ from what the in-process engine would say.
-    const Case cases[] = {
-        {SimEngine() + " --package {package}", dir.File("fw/scatter.txt"), 0, 1, "", ""},
-        {SimEngine() + " --package " + dir.File("fw/other.txt") + " --fail", dir.File("fw/scatter.txt"), 1, 0,
-         "): cannot open " + dir.File("fw/other.txt"), "): checksum mismatch"},
-        {dir.File("plain.sh") + " {port}", dir.File("fw/scatter.txt"), 0, 1, "", ""},  // the in-process engine's
-        {dir.File("garbage.sh"), dir.File("fw/scatter.txt"), 1, 0, "MTK engine program --preload failed (",
-         "--verify failed (" + dir.File("garbage.sh") + "): engine program wrote garbage"},
-    };
+    const test::Scrubs scrubs{
+        {SimEngine(), "$SIM"}, {test::SourcePath("tests/engines/programs/"), "$PROGRAMS/"}, {dir.Path(), "$DIR/"}};
     platform::SystemClock clock;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.program + " " + c.scatter);
-        dir.Write("Config/CommonSetting.ini", "[ENGINES]\nMTK=" + c.program + "\n");
+    EXPECT_TRUE(test::MatchesCaseGolden("engine-program/package-operations.txt", [&](const std::string& line) {
+        std::string program = line;
+        for (const auto& [real, shown] : scrubs) program = test::Scrub(program, {{shown, real}});
+        dir.Write("Config/CommonSetting.ini", "[ENGINES]\nMTK=" + program + "\n");
         app::Station st(test::FixedOptions(dir.Path()), clock);
-        st.package.scatterFilePath = c.scatter;
+        st.package.scatterFilePath = dir.File("fw/scatter.txt");
         SimPhoneRegistry registry;
         SimEngineFactory sim{st, registry};
         ProgramEngineFactory programs(st, sim);
         test::ChecksumWindow window;
         auto mtk = programs.MakeMtk(window);
-        std::string path = c.scatter;
-        const auto said = [&](const std::string& want) {
-            const std::string notice = st.view.Notice();
-            EXPECT_EQ(notice.empty(), want.empty()) << notice;
-            EXPECT_NE(notice.find(want), std::string::npos) << notice;
+        std::string out, path = st.package.scatterFilePath;
+        const auto said = [&](const char* what, int result) {
             std::string log;
-            for (const auto& f : std::filesystem::directory_iterator(dir.Path())) {
+            for (const auto& f : std::filesystem::directory_iterator(dir.Path()))
                 if (f.path().string().ends_with("UILog.txt")) log += dir.Read(f.path().filename().string());
-            }
-            if (!want.empty()) {
-                EXPECT_NE(log.find(notice), std::string::npos) << log;
-            }
+            const std::string notice = st.view.Notice();
+            out += what + std::to_string(result) + (notice.empty() ? "" : ": " + notice);
+            out += notice.empty() || log.find(notice) != std::string::npos ? "\n" : " (not in the log)\n";
         };
-        EXPECT_EQ(mtk->PreLoadFiles(path.data(), true, 0, 0, {}, false), c.preload);
-        said(c.preloadSaid);
+        said("pre-load ", mtk->PreLoadFiles(path.data(), true, 0, 0, {}, false));
         mtk->SetChkSumWnd(&window);
-        EXPECT_EQ(mtk->VerifyHostBufferBeforeStart(dir.File("fw/CheckSum.ini").c_str()), c.verify);
-        said(c.verifySaid);
+        said("verify ", mtk->VerifyHostBufferBeforeStart(dir.File("fw/CheckSum.ini").c_str()));
         for (const auto& f : std::filesystem::directory_iterator(dir.Path()))
             if (f.path().string().ends_with("UILog.txt")) std::filesystem::remove(f.path());
-        if (c.program.find("garbage") != std::string::npos) continue;
-        // Both engines report every file beside the list, the program through its progress lines.
-        ASSERT_FALSE(window.Seen().empty());
-        EXPECT_EQ(window.Seen().back(), dir.File("fw/scatter.txt") + " 100");
-    }
+        return test::Scrub(out + "checksum window: " + (window.Seen().empty() ? "nothing" : window.Seen().back()),
+                           scrubs);
+    }));
 }
 
 // True once `pid` is gone or a zombie: killed, whoever reaps it.
@@ -316,8 +292,9 @@ TEST(EngineProgram, NothingOutlivesItsJobOrItsStation) {
     EXPECT_TRUE(std::filesystem::is_empty(running));
 }
 
-// Values written into the {files} list cannot add fields or rows, and a list that cannot
-// be written whole fails the job before its program starts.
+// Rows of a {files} list (" ; " between rows, " | " between fields): values cannot add
+// fields or rows, and a list that cannot be written whole fails the job before its
+// program starts.
 TEST(EngineProgram, JobInputsThatCannotBeHandedOnFailTheJob) {
     platform::ManualClock clock;
     const auto make = [&](const std::string& folder, const FileRows& rows, std::string& error) {
@@ -328,35 +305,30 @@ TEST(EngineProgram, JobInputsThatCannotBeHandedOnFailTheJob) {
             context.MakeJob("flash --files {files}", "SPRD", -1, {{"port", "5"}}, {}, &rows, request, error);
         return made ? request.argv.back() : std::string();
     };
-    const struct {
-        const char* name;
-        FileRows rows;
-        const char* error;  // empty: made, with `list` written
-        const char* list;
-    } cases[] = {
-        {"plain",
-         {{"FDL", "/x/fdl.bin", "10", "1"}, {"NV", "/x/nv bin", "2", "0"}},
-         "",
-         "FDL\t/x/fdl.bin\t10\t1\nNV\t/x/nv bin\t2\t0\n"},
-        {"tab", {{"FDL", "/x/a\tEXTRA", "10", "1"}}, "holds a tab or line break, refused: \"/x/a\\tEXTRA\"", ""},
-        {"line break", {{"FDL\nBOOT", "/x/a", "10", "1"}}, "holds a tab or line break", ""},
-        {"carriage return", {{"FDL", "/x/a\r", "10", "1"}}, "holds a tab or line break", ""},
+    const auto split = [](const std::string& text, const std::string& by) {
+        std::vector<std::string> parts;
+        for (std::size_t at = 0, next;; at = next + by.size()) {
+            next = text.find(by, at);
+            parts.push_back(text.substr(at, next - at));
+            if (next == std::string::npos) return parts;
+        }
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    FileRows first;
+    EXPECT_TRUE(test::MatchesCaseGolden("engine-program/file-lists.txt", [&](const std::string& line) {
+        FileRows rows;
+        for (const auto& row : split(test::Scrub(line, {{"\\t", "\t"}, {"\\n", "\n"}, {"\\r", "\r"}}), " ; "))
+            rows.push_back(split(row, " | "));
+        if (first.empty()) first = rows;
         test::TempDir dir;
         std::string error;
-        const std::string list = make(dir.Path(), c.rows, error);
-        EXPECT_NE(error.find(c.error), std::string::npos) << error;
-        if (!*c.error) {
-            EXPECT_EQ(dir.Read(list.substr(dir.Path().size())), c.list);
-        }
-    }
+        const std::string list = make(dir.Path(), rows, error);
+        return list.empty() ? "refused: " + error : test::Printable(dir.Read(list.substr(dir.Path().size())));
+    }));
     test::SmallDisk disk;
     if (!disk.Ready()) GTEST_SKIP() << disk.Reason();
     disk.Fill();
     std::string error;
-    EXPECT_EQ(make(disk.Path(), cases[0].rows, error), "");
+    EXPECT_EQ(make(disk.Path(), first, error), "");
     EXPECT_NE(error.find("file list not written"), std::string::npos) << error;
 }
 
