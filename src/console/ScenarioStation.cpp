@@ -253,6 +253,9 @@ std::string ScenarioStation::Observe(const std::vector<std::string>& subject) {
             if (seen.empty()) seen = "none";
         } else if (what == "banner") {
             seen = st.view.Text(app::IDC_PATH_BANNER);
+        } else if (what == "engines") {
+            const app::EngineVersions v = p.rig.Run().Manager().EngineVersionTexts();
+            seen = "DA " + v.daVersion + " | " + v.module1Version + " | " + v.module2Version;
         }
     });
     return seen;

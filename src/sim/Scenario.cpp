@@ -51,8 +51,9 @@ bool PlugOption(const std::string& word, engine::PhoneProfile& p) {
 
 const char* const kSlotFields[] = {"result", "device", "timer", "number", "bar", "phase",
                                    "look",   "state",  "hs",    "ls",     "com"};
-const char* const kPlainSubjects[] = {"total", "fail",   "rows",     "workers", "served", "results", "running",
-                                      "idle",  "button", "messages", "history", "notice", "banner",  "closing"};
+const char* const kPlainSubjects[] = {"total",   "fail",    "rows",   "workers", "served",
+                                      "results", "running", "idle",   "button",  "messages",
+                                      "history", "notice",  "banner", "closing", "engines"};
 
 template <std::size_t N>
 bool OneOf(const std::string& word, const char* const (&list)[N]) {

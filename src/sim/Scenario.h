@@ -51,6 +51,8 @@
 //   history                              the job history's lines, "\n" between
 //   notice, banner                       the window's notice, the package banner
 //   closing                              the slots a close would ask about, or none
+//   engines                              the engine versions the About dialog shows:
+//                                        "DA <da> | <module 1> | <module 2>"
 //   file PATH                            yes/no: it exists in the station folder
 //   setting SECTION KEY                  the value CommonSetting.ini holds now ("" if none)
 //

@@ -15,11 +15,15 @@ namespace quorvel::test {
 
 namespace {
 
+// The file's text, "$SOURCE/" standing for the source tree (a test's helper programs).
 std::string Read(const std::string& path) {
     std::ifstream in(std::string(QUORVEL_SOURCE_DIR) + "/" + path, std::ios::binary);
     std::stringstream s;
     s << in.rdbuf();
-    return s.str();
+    std::string text = s.str();
+    for (auto at = text.find("$SOURCE/"); at != std::string::npos; at = text.find("$SOURCE/", at))
+        text.replace(at, 8, std::string(QUORVEL_SOURCE_DIR) + "/");
+    return text;
 }
 
 // A sanitizer slows the station's own work several times, not the bench's clock: timed

@@ -27,7 +27,8 @@ std::vector<Play> ScenarioPlays(bool udev);
 // "file_engines", for a test's name.
 std::string PlayName(const Play& play);
 
-// Plays the file in the station folder `dir` whose settings end in the `bench` lines;
+// Plays the file in the station folder `dir` whose settings end in the `bench` lines
+// ("$SOURCE/" in the file stands for the source tree, for helper programs of tests);
 // a failure is reported to the running test. A file without checks must end with a result.
 // `tree` makes the real bench's device tree on the scenario's clock.
 using MakeTree = std::function<std::unique_ptr<console::DeviceTree>(platform::Clock&)>;
