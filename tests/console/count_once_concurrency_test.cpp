@@ -27,15 +27,13 @@
 
 #include <unistd.h>
 
-#include "console/ConsoleController.h"
-#include "console/StationRig.h"
+#include "console/ScenarioStation.h"
 #include "history/JobHistoryReader.h"
 #include "platform/ProfileIni.h"
 #include "sim/SimBench.h"
 #include "sim/SimEngines.h"
 #include "station/Messages.h"
 #include "station/Station.h"
-#include "support/PacWriter.h"
 #include "support/StationFixture.h"
 #include "support/TempDir.h"
 
@@ -54,6 +52,7 @@ int EnvOr(const char* name, int fallback) {
 struct Plan {
     sim::PhoneKind kind;
     const char* platform;
+    const char* package;  // as a scenario's "set package" names it
     unsigned seed;
     int sockets;
     Millis pace;  // the longest pause between two steps
@@ -68,35 +67,17 @@ std::string Describe(const Plan& run) {
 class Storm {
 public:
     explicit Storm(const Plan& run) : kind_(run.kind), sockets_(run.sockets), pace_(run.pace), random_(run.seed) {
-        const sim::PhoneKind kind = run.kind;
-        std::string package;
-        dir_.Write("fw/readme.txt", "the package\n");
-        if (kind == sim::PhoneKind::SPRD) {
-            test::WritePac(dir_.File("fw/phone.pac"), test::TypicalSprdPac());
-            package = dir_.File("fw/phone.pac");
-        } else if (kind == sim::PhoneKind::CFG) {
-            dir_.Write("fw/phone.cfg", "cfg\n");
-            package = dir_.File("fw/phone.cfg");
-        } else {
-            dir_.Write("fw/MT6765_Android_scatter.txt", "scatter\n");
-            package = dir_.File("fw/MT6765_Android_scatter.txt");
-        }
         const int hubs = sockets_ > 8 ? 2 : 1;
-        dir_.Write("Config/CommonSetting.ini",
-                   test::UnboundSettings("CheckSum=0\nLANGUAGE=2052\nFilePath=" + package +
-                                         "\n[BENCH]\nSimulated=1\nHubs=" + std::to_string(hubs) +
-                                         "\nSocketsPerHub=" + std::to_string(sockets_ / hubs) + "\n"));
-
-        station_ = std::make_unique<Station>(test::FixedOptions(dir_.Path()), clock_);
-        controller_ = std::make_unique<ConsoleController>(*station_, loop_, ui_);
-        loop_.SetHandler(controller_.get());
-        rig_ = std::make_unique<StationRig>(*station_, loop_, *controller_);
-        loop_.Start();
-        loop_.Call([&] { ready_ = controller_->OnInitDialog(); });
+        dir_.Write(
+            "Config/CommonSetting.ini",
+            test::UnboundSettings("CheckSum=0\nLANGUAGE=2052\n[BENCH]\nSimulated=1\nHubs=" + std::to_string(hubs) +
+                                  "\nSocketsPerHub=" + std::to_string(sockets_ / hubs) + "\n"));
+        std::string why;
+        ready_ = host_->Set("", "package", run.package, why) && host_->Up(why);
     }
 
     ~Storm() {
-        if (rig_) Close();
+        if (host_ && host_->Now()) Close();
     }
 
     bool Ready() const { return ready_; }
@@ -110,7 +91,7 @@ public:
         if (action < 2) {
             // Clicks, sometimes two or three queued while the station thread is busy.
             const int clicks = random_() % 3 == 0 ? 2 + static_cast<int>(random_() % 2) : 1;
-            for (int i = 0; i < clicks; ++i) loop_.Post(Command{CommandId::START_STOP});
+            for (int i = 0; i < clicks; ++i) P().loop.Post(Command{CommandId::START_STOP});
         } else if (action < 5) {
             Plug(static_cast<int>(random_() % sockets_));
         } else if (action == 5) {
@@ -138,19 +119,19 @@ public:
         for (int s = 0; s < sockets_; ++s) Bench().Unplug(s);
         if (!Run(3000)) return false;
         Millis pressed = -10000;
-        if (!RunUntil([&] { return station_->stationRunning.load(); }, 60000,
+        if (!RunUntil([&] { return P().station.stationRunning.load(); }, 60000,
                       [&] {
                           if (clock_.Now() - pressed < 5000) return;
-                          loop_.Post(Command{CommandId::START_STOP});
+                          P().loop.Post(Command{CommandId::START_STOP});
                           pressed = clock_.Now();
                       }))
             return Fail("the station does not start for the close; " + Slots());
         for (int s = 0; s < sockets_; ++s) Plug(s, 60000);
         // The run may end by itself meanwhile (an idle station whose phone left): start it again.
-        if (!RunUntil([&] { return station_->stationRunning && AnySlotBusy(); }, 120000,
+        if (!RunUntil([&] { return P().station.stationRunning && AnySlotBusy(); }, 120000,
                       [&] {
-                          if (station_->stationRunning || clock_.Now() - pressed < 5000) return;
-                          loop_.Post(Command{CommandId::START_STOP});
+                          if (P().station.stationRunning || clock_.Now() - pressed < 5000) return;
+                          P().loop.Post(Command{CommandId::START_STOP});
                           pressed = clock_.Now();
                       }))
             return Fail("no job started for the close; " + Slots());
@@ -158,9 +139,9 @@ public:
         // handler that sleeps; from then on virtual time stands still, so every job
         // that ends does so because the close cut it short.
         std::atomic<bool> stopped{false};
-        loop_.PostTask([&] { station_->settingsStore.SaveBindings(); });
+        P().loop.PostTask([&] { P().station.settingsStore.SaveBindings(); });
         std::thread stopper([&] {
-            loop_.Stop();
+            P().loop.Stop();
             stopped = true;
         });
         const bool stop = RunUntil([&] { return stopped.load(); }, 60000);
@@ -169,23 +150,23 @@ public:
         // A job whose engine ended before that may still be on its way to its count
         // (the history's sync): the counters must hold still for a while first.
         for (int still = 0; still < 10;) {
-            const auto total = station_->statistics.Total();
+            const auto total = P().station.statistics.Total();
             Settle();
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            still = station_->statistics.Total() == total ? still + 1 : 0;
+            still = P().station.statistics.Total() == total ? still + 1 : 0;
         }
         const std::string counters = dir_.Read("Config/TestResult.ini");
-        const auto total = station_->statistics.Total();
+        const auto total = P().station.statistics.Total();
         jobs_ = total;
-        ready_ = false;  // saved already
+        P().ready = false;  // saved already
         if (!Close(false)) return false;
         if (dir_.Read("Config/TestResult.ini") != counters) return Fail("closing wrote the counters");
-        if (station_->statistics.Total() != total) return Fail("closing counted interrupted jobs");
+        if (P().station.statistics.Total() != total) return Fail("closing counted interrupted jobs");
         return CheckHistory();
     }
 
 private:
-    sim::SimBench& Bench() { return *rig_->Bench(); }
+    sim::SimBench& Bench() { return *P().rig.Bench(); }
 
     bool Fail(const std::string& why) {
         if (failure_.empty()) failure_ = "step " + std::to_string(step_) + ": " + why;
@@ -203,21 +184,21 @@ private:
         Bench().Plug(socket, kind_, p);
     }
 
-    std::string Slots() const {
-        std::string s = station_->stationRunning ? "running:" : "stopped:";
-        for (int i = 0; i < sockets_; ++i) s += std::string(" ") + BindStateName(station_->bindings.State(i));
-        for (const auto& m : ui_.Messages()) s += " [" + m + "]";
+    std::string Slots() {
+        std::string s = P().station.stationRunning ? "running:" : "stopped:";
+        for (int i = 0; i < sockets_; ++i) s += std::string(" ") + BindStateName(P().station.bindings.State(i));
+        for (const auto& m : P().ui.Messages()) s += " [" + m + "]";
         return s;
     }
 
-    bool AnySlotBusy() const {
+    bool AnySlotBusy() {
         for (int i = 0; i < sockets_; ++i)
-            if (station_->bindings.State(i) == BindState::Busy) return true;
+            if (P().station.bindings.State(i) == BindState::Busy) return true;
         return false;
     }
 
     int RunningWorkers() {
-        auto& manager = rig_->Run().Manager();
+        auto& manager = P().rig.Run().Manager();
         int n = 0;
         for (int i = 0; i < manager.WorkerCount(); ++i) n += manager.WorkerAt(i)->IsRunning() ? 1 : 0;
         return n;
@@ -298,9 +279,9 @@ private:
     // A running station has every worker started once its walk is through; a stopped
     // one has none. Presses still queued or walking settle within a few seconds.
     bool CheckWorkers() {
-        const int workers = rig_->Run().Manager().WorkerCount();
+        const int workers = P().rig.Run().Manager().WorkerCount();
         if (workers != sockets_) return Fail("workers: " + std::to_string(workers));
-        const bool ok = RunUntil([&] { return RunningWorkers() == (station_->stationRunning ? workers : 0); }, 60000);
+        const bool ok = RunUntil([&] { return RunningWorkers() == (P().station.stationRunning ? workers : 0); }, 60000);
         return ok || Fail(std::to_string(RunningWorkers()) + " of " + std::to_string(workers) + " workers running; " +
                           Slots() + " at " + std::to_string(clock_.Now()));
     }
@@ -308,35 +289,35 @@ private:
     // Once the jobs under way have ended, the counters hold exactly the jobs the engines
     // finished, and no slot is BUSY without a job.
     bool CheckCounters() {
-        auto tally = [&] { return rig_->Phones().Results(); };
+        auto tally = [&] { return P().rig.Phones().Results(); };
         const bool ok = RunUntil(
             [&] {
                 const auto t = tally();
-                return station_->statistics.Total() == t.results && station_->statistics.Fail() == t.failed;
+                return P().station.statistics.Total() == t.results && P().station.statistics.Fail() == t.failed;
             },
             60000);
         if (!ok) {
             const auto t = tally();
-            return Fail("counted " + std::to_string(station_->statistics.Total()) + "/" +
-                        std::to_string(station_->statistics.Fail()) + " for " + std::to_string(t.results) +
+            return Fail("counted " + std::to_string(P().station.statistics.Total()) + "/" +
+                        std::to_string(P().station.statistics.Fail()) + " for " + std::to_string(t.results) +
                         " finished jobs, " + std::to_string(t.failed) + " failed");
         }
         // A CFG slot stays BUSY after its job until the console's Stop, by design; a stopped
         // station has none BUSY (a late removal once left one so, deaf for the next run).
-        if (kind_ == sim::PhoneKind::CFG && station_->stationRunning) return true;
+        if (kind_ == sim::PhoneKind::CFG && P().station.stationRunning) return true;
         // A worker notices its engine's end at its next poll: 0.5 s in an SPRD job's
         // first phase, 5 s in its second.
         auto idleBusy = [&] {
             for (int s = 0; s < sockets_; ++s)
                 if (Bench().JobRunningAt(s)) return -1;  // not drained; checked next time
             for (int i = 0; i < sockets_; ++i)
-                if (station_->bindings.State(i) == BindState::Busy) return i;
+                if (P().station.bindings.State(i) == BindState::Busy) return i;
             return -1;
         };
         if (!RunUntil([&] { return idleBusy() < 0; }, 15000)) {
             const int i = idleBusy();
             return Fail("slot " + std::to_string(i) + " BUSY without a job; result " +
-                        station_->slotList.ResultText(i) + " com " + station_->bindings.ComName(i));
+                        P().station.slotList.ResultText(i) + " com " + P().station.bindings.ComName(i));
         }
         return true;
     }
@@ -368,15 +349,15 @@ private:
                 return Fail(what + " says " + std::to_string(*job.countedFail) + " failures, the history before it " +
                             std::to_string(failed));
         }
-        if (counted != jobs_ || failed != station_->statistics.Fail())
+        if (counted != jobs_ || failed != P().station.statistics.Fail())
             return Fail("history: " + std::to_string(counted) + " jobs counted, " + std::to_string(failed) +
                         " failed; counters " + std::to_string(jobs_) + "/" +
-                        std::to_string(station_->statistics.Fail()));
+                        std::to_string(P().station.statistics.Fail()));
         // The saved counters and the shown total are those same jobs.
         const std::string file = dir_.File("Config/TestResult.ini");
         if (platform::ProfileIni::ReadInt(file, "total", "NUM", 0) != counted ||
             platform::ProfileIni::ReadInt(file, "fail", "NUM", 0) != failed ||
-            station_->view.Text(IDC_TOTAL) != std::to_string(counted))
+            P().station.view.Text(IDC_TOTAL) != std::to_string(counted))
             return Fail("saved or shown counters differ from the history's " + std::to_string(counted) + "/" +
                         std::to_string(failed) + ": " + dir_.Read("Config/TestResult.ini"));
         return true;
@@ -387,7 +368,7 @@ private:
     bool Close(bool moveTime = true) {
         std::atomic<bool> done{false};
         std::thread closer([&] {
-            rig_->Close(loop_, ready_);
+            P().rig.Close(P().loop, P().ready);
             done = true;
         });
         const auto realLimit = Clock::now() + std::chrono::seconds(60);
@@ -397,13 +378,14 @@ private:
         }
         if (!done) {
             closer.detach();  // the test fails; the process ends with it
-            rig_.release();
+            host_.release();
             return Fail("hang: the close does not end");
         }
         closer.join();
-        rig_.reset();
         return true;
     }
+
+    ScenarioStation::Process& P() { return *host_->Now(); }
 
     sim::PhoneKind kind_;
     int sockets_;
@@ -413,11 +395,8 @@ private:
     std::string failure_;
     test::TempDir dir_;
     platform::ManualClock clock_;
-    HeadlessConsoleUi ui_;
-    std::unique_ptr<Station> station_;
-    app::StationLoop loop_{clock_};
-    std::unique_ptr<ConsoleController> controller_;
-    std::unique_ptr<StationRig> rig_;
+    std::unique_ptr<ScenarioStation> host_ =
+        std::make_unique<ScenarioStation>(clock_, [this] { return test::FixedOptions(dir_.Path()); });
     bool ready_ = false;
     std::uint32_t jobs_ = 0;
 };
@@ -429,14 +408,16 @@ std::vector<Plan> Plans() {
     const int steps = EnvOr("QUORVEL_COUNT_STEPS", 0);
     const char* only = std::getenv("QUORVEL_COUNT_PLATFORMS");
     std::vector<Plan> runs;
-    for (const auto& [kind, name] : {std::pair{sim::PhoneKind::MTK_BROM, "MTK"},
-                                     std::pair{sim::PhoneKind::SPRD, "SPRD"}, std::pair{sim::PhoneKind::CFG, "CFG"}}) {
+    for (const auto& [kind, name, package] :
+         {std::tuple{sim::PhoneKind::MTK_BROM, "MTK", "scatter"}, std::tuple{sim::PhoneKind::SPRD, "SPRD", "pac"},
+          std::tuple{sim::PhoneKind::CFG, "CFG", "cfg"}}) {
         if (only && *only && std::string(only) != "all" && std::string(only).find(name) == std::string::npos) continue;
-        std::vector<Plan> mine = {
-            {kind, name, 1, 4, 250, 50}, {kind, name, 2, 4, 30, 50}, {kind, name, 3, 16, 250, 30}};
+        std::vector<Plan> mine = {{kind, name, package, 1, 4, 250, 50},
+                                  {kind, name, package, 2, 4, 30, 50},
+                                  {kind, name, package, 3, 16, 250, 30}};
         for (int i = 0; i < soak; ++i)
-            mine.push_back(
-                {kind, name, 100u + static_cast<unsigned>(i), 4 + 4 * (i % 4), i % 2 ? Millis{30} : Millis{250}, 150});
+            mine.push_back({kind, name, package, 100u + static_cast<unsigned>(i), 4 + 4 * (i % 4),
+                            i % 2 ? Millis{30} : Millis{250}, 150});
         for (Plan& run : mine) {
             if (replay > 0 && run.seed != static_cast<unsigned>(replay)) continue;
             if (steps > 0) run.steps = steps;

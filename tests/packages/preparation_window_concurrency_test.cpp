@@ -149,10 +149,7 @@ TEST(PreparationWindow, TheOperatorClosesWhileAHandlersMessageBoxWaits) {
     for (const auto& row : rows) {
         test::StationFixture fx;
         Gui gui;
-        app::StationOptions options;
-        options.exeDir = fx.dir.Path();
-        options.systemLanguage = [] { return std::uint16_t{1033}; };
-        app::Station station(std::move(options), fx.clock);
+        app::Station& station = *fx.station;
         station.package.kind = app::PackageKind::MtkScatter;
         std::shared_ptr<app::MessageWindow> receiver;
         PreparationWindowLogic window(station, gui.Teller(), [&](auto r) { receiver = r; });
