@@ -1,15 +1,13 @@
 #include "support/Mosquitto.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
-#include <signal.h>
+#include <poll.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
+#include <csignal>
 #include <thread>
 
 namespace quorvel::test {
@@ -50,53 +48,18 @@ bool OnPath(const std::string& name) {
 }  // namespace
 
 Background::Background(const std::vector<std::string>& argv, const std::string& outFile) {
-    pid_ = fork();
-    if (pid_ != 0) return;
-    setpgid(0, 0);
-    const int out = open(outFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    if (out >= 0) {
-        dup2(out, 1);
-        dup2(out, 2);
-    }
-    std::vector<char*> args;
-    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    execvp(args[0], args.data());
-    _exit(127);
-}
-
-Background& Background::operator=(Background&& o) noexcept {
-    if (this != &o) {
-        if (pid_ > 0) Signal(SIGKILL), Wait(5);
-        pid_ = o.pid_;
-        o.pid_ = -1;
-    }
-    return *this;
-}
-
-Background::~Background() {
-    if (pid_ > 0) {
-        Signal(SIGCONT);
-        Signal(SIGKILL);
-        Wait(5);
-    }
-}
-
-void Background::Signal(int sig) const {
-    if (pid_ > 0) kill(pid_, sig);
+    std::vector<std::string> shell = {"sh", "-c", "f=$1; shift; exec \"$@\" >>\"$f\" 2>&1", "sh", outFile};
+    shell.insert(shell.end(), argv.begin(), argv.end());
+    std::string error;
+    child_ = platform::ChildProcess::Spawn(shell, false, error);
 }
 
 int Background::Wait(int seconds) {
-    if (pid_ <= 0) return -1;
-    for (int i = 0; i < seconds * 100; ++i) {
-        int status = 0;
-        if (waitpid(pid_, &status, WNOHANG) == pid_) {
-            pid_ = -1;
-            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return -1;
+    pollfd p{child_ ? child_->ExitFd() : -1, POLLIN, 0};
+    if (!child_ || ::poll(&p, 1, seconds * 1000) != 1) return -1;
+    const auto exit = child_->Reap();
+    child_.reset();
+    return exit.signalled ? -1 : exit.code;
 }
 
 std::string Mosquitto::Missing() {

@@ -3,30 +3,29 @@
 // persistence in a temporary folder (a restart keeps the sessions and queued
 // messages). Also starts the command-line clients and other programs in the background.
 
-#include <sys/types.h>
-
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "platform/ChildProcess.h"
 #include "support/TempDir.h"
 
 namespace quorvel::test {
 
-// A background process whose output goes to a file; killed (SIGKILL) when destroyed.
+// A background process whose output goes to a file; killed (SIGKILL), with everything it
+// started, when destroyed. Called from the test's thread only.
 class Background {
 public:
     Background() = default;
     Background(const std::vector<std::string>& argv, const std::string& outFile);
-    ~Background();
-    Background(Background&& o) noexcept : pid_(o.pid_) { o.pid_ = -1; }
-    Background& operator=(Background&& o) noexcept;
-    pid_t Pid() const { return pid_; }
-    void Signal(int sig) const;
+    void Signal(int sig) const {
+        if (child_) child_->Signal(sig);
+    }
     // Waits for its end (at most `seconds`); its exit status, or -1.
     int Wait(int seconds = 60);
 
 private:
-    pid_t pid_ = -1;
+    std::unique_ptr<platform::ChildProcess> child_;
 };
 
 class Mosquitto {
