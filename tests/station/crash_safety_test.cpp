@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -10,6 +9,7 @@
 #include <thread>
 
 #include "history/JobHistoryReader.h"
+#include "platform/ChildProcess.h"
 #include "platform/ExeDir.h"
 #include "platform/ProfileIni.h"
 #include "station/Station.h"
@@ -21,28 +21,22 @@ namespace {
 
 using platform::ProfileIni;
 
-// The writer's output so far: the totals it reported as saved, one per line.
-struct Child {
-    pid_t pid = -1;
-    int out = -1;
-    std::string seen;
-    // Waits up to `ms` for more output; false when there is none.
-    bool Read(int ms) {
-        pollfd p{out, POLLIN, 0};
-        if (::poll(&p, 1, ms) <= 0) return false;
-        char buf[4096];
-        const ssize_t n = ::read(out, buf, sizeof buf);
-        if (n <= 0) return false;
-        seen.append(buf, static_cast<std::size_t>(n));
-        return true;
-    }
-    std::uint32_t LastTotal(std::uint32_t otherwise) const {
-        const auto end = seen.rfind('\n');
-        if (end == std::string::npos) return otherwise;
-        const auto begin = seen.rfind('\n', end - 1);
-        return static_cast<std::uint32_t>(std::stoul(seen.substr(begin == std::string::npos ? 0 : begin + 1)));
-    }
-};
+// Adds what the writer printed within `ms` (its totals as saved, one a line) to `seen`;
+// false when nothing came.
+bool Read(platform::ChildProcess& writer, std::string& seen, int ms) {
+    pollfd p{writer.OutFd(), POLLIN, 0};
+    char buf[4096];
+    const long n = ::poll(&p, 1, ms) > 0 ? writer.ReadOut(buf, sizeof buf) : 0;
+    if (n > 0) seen.append(buf, static_cast<std::size_t>(n));
+    return n > 0;
+}
+
+std::uint32_t LastTotal(const std::string& seen, std::uint32_t otherwise) {
+    const auto end = seen.rfind('\n');
+    if (end == std::string::npos) return otherwise;
+    const auto begin = seen.rfind('\n', end - 1);
+    return static_cast<std::uint32_t>(std::stoul(seen.substr(begin == std::string::npos ? 0 : begin + 1)));
+}
 
 // A station killed at random moments, while it starts, counts jobs and saves its
 // bindings, always leaves both files whole; the total neither goes back nor jumps; the
@@ -59,41 +53,30 @@ TEST(CrashSafetyTest, KilledStationLeavesCompleteFilesAndNoTemporaries) {
     int temporariesSeen = 0;
     for (int round = 0; round < 200; ++round) {
         SCOPED_TRACE(round);
-        int pipeFds[2];
-        ASSERT_EQ(::pipe(pipeFds), 0);
-        Child child;
-        child.pid = ::fork();
-        if (child.pid == 0) {
-            ::dup2(pipeFds[1], 1);
-            ::execl(writer.c_str(), writer.c_str(), dir.Path().c_str(), static_cast<char*>(nullptr));
-            ::_exit(127);
-        }
-        ASSERT_GT(child.pid, 0);
-        ::close(pipeFds[1]);
-        child.out = pipeFds[0];
+        std::string error, seen;
+        const auto child = platform::ChildProcess::Spawn({writer, dir.Path()}, false, error);
+        ASSERT_TRUE(child) << error;
         if (round % 4 == 0) {
             // Anywhere in start-up or the first jobs.
             std::this_thread::sleep_for(std::chrono::microseconds(random() % 8000));
         } else {
             // Once it counts, its start-up is over: no temporary of a killed writer is left.
             // (A sanitizer build starts slowly.)
-            for (int waited = 0; waited < 100 && child.seen.empty(); ++waited) child.Read(100);
-            ASSERT_FALSE(child.seen.empty()) << "the writer never counted";
+            for (int waited = 0; waited < 100 && seen.empty(); ++waited) Read(*child, seen, 100);
+            ASSERT_FALSE(seen.empty()) << "the writer never counted";
             for (const auto& e : std::filesystem::directory_iterator(dir.File("Config"))) {
                 const std::string name = e.path().filename();
                 if (name.find(".tmp") == std::string::npos) continue;
                 ++temporariesSeen;
-                EXPECT_NE(name.find(".tmp" + std::to_string(child.pid) + "."), std::string::npos) << name;
+                EXPECT_NE(name.find(".tmp" + std::to_string(child->Pid()) + "."), std::string::npos) << name;
             }
             std::this_thread::sleep_for(std::chrono::microseconds(random() % 10000));
         }
-        ::kill(child.pid, SIGKILL);
-        int status = 0;
-        ::waitpid(child.pid, &status, 0);
-        ASSERT_TRUE(WIFSIGNALED(status)) << "writer ended by itself with " << WEXITSTATUS(status);
-        while (child.Read(0)) {
+        child->Signal(SIGKILL);
+        const auto exit = child->Reap();
+        ASSERT_TRUE(exit.signalled) << "writer ended by itself with " << exit.code;
+        while (Read(*child, seen, 0)) {
         }
-        ::close(child.out);
 
         const std::string settings = dir.Read("Config/CommonSetting.ini");
         ASSERT_EQ(settings.rfind(notes, 0), 0u);
@@ -112,7 +95,7 @@ TEST(CrashSafetyTest, KilledStationLeavesCompleteFilesAndNoTemporaries) {
         const auto saved = ProfileIni::ReadIntFrom(counters, "total", "NUM", total);
         const auto fail = ProfileIni::ReadIntFrom(counters, "fail", "NUM", 0);
         // The last reported total is on disk; the next one may be too.
-        const std::uint32_t reported = child.LastTotal(total);
+        const std::uint32_t reported = LastTotal(seen, total);
         EXPECT_GE(saved, reported) << counters;
         EXPECT_LE(saved, reported + 1) << counters;
         EXPECT_LE(fail, saved);
