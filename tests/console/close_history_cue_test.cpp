@@ -4,12 +4,11 @@
 #include <algorithm>
 #include <sstream>
 
-#include "history/JobHistory.h"
+#include "history/JobHistoryReader.h"
 #include "history/SlotHistory.h"
 #include "present/CloseCheck.h"
 #include "present/FinishCue.h"
 #include "support/Golden.h"
-#include "support/TempDir.h"
 
 namespace quorvel::console {
 namespace {
@@ -32,45 +31,18 @@ TEST(CloseCheck, AsksNamingBusySlotsUnlessTheSessionEnds) {
     }));
 }
 
-app::JobRecord Job(int slot, const char* end, JobResult result, const char* step = "", const char* error = "") {
-    app::JobRecord r;
-    r.jobId = std::string(end) + step;
-    r.slot = slot;
-    r.port = "COM1";
-    r.end = *app::ParseIsoText(end);
-    r.start = r.end;
-    r.start.utc -= 125;
-    r.durationSeconds = 125;
-    r.result = result;
-    r.failedStep = step;
-    r.errorText = error;
-    return r;
-}
-
+// The jobs of tests/history/folders/slot-history: slot 6's rows of today, newest first,
+// and what each job of the folder would say of its failure.
 TEST(SlotHistory, TheSlotsJobsOfTodayNewestFirstWithWhyTheyFailed) {
-    test::TempDir dir;
-    const app::JobHistory history(dir.File("TestLog"));
-    for (const app::JobRecord& j : {
-             Job(6, "2026-11-22T23:59:00+01:00", JobResult::Fail, "yesterday"),
-             Job(6, "2026-11-23T10:43:00+01:00", JobResult::Fail, "DA download", "Download\nfailed!"),
-             Job(6, "2026-11-23T09:00:00+01:00", JobResult::Pass),  // appended late, ended early
-             Job(7, "2026-11-23T11:00:00+01:00", JobResult::Fail, "other slot"),
-             Job(6, "2026-11-23T10:43:00+01:00", JobResult::Interrupted, "same second, appended later"),
-         })
-        ASSERT_TRUE(history.Append(j));
-
+    const std::string folder = test::SourcePath("tests/history/folders/slot-history/TestLog");
     // 11:00 UTC is the 23rd in every zone from -11:00 to +12:00, where "today" is taken.
-    const auto rows = TodaysSlotHistory(dir.File("TestLog"), 6, app::ParseIsoText("2026-11-23T11:00:00Z")->utc);
-    std::vector<std::string> shown;
-    for (const SlotHistoryRow& r : rows) shown.push_back(r.ended + " " + r.result + " " + r.time + " " + r.why);
-    EXPECT_EQ(shown,
-              (std::vector<std::string>{"10:43:00 interrupted 2:05 same second, appended later",
-                                        "10:43:00 FAIL 2:05 DA download: Download failed!", "09:00:00 PASS 2:05 "}));
-    EXPECT_TRUE(rows[1].failed);
-    EXPECT_FALSE(rows[0].failed);
-
-    EXPECT_EQ(FailureText(Job(1, "2026-11-23T10:00:00Z", JobResult::Fail, "Format", "Timeout")), "Format\nTimeout");
-    EXPECT_EQ(FailureText(Job(1, "2026-11-23T10:00:00Z", JobResult::Interrupted, "Format", "Stopped")), "");
+    std::string shown = "slot 6 today:\n";
+    for (const SlotHistoryRow& r : TodaysSlotHistory(folder, 6, app::ParseIsoText("2026-11-23T11:00:00Z")->utc))
+        shown += r.ended + " " + r.result + " " + r.time + " " + r.why + (r.failed ? " (failed)\n" : "\n");
+    shown += "failure texts:\n";
+    for (const app::JobRecord& j : app::ReadJobHistory(folder).jobs)
+        shown += j.jobId + " \"" + test::Printable(FailureText(j)) + "\"\n";
+    EXPECT_TRUE(test::MatchesGolden("job-history/slot_history.txt", shown));
 }
 
 TEST(FinishCue, PassAndFailSoundDifferentlyAndAStopIsSilent) {

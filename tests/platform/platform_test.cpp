@@ -22,7 +22,7 @@ namespace {
 
 using test::TempDir;
 
-// Locales, machine stamps and folders: tests/tables/platform.txt.
+// Locales, the system language, machine stamps and folders: tests/tables/platform.txt.
 TEST(PlatformTable, LocalesStampsAndFolders) {
     TempDir dir;
     SysPaths paths;
@@ -34,6 +34,10 @@ TEST(PlatformTable, LocalesStampsAndFolders) {
             EXPECT_EQ(std::to_string(LangIdForLocale(w[1])), w[2]);
         } else if (w[0] == "folder" && w.size() == 3) {
             EXPECT_EQ(FolderOf(w[1]), w[2]);
+        } else if (w[0] == "env" && w.size() == 3) {
+            w[2] == "-" ? ::unsetenv(w[1].c_str()) : ::setenv(w[1].c_str(), w[2].c_str(), 1);
+        } else if (w[0] == "system" && w.size() == 2) {
+            EXPECT_EQ(std::to_string(SystemDefaultLangId()), w[1]);
         } else if (w[0] == "stamp" && w.size() == 2) {
             EXPECT_EQ(FirstAdapterMac(paths), w[1]);
         } else if (w[0] == "adapter" && w.size() == 5) {
@@ -44,16 +48,6 @@ TEST(PlatformTable, LocalesStampsAndFolders) {
             ADD_FAILURE() << "not a case";
         }
     }
-}
-
-TEST(SystemLanguageTest, TheEnvironmentIsReadAtEveryCall) {
-    ::setenv("LC_ALL", "zh_CN.UTF-8", 1);
-    EXPECT_EQ(SystemDefaultLangId(), 2052);
-    ::setenv("LC_ALL", "", 1);
-    ::setenv("LC_MESSAGES", "ja_JP.UTF-8", 1);
-    EXPECT_EQ(SystemDefaultLangId(), 1041);
-    ::unsetenv("LC_MESSAGES");
-    ::unsetenv("LC_ALL");
 }
 
 TEST(InstanceLockTest, SecondHolderIsRefusedAndADeadHolderReleases) {
