@@ -134,7 +134,7 @@ void ScenarioStation::Close() {
 bool ScenarioStation::Up(std::string& why) {
     if (!process_) {
         process_ = std::make_unique<Process>(clock_, options_(), paths_);
-        if (tree_) tree_->Serve(&process_->rig.Phones());
+        if (tree_) tree_->Serve(&process_->rig);
     }
     if (!process_->ready) why = "its start-up failed";
     return process_->ready;

@@ -27,9 +27,9 @@ namespace quorvel::console {
 // A device tree of a real bench whose phones the simulated engines serve.
 class DeviceTree : public sim::ScenarioBench {
 public:
-    // The engines' registry of the station now up (its profiles, its switches); null
-    // before that station closes. Called on the scenario's thread.
-    virtual void Serve(engine::SimPhoneRegistry* phones) = 0;
+    // The rig of the station now up (its engines' registry, its watch); null before
+    // that station closes. Called on the scenario's thread.
+    virtual void Serve(StationRig* rig) = 0;
 };
 
 class ScenarioStation final : public sim::ScenarioHost {

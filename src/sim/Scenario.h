@@ -13,7 +13,7 @@
 //   100    stop                     the button, only when the station runs
 //   200    plug 0 brom              socket 0 gets a phone (brom, preloader, sprd, cfg)
 //   200    plug 1 sprd fail step=2 duration=3000 size=64
-//   200    plug 2 sprd stay fault=signature@system   (NativeSprd: stays connected; the phone's fault)
+//   200    plug 2 sprd stay fault=signature@system   (native-sprd, udev: stays connected; the phone's fault)
 //   200    plug 3 brom misbehave=crash              (engine programs: crash, garbage, silent,
 //                                                    no-result or no-hello instead of the job;
 //                                                    late-result: an SPRD first phase's result
@@ -97,8 +97,9 @@ struct Scenario {
     // to play it on, each in turn: sim (in process), program (the simulated engine
     // program), native-sprd (the native SPRD engine with simulated phones), udev (the
     // real-bench backend on a device tree shaped like the simulated bench: one 2.0
-    // controller, one hub of four sockets; phones as the kernel presents them, jobs on
-    // the in-process engines).
+    // controller, one hub of four sockets; phones as the kernel presents them, SPRD
+    // phones on sockets 2 and 3 with a vendor interface and no serial port; jobs on the
+    // in-process engines).
     std::vector<std::string> engines{"sim"};
     double speed = 10;  // "#@ speed:": bench time runs this many times faster
 };

@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -23,9 +24,11 @@ using sim::PhoneKind;
 using sim::PhoneMode;
 
 // One 2.0 controller with one hub of four sockets. A phone shows as the kernel presents
-// its kind and mode; an engine's switch re-enumerates it as the simulated bench does: a
-// boot ROM comes back in DA mode at once, an SPRD phone on its download port a second
-// later with its port's number. Calls come from the scenario's thread, the engines'
+// its kind and mode; SPRD phones on sockets 2 and 3 as smartphones in download mode do:
+// one vendor-class interface, no driver, no serial port, a COM number of their socket.
+// An engine's switch re-enumerates a phone as the simulated bench does: a boot ROM comes
+// back in DA mode and an SPRD phone on its download port a second later, with its port's
+// number; an SPRD phone that stays stays. Calls come from the scenario's thread, the engines'
 // (switches) and its own (ports and phones that come late), one at a time under its lock.
 class ScenarioTree final : public console::DeviceTree {
 public:
@@ -48,11 +51,11 @@ public:
         late_.join();
     }
 
-    void Serve(engine::SimPhoneRegistry* phones) override {
+    void Serve(console::StationRig* rig) override {
         std::lock_guard g(mutex_);
-        if (phones_) phones_->SetSwitchHook({});
-        phones_ = phones;
-        if (phones_) phones_->SetSwitchHook([this](const engine::SwitchEvent& e) { OnSwitch(e); });
+        if (rig_) rig_->Phones().SetSwitchHook({});
+        rig_ = rig;
+        if (rig_) rig_->Phones().SetSwitchHook([this](const engine::SwitchEvent& e) { OnSwitch(e); });
     }
     int SocketCount() const override { return kSockets; }
     std::string HsLocation(int socket) const override {
@@ -79,7 +82,14 @@ public:
                                                  : PhoneMode::PRELOADER;
         phone.profile = profile;
         phone.profile.plug = nextPlug_++;  // the engines' jobs learn their connection from it
-        phone.tty = FreeTty(phone.mode == PhoneMode::SPRD ? "ttyUSB" : "ttyACM");
+        if (phone.mode != PhoneMode::SPRD || socket < 2) {
+            phone.tty = FreeTty(phone.mode == PhoneMode::SPRD ? "ttyUSB" : "ttyACM");
+            phone.com = devices::ComNumberOfNode(phone.tty);
+        } else {
+            phone.com = devices::UsbComNumber(HsLocation(socket), [&](int n) {
+                return std::any_of(sockets_.begin(), sockets_.end(), [&](const auto& s) { return s.second.com == n; });
+            });
+        }
         Enumerate(socket, phone);
         return true;
     }
@@ -92,7 +102,7 @@ public:
             if (!it->second.usb.empty()) tree_.Unplug(it->second.usb);
             plug = it->second.profile.plug;
             sockets_.erase(it);
-            if (phones_) phones_->Unplugged(plug);
+            if (rig_) rig_->Phones().Unplugged(plug);
         }
         return true;
     }
@@ -101,7 +111,8 @@ private:
     struct Phone {
         PhoneMode mode = PhoneMode::BROM;
         engine::PhoneProfile profile;
-        std::string tty;      // its serial port's node name, kept over a re-enumeration
+        std::string tty;      // its serial port's node name, kept over a re-enumeration; none: a vendor interface
+        int com = 0;          // its COM number, kept too
         std::string usb;      // its device now; empty while it is away
         std::string control;  // its interface that owns the serial port
     };
@@ -127,20 +138,29 @@ private:
         const char* product = phone.mode == PhoneMode::BROM ? "MT65xx BROM"
                               : phone.mode == PhoneMode::DA ? "MTK USB Port"
                                                             : "MT65xx Preloader";
-        const bool late = serialDelay_ > 0;
+        const bool late = serialDelay_ > 0 && !phone.tty.empty();
         phone.usb = sprd ? tree_.Phone(hub_, name.c_str(), "1782", "4d00", devpath.c_str(), "SPRD U2S Diag",
-                                       late ? nullptr : phone.tty.c_str(), false, "option")
+                                       late || phone.tty.empty() ? nullptr : phone.tty.c_str(), false,
+                                       phone.tty.empty() ? nullptr : "option")
                          : tree_.Phone(hub_, name.c_str(), "0e8d", pid, devpath.c_str(), product,
                                        late ? nullptr : phone.tty.c_str());
         phone.control = phone.usb + "/" + name + ":1.0";
+        if (sprd && phone.tty.empty()) {
+            // Its engine opens the USB node, which the kernel numbers anew at each enumeration.
+            char node[32];
+            std::snprintf(node, sizeof node, "/bus/usb/001/%03d", ++devnum_);
+            tree_.mock.setAttribute(tree_.tb, phone.usb.c_str(), "busnum", "1");
+            tree_.mock.setAttribute(tree_.tb, phone.usb.c_str(), "devnum", std::to_string(devnum_).c_str());
+            std::filesystem::create_directories(tree_.nodes + "/bus/usb/001");
+            std::ofstream(tree_.nodes + node).flush();
+        }
         if (phone.mode == PhoneMode::BROM) tree_.mock.setAttribute(tree_.tb, phone.usb.c_str(), "speed", "12");
-        if (phones_) {
+        if (rig_) {
             char id[96];
             std::snprintf(id, sizeof id, "USB\\VID_%s&PID_%s\\%s:1.0", sprd ? "1782" : "0E8D", sprd ? "4D00" : pid,
                           name.c_str());
-            phones_->SetProfile(id, phone.profile);
-            if (sprd)
-                phones_->SetPortProfile(static_cast<unsigned long>(devices::ComNumberOfNode(phone.tty)), phone.profile);
+            rig_->Phones().SetProfile(id, phone.profile);
+            if (sprd) rig_->Phones().SetPortProfile(static_cast<unsigned long>(phone.com), phone.profile);
         }
         tree_.Announce(phone.usb);
         if (late) Later({clock_.Now() + serialDelay_, socket, phone.profile.plug, phone.usb});
@@ -154,22 +174,27 @@ private:
         for (auto& [socket, phone] : sockets_) {
             const std::string name = "1-1." + std::to_string(socket + 1);
             if (phone.usb.empty()) continue;
-            if (e.kind == engine::SwitchEvent::MTK_TO_DA && phone.mode == PhoneMode::BROM &&
-                e.instanceId == "USB\\VID_0E8D&PID_0003\\" + name + ":1.0") {
-                // The simulated MTK engine goes on over the DA port at once.
-                tree_.Unplug(phone.usb);
-                phone.mode = PhoneMode::DA;
-                Enumerate(socket, phone);
-                return;
-            }
-            if (e.kind == engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT && phone.mode == PhoneMode::SPRD &&
-                e.comPort == static_cast<unsigned long>(devices::ComNumberOfNode(phone.tty))) {
-                tree_.Unplug(phone.usb);
-                phone.usb.clear();
+            const bool da = e.kind == engine::SwitchEvent::MTK_TO_DA && phone.mode == PhoneMode::BROM &&
+                            e.instanceId == "USB\\VID_0E8D&PID_0003\\" + name + ":1.0";
+            const bool download = e.kind == engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT &&
+                                  phone.mode == PhoneMode::SPRD && e.comPort == static_cast<unsigned long>(phone.com);
+            if (!da && !download) continue;
+            // The rig tells the watch of an engine program's switch; the in-process
+            // engines' switches come here. The watch then also finds a phone whose whole
+            // re-enumeration fell between two of its looks.
+            if (download && rig_) rig_->Run().Monitor().PhaseOneSwitched(e.comPort);
+            if (download && phone.profile.sprdStays) {
                 phone.mode = PhoneMode::SPRD_DOWNLOAD;
-                Later({clock_.Now() + sim::SimBench::kReEnumerateMs, socket, phone.profile.plug, ""});
                 return;
             }
+            // The in-process engines never open the port, so the phone may take the
+            // second a real one takes to come back; two phones switched together then
+            // are both away at once.
+            tree_.Unplug(phone.usb);
+            phone.usb.clear();
+            phone.mode = da ? PhoneMode::DA : PhoneMode::SPRD_DOWNLOAD;
+            Later({clock_.Now() + sim::SimBench::kReEnumerateMs, socket, phone.profile.plug, ""});
+            return;
         }
     }
     void LateLoop() {
@@ -208,11 +233,12 @@ private:
     std::string hub_;
     mutable std::mutex mutex_;
     std::condition_variable wake_;
-    engine::SimPhoneRegistry* phones_ = nullptr;
+    console::StationRig* rig_ = nullptr;
     std::map<int, Phone> sockets_;
     std::vector<Late> lates_;
     platform::Millis serialDelay_ = 0;
     std::uint64_t nextPlug_ = 1;
+    int devnum_ = 2;  // the hub's
     bool stopping_ = false;
     std::thread late_;
 };
@@ -226,7 +252,8 @@ TEST_P(UdevScenarioFile, Holds) {
     std::filesystem::create_directories(nodes);
     platform::SysPaths paths;
     paths.dev = nodes;
-    // A well set-up PC, so that the start-up bench check finds nothing to tell.
+    // A well set-up PC, so that the start-up bench check finds nothing to tell, in the
+    // station folder: a scenario spoils it with "write pc/...".
     dir.Write("pc/rules/" + std::string(devices::kRuleFile), "");
     dir.Write("pc/modules/" + devices::KernelRelease() + "/modules.builtin",
               "kernel/drivers/usb/serial/usbserial.ko\n");

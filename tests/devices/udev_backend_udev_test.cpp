@@ -106,8 +106,8 @@ TEST_F(UdevBackendTest, ABenchGivesOneDevicePerPhoneAtSocketsNamedByPhysicalPath
     EXPECT_EQ(pre[0].hubPort.port, 1u);
 }
 
-// Late serial ports, reused port numbers and the watch are tested through a whole
-// station: station_bench_udev_test.cpp and the scenario files played on udev.
+// Late serial ports, reused port numbers, the watch and the bench check are tested
+// through a whole station: the scenario files played on udev.
 
 TEST_F(UdevBackendTest, ADriverThatIsInstallableButNotLoadedCountsAsPresent) {
     RUN_UNDER_UMOCKDEV();
