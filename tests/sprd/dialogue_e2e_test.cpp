@@ -42,10 +42,12 @@
 //                                 KIND: frame, bad-check, bad-escape, bad-end, garbage
 //   value crc16|nvcrc|sum|bytesum HEX -> N      a check value of these bytes
 //   value sum-matches HEX -> N yes|no           whether N is a loader sum of them in some form
+//   value sha256 HEX -> DIGEST                  whole and streamed in uneven pieces
 //   merge PACKAGE PHONE [limit=N] [poke=OFFSET:BYTE] [recrc] -> SIZE bytes, N notes: ID:LEN:FILL...
 //                                 the NV merge of two NVIMAGEs (a byte of the phone's changed,
 //                                 its CRC fixed again), or -> "error"
 //
+// HEX: bytes in words, `HH*N` for N of them.
 // PAYLOAD: `part NAME N` (the 76-byte form), `le32 N`, `zeros N`, in any sequence.
 // REPLY: `silent`, or a reply's name with `"text"` (VER) and `len=N`; then the phone's other
 // actions in order: reset, unplug, reenumerate, delay=MS.
@@ -69,6 +71,7 @@
 #include "engines/sprd/PhoneCodes.h"
 #include "engines/sprd/PhoneModel.h"
 #include "engines/sprd/Session.h"
+#include "engines/sprd/Sha256.h"
 #include "platform/ChildProcess.h"
 #include "sprd/PackageFixture.h"
 #include "support/RunTool.h"
@@ -105,7 +108,9 @@ std::uint64_t Num(const std::string& s) {
 // The bytes of the hex words w[at..end).
 Bytes HexFrom(const Words& w, std::size_t at, std::size_t end) {
     std::string s;
-    for (; at < end; ++at) s += w[at];
+    for (; at < end; ++at)  // HH*N: N times HH
+        for (std::uint64_t n = w[at].find('*') == std::string::npos ? 1 : Num(w[at].substr(w[at].find('*') + 1)); n--;)
+            s += w[at].substr(0, w[at].find('*'));
     if (s.size() % 2) throw Bad("odd hex: " + s);
     Bytes out;
     for (std::size_t i = 0; i < s.size(); i += 2) out.push_back(static_cast<std::uint8_t>(Num("0x" + s.substr(i, 2))));
@@ -238,13 +243,20 @@ public:
         if (v == "encode" || v == "decode") return Codec(w, e);
         if (v == "value") {
             const Bytes b = HexFrom(w, 2, w.size());
-            const std::map<std::string, std::uint64_t> values = {
-                {"crc16", Crc16Xmodem(b)}, {"nvcrc", NvCrc16(b)}, {"sum", LoaderSum(b)}, {"bytesum", ByteSum(b)}};
-            const std::uint64_t got = w.at(1) == "sum-matches"
-                                          ? LoaderSumMatches(b, static_cast<std::uint16_t>(Num(e.at(0))))
-                                          : values.at(w[1]);
-            if (got != (w[1] == "sum-matches" ? e.at(1) == "yes" : Num(e.at(0))))
-                throw Bad("it is " + std::to_string(got));
+            std::string got, want = e.at(0);
+            if (w.at(1) == "sha256") {
+                Sha256 pieces;  // uneven pieces, across block boundaries
+                for (std::size_t i = 0; i < b.size(); i += 63)
+                    pieces.Update(std::span<const std::uint8_t>(b).subspan(i, std::min<std::size_t>(63, b.size() - i)));
+                got = Sha256::HexOf(b) == pieces.Hex() ? pieces.Hex() : "not the same in pieces: " + pieces.Hex();
+            } else if (w[1] == "sum-matches") {
+                got = LoaderSumMatches(b, static_cast<std::uint16_t>(Num(want))) ? "yes" : "no", want = e.at(1);
+            } else {
+                const std::map<std::string, std::uint64_t> values = {
+                    {"crc16", Crc16Xmodem(b)}, {"nvcrc", NvCrc16(b)}, {"sum", LoaderSum(b)}, {"bytesum", ByteSum(b)}};
+                got = std::to_string(values.at(w[1])), want = std::to_string(Num(want));
+            }
+            if (got != want) throw Bad("it is " + got);
             return;
         }
         if (v == "refuse") {
