@@ -1,10 +1,7 @@
 #include "support/StationProcess.h"
 
-#include <chrono>
-#include <thread>
-
 #include "station/Messages.h"
-#include "support/StationFixture.h"
+#include "support/FixedOptions.h"
 
 namespace quorvel::test {
 
@@ -13,7 +10,6 @@ StationProcess::StationProcess(const TempDir& dir, platform::SysPaths paths, dou
     controller = std::make_unique<console::ConsoleController>(*station, loop, ui);
     loop.SetHandler(controller.get());
     rig = std::make_unique<console::StationRig>(*station, loop, *controller, std::move(paths));
-    run = &rig->Run();
     loop.Start();
 }
 
@@ -28,20 +24,6 @@ bool StationProcess::Init() {
 
 void StationProcess::PressStartStop() {
     loop.Send(app::Command{app::CommandId::START_STOP});
-}
-
-console::DownloadButtonStatus StationProcess::Button() {
-    auto b = console::DownloadButtonStatus::DOWNLOAD_BUTTON_STATUS_INIT;
-    loop.Call([&] { b = controller->ButtonStatus(); });
-    return b;
-}
-
-bool StationProcess::Await(const std::function<bool()>& done) {
-    for (int i = 0; i < 3000; ++i) {
-        if (done()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return done();
 }
 
 }  // namespace quorvel::test

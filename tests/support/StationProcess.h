@@ -1,9 +1,8 @@
 #pragma once
 // One station process, headless: everything main() builds (station, station loop,
 // console, rig), on a given station folder, in time running four times as fast.
-// The test's thread plays the operator; Await waits in real time.
+// The test's thread plays the operator.
 
-#include <functional>
 #include <memory>
 
 #include "console/ConsoleController.h"
@@ -25,9 +24,6 @@ struct StationProcess {
     bool Init();        // OnInitDialog on the station thread
     sim::SimBench& Bench() { return *rig->Bench(); }
     void PressStartStop();
-    console::DownloadButtonStatus Button();
-    // Waits in real time for `done`, at most 30 s.
-    static bool Await(const std::function<bool()>& done);
 
     platform::ScaledClock clock;
     app::HeadlessConsoleUi ui;
@@ -35,7 +31,6 @@ struct StationProcess {
     app::StationLoop loop{clock};
     std::unique_ptr<console::ConsoleController> controller;
     std::unique_ptr<console::StationRig> rig;
-    console::StationRun* run = nullptr;
     bool ready = false;
 };
 
