@@ -118,22 +118,18 @@ public:
         // Free sockets first: pulling phones out of a running station may end the run.
         for (int s = 0; s < sockets_; ++s) Bench().Unplug(s);
         if (!Run(3000)) return false;
+        // Presses Start/Stop at most every 5 s of bench time while the station is stopped.
         Millis pressed = -10000;
-        if (!RunUntil([&] { return P().station.stationRunning.load(); }, 60000,
-                      [&] {
-                          if (clock_.Now() - pressed < 5000) return;
-                          P().loop.Post(Command{CommandId::START_STOP});
-                          pressed = clock_.Now();
-                      }))
+        const auto start = [&] {
+            if (P().station.stationRunning || clock_.Now() - pressed < 5000) return;
+            P().loop.Post(Command{CommandId::START_STOP});
+            pressed = clock_.Now();
+        };
+        if (!RunUntil([&] { return P().station.stationRunning.load(); }, 60000, start))
             return Fail("the station does not start for the close; " + Slots());
         for (int s = 0; s < sockets_; ++s) Plug(s, 60000);
         // The run may end by itself meanwhile (an idle station whose phone left): start it again.
-        if (!RunUntil([&] { return P().station.stationRunning && AnySlotBusy(); }, 120000,
-                      [&] {
-                          if (P().station.stationRunning || clock_.Now() - pressed < 5000) return;
-                          P().loop.Post(Command{CommandId::START_STOP});
-                          pressed = clock_.Now();
-                      }))
+        if (!RunUntil([&] { return P().station.stationRunning && AnySlotBusy(); }, 120000, start))
             return Fail("no job started for the close; " + Slots());
         // The close saves the bindings and stops the loop, which may have to finish a
         // handler that sleeps; from then on virtual time stands still, so every job
