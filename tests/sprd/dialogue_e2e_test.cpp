@@ -65,6 +65,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -147,6 +148,17 @@ Bytes Payload(const Words& w, std::size_t at, std::size_t end) {
 // `"text"` as text; a word without quotes as it stands.
 std::string Unquoted(const std::string& s) {
     return s.size() >= 2 && s.front() == '"' && s.back() == '"' ? s.substr(1, s.size() - 2) : s;
+}
+
+// `key=value` and bare `key` words from w[at]; each key one of `known` (any when empty).
+std::map<std::string, std::string> Options(const Words& w, std::size_t at, const std::set<std::string>& known) {
+    std::map<std::string, std::string> out;
+    for (; at < w.size(); ++at) {
+        const auto eq = w[at].find('=');
+        if (!known.empty() && !known.count(w[at].substr(0, eq))) throw Bad("unknown option " + w[at]);
+        out[w[at].substr(0, eq)] = eq == std::string::npos ? "" : w[at].substr(eq + 1);
+    }
+    return out;
 }
 
 Check CheckOf(const std::string& s) {
@@ -303,20 +315,12 @@ public:
         } else if (v == "pieces") {
             piece_ = Num(w.at(1));
         } else if (v == "load") {
-            std::size_t chunk = 4096;
+            auto o = Options(w, 3, {"seed", "chunk", "sum"});
+            o.emplace("seed", "0"), o.emplace("chunk", "4096");
+            const Bytes data = quorvel::test::SprdPackage::Pattern(Num(w.at(2)), static_cast<unsigned>(Num(o["seed"])));
             std::optional<std::uint64_t> sum;
-            std::uint64_t seed = 0;
-            for (std::size_t i = 3; i < w.size(); ++i) {
-                const std::string& o = w[i];
-                const std::string value = o.substr(o.find('=') + 1);
-                if (o.rfind("seed=", 0) == 0) seed = Num(value);
-                if (o.rfind("chunk=", 0) == 0) chunk = Num(value);
-                if (o.rfind("sum=", 0) == 0) sum = Num(value);
-                if (o == "sum") sum = 0;
-            }
-            const Bytes data = quorvel::test::SprdPackage::Pattern(Num(w.at(2)), static_cast<unsigned>(seed));
-            if (sum == 0u) sum = ByteSum(data);
-            Expect(Load(w.at(1), data, chunk, sum), e);
+            if (o.count("sum")) sum = o["sum"].empty() ? ByteSum(data) : Num(o["sum"]);
+            Expect(Load(w.at(1), data, Num(o["chunk"]), sum), e);
         } else if (v == "nv") {
             const Bytes image = NvImageFrom(w.at(1));
             Expect(Load(config_.nvPartition, image, 4096, ByteSum(image)), e);
@@ -332,8 +336,7 @@ public:
             std::ifstream file(report_);
             const std::string report =
                 child_ ? std::string(std::istreambuf_iterator<char>(file), {}) : phone_->ReportJson();
-            for (std::size_t i = 2; i < w.size(); ++i) {
-                const std::string key = w[i].substr(0, w[i].find('=')), value = w[i].substr(w[i].find('=') + 1);
+            for (const auto& [key, value] : Options(w, 2, {})) {
                 const std::string want = value == "last" ? Sha256::HexOf(loaded_[w[1]]) : value;
                 if (Field(report, w[1], key) != want)
                     throw Bad(w[1] + " " + key + " is " + Field(report, w[1], key) + ", not " + want);
@@ -504,17 +507,14 @@ private:
     // The phone's calibration (2) and IMEI (5), and an item neither has (0x77), kept.
     void Merge(const Words& w, const Words& e) {
         Bytes package = NvImageFrom(w.at(1)), phone = NvImageFrom(w.at(2)), out;
-        std::size_t limit = 0;
-        for (std::size_t i = 3; i < w.size(); ++i) {
-            const std::string key = w[i].substr(0, w[i].find('=')), value = w[i].substr(w[i].find('=') + 1);
-            if (key == "limit") limit = Num(value);
-            if (key == "poke")
-                phone.at(Num(value.substr(0, value.find(':')))) =
-                    static_cast<std::uint8_t>(Num(value.substr(value.find(':') + 1)));
-            const std::uint16_t crc = NvCrc16(std::span<const std::uint8_t>(phone).subspan(2));
-            if (key == "recrc")
-                phone[0] = static_cast<std::uint8_t>(crc >> 8), phone[1] = static_cast<std::uint8_t>(crc);
-        }
+        auto o = Options(w, 3, {"limit", "poke", "recrc"});
+        const std::string& poke = o["poke"];
+        if (!poke.empty())
+            phone.at(Num(poke.substr(0, poke.find(':')))) =
+                static_cast<std::uint8_t>(Num(poke.substr(poke.find(':') + 1)));
+        const std::uint16_t crc = NvCrc16(std::span<const std::uint8_t>(phone).subspan(2));
+        if (o.count("recrc")) phone[0] = static_cast<std::uint8_t>(crc >> 8), phone[1] = static_cast<std::uint8_t>(crc);
+        const std::size_t limit = o.count("limit") ? Num(o["limit"]) : 0;
         std::vector<std::string> notes;
         std::vector<NvItem> items;
         std::string error, got, want;
@@ -564,35 +564,29 @@ private:
         if (!ReadScheme(pkg_->Xml(), "", scheme, error) || !ReadFileList(pkg_->List(), files, error) ||
             !MakePlan(scheme, files, 0, plan, error))
             throw Bad(error);
-        std::vector<SessionOptions::Phase> phases = {SessionOptions::ALL};
-        std::optional<std::pair<std::uint16_t, std::uint16_t>> swap;
-        std::optional<std::uint16_t> garbageAfter;
-        for (std::size_t i = 1; i < w.size(); ++i) {
-            const std::string key = w[i].substr(0, w[i].find('=')), value = w[i].substr(w[i].find('=') + 1);
-            if (w[i] == "phases=1,2") phases = {SessionOptions::PHASE1, SessionOptions::PHASE2};
-            if (w[i] == "table=phone") plan.partitions.clear();
-            if (key == "swap")
-                swap = {kReplies.at(value.substr(0, value.find(':'))), kReplies.at(value.substr(value.find(':') + 1))};
-            if (key == "garbage-after") garbageAfter = kReplies.at(value);
-            if (key == "system") {
-                pkg_->system = quorvel::test::SprdPackage::Pattern(Num(value), 9);
-                pkg_->Put("system.img", pkg_->system);
-                for (auto& step : plan.steps)
-                    if (step.id == "System") step.size = pkg_->system.size();
-            }
+        auto o = Options(w, 1, {"phases", "table", "system", "swap", "garbage-after"});
+        if (o.count("table")) plan.partitions.clear();
+        if (o.count("system")) {
+            pkg_->system = quorvel::test::SprdPackage::Pattern(Num(o["system"]), 9);
+            pkg_->Put("system.img", pkg_->system);
+            for (auto& step : plan.steps)
+                if (step.id == "System") step.size = pkg_->system.size();
         }
         loaded_ = {
             {"boot", pkg_->boot}, {"system", pkg_->system}, {"@0x00005000", pkg_->fdl}, {"@0x9efffe00", pkg_->fdl2}};
         std::string got = "ok";
-        for (auto phase : phases) {
+        const std::string& swap = o["swap"];
+        for (auto phase : o.count("phases") ? std::vector{SessionOptions::PHASE1, SessionOptions::PHASE2}
+                                            : std::vector{SessionOptions::ALL}) {
             ModelLink link(*phone_);
-            link.swap = swap;
-            link.garbageAfter = garbageAfter;
-            SessionOptions o;
-            o.phase = phase;
-            o.baudTries = 4;
+            if (!swap.empty())
+                link.swap = {kReplies.at(swap.substr(0, swap.find(':'))), kReplies.at(swap.substr(swap.find(':') + 1))};
+            if (o.count("garbage-after")) link.garbageAfter = kReplies.at(o["garbage-after"]);
+            SessionOptions options;
+            options.phase = phase;
+            options.baudTries = 4;
             Quiet quiet;
-            Session session(link, plan, o, quiet);
+            Session session(link, plan, options, quiet);
             const bool ok = session.Run();
             phone_->HostClosed();
             if (!ok) {
