@@ -27,11 +27,12 @@
 //   nv NVIMAGE -> REPLY           that NV image to the NV partition, its byte sum appended
 //   backup NAME SIZE CHUNK        READ_START/MIDST/END: the factory NV image, then 0xFF,
 //                                 its CRC valid
-//   flash [phases=1,2] [table=phone] [system=BYTES] [swap=REPLY:REPLY] [garbage-after=REPLY]
+//   flash [phases=1,2] [table=phone] [system=BYTES] [swap=TYPE:TYPE] [garbage-after=TYPE]
 //         -> ok | "error"         the engine's session with the test package: both phases in
 //                                 one run or one each, the phone's own partition table, a
 //                                 system image of that size, a reply swapped for another type,
-//                                 garbage before every reply after one type
+//                                 garbage before every reply after one type (TYPE: a reply's
+//                                 name or number)
 //   expect stage boot-rom|fdl1|fdl2 | escaping on|off | logs some|none | calibration kept|lost
 //          | nv-item ID           (the package's NV item arrived)
 //   report NAME|- FIELD=VALUE...  the phone's report (-: its top level); sha256=last: of the
@@ -144,6 +145,10 @@ Bytes Payload(const Words& w, std::size_t at, std::size_t end) {
             throw Bad("unknown payload word " + k);
     }
     return out;
+}
+// A reply by its name, or by its number.
+std::uint16_t Reply(const std::string& s) {
+    return kReplies.count(s) ? kReplies.at(s) : static_cast<std::uint16_t>(Num(s));
 }
 // `"text"` as text; a word without quotes as it stands.
 std::string Unquoted(const std::string& s) {
@@ -580,8 +585,8 @@ private:
                                             : std::vector{SessionOptions::ALL}) {
             ModelLink link(*phone_);
             if (!swap.empty())
-                link.swap = {kReplies.at(swap.substr(0, swap.find(':'))), kReplies.at(swap.substr(swap.find(':') + 1))};
-            if (o.count("garbage-after")) link.garbageAfter = kReplies.at(o["garbage-after"]);
+                link.swap = {Reply(swap.substr(0, swap.find(':'))), Reply(swap.substr(swap.find(':') + 1))};
+            if (o.count("garbage-after")) link.garbageAfter = Reply(o["garbage-after"]);
             SessionOptions options;
             options.phase = phase;
             options.baudTries = 4;

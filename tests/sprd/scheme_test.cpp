@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include "engines/sprd/Codes.h"
 #include "engines/sprd/Plan.h"
 #include "sprd/PackageFixture.h"
 #include "support/TableFile.h"
@@ -56,14 +55,6 @@ TEST(SprdScheme, PlansOrRefusesByName) {
         EXPECT_TRUE(ok ? Summary(plan) == w[0] : error.find(w[0]) != std::string::npos)
             << row.where << ": " << (ok ? Summary(plan) : error);
     }
-}
-
-TEST(SprdCodes, EveryReplyHasWordsAndItsCode) {
-    EXPECT_EQ(ReplyText(rep::SIGNATURE_REFUSED), "phone refused the signature (0xA6)");
-    EXPECT_EQ(ReplyText(0x42), "phone sent an unknown reply (0x42)");
-    for (unsigned t = 0x80; t <= 0xFF; ++t)
-        EXPECT_EQ(ReplyText(static_cast<std::uint16_t>(t)).find("(0x"),
-                  ReplyText(static_cast<std::uint16_t>(t)).size() - 6);
 }
 
 }  // namespace
