@@ -32,7 +32,6 @@ struct Umockdev {
     char* (*addDevice)(void*, const char*, const char*, const char*, ...) = nullptr;
     void (*uevent)(void*, const char*, const char*) = nullptr;
     void (*setAttribute)(void*, const char*, const char*, const char*) = nullptr;
-    void (*setProperty)(void*, const char*, const char*, const char*) = nullptr;
     void (*removeDevice)(void*, const char*) = nullptr;
     char* (*sysDir)(void*) = nullptr;
     void (*unref)(void*) = nullptr;
@@ -46,7 +45,6 @@ struct Umockdev {
         };
         return sym(testbedNew, "umockdev_testbed_new") && sym(addDevice, "umockdev_testbed_add_device") &&
                sym(uevent, "umockdev_testbed_uevent") && sym(setAttribute, "umockdev_testbed_set_attribute") &&
-               sym(setProperty, "umockdev_testbed_set_property") &&
                sym(removeDevice, "umockdev_testbed_remove_device") && sym(sysDir, "umockdev_testbed_get_sys_dir") &&
                sym(unref, "g_object_unref") && sym(gfree, "g_free");
     }
