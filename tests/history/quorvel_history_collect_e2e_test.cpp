@@ -5,31 +5,21 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <thread>
 
 #include "history/FleetHistory.h"
 #include "support/Golden.h"
 #include "support/Mosquitto.h"
 #include "support/RunTool.h"
+#include "support/StationProcess.h"
 
 namespace quorvel::test {
 namespace {
 
-// Waits (at most 10 s) until the file holds `text`.
-bool AwaitFileText(const std::string& path, const std::string& text) {
-    for (int i = 0; i < 500; ++i) {
-        std::ifstream in(path);
-        std::stringstream s;
-        s << in.rdbuf();
-        if (s.str().find(text) != std::string::npos) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
+// Waits (at most 30 s) until the file of `dir` holds `text`.
+bool AwaitFileText(const TempDir& dir, const std::string& name, const std::string& text) {
+    return StationProcess::Await([&] { return dir.Read(name).find(text) != std::string::npos; });
 }
 
 // Publishes the messages of a kept file in order; each has reached the broker on return.
@@ -56,18 +46,18 @@ TEST(QuorvelHistoryCollect, EachJobOnceAcrossDuplicatesForeignMessagesAndAbsence
     const std::string log = dir.File("collect.log");
 
     Background collector(argv, log);
-    ASSERT_TRUE(AwaitFileText(log, "connected; collecting")) << dir.Read("collect.log");
+    ASSERT_TRUE(AwaitFileText(dir, "collect.log", "connected; collecting")) << dir.Read("collect.log");
     ASSERT_TRUE(Publish(broker, "messages.txt"));
     // In order from one publisher: the last one written means all were taken.
-    ASSERT_TRUE(AwaitFileText(folder + "/bench-2/20261124.jsonl", "b2"));
+    ASSERT_TRUE(AwaitFileText(dir, "gathered/bench-2/20261124.jsonl", "b2"));
     collector.Signal(SIGTERM);
     EXPECT_EQ(collector.Wait(10), 0);
-    EXPECT_TRUE(AwaitFileText(log, "2 jobs written, 2 already there, 4 other messages ignored"))
+    EXPECT_TRUE(AwaitFileText(dir, "collect.log", "2 jobs written, 2 already there, 4 other messages ignored"))
         << dir.Read("collect.log");
     // The collector is away; the broker keeps its session's messages for it.
     ASSERT_TRUE(Publish(broker, "while-away.txt"));
     collector = Background(argv, log);
-    ASSERT_TRUE(AwaitFileText(folder + "/bench-1/20261124.jsonl", "while-away")) << dir.Read("collect.log");
+    ASSERT_TRUE(AwaitFileText(dir, "gathered/bench-1/20261124.jsonl", "while-away")) << dir.Read("collect.log");
     collector.Signal(SIGINT);
     EXPECT_EQ(collector.Wait(10), 0);
 

@@ -16,19 +16,12 @@ namespace {
 
 using test::TempDir;
 
-TEST(ProfileIniRead, MissingFileSectionOrKeyGivesTheDefault) {
-    TempDir dir;
-    EXPECT_EQ(ProfileIni::ReadString(dir.File("none.ini"), "A", "k", "dflt \t", 64), "dflt");
-    dir.Write("a.ini", "[A]\nk=1\n");
-    EXPECT_EQ(ProfileIni::ReadString(dir.File("a.ini"), "B", "k", "dflt", 64), "dflt");
-    EXPECT_EQ(ProfileIni::ReadString(dir.File("a.ini"), "A", "x", "dflt", 64), "dflt");
-    EXPECT_EQ(ProfileIni::ReadInt(dir.File("a.ini"), "A", "x", 7), 7u);
-}
-
-// Lookup, cut values, integers and in-place writes: tests/tables/profile-ini.txt.
+// Lookup, cut values, integers, in-place writes and files: tests/tables/profile-ini.txt.
 TEST(ProfileIni, TableOfReadsAndWrites) {
-    const std::map<std::string, std::size_t> arity{
-        {"lookup", 6}, {"read", 8}, {"int", 4}, {"unsigned", 4}, {"apply", 7}};
+    const std::map<std::string, std::size_t> arity{{"lookup", 6}, {"read", 8},  {"int", 4},  {"unsigned", 4},
+                                                   {"apply", 7},  {"put", 6},   {"get", 7},  {"getint", 7},
+                                                   {"set", 7},    {"set2", 10}, {"text", 4}, {"drop", 4}};
+    TempDir dir;
     for (const auto& row : test::ReadTable("profile-ini.txt")) {
         SCOPED_TRACE(row.where);
         const auto& w = row.words;
@@ -44,21 +37,28 @@ TEST(ProfileIni, TableOfReadsAndWrites) {
             got = std::to_string(ProfileIni::ReadIntFrom("[S]\nk=" + w[1] + "\n", "S", "k", 99));
         } else if (w[0] == "unsigned") {
             got = std::to_string(ParseUnsigned(w[1]));
-        } else {
+        } else if (w[0] == "apply") {
             got = ProfileIni::Apply(w[1], w[2], w[3], w[4]);
+        } else if (w[0] == "put") {
+            dir.Write(w[1], w[2]);
+            const timespec at[2] = {{0, UTIME_OMIT}, {std::stol(w[3]), 0}};
+            ::utimensat(AT_FDCWD, dir.File(w[1]).c_str(), at, 0);
+        } else if (w[0] == "get") {
+            got = ProfileIni::ReadString(dir.File(w[1]), w[2], w[3], w[4], 64);
+        } else if (w[0] == "getint") {
+            got = std::to_string(ProfileIni::ReadInt(dir.File(w[1]), w[2], w[3], std::stoul(w[4])));
+        } else if (w[0] == "set" || w[0] == "set2") {
+            const bool ok = w[0] == "set"
+                                ? ProfileIni::WriteString(dir.File(w[1]), w[2], w[3], w[4])
+                                : ProfileIni::WriteMany(dir.File(w[1]), {{w[2], w[3], w[4]}, {w[5], w[6], w[7]}});
+            got = ok ? "ok" : "refused";
+        } else if (w[0] == "text") {
+            got = dir.Read(w[1]);
+        } else {
+            ::unlink(dir.File(w[1]).c_str());
         }
         EXPECT_EQ(got, w.back());
     }
-}
-
-TEST(ProfileIniWrite, CreatesTheFileAndReadsBackButNeedsItsFolder) {
-    TempDir dir;
-    const auto path = dir.File("new.ini");
-    ASSERT_TRUE(ProfileIni::WriteString(path, "total", "NUM", "5"));
-    ASSERT_TRUE(ProfileIni::WriteMany(path, {{"fail", "NUM", "1"}, {"total", "NUM", "6"}}));
-    EXPECT_EQ(dir.Read("new.ini"), "[total]\nNUM=6\n[fail]\nNUM=1\n");
-    EXPECT_EQ(ProfileIni::ReadInt(path, "TOTAL", "num", 0), 6u);
-    EXPECT_FALSE(ProfileIni::WriteString(dir.File("no/such/a.ini"), "S", "k", "2"));
 }
 
 // A file the writer may not read or write, or a folder it may not write, stays as it
@@ -91,22 +91,6 @@ TEST(ProfileIniWrite, FilesThatCannotBeWrittenStayAsTheyWere) {
         EXPECT_EQ(dir.Read("c/a.ini"), "[S]\nk=1\n[MEMORYTEST]\nDataBus=0\n");
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.File("c")), {}), 1);
     }
-}
-
-// Reads share one parse per change: a change by another program is seen, even of the same size.
-TEST(ProfileIniRead, AChangedFileIsReadAgain) {
-    TempDir dir;
-    const auto path = dir.File("a.ini");
-    dir.Write("a.ini", "[S]\nk=1\n");
-    EXPECT_EQ(ProfileIni::ReadInt(path, "S", "k", 0), 1u);
-    dir.Write("a.ini", "[S]\nk=2\n");
-    const timespec later[2] = {{0, UTIME_OMIT}, {2000000000, 0}};
-    ::utimensat(AT_FDCWD, path.c_str(), later, 0);
-    EXPECT_EQ(ProfileIni::ReadInt(path, "S", "k", 0), 2u);
-    ASSERT_TRUE(ProfileIni::WriteString(path, "S", "k", "3"));
-    EXPECT_EQ(ProfileIni::ReadInt(path, "S", "k", 0), 3u);
-    ::unlink(path.c_str());
-    EXPECT_EQ(ProfileIni::ReadInt(path, "S", "k", 0), 0u);
 }
 
 }  // namespace
