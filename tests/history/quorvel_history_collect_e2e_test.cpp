@@ -5,21 +5,25 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 
 #include "history/FleetHistory.h"
 #include "support/Golden.h"
 #include "support/Mosquitto.h"
 #include "support/RunTool.h"
-#include "support/StationProcess.h"
+#include "support/TempDir.h"
 
 namespace quorvel::test {
 namespace {
 
-// Waits (at most 30 s) until the file of `dir` holds `text`.
+// Waits (at most 10 s) until the file of `dir` holds `text`.
 bool AwaitFileText(const TempDir& dir, const std::string& name, const std::string& text) {
-    return StationProcess::Await([&] { return dir.Read(name).find(text) != std::string::npos; });
+    for (int i = 0; i < 500 && dir.Read(name).find(text) == std::string::npos; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return dir.Read(name).find(text) != std::string::npos;
 }
 
 // Publishes the messages of a kept file in order; each has reached the broker on return.
