@@ -3,9 +3,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <vector>
 
 #include "platform/AtomicFile.h"
@@ -14,6 +14,7 @@
 #include "platform/InstanceLock.h"
 #include "platform/MachineStamp.h"
 #include "platform/SystemLanguage.h"
+#include "support/Golden.h"
 #include "support/TableFile.h"
 #include "support/TempDir.h"
 
@@ -22,14 +23,20 @@ namespace {
 
 using test::TempDir;
 
-// Locales, the system language, machine stamps and folders: tests/tables/platform.txt.
+// Locales, the system language, machine stamps, folders and stale temporaries:
+// tests/tables/platform.txt.
 TEST(PlatformTable, LocalesStampsAndFolders) {
     TempDir dir;
     SysPaths paths;
     paths.sys = dir.Path();
-    for (const auto& row : test::ReadTable("platform.txt")) {
+    const pid_t gone = ::fork();
+    if (gone == 0) ::_exit(0);
+    ::waitpid(gone, nullptr, 0);
+    const test::Scrubs pids{{"$GONE", std::to_string(gone)}, {"$SELF", std::to_string(::getpid())}};
+    for (auto row : test::ReadTable("platform.txt")) {
         SCOPED_TRACE(row.where);
-        const auto& w = row.words;
+        auto& w = row.words;
+        for (auto& word : w) word = test::Scrub(word, pids);
         if (w[0] == "locale" && w.size() == 3) {
             EXPECT_EQ(std::to_string(LangIdForLocale(w[1])), w[2]);
         } else if (w[0] == "folder" && w.size() == 3) {
@@ -38,6 +45,13 @@ TEST(PlatformTable, LocalesStampsAndFolders) {
             w[2] == "-" ? ::unsetenv(w[1].c_str()) : ::setenv(w[1].c_str(), w[2].c_str(), 1);
         } else if (w[0] == "system" && w.size() == 2) {
             EXPECT_EQ(std::to_string(SystemDefaultLangId()), w[1]);
+        } else if (w[0] == "temporary" && w.size() == 2) {
+            dir.Write("tmp/" + w[1], "x");
+        } else if (w[0] == "stale" && w.size() >= 2) {
+            EXPECT_EQ(std::to_string(RemoveStaleTemporaries(dir.File("tmp"))), w[1]);
+            std::set<std::string> left;
+            for (const auto& e : std::filesystem::directory_iterator(dir.File("tmp"))) left.insert(e.path().filename());
+            EXPECT_EQ(left, std::set<std::string>(w.begin() + 2, w.end()));
         } else if (w[0] == "stamp" && w.size() == 2) {
             EXPECT_EQ(FirstAdapterMac(paths), w[1]);
         } else if (w[0] == "adapter" && w.size() == 5) {
@@ -74,25 +88,6 @@ TEST(InstanceLockTest, SecondHolderIsRefusedAndADeadHolderReleases) {
     ASSERT_EQ(WEXITSTATUS(status), 0);
     InstanceLock again(path);
     EXPECT_TRUE(again.Acquired());
-}
-
-TEST(AtomicFileTest, StaleTemporariesOfGoneWritersAreRemoved) {
-    TempDir dir;
-    pid_t gone = ::fork();
-    if (gone == 0) ::_exit(0);
-    ::waitpid(gone, nullptr, 0);
-    const std::string dead = std::to_string(gone), self = std::to_string(::getpid());
-    for (const std::string& name :
-         std::vector<std::string>{"a.ini.tmp" + dead + ".0", "TestResult.ini.tmp" + dead + ".17", "a.ini.tmp1.0",
-                                  "a.ini.tmp" + self + ".3", "a.ini.tmp" + dead, "notes.tmp", "a.ini"})
-        dir.Write(name, "x");
-    EXPECT_EQ(RemoveStaleTemporaries(dir.Path()), 2);
-    std::vector<std::string> left;
-    for (const auto& e : std::filesystem::directory_iterator(dir.Path())) left.push_back(e.path().filename());
-    std::sort(left.begin(), left.end());
-    std::vector<std::string> kept{"a.ini", "a.ini.tmp" + dead, "a.ini.tmp" + self + ".3", "a.ini.tmp1.0", "notes.tmp"};
-    std::sort(kept.begin(), kept.end());
-    EXPECT_EQ(left, kept);
 }
 
 TEST(DayLogTest, OneFilePerDayWithCrLfLines) {
