@@ -1,7 +1,6 @@
 // What the operator is asked before a close, what a slot's history shows, and the cues.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <sstream>
 
 #include "history/JobHistoryReader.h"

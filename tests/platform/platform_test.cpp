@@ -23,7 +23,7 @@ namespace {
 
 using test::TempDir;
 
-// Locales, the system language, machine stamps, folders and stale temporaries:
+// Locales, the system language, machine stamps, folders, day logs and stale temporaries:
 // tests/tables/platform.txt.
 TEST(PlatformTable, LocalesStampsAndFolders) {
     TempDir dir;
@@ -45,6 +45,10 @@ TEST(PlatformTable, LocalesStampsAndFolders) {
             w[2] == "-" ? ::unsetenv(w[1].c_str()) : ::setenv(w[1].c_str(), w[2].c_str(), 1);
         } else if (w[0] == "system" && w.size() == 2) {
             EXPECT_EQ(std::to_string(SystemDefaultLangId()), w[1]);
+        } else if (w[0] == "log" && w.size() == 4) {
+            AppendDayLog(dir.File(w[1]), std::stoll(w[2]), w[3]);
+        } else if (w[0] == "logged" && w.size() == 3) {
+            EXPECT_EQ(dir.Read(w[1]), w[2]);
         } else if (w[0] == "temporary" && w.size() == 2) {
             dir.Write("tmp/" + w[1], "x");
         } else if (w[0] == "stale" && w.size() >= 2) {
@@ -88,16 +92,6 @@ TEST(InstanceLockTest, SecondHolderIsRefusedAndADeadHolderReleases) {
     ASSERT_EQ(WEXITSTATUS(status), 0);
     InstanceLock again(path);
     EXPECT_TRUE(again.Acquired());
-}
-
-TEST(DayLogTest, OneFilePerDayWithCrLfLines) {
-    TempDir dir;
-    const std::int64_t july28 = 1501243200;  // 2017-07-28 12:00 UTC
-    ::setenv("TZ", "UTC", 1);
-    AppendDayLog(dir.Path(), july28, "first");
-    AppendDayLog(dir.Path(), july28, "second");
-    EXPECT_EQ(dir.Read("20170728UILog.txt"), "first\r\nsecond\r\n");
-    AppendDayLog(dir.File("missing/"), july28, "dropped");  // no folder: silently dropped
 }
 
 TEST(ExeDirTest, EndsInASeparator) {

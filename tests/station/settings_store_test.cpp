@@ -4,7 +4,6 @@
 #include <fstream>
 
 #include "platform/DayLog.h"
-#include "platform/ExeDir.h"
 #include "platform/ProfileIni.h"
 #include "station/Texts.h"
 #include "support/Golden.h"
