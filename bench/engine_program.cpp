@@ -46,19 +46,19 @@ double CpuSeconds() {
            static_cast<double>(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
 }
 
-constexpr std::uint32_t kMostLatencyUs = 600'000'000;
-
 // Routes as the console does, and times each "done" message when its row has been updated.
 class Handler final : public app::MessageHandler {
 public:
-    explicit Handler(console::MessageRouter& r) : router_(r) {}
+    explicit Handler(console::MessageRouter& r) : router_(r), startUs_(NowUs32()) {}
     platform::LResult HandleMessage(const app::Message& message) override {
         platform::LResult result = 0;
         router_.Route(message, result);
         if (const auto* bar = std::get_if<app::SlotBar>(&message); bar && bar->what == app::BarValue::DONE) {
-            const std::uint32_t latency = NowUs32() - bar->value;
-            // A job's own start and end counts are no time stamps: no latency outlasts the run.
-            if (latency > kMostLatencyUs) return result;
+            const std::uint32_t now = NowUs32();
+            // A job's own start and end counts are no time stamps: a stamp was taken during
+            // the run (the clock wraps every 71 minutes, hence the differences).
+            if (bar->value - startUs_ > now - startUs_) return result;
+            const std::uint32_t latency = now - bar->value;
             std::lock_guard g(mutex_);
             latencies_.push_back(latency);
         }
@@ -72,6 +72,7 @@ public:
 
 private:
     console::MessageRouter& router_;
+    const std::uint32_t startUs_;
     std::mutex mutex_;
     std::vector<std::uint32_t> latencies_;
 };
