@@ -106,7 +106,10 @@ void StationRig::EndRun() {
 
 void StationRig::OnProgramSwitch(const engine::SwitchEvent& e) {
     registry_.NotifySwitch(e);
-    // A phone that stays connected after its first phase is announced again by the watch.
+    TellWatchOfSwitch(e);
+}
+
+void StationRig::TellWatchOfSwitch(const engine::SwitchEvent& e) {
     std::lock_guard g(switchMutex_);
     if (e.kind == engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT && monitor_) monitor_->PhaseOneSwitched(e.comPort);
 }

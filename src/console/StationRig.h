@@ -37,6 +37,11 @@ public:
     engine::SimPhoneRegistry& Phones() { return registry_; }
     // The simulated bench once chosen; null on a real bench or before the first use.
     sim::SimBench* Bench();
+    // Tells the watch of a phone's switch, so that it announces an SPRD phone again that
+    // stays or whose whole re-enumeration fell between two of its looks. Engine programs'
+    // switches come here by themselves; a device tree serving in-process engines passes
+    // theirs. Any thread.
+    void TellWatchOfSwitch(const engine::SwitchEvent& e);
 
 private:
     class ChosenBackend;

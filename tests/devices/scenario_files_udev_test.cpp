@@ -179,10 +179,7 @@ private:
             const bool download = e.kind == engine::SwitchEvent::SPRD_TO_DOWNLOAD_PORT &&
                                   phone.mode == PhoneMode::SPRD && e.comPort == static_cast<unsigned long>(phone.com);
             if (!da && !download) continue;
-            // The rig tells the watch of an engine program's switch; the in-process
-            // engines' switches come here. The watch then also finds a phone whose whole
-            // re-enumeration fell between two of its looks.
-            if (download && rig_) rig_->Run().Monitor().PhaseOneSwitched(e.comPort);
+            if (rig_) rig_->TellWatchOfSwitch(e);
             if (download && phone.profile.sprdStays) {
                 phone.mode = PhoneMode::SPRD_DOWNLOAD;
                 return;
