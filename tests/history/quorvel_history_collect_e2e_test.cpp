@@ -21,9 +21,11 @@ namespace {
 
 // Waits (at most 10 s) until the file of `dir` holds `text`.
 bool AwaitFileText(const TempDir& dir, const std::string& name, const std::string& text) {
-    for (int i = 0; i < 500 && dir.Read(name).find(text) == std::string::npos; ++i)
+    for (int i = 0; i < 500; ++i) {
+        if (dir.Read(name).find(text) != std::string::npos) return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    return dir.Read(name).find(text) != std::string::npos;
+    }
+    return false;
 }
 
 // Publishes the messages of a kept file in order; each has reached the broker on return.
